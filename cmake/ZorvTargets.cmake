@@ -1,0 +1,32 @@
+# What every target of the project has in common: the language level, the
+# warnings, the strict Qt definitions and, when asked for, the sanitizers.
+
+add_library(zorv_strict INTERFACE)
+target_compile_features(zorv_strict INTERFACE cxx_std_17)
+target_compile_definitions(zorv_strict INTERFACE
+    QT_NO_CAST_FROM_ASCII
+    QT_NO_CAST_TO_ASCII
+    QT_NO_KEYWORDS
+    QT_NO_FOREACH
+    QT_NO_NARROWING_CONVERSIONS_IN_CONNECT)
+target_compile_options(zorv_strict INTERFACE
+    -Wall -Wextra -Wpedantic -Wshadow -Wformat=2 -Wconversion
+    $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor -Woverloaded-virtual -Wold-style-cast>)
+target_include_directories(zorv_strict INTERFACE "${PROJECT_SOURCE_DIR}")
+if(ZORV_SANITIZE)
+    target_compile_options(zorv_strict INTERFACE
+        -fsanitize=address,undefined -fno-sanitize-recover=undefined -fno-omit-frame-pointer)
+    target_link_options(zorv_strict INTERFACE -fsanitize=address,undefined)
+endif()
+add_library(Zorv::Strict ALIAS zorv_strict)
+
+# zorv_add_library(<target> <Alias> SOURCES <file>... LIBRARIES <library>...)
+#
+# A folder's static library, reached by the others as Zorv::<Alias>.
+function(zorv_add_library target alias)
+    cmake_parse_arguments(PARSE_ARGV 2 arg "" "" "SOURCES;LIBRARIES")
+    add_library(${target} STATIC ${arg_SOURCES})
+    add_library(Zorv::${alias} ALIAS ${target})
+    set_target_properties(${target} PROPERTIES AUTOMOC ON AUTORCC ON)
+    target_link_libraries(${target} PUBLIC Zorv::Strict Qt6::Core ${arg_LIBRARIES})
+endfunction()

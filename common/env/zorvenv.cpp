@@ -1,0 +1,69 @@
+// The suite's settings, read from the environment under three names.
+
+#include "common/env/zorvenv.h"
+
+#include <QByteArray>
+#include <QFile>
+
+#include <cstdlib>
+
+bool g_cacheEnv = true;
+int g_cacheSerial = 0;
+
+void disableEnvCaching()
+{
+    g_cacheEnv = false;
+}
+
+void enableEnvCaching()
+{
+    g_cacheEnv = true;
+}
+
+void discardEnvCache()
+{
+    ++g_cacheSerial;
+}
+
+namespace ZorvEnv {
+
+const char* read(int prefix, const char* bareName)
+{
+    static constexpr const char* prefixes[PrefixCount] = {"ZORV_", "PELK_", "TALVORA_"};
+    return std::getenv((QByteArray(prefixes[prefix]) + bareName).constData());
+}
+
+const char* uncachedValue(const char* bareName)
+{
+    for (int prefix = 0; prefix < PrefixCount; ++prefix) {
+        if (const char* value = read(prefix, bareName)) {
+            return value;
+        }
+    }
+    return nullptr;
+}
+
+bool readsOn(const char* value)
+{
+    if (!value) {
+        return false;
+    }
+    for (const char* off : {"no", "off", "disable", "disabled", "0"}) {
+        if (qstricmp(value, off) == 0) {
+            return false;
+        }
+    }
+    return true;
+}
+
+QString TextKind::convert(const char* value)
+{
+    return QString::fromLocal8Bit(value);
+}
+
+QString PathKind::convert(const char* value)
+{
+    return QFile::decodeName(value);
+}
+
+} // namespace ZorvEnv

@@ -1,0 +1,147 @@
+// The suite's settings, read from the environment under three names.
+//
+// A setting X is looked up as ZORV_X, then PELK_X, then TALVORA_X; the first
+// variable that is set wins, also when its value is empty. The four operations
+// are macros because every place that uses one owns its cache:
+//
+//     QString directory = envString("SHARED_DIRECTORY");
+//     QString file = envPath("SESSION_FILE");
+//     QString temporary = envPath("BG_TMPDIR", QStringLiteral("/tmp"));
+//     bool manual = envFlag("MANUAL_LAUNCH");
+//     bool debug = envIsSet("MULTIPLEXER_DEBUG", ZorvEnv::uncachedValue("DEBUG") != nullptr);
+//
+// After its first use a site answers without reading the environment, until
+// discardEnvCache() or disableEnvCaching() is called. Nothing here is
+// synchronised: lookups and controls belong to one thread.
+
+#pragma once
+
+#include <QString>
+
+/// True while lookup sites may answer from their caches.
+extern bool g_cacheEnv;
+/// The cache generation; an entry stamped with another one is stale.
+extern int g_cacheSerial;
+
+/// Makes every lookup read the environment afresh.
+void disableEnvCaching();
+/// Lets lookups answer from their caches again (the default).
+void enableEnvCaching();
+/// Makes every cached answer stale, once.
+void discardEnvCache();
+
+namespace ZorvEnv {
+
+/// Number of prefixes that a setting is looked up under.
+constexpr int PrefixCount = 3;
+
+/// The value of `prefix` + `bareName`, or null when it is not set; `prefix`
+/// is an index into the order of precedence.
+const char* read(int prefix, const char* bareName);
+
+/// The value of the first of the three variables that is set, or null.
+/// Never cached: for names that are known only at run time.
+const char* uncachedValue(const char* bareName);
+
+/// The rule for switches: false for "no", "off", "disable", "disabled" and
+/// "0" in any letter case and for null (not set), true for all else.
+bool readsOn(const char* value);
+
+/// What one lookup site remembers. A Kind gives `Value` and
+/// `static Value convert(const char* value)`, called for a variable that is set.
+template <typename Kind> class Site
+{
+public:
+    using Value = typename Kind::Value;
+
+    /// The setting's value, or what `absent()` returns when no variable is
+    /// set. `absent` is called only when an answer has to be computed.
+    template <typename Absent> Value lookup(const char* bareName, Absent absent)
+    {
+        for (int prefix = 0; prefix < PrefixCount - 1; ++prefix) {
+            if (isSet(prefix, bareName)) {
+                return answer(prefix, bareName, absent);
+            }
+        }
+        return answer(PrefixCount - 1, bareName, absent);
+    }
+
+private:
+    template <typename T> struct Entry
+    {
+        // A generation that never is current: the first use reads.
+        int serial = -1;
+        T content{};
+
+        bool isCurrent() const { return g_cacheEnv && serial == g_cacheSerial; }
+        const T& store(T newContent)
+        {
+            content = std::move(newContent);
+            serial = g_cacheSerial;
+            return content;
+        }
+    };
+
+    bool isSet(int prefix, const char* bareName)
+    {
+        Entry<bool>& entry = mSet[prefix];
+        return entry.isCurrent() ? entry.content : entry.store(read(prefix, bareName) != nullptr);
+    }
+
+    template <typename Absent> Value answer(int prefix, const char* bareName, Absent absent)
+    {
+        Entry<Value>& entry = mAnswers[prefix];
+        if (entry.isCurrent()) {
+            return entry.content;
+        }
+        const char* value = read(prefix, bareName);
+        return entry.store(value ? Kind::convert(value) : absent());
+    }
+
+    Entry<bool> mSet[PrefixCount - 1];
+    Entry<Value> mAnswers[PrefixCount];
+};
+
+struct TextKind
+{
+    using Value = QString;
+    static QString convert(const char* value);
+};
+
+struct PathKind
+{
+    using Value = QString;
+    static QString convert(const char* value);
+};
+
+struct SwitchKind
+{
+    using Value = bool;
+    static bool convert(const char* value) { return readsOn(value); }
+};
+
+struct PresenceKind
+{
+    using Value = bool;
+    static bool convert(const char*) { return true; }
+};
+
+} // namespace ZorvEnv
+
+// The absent value is a variadic argument so that a path may have a default.
+#define ZORV_ENV_SITE(Kind, X, ...)                                                                \
+    ([&]() -> ZorvEnv::Kind::Value {                                                               \
+        static ZorvEnv::Site<ZorvEnv::Kind> site;                                                  \
+        return site.lookup(X, [&]() -> ZorvEnv::Kind::Value { return {__VA_ARGS__}; });            \
+    }())
+
+/// A text setting, decoded from the local 8-bit encoding; null when not set.
+#define envString(X) ZORV_ENV_SITE(TextKind, X, )
+/// A path setting, decoded as a file name: envPath(X), null when not set, or
+/// envPath(X, default).
+#define envPath(...) ZORV_ENV_SITE(PathKind, __VA_ARGS__, )
+/// A switch setting; off when not set.
+#define envFlag(X) ZORV_ENV_SITE(SwitchKind, X, false)
+/// Whether the setting is there at all, whatever its value; when it is not,
+/// `fallback`, evaluated at that moment.
+#define envIsSet(X, fallback) ZORV_ENV_SITE(PresenceKind, X, fallback)
