@@ -1,0 +1,53 @@
+// What the launcher was started with and its helper must find unchanged.
+
+#pragma once
+
+#include <QByteArray>
+
+#include <csignal>
+#include <vector>
+
+/// The signals that the launcher passes on to its helper, in the order in
+/// which their handler is installed.
+constexpr int handledSignals[] = {SIGABRT, SIGINT, SIGTERM, SIGSEGV, SIGFPE, SIGBUS, SIGHUP};
+
+/// The argument bytes, the signal mask and the ignored signals of the
+/// launcher's own start, and the last steps of the helper's start, which hand
+/// them on. Strings cannot carry the arguments: bytes that are no UTF-8 would
+/// be replaced, and QCoreApplication takes some arguments out of the list.
+class LaunchContext
+{
+public:
+    /// Takes the state down; to be created first in main, before anything
+    /// changes it. The strings of `argv` must outlive the object.
+    LaunchContext(int argc, const char* const* argv);
+
+    /// Makes ready what every process needs: an open descriptor for each of
+    /// the three standard streams, so that no pipe gets the number of a closed
+    /// one; no other descriptor that an exec would pass on; and SIGCHLD not
+    /// ignored, or the kernel would drop the helper's end unseen.
+    void prepareProcess() const;
+
+    /// Names the program that execHelper() starts.
+    void setHelper(const QByteArray& path);
+
+    /// Blocks the handled signals: what arrives now waits for
+    /// releaseSignals().
+    void holdSignals() const;
+    /// Puts the signal mask of the launcher's start back.
+    void releaseSignals() const;
+
+    /// Replaces the calling process by the helper, with "--zorvmpirun" and
+    /// every argument byte of the launcher. For the child between fork and
+    /// exec: makes async-signal-safe calls only (see signal-safety(7)).
+    /// Returns when the exec failed, with errno set.
+    void execHelper() const;
+
+private:
+    void restoreDispositions() const;
+
+    QByteArray mHelper;
+    std::vector<const char*> mArguments;
+    sigset_t mSignalMask;
+    sigset_t mIgnoredSignals;
+};

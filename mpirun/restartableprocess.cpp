@@ -1,0 +1,40 @@
+// A child process that can be started again in the way it was last started.
+
+#include "mpirun/restartableprocess.h"
+
+RestartableProcess::RestartableProcess(QObject* parent)
+    : QProcess(parent)
+    , mMode(QIODevice::NotOpen)
+    , mUseArguments(false)
+{
+}
+
+RestartableProcess::~RestartableProcess() = default;
+
+void RestartableProcess::start(const QString& program, const QStringList& arguments,
+                               QIODevice::OpenMode mode)
+{
+    mProgram = program;
+    mArguments = arguments;
+    mMode = mode;
+    mUseArguments = true;
+    QProcess::start(program, arguments, mode);
+}
+
+void RestartableProcess::start(const QString& program, QIODevice::OpenMode mode)
+{
+    mProgram = program;
+    mArguments.clear();
+    mMode = mode;
+    mUseArguments = false;
+    startCommand(program, mode);
+}
+
+void RestartableProcess::restart()
+{
+    if (mUseArguments) {
+        QProcess::start(mProgram, mArguments, mMode);
+    } else {
+        startCommand(mProgram, mMode);
+    }
+}

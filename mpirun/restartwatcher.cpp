@@ -1,0 +1,62 @@
+// Decides what follows when the helper has finished: a restart or the end.
+
+#include "mpirun/restartwatcher.h"
+
+#include <QFile>
+
+#include <unistd.h>
+
+RestartWatcher::RestartWatcher(QObject* parent)
+    : QObject(parent)
+{
+}
+
+RestartWatcher::~RestartWatcher() = default;
+
+void RestartWatcher::setRestartFileName(const QString& fileName)
+{
+    mRestartFileName = fileName;
+}
+
+QString RestartWatcher::restartFileName() const
+{
+    return mRestartFileName;
+}
+
+void RestartWatcher::setRestartHoldFileName(const QString& fileName)
+{
+    mRestartHoldFileName = fileName;
+}
+
+QString RestartWatcher::restartHoldFileName() const
+{
+    return mRestartHoldFileName;
+}
+
+void RestartWatcher::checkForQuickRestart()
+{
+    while (QFile::exists(mRestartHoldFileName)) {
+        sleep(1);
+    }
+    if (!QFile::exists(mRestartFileName)) {
+        Q_EMIT quit();
+        return;
+    }
+    QFile::remove(mRestartFileName);
+    if (createHoldFile()) {
+        Q_EMIT restart();
+    } else {
+        Q_EMIT quit();
+    }
+}
+
+bool RestartWatcher::createHoldFile() const
+{
+    QFile holdFile(mRestartHoldFileName);
+    if (!holdFile.open(QIODevice::WriteOnly)) {
+        qCritical("%s: %s", holdFile.fileName().toLocal8Bit().constData(),
+                  holdFile.errorString().toLocal8Bit().constData());
+        return false;
+    }
+    return true;
+}
