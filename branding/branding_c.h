@@ -1,0 +1,24 @@
+/* The raw texts that name the product and its maker; see branding_c.c.in. */
+
+#pragma once
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+extern char* BrandingSuiteName;
+extern char* BrandingSuiteIconName;
+extern char* BrandingCopyrightTalvoraSoftware;
+extern char* BrandingSprintstartName;
+extern char* BrandingSprintstartNameTitleCase;
+extern char* BrandingSprintstartNameSentenceStart;
+extern char* BrandingSupportFormURL;
+extern char* BrandingSalesEmailAddress;
+extern char* BrandingVelmorSupport;
+extern char* BrandingOrganizationName;
+extern char* BrandingOrganizationURL;
+extern char* BrandingProfilerName;
+
+#ifdef __cplusplus
+}
+#endif

@@ -1,0 +1,299 @@
+// Qt's messages: where they go, the log file, and XML log records.
+
+#include "common/logger.h"
+
+#include "common/compatibility_simple/processhelpers.h"
+#include "common/env/zorvenv.h"
+#include "zorv-util/clock.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QLoggingCategory>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <list>
+#include <poll.h>
+
+namespace {
+
+constexpr int longestAppName = 64;
+constexpr const char recordEnd[] = "</debug>";
+
+std::list<QtMsgHandler> msgHandlers;
+QFile logFile;
+const char* appName = nullptr;
+int pid = 0;
+QLoggingCategory::CategoryFilter previousFilter = nullptr;
+
+// The launcher's own messages are in the default category.
+void enableDefaultCategory(QLoggingCategory* category)
+{
+    if (previousFilter) {
+        previousFilter(category);
+    }
+    if (qstrcmp(category->categoryName(), "default") == 0) {
+        for (QtMsgType type : {QtDebugMsg, QtInfoMsg, QtWarningMsg, QtCriticalMsg}) {
+            category->setEnabled(type, true);
+        }
+    }
+}
+
+void printLine(const char* message)
+{
+    fprintf(stderr, "%s\n", message);
+    fflush(stderr);
+}
+
+void plainMsgHandler(QtMsgType, const QMessageLogContext&, const QString& text)
+{
+    printLine(text.toLocal8Bit().constData());
+}
+
+bool demandsAbort(QtMsgType type, const char* message)
+{
+    for (const char* text : {"No such signal", "No such slot", "Deadlock detected"}) {
+        if (strstr(message, text)) {
+            return true;
+        }
+    }
+    return type == QtFatalMsg && qstrncmp(message, "ASSERT", 6) == 0;
+}
+
+void qtMsgHandler(QtMsgType type, const QMessageLogContext&, const QString& text)
+{
+    const QByteArray bytes = text.toLocal8Bit();
+    const char* message = bytes.constData();
+    if (strstr(message, "QIconvCodec::")) {
+        return;
+    }
+    printLine(message);
+    Logger::log(type, message);
+    if (demandsAbort(type, message)) {
+        abort();
+    }
+    if (type == QtFatalMsg) {
+        exit(1);
+    }
+}
+
+void installHandler(QtMessageHandler handler)
+{
+    qInstallMessageHandler(handler);
+    if (!previousFilter) {
+        previousFilter = QLoggingCategory::installFilter(enableDefaultCategory);
+        // Now that the filter knows its predecessor, once more for all categories.
+        QLoggingCategory::installFilter(enableDefaultCategory);
+    }
+}
+
+void fileMsgHandler(QtMsgType, const char* message)
+{
+    logFile.write(message);
+    logFile.write("\n", 1);
+    logFile.flush();
+}
+
+QString logFileInDirectory(const QString& prefix)
+{
+    const QString directory = envPath("LOGS");
+    return QFileInfo(directory).isDir() ? QDir(directory).filePath(prefix) : QString();
+}
+
+// The time of the day in local time; milliseconds without leading zeros.
+QByteArray timeText()
+{
+    timespec now = {};
+    sc_clock_gettime(CLOCK_REALTIME, &now);
+    tm local = {};
+    localtime_r(&now.tv_sec, &local);
+    char seconds[32];
+    strftime(seconds, sizeof seconds, "%H:%M:%S.", &local);
+    return seconds + QByteArray::number(qlonglong(now.tv_nsec / 1000000));
+}
+
+QByteArray recordHeader(QtMsgType type)
+{
+    QByteArray header = "<debug time=\"" + timeText() + '"';
+    if (appName) {
+        header += QByteArray(" source=\"") + appName + "\" pid=\"" + QByteArray::number(pid) + '"';
+    }
+    return header + " type=\"" + Logger::typeToString(type) + "\">";
+}
+
+// Waits until the descriptor takes data again.
+bool waitForRoom(int fd)
+{
+    pollfd request = {fd, POLLOUT, 0};
+    while (poll(&request, 1, -1) == -1) {
+        if (errno != EINTR) {
+            perror("select");
+            return false;
+        }
+    }
+    return true;
+}
+
+// As sc_write(), but an interrupted write is repeated; one that would block is
+// tried again with a single byte, which may still find room where more does not.
+ssize_t writeSome(int fd, const char* bytes, size_t count)
+{
+    ssize_t result;
+    do {
+        result = sc_write(fd, bytes, count);
+        if (result == -1 && errno == EAGAIN && count > 1) {
+            count = 1;
+            errno = EINTR;
+        }
+    } while (result == -1 && errno == EINTR);
+    return result;
+}
+
+} // namespace
+
+namespace Logger {
+
+void installPlainMsgHandler()
+{
+    installHandler(plainMsgHandler);
+}
+
+void installQtMsgHandler()
+{
+    const QString name = QFileInfo(QCoreApplication::applicationFilePath()).fileName();
+    if (!name.isEmpty()) {
+        // The program's name outlives every record: it is never freed.
+        appName = qstrdup(name.left(longestAppName).toLocal8Bit().constData());
+    }
+    pid = sc_getpid();
+    installHandler(qtMsgHandler);
+}
+
+QString logFileName(const char* environmentVariable, const QString& prefix, const QString& suffix)
+{
+    const char* value = environmentVariable ? ZorvEnv::uncachedValue(environmentVariable) : nullptr;
+    QString name = value ? QFile::decodeName(value) : logFileInDirectory(prefix);
+    if (!value && name.isNull()) {
+        return QString();
+    }
+    const QString extension = QStringLiteral(".log");
+    if (name.endsWith(extension)) {
+        name.chop(extension.size());
+    }
+    return name + suffix + extension;
+}
+
+void installLogMsgHandler(const QString& fileName)
+{
+    if (fileName.isEmpty()) {
+        qWarning("Log file name is empty");
+        return;
+    }
+    logFile.setFileName(fileName);
+    if (!logFile.open(QIODevice::WriteOnly)) {
+        qCritical("%s: %s", fileName.toLocal8Bit().constData(),
+                  logFile.errorString().toLocal8Bit().constData());
+        return;
+    }
+    addMsgHandler(fileMsgHandler);
+}
+
+void addMsgHandler(QtMsgHandler handler)
+{
+    msgHandlers.push_back(handler);
+}
+
+void removeMsgHandler(QtMsgHandler handler)
+{
+    const auto found = std::find(msgHandlers.begin(), msgHandlers.end(), handler);
+    if (found != msgHandlers.end()) {
+        msgHandlers.erase(found);
+    }
+}
+
+void log(QtMsgType type, const char* message)
+{
+    const std::list<QtMsgHandler> handlers = msgHandlers;
+    for (QtMsgHandler handler : handlers) {
+        handler(type, message);
+    }
+}
+
+void vlog(QtMsgType type, const char* format, va_list arguments)
+{
+    char* message = nullptr;
+    if (vasprintf(&message, format, arguments) == -1) {
+        return;
+    }
+    log(type, message);
+    free(message);
+}
+
+void logf(QtMsgType type, const char* format, ...)
+{
+    va_list arguments;
+    va_start(arguments, format);
+    vlog(type, format, arguments);
+    va_end(arguments);
+}
+
+const char* typeToString(QtMsgType type)
+{
+    switch (type) {
+    case QtDebugMsg:
+        return "debug";
+    case QtWarningMsg:
+        return "warning";
+    case QtCriticalMsg:
+        return "critical";
+    case QtFatalMsg:
+        return "fatal";
+    default:
+        return "unknown";
+    }
+}
+
+void xmlLog(int fd, QtMsgType type, const char* message)
+{
+    if (fd == -1) {
+        return;
+    }
+    const QByteArray header = recordHeader(type);
+    blocking_write(fd, header.constData(), size_t(header.size()));
+    blocking_write(fd, message, strlen(message));
+    blocking_write(fd, recordEnd, strlen(recordEnd));
+}
+
+QByteArray xmlLogBytes(QtMsgType type, const char* message)
+{
+    return recordHeader(type) + message + recordEnd;
+}
+
+} // namespace Logger
+
+ssize_t blocking_write(int fd, const void* buf, size_t count)
+{
+    const char* bytes = static_cast<const char*>(buf);
+    size_t written = 0;
+    for (;;) {
+        const ssize_t result = writeSome(fd, bytes + written, count - written);
+        if (result >= 0) {
+            written += static_cast<size_t>(result);
+            if (written >= count) {
+                return static_cast<ssize_t>(written);
+            }
+        } else if (errno != EAGAIN) {
+            perror("write");
+            return -1;
+        }
+        if (!waitForRoom(fd)) {
+            return static_cast<ssize_t>(written);
+        }
+    }
+}

@@ -1,0 +1,16 @@
+/* The raw texts of the build identifiers, which the build itself writes. */
+
+#pragma once
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+extern char* HGID_C;
+extern char* HGBRANCH_C;
+extern char* ZORV_VERSION_C;
+extern char* ZORV_RELEASE_VERSION_C;
+
+#ifdef __cplusplus
+}
+#endif
