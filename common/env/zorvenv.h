@@ -131,8 +131,8 @@ struct PresenceKind
 // The absent value is a variadic argument so that a path may have a default.
 #define ZORV_ENV_SITE(Kind, X, ...)                                                                \
     ([&]() -> ZorvEnv::Kind::Value {                                                               \
-        static ZorvEnv::Site<ZorvEnv::Kind> site;                                                  \
-        return site.lookup(X, [&]() -> ZorvEnv::Kind::Value { return {__VA_ARGS__}; });            \
+        static ZorvEnv::Site<ZorvEnv::Kind> envSite;                                               \
+        return envSite.lookup(X, [&]() -> ZorvEnv::Kind::Value { return {__VA_ARGS__}; });         \
     }())
 
 /// A text setting, decoded from the local 8-bit encoding; null when not set.

@@ -1,0 +1,155 @@
+// Expansion of what users write in paths: a tilde and variable references.
+
+#include "common/compatibility_simple/pathexpansion.h"
+
+#include <QDir>
+#include <QRegularExpression>
+
+#include <cstring>
+#include <pwd.h>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+// A variable's name is taken as a regular expression. Nearly all names have
+// nothing special to those and are searched for as they are.
+bool isLiteralPattern(const QString& name)
+{
+    const QLatin1String special("\\^$.[]|()?*+{}");
+    for (const QChar c : name) {
+        if (special.contains(c)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool isWordAt(const QString& text, qsizetype position)
+{
+    if (position >= text.size()) {
+        return false;
+    }
+    char32_t c = text.at(position).unicode();
+    if (QChar::isHighSurrogate(c) && position + 1 < text.size()) {
+        c = QChar::surrogateToUcs4(text.at(position), text.at(position + 1));
+    } else if (QChar::isLowSurrogate(c) && position > 0) {
+        c = QChar::surrogateToUcs4(text.at(position - 1), text.at(position));
+    }
+    return c == U'_' || QChar::isLetterOrNumber(c);
+}
+
+// The length of the reference to `name` that begins with the dollar sign at
+// `position`, 0 when there is none.
+qsizetype referenceLength(const QString& text, qsizetype position, const QString& name)
+{
+    const QStringView rest = QStringView(text).mid(position + 1);
+    if (rest.startsWith(name)) {
+        const qsizetype end = position + 1 + name.size();
+        if (isWordAt(text, end - 1) != isWordAt(text, end)) {
+            return end - position;
+        }
+    }
+    const bool braced = rest.startsWith(QLatin1Char('{')) && rest.mid(1).startsWith(name) &&
+                        rest.mid(1 + name.size()).startsWith(QLatin1Char('}'));
+    return braced ? name.size() + 3 : 0;
+}
+
+struct Range
+{
+    qsizetype start;
+    qsizetype length;
+};
+
+std::vector<Range> literalReferences(const QString& text, const QString& name)
+{
+    std::vector<Range> references;
+    qsizetype position = text.indexOf(QLatin1Char('$'));
+    while (position != -1) {
+        const qsizetype length = referenceLength(text, position, name);
+        if (length > 0) {
+            references.push_back({position, length});
+        }
+        position = text.indexOf(QLatin1Char('$'), position + qMax<qsizetype>(length, 1));
+    }
+    return references;
+}
+
+std::vector<Range> patternReferences(const QString& text, const QString& name)
+{
+    const QRegularExpression pattern(QStringLiteral("(\\$%1\\b|\\$\\{%2\\})").arg(name, name),
+                                     QRegularExpression::UseUnicodePropertiesOption);
+    std::vector<Range> references;
+    if (pattern.isValid()) {
+        QRegularExpressionMatchIterator matches = pattern.globalMatch(text);
+        while (matches.hasNext()) {
+            const QRegularExpressionMatch match = matches.next();
+            references.push_back({match.capturedStart(), match.capturedLength()});
+        }
+    }
+    return references;
+}
+
+// Not QString::replace(), which would take a backslash in the value for a capture.
+QString replaced(const QString& text, const std::vector<Range>& references, const QString& value)
+{
+    QString result;
+    qsizetype taken = 0;
+    for (const Range& reference : references) {
+        result += QStringView(text).mid(taken, reference.start - taken);
+        result += value;
+        taken = reference.start + reference.length;
+    }
+    result += QStringView(text).mid(taken);
+    return result;
+}
+
+} // namespace
+
+bool containsEnvVarOrTilde(const QString& text)
+{
+    return text.contains(QLatin1Char('%')) || text.contains(QLatin1Char('$')) ||
+           text.startsWith(QLatin1Char('~'));
+}
+
+QString tildeExpansion(const QString& text)
+{
+    if (!text.startsWith(QLatin1Char('~'))) {
+        return text;
+    }
+    qsizetype end = 1;
+    while (end < text.size() && text.at(end) != QLatin1Char('/') &&
+           text.at(end) != QLatin1Char(' ')) {
+        ++end;
+    }
+    if (end == 1) {
+        return QDir::homePath() + text.mid(1);
+    }
+    const passwd* user = getpwnam(text.mid(1, end - 1).toLocal8Bit().constData());
+    if (!user || !user->pw_dir || !*user->pw_dir) {
+        return text;
+    }
+    return QString::fromLocal8Bit(user->pw_dir) + text.mid(end);
+}
+
+QString expandVars(const QString& text)
+{
+    QString result = tildeExpansion(text);
+    if (result.contains(QLatin1Char('$'))) {
+        for (char** entry = environ; *entry; ++entry) {
+            const char* equals = strchr(*entry, '=');
+            if (!equals) {
+                continue;
+            }
+            const QString name = QString::fromLocal8Bit(*entry, equals - *entry);
+            const QString value = QString::fromLocal8Bit(equals + 1);
+            const std::vector<Range> references = isLiteralPattern(name)
+                                                      ? literalReferences(result, name)
+                                                      : patternReferences(result, name);
+            if (!references.empty()) {
+                result = replaced(result, references, value);
+            }
+        }
+    }
+    return result.trimmed();
+}
