@@ -7,9 +7,23 @@
 #include <QRegularExpression>
 #include <QTest>
 
+#include <cstdint>
+#include <dlfcn.h>
 #include <pwd.h>
 #include <unistd.h>
 #include <vector>
+
+static int compileCount = 0;
+
+// Stands before the library's own, so that Qt's compilations are counted.
+extern "C" void* pcre2_compile_16(const char16_t* pattern, size_t length, uint32_t options,
+                                  int* error, size_t* offset, void* context)
+{
+    using Compile = void*(const char16_t*, size_t, uint32_t, int*, size_t*, void*);
+    static auto* const original = reinterpret_cast<Compile*>(dlsym(RTLD_NEXT, "pcre2_compile_16"));
+    ++compileCount;
+    return original(pattern, length, options, error, offset, context);
+}
 
 namespace {
 
@@ -71,6 +85,7 @@ private Q_SLOTS:
     void expandsVariables();
     void meansTheSameAsOneByOne();
     void largeEnvironment();
+    void noEnvironmentAtAll();
 };
 
 void PathExpansionTest::recognisesReferences()
@@ -194,9 +209,21 @@ void PathExpansionTest::largeEnvironment()
     for (int i = 0; i < 5000; ++i) {
         environment += "VARIABLE_" + QByteArray::number(i) + "=value" + QByteArray::number(i);
     }
+    environment += "VARIABLE_[ab]=pattern";
     const Environment scope(environment);
+    compileCount = 0;
     QCOMPARE(expandVars(QStringLiteral("$VARIABLE_4999/${VARIABLE_0}/$VARIABLE_5000")),
              QStringLiteral("value4999/value0/$VARIABLE_5000"));
+    QCOMPARE(compileCount, 1);
+}
+
+void PathExpansionTest::noEnvironmentAtAll()
+{
+    char** const previous = environ;
+    environ = nullptr;
+    const QString expanded = expandVars(QStringLiteral(" $HOME"));
+    environ = previous;
+    QCOMPARE(expanded, QStringLiteral("$HOME"));
 }
 
 QTEST_APPLESS_MAIN(PathExpansionTest)

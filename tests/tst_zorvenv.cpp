@@ -36,6 +36,7 @@ private Q_SLOTS:
     void cachesPerSite();
     void controls();
     void variableThatVanishes();
+    void defaultIsTheCallersOfTheMoment();
 };
 
 void ZorvEnvTest::init()
@@ -159,6 +160,15 @@ void ZorvEnvTest::variableThatVanishes()
     qputenv("ZORV_TST", "value");
     vanishing = "ZORV_TST";
     QCOMPARE(path(), QStringLiteral("default"));
+}
+
+void ZorvEnvTest::defaultIsTheCallersOfTheMoment()
+{
+    const auto path = [](const QString& fallback) { return envPath("TST", fallback); };
+    QCOMPARE(path(QStringLiteral("one")), QStringLiteral("one"));
+    readCount = 0;
+    QCOMPARE(path(QStringLiteral("two")), QStringLiteral("two"));
+    QCOMPARE(readCount, 0);
 }
 
 QTEST_APPLESS_MAIN(ZorvEnvTest)

@@ -135,7 +135,8 @@ QString tildeExpansion(const QString& text)
 QString expandVars(const QString& text)
 {
     QString result = tildeExpansion(text);
-    if (result.contains(QLatin1Char('$'))) {
+    // There is no list of variables at all after clearenv(3).
+    if (environ && result.contains(QLatin1Char('$'))) {
         for (char** entry = environ; *entry; ++entry) {
             const char* equals = strchr(*entry, '=');
             if (!equals) {

@@ -18,6 +18,8 @@
 
 #include <QString>
 
+#include <utility>
+
 /// True while lookup sites may answer from their caches.
 extern bool g_cacheEnv;
 /// The cache generation; an entry stamped with another one is stale.
@@ -47,15 +49,16 @@ const char* uncachedValue(const char* bareName);
 /// "0" in any letter case and for null (not set), true for all else.
 bool readsOn(const char* value);
 
-/// What one lookup site remembers. A Kind gives `Value` and
-/// `static Value convert(const char* value)`, called for a variable that is set.
+/// What one lookup site remembers. A Kind gives `Value`, `static Value
+/// convert(const char* value)`, called for a variable that is set, and
+/// `RemembersAbsent`: whether the answer for one that is not is remembered too.
 template <typename Kind> class Site
 {
 public:
     using Value = typename Kind::Value;
 
     /// The setting's value, or what `absent()` returns when no variable is
-    /// set. `absent` is called only when an answer has to be computed.
+    /// set.
     template <typename Absent> Value lookup(const char* bareName, Absent absent)
     {
         for (int prefix = 0; prefix < PrefixCount - 1; ++prefix) {
@@ -74,72 +77,84 @@ private:
         T content{};
 
         bool isCurrent() const { return g_cacheEnv && serial == g_cacheSerial; }
-        const T& store(T newContent)
+        void store(T newContent)
         {
             content = std::move(newContent);
             serial = g_cacheSerial;
-            return content;
         }
     };
 
     bool isSet(int prefix, const char* bareName)
     {
         Entry<bool>& entry = mSet[prefix];
-        return entry.isCurrent() ? entry.content : entry.store(read(prefix, bareName) != nullptr);
+        if (!entry.isCurrent()) {
+            entry.store(read(prefix, bareName) != nullptr);
+        }
+        return entry.content;
     }
 
     template <typename Absent> Value answer(int prefix, const char* bareName, Absent absent)
     {
         Entry<Value>& entry = mAnswers[prefix];
-        if (entry.isCurrent()) {
-            return entry.content;
+        if (!entry.isCurrent()) {
+            const char* value = read(prefix, bareName);
+            mFound[prefix] = value != nullptr;
+            entry.store(value ? Kind::convert(value) : absent());
+        } else if (!Kind::RemembersAbsent && !mFound[prefix]) {
+            entry.content = absent();
         }
-        const char* value = read(prefix, bareName);
-        return entry.store(value ? Kind::convert(value) : absent());
+        return entry.content;
     }
 
     Entry<bool> mSet[PrefixCount - 1];
     Entry<Value> mAnswers[PrefixCount];
+    bool mFound[PrefixCount] = {};
 };
 
 struct TextKind
 {
     using Value = QString;
+    static constexpr bool RemembersAbsent = true;
     static QString convert(const char* value);
 };
 
 struct PathKind
 {
     using Value = QString;
+    // The default is the caller\'s of the moment.
+    static constexpr bool RemembersAbsent = false;
     static QString convert(const char* value);
 };
 
 struct SwitchKind
 {
     using Value = bool;
+    static constexpr bool RemembersAbsent = true;
     static bool convert(const char* value) { return readsOn(value); }
 };
 
 struct PresenceKind
 {
     using Value = bool;
+    static constexpr bool RemembersAbsent = true;
     static bool convert(const char*) { return true; }
 };
 
 } // namespace ZorvEnv
 
-// The absent value is a variadic argument so that a path may have a default.
-#define ZORV_ENV_SITE(Kind, X, ...)                                                                \
+#define ZORV_ENV_SITE(Kind, X, absent)                                                             \
     ([&]() -> ZorvEnv::Kind::Value {                                                               \
         static ZorvEnv::Site<ZorvEnv::Kind> envSite;                                               \
-        return envSite.lookup(X, [&]() -> ZorvEnv::Kind::Value { return {__VA_ARGS__}; });         \
+        return envSite.lookup(X, [&]() -> ZorvEnv::Kind::Value { return absent; });                \
     }())
+// Takes the first two of its arguments.
+#define ZORV_ENV_PATH(X, fallback, ...) ZORV_ENV_SITE(PathKind, X, fallback)
 
 /// A text setting, decoded from the local 8-bit encoding; null when not set.
-#define envString(X) ZORV_ENV_SITE(TextKind, X, )
+#define envString(X) ZORV_ENV_SITE(TextKind, X, QString())
 /// A path setting, decoded as a file name: envPath(X), null when not set, or
 /// envPath(X, default).
-#define envPath(...) ZORV_ENV_SITE(PathKind, __VA_ARGS__, )
+#define envPath(...) ZORV_ENV_PATH(__VA_ARGS__, QString(), )
 /// A switch setting; off when not set.
 #define envFlag(X) ZORV_ENV_SITE(SwitchKind, X, false)
 /// Whether the setting is there at all, whatever its value; when it is not,
