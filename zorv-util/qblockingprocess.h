@@ -1,23 +1,37 @@
-// A process whose reads wait for data.
+// A process whose output is read like a file.
 
 #pragma once
 
+#include <QByteArray>
 #include <QProcess>
+#include <QString>
 
-/// A QProcess that is read like a file: readLine() waits for the line.
+/// A QProcess whose output is read like a file: readLine() waits for the line.
+/// The process channel mode decides whether standard error is part of the
+/// output; where it is not, it is discarded.
 class QBlockingProcess : public QProcess
 {
     Q_OBJECT
 
 public:
     explicit QBlockingProcess(QObject* parent = nullptr);
+    ~QBlockingProcess() override;
 
-    /// The next line of the current read channel, with its line end where it
-    /// has one. Waits, without bound, until there is a line, the process has
-    /// closed the channel or ended; null when nothing is left. Hides
-    /// QIODevice's operation of the same name.
+    /// Starts a command line, split as QProcess::startCommand() splits it. A
+    /// failure shows as with QProcess: waitForStarted() is false.
+    void startCommand(const QString& command);
+
+    /// The next line of the output, with its line end where it has one. Waits,
+    /// without bound, until there is a line, the output is closed, or the
+    /// process has ended; empty when nothing is left.
     QByteArray readLine();
 
 private:
-    bool mOutputClosed = false;
+    bool readMore();
+    void closeOutput();
+
+    // A pipe of our own: QProcess does not tell that a process has closed its
+    // output and runs on.
+    int mOutput = -1;
+    QByteArray mBuffer;
 };

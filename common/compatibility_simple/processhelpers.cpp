@@ -228,7 +228,7 @@ QStringList sc_helper_exec(const QString& command, bool merge, bool quiet, const
     if (!inputFile.isEmpty()) {
         process.setStandardInputFile(inputFile);
     }
-    process.startCommand(command, QIODevice::ReadOnly);
+    process.startCommand(command);
     if (!process.waitForStarted(waitMs)) {
         if (!quiet) {
             const QString text = QObject::tr("Failed to run '%0'").arg(command);

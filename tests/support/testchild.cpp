@@ -13,7 +13,7 @@
 //   --append FILE        appends its process id as a line to FILE
 //   --wait-file FILE     waits until FILE exists
 //   --sleep              waits for a signal that ends it
-//   --fork-sleep         leaves a child behind that holds the streams and sleeps
+//   --fork-sleep         leaves a child behind that holds the streams for a minute
 //   --record FILE        writes its arguments to FILE, each with a NUL byte
 //   --record-state FILE  writes what it has from its parent to FILE, as lines
 //   --record-signal FILE writes the number of the next signal to FILE, and ends by it
@@ -141,7 +141,7 @@ void recordSignal(int signo)
 void forkAndSleep()
 {
     if (fork() == 0) {
-        pause();
+        sleep(60);
         _exit(0);
     }
 }
