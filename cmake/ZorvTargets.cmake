@@ -11,12 +11,17 @@ target_compile_definitions(zorv_strict INTERFACE
     QT_NO_NARROWING_CONVERSIONS_IN_CONNECT)
 target_compile_options(zorv_strict INTERFACE
     -Wall -Wextra -Wpedantic -Wshadow -Wformat=2 -Wconversion
-    $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor -Woverloaded-virtual -Wold-style-cast>)
+    $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor -Woverloaded-virtual -Wold-style-cast>
+    # Qt's own macros are written so.
+    $<$<CXX_COMPILER_ID:Clang>:-Wno-gnu-zero-variadic-macro-arguments>)
 target_include_directories(zorv_strict INTERFACE "${PROJECT_SOURCE_DIR}")
 if(ZORV_SANITIZE)
     target_compile_options(zorv_strict INTERFACE
         -fsanitize=address,undefined -fno-sanitize-recover=undefined -fno-omit-frame-pointer)
     target_link_options(zorv_strict INTERFACE -fsanitize=address,undefined)
+endif()
+if(ZORV_BUILD_FUZZERS)
+    target_compile_options(zorv_strict INTERFACE -fsanitize=fuzzer-no-link)
 endif()
 add_library(Zorv::Strict ALIAS zorv_strict)
 
