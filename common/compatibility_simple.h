@@ -3,5 +3,11 @@
 
 #pragma once
 
+#include "common/compatibility_simple/addresses.h"
+#include "common/compatibility_simple/localhost.h"
 #include "common/compatibility_simple/pathexpansion.h"
 #include "common/compatibility_simple/processhelpers.h"
+#include "common/compatibility_simple/resolver.h"
+#include "common/compatibility_simple/routability.h"
+#include "common/compatibility_simple/systemidentity.h"
+#include "common/compatibility_simple/versionstrings.h"

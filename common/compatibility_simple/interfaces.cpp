@@ -1,0 +1,30 @@
+// The addresses of this host's interfaces, in the order of preference.
+
+#include "common/compatibility_simple/interfaces_p.h"
+
+#include "common/compatibility_simple/addresses.h"
+
+#include <QNetworkInterface>
+#include <QRegularExpression>
+
+QList<QList<QNetworkAddressEntry>> interfaceEntries(const QString& filter)
+{
+    static const QRegularExpression separator(QStringLiteral(" *, *"));
+    const QStringList names = filter.split(separator, Qt::SkipEmptyParts);
+    QList<QList<QNetworkAddressEntry>> passes(interfacePassCount);
+    const QList<QNetworkInterface> interfaces = QNetworkInterface::allInterfaces();
+    for (const QNetworkInterface& interface : interfaces) {
+        if (!names.isEmpty() && !names.contains(interface.name())) {
+            continue;
+        }
+        const int ethernetPass = interface.name().startsWith(QLatin1String("eth")) ? 0 : 2;
+        const QList<QNetworkAddressEntry> entries = interface.addressEntries();
+        for (const QNetworkAddressEntry& entry : entries) {
+            if (!isLoopback(entry.ip())) {
+                const bool v6 = entry.ip().protocol() == QAbstractSocket::IPv6Protocol;
+                passes[ethernetPass + (v6 ? 1 : 0)] += entry;
+            }
+        }
+    }
+    return passes;
+}

@@ -1,0 +1,137 @@
+// A host of a test's own, in namespaces: its name, its interfaces, its files.
+
+#include "tests/support/namespace.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QProcess>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <sched.h>
+#include <string>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// Where the directories stay reachable that makeWritable() replaced.
+const fs::path shadows = "/.shadow";
+
+void check(bool ok, const char* what)
+{
+    if (!ok) {
+        perror(what);
+        abort();
+    }
+}
+
+void write(const char* path, const std::string& text)
+{
+    FILE* const file = fopen(path, "we");
+    check(file && fputs(text.c_str(), file) >= 0 && fclose(file) == 0, path);
+}
+
+void bindMount(const fs::path& from, const fs::path& to)
+{
+    check(mount(from.c_str(), to.c_str(), nullptr, MS_BIND | MS_REC, nullptr) == 0, to.c_str());
+}
+
+void mountEmpty(const fs::path& path)
+{
+    check(mount("none", path.c_str(), "tmpfs", 0, "mode=0755") == 0, path.c_str());
+}
+
+// A root directory of our own with the machine's directories in it.
+void enterOwnRoot()
+{
+    check(mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0, "mount");
+    const fs::path root = "/mnt";
+    const fs::path workingDirectory = fs::current_path();
+    // What is mounted below /mnt is still to be found in the new root.
+    const fs::path previous = fs::temp_directory_path() / ("root" + std::to_string(getpid()));
+    fs::create_directory(previous);
+    bindMount("/", previous);
+    mountEmpty(root);
+    for (const fs::directory_entry& entry : fs::directory_iterator(previous)) {
+        const fs::path target = root / entry.path().filename();
+        if (entry.is_symlink()) {
+            fs::copy_symlink(entry.path(), target);
+        } else if (entry.is_directory()) {
+            fs::create_directory(target);
+            bindMount(entry.path(), target);
+        }
+    }
+    fs::create_directory(root / shadows.relative_path());
+    check(umount2(previous.c_str(), MNT_DETACH) == 0, "umount2");
+    fs::remove(previous);
+    check(chroot(root.c_str()) == 0 && chdir(workingDirectory.c_str()) == 0, "chroot");
+}
+
+} // namespace
+
+bool Namespace::enter()
+{
+    const std::string ids[] = {"0 " + std::to_string(geteuid()) + " 1",
+                               "0 " + std::to_string(getegid()) + " 1"};
+    if (unshare(CLONE_NEWUSER | CLONE_NEWNET | CLONE_NEWNS | CLONE_NEWUTS) == -1) {
+        perror("No namespaces here");
+        return false;
+    }
+    write("/proc/self/setgroups", "deny");
+    write("/proc/self/uid_map", ids[0]);
+    write("/proc/self/gid_map", ids[1]);
+    enterOwnRoot();
+    return true;
+}
+
+void Namespace::makeWritable(const QString& directory)
+{
+    static int count = 0;
+    const fs::path path = directory.toStdString();
+    const fs::path shadow = shadows / std::to_string(++count);
+    fs::create_directory(shadow);
+    bindMount(path, shadow);
+    mountEmpty(path);
+    for (const fs::directory_entry& entry : fs::directory_iterator(shadow)) {
+        if (entry.is_symlink()) {
+            fs::copy_symlink(entry.path(), path / entry.path().filename());
+        } else {
+            fs::create_symlink(entry.path(), path / entry.path().filename());
+        }
+    }
+}
+
+void Namespace::writeFile(const QString& path, const QByteArray& content, int mode)
+{
+    QDir().mkpath(QFileInfo(path).path());
+    QFile::remove(path);
+    QFile file(path);
+    check(file.open(QIODevice::WriteOnly) && file.write(content) == content.size() && file.flush(),
+          qPrintable(path));
+    check(fchmod(file.handle(), static_cast<mode_t>(mode)) == 0, "fchmod");
+}
+
+void Namespace::run(const QString& command)
+{
+    QProcess process;
+    process.setProcessChannelMode(QProcess::ForwardedChannels);
+    process.startCommand(command);
+    check(process.waitForFinished() && process.exitStatus() == QProcess::NormalExit &&
+              process.exitCode() == 0,
+          qPrintable(command));
+}
+
+void Namespace::setHosts(const QByteArray& hostName, const QByteArray& hostsFile)
+{
+    check(sethostname(hostName.constData(), static_cast<size_t>(hostName.size())) == 0,
+          "sethostname");
+    writeFile(QStringLiteral("/etc/hosts"), hostsFile);
+    writeFile(QStringLiteral("/etc/nsswitch.conf"), "hosts: files\npasswd: files\n");
+    writeFile(QStringLiteral("/etc/host.conf"), "multi on\n");
+}
