@@ -9,5 +9,6 @@
 #include "common/compatibility_simple/processhelpers.h"
 #include "common/compatibility_simple/resolver.h"
 #include "common/compatibility_simple/routability.h"
+#include "common/compatibility_simple/stacklimit.h"
 #include "common/compatibility_simple/systemidentity.h"
 #include "common/compatibility_simple/versionstrings.h"

@@ -1,27 +1,71 @@
 // The launcher: starts the suite's debugger helper in place of an MPI job
 // launcher, stays its parent, and restarts it when the front end asks.
 
+#include "mpirun/emptyfile.h"
 #include "mpirun/launchcontext.h"
 #include "mpirun/restartableprocess.h"
 #include "mpirun/restartwatcher.h"
 
+#include "backend/backenduserdata.h"
 #include "branding/filenames.h"
+#include "common/compatibility_simple/stacklimit.h"
 #include "common/logger.h"
+#include "common/mlib.h"
 #include "common/talvoraglobals.h"
+#include "zorv-debugger/zorvdebuggeroptions.h"
 
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QHostInfo>
 
+#include <atomic>
+#include <cerrno>
 #include <csignal>
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace {
 
 constexpr int startTimeoutMs = 30000;
 
-// The helper that runs, or 0. Read by the signal handler.
+// What the signal handler reads: the helper that runs, or 0, and the marker that
+// says that this launcher can restart its helper, or null. Never freed.
 volatile sig_atomic_t pid = 0;
+std::atomic<char*> g_restartSupportedFileName = nullptr;
+static_assert(std::atomic<char*>::is_always_lock_free);
+
+// Whether `pid` still names a child of ours: once it has been waited for, the
+// number may be somebody else's.
+bool isOurChild(pid_t child)
+{
+    siginfo_t info;
+    return waitid(P_PID, static_cast<id_t>(child), &info, WEXITED | WNOHANG | WNOWAIT) == 0;
+}
+
+// Takes the marker away, passes the signal on, and lets it end the launcher.
+// Only calls that are safe in a handler, see signal-safety(7).
+void sighandler(int signo)
+{
+    const int savedErrno = errno;
+    signal(signo, SIG_DFL);
+    if (const char* marker = g_restartSupportedFileName) {
+        unlink(marker);
+    }
+    if (pid != 0 && isOurChild(pid)) {
+        kill(pid, signo);
+    }
+    raise(signo);
+    errno = savedErrno;
+}
+
+void installSignalHandlers()
+{
+    for (int signo : handledSignals) {
+        signal(signo, sighandler);
+    }
+}
 
 void chooseInstallationLayout(const QFileInfo& applicationDir)
 {
@@ -30,6 +74,26 @@ void chooseInstallationLayout(const QFileInfo& applicationDir)
     } else {
         TalvoraGlobals::instance()->setLocationsAsFlatPath(applicationDir.filePath());
     }
+}
+
+void openLog()
+{
+    Logger::installQtMsgHandler();
+    const QString suffix = QStringLiteral("-%0").arg(QHostInfo::localHostName());
+    const QString fileName =
+        Logger::logFileName("MPIRUN_LOG", QStringLiteral("zorvmpirun"), suffix);
+    if (!fileName.isEmpty()) {
+        Logger::installLogMsgHandler(fileName);
+    }
+}
+
+// The name is known to the handler first, so that the marker is gone with the
+// launcher from its first instant on. One that cannot be made is reported, and the
+// launch goes on.
+void createMarker(const QString& fileName)
+{
+    g_restartSupportedFileName = m_strdup(QFile::encodeName(fileName).constData());
+    static_cast<void>(createEmptyFile(fileName));
 }
 
 // Waits for the outcome of a start; a helper that did not start is reported.
@@ -64,7 +128,9 @@ void connectRestarts(RestartWatcher& watcher, RestartableProcess& process, const
 
 int main(int argc, char** argv)
 {
-    // 1. What we were started with, before anything changes it.
+    // 1. A sensible stack, and what we were started with, before anything
+    // changes it.
+    fixStackLimit(argc, argv);
     LaunchContext context(argc, argv);
     context.prepareProcess();
 
@@ -75,6 +141,24 @@ int main(int argc, char** argv)
     // 3. The installation that this executable belongs to.
     const QFileInfo applicationDir(QCoreApplication::applicationDirPath());
     chooseInstallationLayout(applicationDir);
+
+    // 4. The log, the command line, and the session that they belong to.
+    openLog();
+    ZORVDebuggerOptions options;
+    if (!options.parse(QCoreApplication::arguments())) {
+        return 1;
+    }
+    BackendUserData session;
+    session.load(options);
+
+    // From the marker on, a signal takes it away: one that comes before the
+    // handlers are there waits for them.
+    context.holdSignals();
+    if (session.isValid()) {
+        createMarker(session.getRestartFileName(QStringLiteral("supported")));
+    }
+    installSignalHandlers();
+    context.releaseSignals();
 
     // 5. The helper and its arguments.
     const QString path =
@@ -98,6 +182,10 @@ int main(int argc, char** argv)
 
     // 7. What follows when the helper ends.
     RestartWatcher watcher;
+    if (session.isValid()) {
+        watcher.setRestartFileName(session.getRestartFileName(QString()));
+        watcher.setRestartHoldFileName(session.getRestartFileName(QStringLiteral("hold")));
+    }
     connectRestarts(watcher, process, path, context);
     QObject::connect(&watcher, &RestartWatcher::quit, &app, &QCoreApplication::quit);
     QObject::connect(&process, &QProcess::finished, &watcher,

@@ -2,6 +2,8 @@
 
 #include "mpirun/restartwatcher.h"
 
+#include "mpirun/emptyfile.h"
+
 #include <QFile>
 
 #include <unistd.h>
@@ -43,20 +45,9 @@ void RestartWatcher::checkForQuickRestart()
         return;
     }
     QFile::remove(mRestartFileName);
-    if (createHoldFile()) {
+    if (createEmptyFile(mRestartHoldFileName)) {
         Q_EMIT restart();
     } else {
         Q_EMIT quit();
     }
-}
-
-bool RestartWatcher::createHoldFile() const
-{
-    QFile holdFile(mRestartHoldFileName);
-    if (!holdFile.open(QIODevice::WriteOnly)) {
-        qCritical("%s: %s", holdFile.fileName().toLocal8Bit().constData(),
-                  holdFile.errorString().toLocal8Bit().constData());
-        return false;
-    }
-    return true;
 }

@@ -39,8 +39,6 @@ public Q_SLOTS:
     void checkForQuickRestart();
 
 private:
-    bool createHoldFile() const;
-
     QString mRestartFileName;
     QString mRestartHoldFileName;
 };

@@ -1,0 +1,221 @@
+// The session record: where the session's files are and what they are called.
+
+#include "backend/userdata.h"
+#include "backend/userdata_p.h"
+
+#include "branding/filenames.h"
+#include "common/compatibility_simple/localhost.h"
+#include "common/compatibility_simple/processhelpers.h"
+#include "common/env/zorvenv.h"
+#include "common/talvoraglobals.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QRandomGenerator>
+
+#include <unistd.h>
+
+namespace {
+
+// A file of this name beside the programs switches to session files that only
+// this host sees.
+const QString LOCAL_ONLY_FILENAME = QStringLiteral("use_local_zorv_session");
+const QString FILENAME = QStringLiteral(".zorv_session");
+
+QString joined(const QString& directory, const QString& name)
+{
+    return directory + QLatin1Char('/') + name;
+}
+
+void removeFile(const QString& path)
+{
+    sc_unlink(QFile::encodeName(path).constData());
+}
+
+// A reader finds the old target or the new one at any instant.
+void replaceLink(const QString& target, const QString& link)
+{
+    const QString temporary = temporaryName(link);
+    if (symlink(QFile::encodeName(target).constData(), QFile::encodeName(temporary).constData()) ==
+            0 &&
+        sc_rename(temporary, link) != 0) {
+        removeFile(temporary);
+    }
+}
+
+void makeDirectories(const QString& base)
+{
+    QDir directory(base);
+    if (!directory.exists(FileName::suiteDotConfigDir)) {
+        directory.mkdir(FileName::suiteDotConfigDir);
+    }
+    if (directory.cd(FileName::suiteDotConfigDir) && !directory.exists(QStringLiteral("session"))) {
+        directory.mkdir(QStringLiteral("session"));
+    }
+}
+
+QString userName()
+{
+    const QString variable =
+        qEnvironmentVariableIsSet("LOGNAME") ? QStringLiteral("LOGNAME") : QStringLiteral("USER");
+    return QString::fromLocal8Bit(qgetenv(variable.toLatin1().constData()));
+}
+
+// The string hash of the front end, which builds the same names: hashpjw, as
+// in the System V ABI's symbol tables, over UTF-16 code units.
+quint32 cookieHash(const QString& cookie)
+{
+    quint32 hash = 0;
+    for (const QChar c : cookie) {
+        hash = (hash << 4) + c.unicode();
+        hash ^= (hash & 0xf0000000U) >> 23;
+        hash &= 0x0fffffffU;
+    }
+    return hash;
+}
+
+// The file of that name in TMPDIR, where a job may have been given a copy of
+// its own; null when there is none or the file is to be created.
+QString existingCopy(const QString& name, bool create)
+{
+    if (create || !qEnvironmentVariableIsSet("TMPDIR")) {
+        return QString();
+    }
+    const QString candidate = QDir(QFile::decodeName(qgetenv("TMPDIR"))).filePath(name);
+    return QFile::exists(candidate) ? candidate : QString();
+}
+
+} // namespace
+
+QString temporaryName(const QString& path)
+{
+    return path + QLatin1Char('.') + QString::number(QRandomGenerator::system()->generate64(), 16);
+}
+
+QString UserData::getSessionDirectory(const QString& sharedDirectory, bool create)
+{
+    const QString sessionPath = envPath("SESSION_PATH");
+    if (!sessionPath.isEmpty()) {
+        return sessionPath;
+    }
+    const QString base = sharedDirectory.isEmpty() ? QDir::homePath() : sharedDirectory;
+    if (create) {
+        makeDirectories(base);
+    }
+    return joined(joined(base, FileName::suiteDotConfigDir), QStringLiteral("session"));
+}
+
+QString UserData::getSessionDirectory(bool create) const
+{
+    return getSessionDirectory(mSharedDirectory, create);
+}
+
+QString UserData::getSessionFile(int session, bool create) const
+{
+    const QString number = QString::number(session);
+    if (QFile::exists(joined(TalvoraGlobals::instance()->binPath(), LOCAL_ONLY_FILENAME))) {
+        return QStringLiteral("/tmp/") + FILENAME + QLatin1Char('_') + userName() +
+               QLatin1Char('_') + number;
+    }
+    const QString directory = getSessionDirectory(create);
+    const QString host = getCanonicalHostName();
+    const QString latest = joined(directory, QStringLiteral("latest"));
+    const QString hostLatest = joined(directory, host + QStringLiteral("-latest"));
+    if (!create && host.isEmpty()) {
+        return latest;
+    }
+    if (!create && session < 1) {
+        return hostLatest;
+    }
+    const QString fileName = joined(directory, host + QLatin1Char('-') + number);
+    if (create) {
+        replaceLink(fileName, latest);
+        replaceLink(fileName, hostLatest);
+    }
+    return fileName;
+}
+
+QString UserData::getGlobalFile() const
+{
+    return TalvoraGlobals::instance()->installPath() + QStringLiteral("/session");
+}
+
+QString UserData::getRestartFileName(const QString& suffix) const
+{
+    QString name = QStringLiteral("restart");
+    if (!suffix.isNull()) {
+        name += QLatin1Char('-') + suffix;
+    }
+    return joined(getSessionDirectory(false), name);
+}
+
+QString UserData::getSessionUniqueId() const
+{
+    QString id = getCanonicalHostName() + QLatin1Char('-') + QString::number(mSession);
+    if (mUseSessionCookies && !mSessionCookie.isNull()) {
+        id += QStringLiteral("-%1").arg(cookieHash(mSessionCookie), 8, 16, QLatin1Char('0'));
+    }
+    return id;
+}
+
+QString UserData::getSessionSpecificFileName(const QString& name) const
+{
+    return name + QLatin1Char('-') + getSessionUniqueId();
+}
+
+QString UserData::topologyFileName(bool create) const
+{
+    const QString name = getSessionSpecificFileName(QStringLiteral("topology"));
+    const QString copy = existingCopy(name, create);
+    return copy.isNull() ? joined(getSessionDirectory(create), name) : copy;
+}
+
+QString UserData::tarballFileName(bool create) const
+{
+    if (!mTarballFileName.isNull()) {
+        return mTarballFileName;
+    }
+    const QString name = getSessionSpecificFileName(QStringLiteral("tarball"));
+    const QString copy = existingCopy(name, create);
+    if (!copy.isNull()) {
+        return copy;
+    }
+    mTarballFileName = joined(getSessionDirectory(create), name);
+    return mTarballFileName;
+}
+
+QString UserData::hostFileName() const
+{
+    return joined(getSessionDirectory(true), getSessionSpecificFileName(QStringLiteral("hosts")));
+}
+
+QString UserData::getLockFileName(const QString& prefix, const QString& hostName) const
+{
+    return getSessionSpecificFileName(prefix) + QLatin1Char('-') +
+           (hostName.isNull() ? sc_hostname() : hostName) + QStringLiteral(".pid");
+}
+
+bool UserData::makeMetaSession()
+{
+    if (metaSession || mSessionFileName.isEmpty()) {
+        return metaSession;
+    }
+    const QString link = joined(getSessionDirectory(false), QStringLiteral("meta"));
+    removeFile(link);
+    metaSession = QFile::link(mSessionFileName, link);
+    return metaSession;
+}
+
+void UserData::deleteSessionFile()
+{
+    removeFile(mSessionFileName);
+    const QString directory = QFileInfo(mSessionFileName).path();
+    removeFile(joined(directory, QStringLiteral("latest")));
+    if (!hostNamesAndAddresses.isEmpty()) {
+        removeFile(joined(directory, getCanonicalHostName() + QStringLiteral("-latest")));
+    }
+    if (metaSession) {
+        removeFile(joined(getSessionDirectory(false), QStringLiteral("meta")));
+    }
+}

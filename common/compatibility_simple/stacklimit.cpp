@@ -1,0 +1,101 @@
+// The stack size limit that the launcher itself runs under.
+
+#include "common/compatibility_simple/stacklimit.h"
+
+#include "common/ProcInfo.h"
+#include "common/compatibility_simple/processhelpers.h"
+#include "common/env/zorvenv.h"
+
+#include <QByteArray>
+#include <QFile>
+#include <QString>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <optional>
+#include <sys/resource.h>
+#include <vector>
+
+namespace {
+
+constexpr rlim_t mebibyte = 1024 * 1024;
+constexpr rlim_t lowestAccepted = 8 * mebibyte;
+constexpr rlim_t highestAccepted = 64 * mebibyte;
+constexpr rlim_t limitOfFreshCopy = 16 * mebibyte;
+constexpr const char* rememberedLimit = "TALVORA_OLD_STACK_LIMIT";
+
+bool setSoftLimit(rlimit limits, rlim_t soft)
+{
+    limits.rlim_cur = soft;
+    if (setrlimit(RLIMIT_STACK, &limits) != 0) {
+        perror("setrlimit");
+        return false;
+    }
+    return true;
+}
+
+// QByteArray::toULongLong() alone would take signs and blanks.
+std::optional<rlim_t> plainNumber(const QByteArray& text)
+{
+    const bool digits =
+        std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
+    bool ok = false;
+    const rlim_t number = text.toULongLong(&ok);
+    return digits && ok ? std::optional<rlim_t>(number) : std::nullopt;
+}
+
+bool isAccepted(rlim_t soft)
+{
+    return soft == RLIM_INFINITY || (soft >= lowestAccepted && soft <= highestAccepted);
+}
+
+QString ownExecutable(const char* argument0)
+{
+    const QString exe = ProcInfo::getExe(sc_getpid());
+    return QFile::exists(exe) ? exe : QFile::decodeName(argument0);
+}
+
+void replaceProcess(int argc, const char* const* argv)
+{
+    const QString exe = ownExecutable(argc > 0 ? argv[0] : "");
+    if (!QFile::exists(exe)) {
+        return;
+    }
+    std::vector<char*> arguments;
+    for (int i = 0; i < argc; ++i) {
+        arguments.push_back(const_cast<char*>(argv[i]));
+    }
+    arguments.push_back(nullptr);
+    sc_execv(QFile::encodeName(exe).constData(), arguments.data());
+    perror("execv");
+}
+
+} // namespace
+
+void fixStackLimit(int argc, const char* const* argv)
+{
+    if (envFlag("IGNORE_STACK_LIMIT")) {
+        return;
+    }
+    rlimit limits;
+    if (getrlimit(RLIMIT_STACK, &limits) != 0) {
+        perror("getrlimit");
+        return;
+    }
+    if (const char* value = getenv(rememberedLimit)) {
+        const std::optional<rlim_t> remembered = plainNumber(value);
+        sc_unsetenv(rememberedLimit);
+        if (remembered) {
+            setSoftLimit(limits, *remembered);
+        }
+        return;
+    }
+    if (isAccepted(limits.rlim_cur)) {
+        return;
+    }
+    sc_setenv(rememberedLimit, QByteArray::number(qulonglong(limits.rlim_cur)).constData(), true);
+    if (setSoftLimit(limits, limitOfFreshCopy)) {
+        replaceProcess(argc, argv);
+    }
+}

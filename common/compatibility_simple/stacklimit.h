@@ -1,0 +1,18 @@
+// The stack size limit that the launcher itself runs under.
+
+#pragma once
+
+/// Sees to it that the program runs under a sensible stack limit, without its
+/// children noticing. When the soft RLIMIT_STACK is finite and outside 8 MiB to
+/// 64 MiB, the process is replaced, once, by a fresh copy of itself started
+/// under 16 MiB; the fresh copy puts the user's limit back. (The kernel lays a
+/// process out by the limit at its exec, see execve(2) and getrlimit(2).)
+///
+/// The user's limit travels in the variable TALVORA_OLD_STACK_LIMIT, which the
+/// fresh copy removes; a value that is no plain unsigned decimal number is
+/// ignored. The switch IGNORE_STACK_LIMIT turns all of it off.
+///
+/// To be called first in main, with main's own arguments. Returns whenever the
+/// process is not replaced; failures of system calls are printed to standard
+/// error, and the program carries on under the limit that it has.
+void fixStackLimit(int argc, const char* const* argv);

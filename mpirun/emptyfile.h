@@ -1,0 +1,10 @@
+// The empty files that tell the front end of the launcher.
+
+#pragma once
+
+#include <QString>
+
+/// Creates an empty file, or empties the one that is there. Never follows a
+/// symbolic link, which somebody else may have put there, and never waits for
+/// the reader of a FIFO. False when it cannot; that is reported as critical.
+[[nodiscard]] bool createEmptyFile(const QString& fileName);
