@@ -10,7 +10,7 @@ set(ZORV_STATIC_QT "${folder}" CACHE PATH "Static Qt, as tools/build-qt-static m
 if(NOT EXISTS "${ZORV_STATIC_QT}/lib/cmake/Qt6/Qt6Config.cmake")
     message(FATAL_ERROR "There is no Qt in ${ZORV_STATIC_QT}: tools/build-qt-static makes one.")
 endif()
-set(Qt6_DIR "${ZORV_STATIC_QT}/lib/cmake/Qt6" CACHE PATH "" FORCE)
+list(PREPEND CMAKE_PREFIX_PATH "${ZORV_STATIC_QT}")
 
 add_compile_options(-ffunction-sections -fdata-sections)
 add_link_options(-s -Wl,--gc-sections -static-libgcc -static-libstdc++)
