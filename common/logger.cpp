@@ -20,6 +20,7 @@
 #include <ctime>
 #include <list>
 #include <poll.h>
+#include <unistd.h>
 
 namespace {
 
@@ -59,10 +60,12 @@ void enableMessages(QLoggingCategory* category)
     }
 }
 
+// In one write where there is room for it, and complete where standard error is
+// a terminal that another program has left non-blocking.
 void printLine(const char* message)
 {
-    fprintf(stderr, "%s\n", message);
-    fflush(stderr);
+    const QByteArray line = QByteArray(message) + '\n';
+    blocking_write(STDERR_FILENO, line.constData(), static_cast<size_t>(line.size()));
 }
 
 void plainMsgHandler(QtMsgType, const QMessageLogContext&, const QString& text)
