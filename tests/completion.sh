@@ -53,5 +53,6 @@ same "a value that looks like an option" "--zorvport" "$(completions -- --zorvlo
 
 mkdir "$work/directory"
 : >"$work/dir-file"
-same "a directory" "$work/directory" "$(completions -- --zorvshareddirectory "$work/dir")"
+same "a directory" "compopt -o filenames
+$work/directory" "$(completions -- --zorvshareddirectory "$work/dir")"
 same "no file names for a number" "compopt +o default" "$(completions -- --zorvport '')"
