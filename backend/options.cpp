@@ -24,8 +24,9 @@ Options::~Options() = default;
 
 bool Options::parse(const QStringList& arguments)
 {
-    const QStringList::const_iterator end = arguments.constEnd();
-    QStringList::const_iterator it = arguments.constBegin() + 1;
+    const QStringList words = arguments.mid(1);
+    const QStringList::const_iterator end = words.constEnd();
+    QStringList::const_iterator it = words.constBegin();
     while (it != end) {
         const QString& argument = *it;
         if (mSimple && argument == QLatin1String("--")) {

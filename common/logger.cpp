@@ -20,35 +20,52 @@
 #include <ctime>
 #include <list>
 #include <poll.h>
+#include <unistd.h>
 
 namespace {
 
 constexpr int longestAppName = 64;
 constexpr const char recordEnd[] = "</debug>";
 
-std::list<QtMsgHandler> msgHandlers;
-QFile logFile;
 const char* appName = nullptr;
 int pid = 0;
 QLoggingCategory::CategoryFilter previousFilter = nullptr;
 
-// The launcher's own messages are in the default category.
-void enableDefaultCategory(QLoggingCategory* category)
+// The handlers and the log file serve messages from static destructors, too:
+// they are never destroyed.
+std::list<QtMsgHandler>& msgHandlers()
+{
+    static auto* const handlers = new std::list<QtMsgHandler>;
+    return *handlers;
+}
+
+QFile& logFile()
+{
+    static auto* const file = new QFile;
+    return *file;
+}
+
+// The launcher's own messages are in the default category. Qt's warnings, on
+// some of which we abort, are in categories of their own.
+void enableMessages(QLoggingCategory* category)
 {
     if (previousFilter) {
         previousFilter(category);
     }
+    category->setEnabled(QtWarningMsg, true);
+    category->setEnabled(QtCriticalMsg, true);
     if (qstrcmp(category->categoryName(), "default") == 0) {
-        for (QtMsgType type : {QtDebugMsg, QtInfoMsg, QtWarningMsg, QtCriticalMsg}) {
-            category->setEnabled(type, true);
-        }
+        category->setEnabled(QtDebugMsg, true);
+        category->setEnabled(QtInfoMsg, true);
     }
 }
 
+// In one write where there is room for it, and complete where standard error is
+// a terminal that another program has left non-blocking.
 void printLine(const char* message)
 {
-    fprintf(stderr, "%s\n", message);
-    fflush(stderr);
+    const QByteArray line = QByteArray(message) + '\n';
+    blocking_write(STDERR_FILENO, line.constData(), static_cast<size_t>(line.size()));
 }
 
 void plainMsgHandler(QtMsgType, const QMessageLogContext&, const QString& text)
@@ -87,17 +104,17 @@ void installHandler(QtMessageHandler handler)
 {
     qInstallMessageHandler(handler);
     if (!previousFilter) {
-        previousFilter = QLoggingCategory::installFilter(enableDefaultCategory);
+        previousFilter = QLoggingCategory::installFilter(enableMessages);
         // Now that the filter knows its predecessor, once more for all categories.
-        QLoggingCategory::installFilter(enableDefaultCategory);
+        QLoggingCategory::installFilter(enableMessages);
     }
 }
 
 void fileMsgHandler(QtMsgType, const char* message)
 {
-    logFile.write(message);
-    logFile.write("\n", 1);
-    logFile.flush();
+    logFile().write(message);
+    logFile().write("\n", 1);
+    logFile().flush();
 }
 
 QString logFileInDirectory(const QString& prefix)
@@ -195,10 +212,10 @@ void installLogMsgHandler(const QString& fileName)
         qWarning("Log file name is empty");
         return;
     }
-    logFile.setFileName(fileName);
-    if (!logFile.open(QIODevice::WriteOnly)) {
+    logFile().setFileName(fileName);
+    if (!logFile().open(QIODevice::WriteOnly)) {
         qCritical("%s: %s", fileName.toLocal8Bit().constData(),
-                  logFile.errorString().toLocal8Bit().constData());
+                  logFile().errorString().toLocal8Bit().constData());
         return;
     }
     addMsgHandler(fileMsgHandler);
@@ -206,20 +223,21 @@ void installLogMsgHandler(const QString& fileName)
 
 void addMsgHandler(QtMsgHandler handler)
 {
-    msgHandlers.push_back(handler);
+    msgHandlers().push_back(handler);
 }
 
 void removeMsgHandler(QtMsgHandler handler)
 {
-    const auto found = std::find(msgHandlers.begin(), msgHandlers.end(), handler);
-    if (found != msgHandlers.end()) {
-        msgHandlers.erase(found);
+    std::list<QtMsgHandler>& handlers = msgHandlers();
+    const auto found = std::find(handlers.begin(), handlers.end(), handler);
+    if (found != handlers.end()) {
+        handlers.erase(found);
     }
 }
 
 void log(QtMsgType type, const char* message)
 {
-    const std::list<QtMsgHandler> handlers = msgHandlers;
+    const std::list<QtMsgHandler> handlers = msgHandlers();
     for (QtMsgHandler handler : handlers) {
         handler(type, message);
     }

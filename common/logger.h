@@ -8,12 +8,13 @@
 
 #include <cstdarg>
 #include <cstddef>
+#include <sys/types.h>
 
 /// A receiver of messages; the text is in the local 8-bit encoding.
 using QtMsgHandler = void (*)(QtMsgType type, const char* message);
 
-/// Owns the process's message output. Everything here belongs to the main
-/// thread.
+/// Owns the process's message output, until the process has ended: static
+/// destructors may log. Everything here belongs to the main thread.
 namespace Logger {
 
 /// Prints each of Qt's messages to standard error as one line, as it is. For

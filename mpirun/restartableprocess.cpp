@@ -18,7 +18,7 @@ void RestartableProcess::start(const QString& program, const QStringList& argume
     mArguments = arguments;
     mMode = mode;
     mUseArguments = true;
-    QProcess::start(program, arguments, mode);
+    restart();
 }
 
 void RestartableProcess::start(const QString& program, QIODevice::OpenMode mode)
@@ -27,7 +27,7 @@ void RestartableProcess::start(const QString& program, QIODevice::OpenMode mode)
     mArguments.clear();
     mMode = mode;
     mUseArguments = false;
-    startCommand(program, mode);
+    restart();
 }
 
 void RestartableProcess::restart()
@@ -35,6 +35,8 @@ void RestartableProcess::restart()
     if (mUseArguments) {
         QProcess::start(mProgram, mArguments, mMode);
     } else {
-        startCommand(mProgram, mMode);
+        // QProcess::startCommand() crashes on a command without words.
+        const QStringList words = splitCommand(mProgram);
+        QProcess::start(words.value(0), words.mid(1), mMode);
     }
 }

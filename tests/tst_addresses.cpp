@@ -2,12 +2,16 @@
 
 #include "common/compatibility_simple/addresses.h"
 #include "common/compatibility_simple/resolver.h"
+#include "common/compatibility_simple/systemidentity.h"
 #include "common/env/zorvenv.h"
 #include "tests/support/lookups.h"
 #include "tests/support/namespace.h"
 #include "tests/support/network.h"
+#include "tests/support/settings.h"
 
 #include <QTest>
+
+#include <limits>
 
 namespace {
 
@@ -16,7 +20,8 @@ const char hostsFile[] = "127.0.0.1 localhost LOCALHOST\n"
                          "10.0.0.7 nodeb.cluster nodeb\nfd00::7 nodeb.cluster nodeb\n"
                          "10.0.0.7 nodeb-alias\n"
                          "127.0.1.1 self.cluster self\n"
-                         "127.42.42.9 special\n";
+                         "127.42.42.9 special\n"
+                         "10.0.0.3 twice\n10.0.0.3 twice\n";
 
 int lookups()
 {
@@ -49,8 +54,9 @@ private Q_SLOTS:
 
 void AddressesTest::init()
 {
-    forwardLookups = 0;
-    reverseLookups = 0;
+    clearSettings(
+        {"FORCE_IP_HOSTNAME", "FAKE_BLUEGENE", "FORCE_BGQ_SUPPORT", "BG_NODE_TYPE", "BGQDRV"});
+    resetLookups();
 }
 
 void AddressesTest::specialLoopback()
@@ -58,9 +64,12 @@ void AddressesTest::specialLoopback()
     QCOMPARE(specialLoopbackAddress(0), QHostAddress(text("127.42.42.1")));
     QCOMPARE(specialLoopbackAddress(254), QHostAddress(text("127.42.42.255")));
     QVERIFY(specialLoopbackAddress(255).isNull());
+    QVERIFY(specialLoopbackAddress(std::numeric_limits<int>::max()).isNull());
     QVERIFY(isSpecialLoopbackAddress(specialLoopbackAddress(41)));
     QVERIFY(!isSpecialLoopbackAddress(QHostAddress(text("127.42.4.1"))));
     QVERIFY(isSpecialLoopbackAddress(text("127.42.42.x")));
+    const QString mapped = text("::ffff:127.42.42.1");
+    QVERIFY(!isSpecialLoopbackAddress(mapped) && !isSpecialLoopbackAddress(QHostAddress(mapped)));
 }
 
 void AddressesTest::addressTexts()
@@ -81,6 +90,7 @@ void AddressesTest::looksUp_data()
 
     QTest::newRow("alias") << text("nodeb") << text("nodeb.cluster")
                            << addressList("10.0.0.7 fd00::7");
+    QTest::newRow("two equal lines") << text("twice") << text("twice") << addressList("10.0.0.3");
     QTest::newRow("address with a name")
         << text("10.0.0.7") << text("many") << addressList("10.0.0.7");
     QTest::newRow("IPv6 address with a name")
@@ -109,7 +119,7 @@ void AddressesTest::looksUp()
 void AddressesTest::loopbackAddresses()
 {
     for (const QHostAddress& address :
-         addressList("127.0.0.1 127.255.255.254 ::1 ::ffff:127.1.2.3")) {
+         addressList("127.0.0.1 127.255.255.254 ::1 ::ffff:127.1.2.3 ::ffff:127.42.42.1")) {
         QVERIFY2(isLoopback(address), qPrintable(address.toString()));
     }
     for (const QHostAddress& address : addressList("127.42.42.3 ::2 ::ffff:10.0.0.1 fe80::1 "
@@ -125,7 +135,8 @@ void AddressesTest::loopbackTexts_data()
     QTest::addColumn<bool>("loopback");
     QTest::addColumn<int>("count");
 
-    for (const char* name : {"localhost", "127.0.1.1", "127.nonsense", "::1", "::ffff:127.0.0.1"}) {
+    for (const char* name : {"localhost", "127.0.1.1", "127.nonsense", "::1", "::ffff:127.0.0.1",
+                             "::ffff:127.42.42.1"}) {
         QTest::newRow(name) << text(name) << true << 0;
     }
     QTest::newRow("special") << text("127.42.42.3") << false << 0;
@@ -227,26 +238,31 @@ void AddressesTest::resolves()
              addressList("10.0.0.2 10.0.0.1"));
     QCOMPARE(resolveHostNamesAndAddresses(QStringList()), addressList(""));
     QCOMPARE(lookups(), 0);
-    QCOMPARE(resolveHostNamesAndAddresses(list("10.0.0.9 nodeb-alias nobody 10.0.0.1")),
-             addressList("10.0.0.9 10.0.0.7 10.0.0.1"));
-    QCOMPARE(lookups(), 2);
+    QCOMPARE(resolveHostNamesAndAddresses(list("self nodeb-alias nobody 10.0.0.1")),
+             addressList("127.0.1.1 10.0.0.7 10.0.0.1"));
+    QCOMPARE(lookedUpNames, list("nodeb-alias nobody self"));
     QCOMPARE(hostAddresses(text("many")), addressList("10.0.0.7 2001:db8::5"));
     QCOMPARE(hostAddresses(text("nobody")), addressList(""));
 }
 
 void AddressesTest::namesAndAddresses()
 {
-    const char* const namesFirst = "nodeb nodeb.cluster 10.0.0.7 fd00::7";
-    QCOMPARE(hostNameAndAddresses(text("nodeb")), list(namesFirst));
+    const QStringList namesFirst = list("nodeb nodeb.cluster 10.0.0.7 fd00::7");
+    const QStringList addressesFirst = list("10.0.0.7 fd00::7 nodeb nodeb.cluster");
+    QCOMPARE(hostNameAndAddresses(text("nodeb")), namesFirst);
     QCOMPARE(lookups(), 1);
     QCOMPARE(hostNameAndAddresses(text("nobody")), list("nobody"));
     QCOMPARE(hostNameAndAddresses(text("self")), list("self"));
     qputenv("ZORV_FORCE_IP_HOSTNAME", "1");
     discardEnvCache();
-    QCOMPARE(hostNameAndAddresses(text("nodeb")), list("10.0.0.7 fd00::7 nodeb nodeb.cluster"));
+    QCOMPARE(hostNameAndAddresses(text("nodeb")), addressesFirst);
     qputenv("ZORV_FORCE_IP_HOSTNAME", "off");
     discardEnvCache();
-    QCOMPARE(hostNameAndAddresses(text("nodeb")), list(namesFirst));
+    QCOMPARE(hostNameAndAddresses(text("nodeb")), namesFirst);
+    sc_setHasBluegeneNodes(true);
+    const QStringList onBluegene = hostNameAndAddresses(text("nodeb"));
+    sc_setHasBluegeneNodes(false);
+    QCOMPARE(onBluegene, addressesFirst);
 }
 
 int main(int argc, char** argv)

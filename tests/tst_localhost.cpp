@@ -5,6 +5,7 @@
 #include "tests/support/lookups.h"
 #include "tests/support/namespace.h"
 #include "tests/support/network.h"
+#include "tests/support/settings.h"
 
 #include <QTest>
 
@@ -31,14 +32,11 @@ private Q_SLOTS:
 
 void LocalHostTest::init()
 {
-    for (const char* name : {"ZORV_LOCALHOST", "ZORV_LOCALHOST_IPV6", "PELK_LOCALHOST_IPV6",
-                             "ZORV_NETWORK_INTERFACES", "HOSTNAME"}) {
-        qunsetenv(name);
-    }
-    discardEnvCache();
+    clearSettings({"LOCALHOST", "LOCALHOST_IPV6", "NETWORK_INTERFACES", "HOSTNAME",
+                   "FORCE_IP_HOSTNAME", "FAKE_BLUEGENE", "FORCE_BGQ_SUPPORT", "BG_NODE_TYPE",
+                   "BGQDRV"});
     Namespace::setHosts("nodea", "127.0.0.1 localhost\n");
-    forwardLookups = 0;
-    reverseLookups = 0;
+    resetLookups();
 }
 
 void LocalHostTest::hostName()
@@ -92,23 +90,25 @@ void LocalHostTest::addresses_data()
     QTest::addColumn<QList<QHostAddress>>("expected");
 
     const QByteArray unknown = "127.0.0.1 localhost\n";
-    const auto all = addressList("10.0.0.5 2001:db8::5 127.42.42.2 192.168.1.5 fd00::5");
+    // Of the link-local addresses (RFC 4291, 2.5.6) those in fe80::/16 alone are left out.
+    const auto all = addressList("10.0.0.5 2001:db8::5 fe90::1 127.42.42.2 192.168.1.5 fd00::5");
     QTest::newRow("unknown host name") << unknown << QByteArray() << all;
     QTest::newRow("empty filter") << unknown << QByteArray("") << all;
+    QTest::newRow("filter without names") << unknown << QByteArray(",") << all;
     QTest::newRow("filter") << unknown << QByteArray("ib0 , eth9")
                             << addressList("192.168.1.5 fd00::5");
     QTest::newRow("filter in the order of the interfaces")
         << unknown << QByteArray("ib0,,eth0")
-        << addressList("10.0.0.5 2001:db8::5 192.168.1.5 fd00::5");
+        << addressList("10.0.0.5 2001:db8::5 fe90::1 192.168.1.5 fd00::5");
     QTest::newRow("blank at the start of the filter")
         << unknown << QByteArray(" ib0") << addressList("");
     QTest::newRow("filter that names none") << unknown << QByteArray("IB0") << addressList("");
     QTest::newRow("resolver first")
         << QByteArray("192.168.1.5 nodea\n10.0.0.5 nodea\n") << QByteArray("eth0,ib0")
-        << addressList("192.168.1.5 10.0.0.5 2001:db8::5 fd00::5");
+        << addressList("192.168.1.5 10.0.0.5 2001:db8::5 fe90::1 fd00::5");
     QTest::newRow("filter is not for the resolver")
         << QByteArray("192.168.1.5 nodea\n127.0.0.1 nodea\n") << QByteArray("eth0")
-        << addressList("192.168.1.5 10.0.0.5 2001:db8::5");
+        << addressList("192.168.1.5 10.0.0.5 2001:db8::5 fe90::1");
 }
 
 void LocalHostTest::addresses()
@@ -130,10 +130,10 @@ void LocalHostTest::names_data()
 
     QTest::newRow("with the name of an interface")
         << QByteArray("10.0.0.5 nodea-eth0\n10.0.0.5 nodea.cluster nodea\n") << QByteArray("eth0")
-        << list("nodea nodea.cluster 10.0.0.5 nodea-eth0 2001:db8::5");
+        << list("nodea nodea.cluster 10.0.0.5 nodea-eth0 2001:db8::5 fe90::1%eth0");
     QTest::newRow("IPv6 addresses add no name")
         << QByteArray("2001:db8::5 nodea-v6\n") << QByteArray("eth0")
-        << list("nodea 10.0.0.5 2001:db8::5");
+        << list("nodea 10.0.0.5 2001:db8::5 fe90::1%eth0");
     QTest::newRow("loopback name") << QByteArray("127.0.1.1 nodea.cluster nodea\n")
                                    << QByteArray("ib0") << list("nodea 192.168.1.5 fd00::5");
 }
@@ -210,7 +210,8 @@ int main(int argc, char** argv)
          {"ip link set lo up", "ip addr add 127.42.42.2/8 dev lo",
           "ip link add ib0 type veth peer name eth0", "ip addr add 192.168.1.5/24 dev ib0",
           "ip addr add fd00::5/64 dev ib0", "ip addr add 10.0.0.5/24 dev eth0",
-          "ip addr add fe80::1/64 dev eth0", "ip addr add 2001:db8::5/64 dev eth0"}) {
+          "ip addr add fe80::1/64 dev eth0", "ip addr add fe90::1/64 dev eth0",
+          "ip addr add 2001:db8::5/64 dev eth0"}) {
         Namespace::run(text(command));
     }
     LocalHostTest test;

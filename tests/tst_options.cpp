@@ -26,7 +26,7 @@ protected:
                 return Missing;
             }
             seen += option + *it;
-            return it->isEmpty() ? Invalid : Ok;
+            return it->isEmpty() || it->startsWith(QLatin1String("bad")) ? Invalid : Ok;
         }
         if (option == QLatin1String("--stop")) {
             return Help;
@@ -110,6 +110,8 @@ void OptionsTest::rejects_data()
     QTest::newRow("value missing")
         << words("-f -n") << QByteArray("option '-n' requires an argument");
     QTest::newRow("value unacceptable")
+        << words("-n bad%1 -f") << QByteArray("invalid -n argument 'bad%1'");
+    QTest::newRow("value empty and unacceptable")
         << QStringList{QStringLiteral("-n"), QString()} << QByteArray("invalid -n argument ''");
     QTest::newRow("left-over argument")
         << words("-f %1 b") << QByteArray("unrecognised argument '%1'");
@@ -138,6 +140,7 @@ void OptionsTest::rejects()
 void OptionsTest::baseTakesNothing()
 {
     Options options;
+    QVERIFY(options.parse({}));
     QVERIFY(options.parse(words("program")));
     QVERIFY(options.parse(words("program --")));
     QTest::ignoreMessage(QtWarningMsg, "unrecognised argument 'a'");

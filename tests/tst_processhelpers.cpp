@@ -2,6 +2,7 @@
 
 #include "common/compatibility_simple/processhelpers.h"
 #include "common/env/zorvenv.h"
+#include "tests/support/descriptorlimit.h"
 
 #include <QElapsedTimer>
 #include <QFile>
@@ -12,7 +13,6 @@
 #include <cerrno>
 #include <csignal>
 #include <fcntl.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -60,6 +60,7 @@ private Q_SLOTS:
     void helperLines_data();
     void helperLines();
     void helperOutputOfSeveralMebibytes();
+    void helperThatDoesNotStart_data();
     void helperThatDoesNotStart();
     void helperThatRunsOn();
     void interpreterLine_data();
@@ -112,10 +113,11 @@ void ProcessHelpersTest::killMayBeToldToDrop()
         QCOMPARE(sc_kill(child, 0), 0);
         QVERIFY(messages.isEmpty());
         QCOMPARE(sc_kill(child, signo), 0);
-        QCOMPARE(messages.value(0),
-                 logged.isNull()
-                     ? QString()
-                     : QStringLiteral("sc_kill(pid,signo): %1%2").arg(child).arg(logged));
+        QStringList expected;
+        if (!logged.isNull()) {
+            expected += QStringLiteral("sc_kill(pid,signo): %1%2").arg(child).arg(logged);
+        }
+        QCOMPARE(messages, expected);
     }
     if (dropped) {
         process.kill();
@@ -145,6 +147,7 @@ void ProcessHelpersTest::helperLines_data()
         << testchild("--cat") << false << QByteArray("a\n\n\r\nb")
         << QStringList{l("a"), QString(), l("\r"), l("b")};
     QTest::newRow("empty input") << testchild("--cat") << false << QByteArray("") << QStringList();
+    QTest::newRow("--cat without input") << testchild("--cat") << false << none << QStringList();
     QTest::newRow("failure after output")
         << testchild("--print a --signal 9") << false << none << QStringList{l("a")};
     QTest::newRow("a descendant holds the output") << testchild("--print a --fork-sleep --print b")
@@ -178,14 +181,26 @@ void ProcessHelpersTest::helperOutputOfSeveralMebibytes()
     QCOMPARE(lines.at(49999), QString(99, QLatin1Char('x')));
 }
 
+void ProcessHelpersTest::helperThatDoesNotStart_data()
+{
+    QTest::addColumn<QString>("command");
+    QTest::addColumn<QString>("inputFile");
+
+    QTest::newRow("no such program") << QStringLiteral("/nonexistent/command -d") << QString();
+    QTest::newRow("empty") << QStringLiteral("") << QString();
+    QTest::newRow("blank") << QStringLiteral("  ") << QString();
+    QTest::newRow("no such input file") << testchild("--cat") << QStringLiteral("/nonexistent/in");
+}
+
 void ProcessHelpersTest::helperThatDoesNotStart()
 {
-    const QString command = QStringLiteral("/nonexistent/command -d");
+    QFETCH(QString, command);
+    QFETCH(QString, inputFile);
     const MessageCollector collector;
-    QCOMPARE(sc_helper_exec(command, false, true, QString()), QStringList());
+    QCOMPARE(sc_helper_exec(command, false, true, inputFile), QStringList());
     QCOMPARE(messages, QStringList());
-    QCOMPARE(sc_helper_exec(command, false, false, QString()), QStringList());
-    QCOMPARE(messages, QStringList{QStringLiteral("Failed to run '/nonexistent/command -d'")});
+    QCOMPARE(sc_helper_exec(command, false, false, inputFile), QStringList());
+    QCOMPARE(messages, QStringList{QStringLiteral("Failed to run '%1'").arg(command)});
 }
 
 void ProcessHelpersTest::helperThatRunsOn()
@@ -268,14 +283,13 @@ void ProcessHelpersTest::modifiedTime()
 
 void ProcessHelpersTest::openDescriptors()
 {
+    if (!allowDescriptor(1500)) {
+        QSKIP("the hard limit on descriptors is too low");
+    }
     int ends[2];
     QCOMPARE(pipe(ends), 0);
-    rlimit limit;
-    getrlimit(RLIMIT_NOFILE, &limit);
-    limit.rlim_cur = limit.rlim_max;
-    setrlimit(RLIMIT_NOFILE, &limit);
     const int high = fcntl(ends[0], F_DUPFD, 1500);
-    QVERIFY(high >= 1500);
+    QCOMPARE(high, 1500);
     QVERIFY(sc_isFileDescriptorOpen(ends[0], QIODevice::ReadOnly));
     QVERIFY(sc_isFileDescriptorOpen(ends[1], QIODevice::WriteOnly));
     QVERIFY(sc_isFileDescriptorOpen(high, QIODevice::ReadOnly));

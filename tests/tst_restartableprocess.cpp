@@ -14,6 +14,7 @@ private Q_SLOTS:
     void restartsAsLastStarted_data();
     void restartsAsLastStarted();
     void laterStartReplacesTheRemembered();
+    void commandLineWithoutWords();
     void onlyTheSlotIsNew();
 
 private:
@@ -80,6 +81,19 @@ void RestartableProcessTest::laterStartReplacesTheRemembered()
     process.restart();
     QCOMPARE(process.openMode(), QIODevice::ReadWrite);
     QCOMPARE(outputAtEnd(process), QByteArray("list\n"));
+}
+
+void RestartableProcessTest::commandLineWithoutWords()
+{
+    for (const char* commandLine : {"", "  "}) {
+        RestartableProcess process;
+        QSignalSpy failed(&process, &QProcess::errorOccurred);
+        process.start(QLatin1String(commandLine), QIODevice::ReadOnly);
+        process.restart();
+        QCOMPARE(failed.count(), 2);
+        QCOMPARE(process.error(), QProcess::FailedToStart);
+        QVERIFY(!process.waitForStarted());
+    }
 }
 
 void RestartableProcessTest::onlyTheSlotIsNew()

@@ -4,6 +4,7 @@
 
 #include "branding/filenames.h"
 #include "common/compatibility_simple/systemidentity.h"
+#include "common/env/zorvenv.h"
 #include "common/talvoraglobals.h"
 #include "tests/support/namespace.h"
 #include "tests/support/network.h"
@@ -12,13 +13,37 @@
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QTranslator>
 
 #include <cstdio>
+#include <cstdlib>
 #include <functional>
 #include <map>
 #include <string>
 #include <sys/mount.h>
 #include <sys/utsname.h>
+
+extern "C" {
+
+int __real_uname(utsname* names);
+
+// The kernel that the variables describe; what they leave out is this one's. The
+// program is linked with -Wl,--wrap=uname.
+int __wrap_uname(utsname* names)
+{
+    const int result = __real_uname(names);
+    const auto replace = [](auto& field, const char* variable) {
+        if (const char* const value = getenv(variable)) {
+            qstrncpy(field, value, sizeof field);
+        }
+    };
+    replace(names->sysname, "KERNEL_NAME");
+    replace(names->release, "KERNEL_RELEASE");
+    replace(names->machine, "KERNEL_MACHINE");
+    return result;
+}
+
+} // extern "C"
 
 namespace {
 
@@ -29,26 +54,40 @@ QString yesNo(bool yes)
     return yes ? text("yes") : text("no");
 }
 
+// As a switch, compute node, the same, system, has nodes, any.
+QString bluegeneSigns()
+{
+    const bool found[] = {sc_isFakeBluegene(), sc_isBluegeneQNode(),  sc_isBluegeneNode(),
+                          sc_isBluegeneQ(),    sc_hasBluegeneNodes(), sc_isBluegene()};
+    QString signs;
+    for (const bool yes : found) {
+        signs += QLatin1Char(yes ? '1' : '0');
+    }
+    return signs;
+}
+
 const std::map<std::string, Answer> answers = {
     {"uname", sc_uname},
     {"subArch", [] { return sc_subArch().isNull() ? text("none") : sc_subArch(); }},
     {"isCray", [] { return yesNo(sc_isCray()); }},
-    {"bluegene",
-     [] {
-         const bool found[] = {sc_isFakeBluegene(), sc_isBluegeneQNode(),  sc_isBluegeneNode(),
-                               sc_isBluegeneQ(),    sc_hasBluegeneNodes(), sc_isBluegene()};
-         QString signs;
-         for (const bool yes : found) {
-             signs += QLatin1Char(yes ? '1' : '0');
-         }
-         return signs;
-     }},
+    {"bluegene", bluegeneSigns},
     {"bluegeneLater",
      [] {
+         sc_isFakeBluegene();
          sc_isBluegeneQ();
          qputenv("ZORV_FAKE_BLUEGENE", "bgq");
+         qputenv("BG_NODE_TYPE", "cn");
          qputenv("BGQDRV", "");
-         return yesNo(sc_isBluegeneQNode() || sc_isBluegeneQ());
+         qputenv("ZORV_FORCE_BGQ_SUPPORT", "1");
+         discardEnvCache();
+         return bluegeneSigns();
+     }},
+    {"bluegeneAfterNode",
+     [] {
+         sc_isBluegeneQNode();
+         qputenv("ZORV_FAKE_BLUEGENE", "bgq");
+         discardEnvCache();
+         return bluegeneSigns();
      }},
     {"bluegeneTold",
      [] {
@@ -98,6 +137,18 @@ QString etc(const char* name)
     return text("/etc/") + text(name);
 }
 
+// Translates every text into its context and itself.
+class Translator : public QTranslator
+{
+public:
+    bool isEmpty() const override { return false; }
+    QString translate(const char* context, const char* sourceText, const char* /*disambiguation*/,
+                      int /*n*/) const override
+    {
+        return text(context) + text(": ") + text(sourceText);
+    }
+};
+
 } // namespace
 
 class SystemIdentityTest : public QObject
@@ -110,15 +161,16 @@ private Q_SLOTS:
     void describes_data();
     void describes();
     void describesByLsbRelease();
-    void architecture();
-    void xeonPhi_data();
-    void xeonPhi();
+    void describesOtherKernels();
+    void subArchitecture_data();
+    void subArchitecture();
     void cray();
     void bluegeneBySettings_data();
     void bluegeneBySettings();
     void bluegeneByFiles();
     void otherArchitecture();
     void byteOrder();
+    void optionsName();
 };
 
 void SystemIdentityTest::init()
@@ -189,6 +241,9 @@ void SystemIdentityTest::describesByLsbRelease()
                          "release 7.4.1708 (Core) \\nRelease: 7\\n'\n",
                          0755);
     QCOMPARE(ask("uname"), text("CentOS Linux release 7.4.1708 (Core)"));
+    // As many characters are dropped as the word has, wherever it stands.
+    Namespace::writeFile(command, "#!/bin/sh\necho 'x Description: y'\n", 0755);
+    QCOMPARE(ask("uname"), text("n: y"));
     for (const char* script :
          {"#!/bin/sh\necho; echo 'Description: x'\n", "#!/bin/sh\n", "", "#!/none\n"}) {
         Namespace::writeFile(command, script, 0755);
@@ -198,37 +253,45 @@ void SystemIdentityTest::describesByLsbRelease()
              text("Bluegene/Q Compute Node"));
 }
 
-void SystemIdentityTest::architecture()
+void SystemIdentityTest::describesOtherKernels()
 {
-    utsname names;
-    uname(&names);
-    QCOMPARE(sc_arch(), QString::fromLocal8Bit(names.machine));
-    QCOMPARE(sc_optionsName(), text("Options"));
+    Namespace::writeFile(etc("debian_version"), "8.11\n");
+    QCOMPARE(ask("uname", {{text("KERNEL_NAME"), text("Darwin")},
+                           {text("KERNEL_RELEASE"), text("17.3.0")},
+                           {text("KERNEL_MACHINE"), text("x86_64")}}),
+             text("Darwin 17.3.0 x86_64"));
 }
 
-void SystemIdentityTest::xeonPhi_data()
+void SystemIdentityTest::subArchitecture_data()
 {
+    QTest::addColumn<QString>("machine");
     QTest::addColumn<QByteArray>("cpuinfo");
+    QTest::addColumn<QString>("sign");
     QTest::addColumn<QString>("expected");
     const QByteArray phi = "model name\t: Intel(R) Xeon Phi(TM) CPU 7250\n";
     const QByteArray xeon = "model name\t: Intel(R) Xeon(R) CPU\n";
-    QTest::newRow("Xeon Phi") << "processor\t: 0\n\n" + phi + xeon << text("knl");
-    QTest::newRow("only the first counts") << xeon + phi << text("none");
-    QTest::newRow("another line") << QByteArray("x model name: Xeon Phi\n") << text("none");
-    QTest::newRow("empty") << QByteArray() << text("none");
+    const QString x86 = text("x86_64");
+    const QString power = text("ppc64");
+    const QString none = text("none");
+    QTest::newRow("Xeon Phi") << x86 << "processor\t: 0\n\n" + phi + xeon << none << text("knl");
+    QTest::newRow("only the first counts") << x86 << xeon + phi << none << none;
+    QTest::newRow("another line") << x86 << QByteArray("x model name: Xeon Phi\n") << none << none;
+    QTest::newRow("empty") << x86 << QByteArray() << none << none;
+    QTest::newRow("Xeon Phi elsewhere") << text("aarch64") << phi << none << none;
+    QTest::newRow("Blue Gene/Q") << power << QByteArray() << text("BGQDRV") << text("bgq");
+    QTest::newRow("other POWER") << power << QByteArray() << none << none;
 }
 
-void SystemIdentityTest::xeonPhi()
+void SystemIdentityTest::subArchitecture()
 {
-    if (sc_arch() != text("x86_64")) {
-        QSKIP("Xeon Phi has the architecture x86_64");
-    }
+    QFETCH(QString, machine);
     QFETCH(QByteArray, cpuinfo);
+    QFETCH(QString, sign);
     const QTemporaryDir dir;
     const QString file = dir.filePath(text("cpuinfo"));
     Namespace::writeFile(file, cpuinfo);
     QCOMPARE(mount(qPrintable(file), "/proc/cpuinfo", nullptr, MS_BIND, nullptr), 0);
-    const QString answer = ask("subArch");
+    const QString answer = ask("subArch", {{text("KERNEL_MACHINE"), machine}, {sign, text("")}});
     umount("/proc/cpuinfo");
     QTEST(answer, "expected");
 }
@@ -250,11 +313,13 @@ void SystemIdentityTest::bluegeneBySettings_data()
     QTest::addColumn<QString>("value");
     QTest::addColumn<QString>("expected");
 
-    // As a switch, compute node, the same, system, has nodes, any.
     QTest::newRow("none") << text("X") << text("1") << text("000000");
     QTest::newRow("pretended") << text("ZORV_FAKE_BLUEGENE") << text("bgq") << text("111111");
     QTest::newRow("pretended, short") << text("PELK_FAKE_BLUEGENE") << text("q") << text("111111");
     QTest::newRow("switch alone") << text("ZORV_FAKE_BLUEGENE") << text("1") << text("100000");
+    QTest::newRow("other letter case")
+        << text("ZORV_FAKE_BLUEGENE") << text("BGQ") << text("100000");
+    QTest::newRow("node type, empty") << text("BG_NODE_TYPE") << text("") << text("011111");
     QTest::newRow("node type") << text("BG_NODE_TYPE") << text("cn") << text("011111");
     QTest::newRow("node type off") << text("BG_NODE_TYPE") << text("Disabled") << text("000000");
     QTest::newRow("driver, empty") << text("BGQDRV") << text("") << text("000111");
@@ -271,7 +336,9 @@ void SystemIdentityTest::bluegeneBySettings()
 
 void SystemIdentityTest::bluegeneByFiles()
 {
-    QCOMPARE(ask("bluegeneLater"), text("no"));
+    // Each of three answers is given once and for all.
+    QCOMPARE(ask("bluegeneLater"), text("000000"));
+    QCOMPARE(ask("bluegeneAfterNode"), text("100111"));
     QCOMPARE(ask("bluegeneTold"), text("yes"));
     Namespace::writeFile(text("/dev/bgpers"), "");
     QCOMPARE(ask("bluegene"), text("011111"));
@@ -309,6 +376,14 @@ void SystemIdentityTest::byteOrder()
     const quint16 number = 1;
     const bool little = *reinterpret_cast<const char*>(&number) == 1;
     QCOMPARE(sc_localEndianness(), little ? ENDIAN_LITTLE : ENDIAN_BIG);
+}
+
+void SystemIdentityTest::optionsName()
+{
+    QCOMPARE(sc_optionsName(), text("Options"));
+    Translator translator;
+    QVERIFY(QCoreApplication::installTranslator(&translator));
+    QCOMPARE(sc_optionsName(), text("QObject: Options"));
 }
 
 int main(int argc, char** argv)

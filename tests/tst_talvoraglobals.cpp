@@ -98,6 +98,13 @@ void TalvoraGlobalsTest::layouts()
     QCOMPARE(globals->resourcesPath(), root.path() + QStringLiteral("/resource"));
     QCOMPARE(globals->iconsPath(), root.path() + QStringLiteral("/icons"));
     QCOMPARE(globals->metricsPath(), root.path() + QStringLiteral("/pelk/metrics"));
+    globals->setLocationsAsFlatPath(QStringLiteral("/flat"));
+    QCOMPARE(globals->metricsPath(), root.path() + QStringLiteral("/pelk/metrics"));
+
+    globals->initPaths();
+    QCOMPARE(globals->installPath(),
+             QCoreApplication::applicationDirPath() + QStringLiteral("/.."));
+    QCOMPARE(globals->localConfigDir(), QStringLiteral(".talvora"));
 }
 
 void TalvoraGlobalsTest::warnsOnceForEachMissingDirectory_data()

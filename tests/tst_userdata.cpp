@@ -7,7 +7,6 @@
 #include <QTemporaryDir>
 #include <QTest>
 
-#include <sys/resource.h>
 #include <sys/stat.h>
 
 namespace {
@@ -50,6 +49,7 @@ private Q_SLOTS:
     void whatIsNoFileIsNotWaitedFor();
     void everyTruncationIsRefused();
     void readsText();
+    void portOfTodayIsExplicit_data();
     void portOfTodayIsExplicit();
 
 private:
@@ -114,6 +114,9 @@ void UserDataTest::reads_data()
     row("byte-order mark",
         QByteArray("\xff\xfe<\0s\0e\0s\0s\0i\0o\0n\0 \0h\0o\0s\0t\0=\0'\0a\0'\0/\0>\0", 40), true,
         "a 0  -1 valid");
+    const QByteArray small("<session host='a'/>");
+    row("as large as may be", small + QByteArray(1024 * 1024 - small.size(), ' '), true,
+        "a 0  -1 valid");
     row("character references", "<session cookie='&lt;&#65;&amp;'/>", true, " 0 <A& -1 invalid");
 }
 
@@ -141,7 +144,8 @@ void UserDataTest::refusedFilesChangeNothing_data()
     QTest::newRow("external entity")
         << QByteArray("<!DOCTYPE s [<!ENTITY e SYSTEM '/etc/passwd'>]><session host='&e;'/>");
     QTest::newRow("nested and never closed") << QByteArray("<a>").repeated(300000);
-    QTest::newRow("too large") << "<session host='b'/>" + QByteArray(1024 * 1024, ' ');
+    const QByteArray small("<session host='b'/>");
+    QTest::newRow("too large") << small + QByteArray(1024 * 1024 + 1 - small.size(), ' ');
 }
 
 void UserDataTest::refusedFilesChangeNothing()
@@ -205,19 +209,48 @@ void UserDataTest::readsText()
     QVERIFY(!data.load(QStringLiteral("name"), QStringLiteral("<session port='x'/>")));
 }
 
+void UserDataTest::portOfTodayIsExplicit_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<QByteArray>("port");
+    QTest::addColumn<bool>("asText");
+    QTest::addColumn<bool>("explicitPort");
+
+    const QString today = mDir.filePath(QStringLiteral("today"));
+    const QString yesterday = mDir.filePath(QStringLiteral("yesterday"));
+    const QString missing = mDir.filePath(QStringLiteral("missing"));
+    QTest::newRow("file of today") << today << QByteArray("4243") << false << true;
+    QTest::newRow("file of yesterday") << yesterday << QByteArray("4243") << false << false;
+    QTest::newRow("no number") << today << QByteArray("4243x") << false << false;
+    QTest::newRow("text, file of today") << today << QByteArray("4243") << true << true;
+    QTest::newRow("text, file of yesterday") << yesterday << QByteArray("4243") << true << false;
+    QTest::newRow("text, no file") << missing << QByteArray("4243") << true << false;
+}
+
 void UserDataTest::portOfTodayIsExplicit()
 {
-    for (const bool today : {true, false}) {
-        write(mFile, "<session host='a' port='4243'/>");
-        QFile file(mFile);
-        QVERIFY(file.open(QIODevice::ReadWrite));
-        QVERIFY(file.setFileTime(QDateTime::currentDateTime().addDays(today ? 0 : -1),
-                                 QFileDevice::FileModificationTime));
-        file.close();
-        UserData data;
-        QVERIFY(data.load(mFile));
-        QCOMPARE(data.isExplicitPort(), today);
-    }
+    QFETCH(QString, name);
+    QFETCH(QByteArray, port);
+    QFETCH(bool, asText);
+
+    const QByteArray content = "<session host='a' port='" + port + "'/>";
+    const QString today = mDir.filePath(QStringLiteral("today"));
+    const QString yesterday = mDir.filePath(QStringLiteral("yesterday"));
+    write(today, content);
+    write(yesterday, content);
+    QFile file(yesterday);
+    QVERIFY(file.open(QIODevice::ReadWrite));
+    QVERIFY(file.setFileTime(QDateTime::currentDateTime().addDays(-1),
+                             QFileDevice::FileModificationTime));
+    file.close();
+
+    UserData data;
+    data.load(name, asText ? QString::fromLatin1(content) : QString());
+    QTEST(data.isExplicitPort(), "explicitPort");
+    // Once explicit, it stays so.
+    const bool before = data.isExplicitPort();
+    data.load(yesterday);
+    QCOMPARE(data.isExplicitPort(), before);
 }
 
 QTEST_APPLESS_MAIN(UserDataTest)

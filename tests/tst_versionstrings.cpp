@@ -1,57 +1,89 @@
 // Version strings and the compatibility key.
 
 #include "common/compatibility_simple/versionstrings.h"
-#include "common/env/zorvenv.h"
+#include "tests/support/settings.h"
 #include "version/hgid.h"
 
 #include <QTest>
+
+namespace {
+
+QStringList list(std::initializer_list<const char*> latin1Texts)
+{
+    QStringList texts;
+    for (const char* latin1 : latin1Texts) {
+        texts += QString::fromLatin1(latin1);
+    }
+    return texts;
+}
+
+} // namespace
 
 class VersionStringsTest : public QObject
 {
     Q_OBJECT
 
 private Q_SLOTS:
-    void cleanup();
+    void init();
+    void settingsComeFirst_data();
     void settingsComeFirst();
-    void withoutBuildTexts();
+    void textsOfTheBuild_data();
+    void textsOfTheBuild();
     void key_data();
     void key();
 };
 
-void VersionStringsTest::cleanup()
+void VersionStringsTest::init()
 {
-    qunsetenv("ZORV_VERSION");
-    qunsetenv("PELK_RELEASE_VERSION");
-    discardEnvCache();
+    clearSettings({"VERSION", "RELEASE_VERSION"});
+}
+
+void VersionStringsTest::settingsComeFirst_data()
+{
+    QTest::addColumn<QByteArray>("version");
+    QTest::addColumn<QByteArray>("release");
+    QTest::addColumn<QStringList>("expected");
+
+    const QByteArray given("5.0.2");
+    QTest::newRow("version") << given << QByteArray() << list({"5.0.2", "5.0.2", "5.0$7"});
+    QTest::newRow("both") << given << QByteArray("6.1.0") << list({"5.0.2", "6.1.0", "5.0$7"});
+    QTest::newRow("empty release") << given << QByteArray("") << list({"5.0.2", "", "5.0$7"});
+    QTest::newRow("empty version") << QByteArray("") << QByteArray() << list({"", "", "$7"});
 }
 
 void VersionStringsTest::settingsComeFirst()
 {
-    QCOMPARE(sc_version(), QString::fromLatin1(ZORV_VERSION));
-    qputenv("ZORV_VERSION", "5.0.2");
-    discardEnvCache();
-    QCOMPARE(sc_version(), QStringLiteral("5.0.2"));
-    QCOMPARE(sc_releaseVersion(), QStringLiteral("5.0.2"));
-    QCOMPARE(sc_versionForCompatibility(7), QStringLiteral("5.0$7"));
-    qputenv("PELK_RELEASE_VERSION", "");
-    qputenv("ZORV_VERSION", "");
-    discardEnvCache();
-    QCOMPARE(sc_version(), QStringLiteral(""));
-    QVERIFY(!sc_releaseVersion().isNull());
-    QCOMPARE(sc_versionForCompatibility(7), QStringLiteral("$7"));
+    QFETCH(QByteArray, version);
+    QFETCH(QByteArray, release);
+    qputenv("ZORV_VERSION", version);
+    if (!release.isNull()) {
+        qputenv("PELK_RELEASE_VERSION", release);
+    }
+    const QStringList found = {sc_version(), sc_releaseVersion(), sc_versionForCompatibility(7)};
+    QTEST(found, "expected");
 }
 
-void VersionStringsTest::withoutBuildTexts()
+void VersionStringsTest::textsOfTheBuild_data()
 {
-    const char* const version = ZORV_VERSION;
-    const char* const release = ZORV_RELEASE_VERSION;
-    ZORV_VERSION = "";
-    ZORV_RELEASE_VERSION = "";
-    const QString unknown = QStringLiteral("<unknown>");
+    QTest::addColumn<QByteArray>("version");
+    QTest::addColumn<QByteArray>("release");
+    QTest::addColumn<QStringList>("expected");
+
+    QTest::newRow("two") << QByteArray("1.2.3") << QByteArray("4.5.6") << list({"1.2.3", "4.5.6"});
+    QTest::newRow("none") << QByteArray("") << QByteArray("") << list({"<unknown>", "<unknown>"});
+}
+
+void VersionStringsTest::textsOfTheBuild()
+{
+    QFETCH(QByteArray, version);
+    QFETCH(QByteArray, release);
+    const char* const builtIn[] = {ZORV_VERSION, ZORV_RELEASE_VERSION};
+    ZORV_VERSION = version.constData();
+    ZORV_RELEASE_VERSION = release.constData();
     const QStringList found = {sc_version(), sc_releaseVersion()};
-    ZORV_VERSION = version;
-    ZORV_RELEASE_VERSION = release;
-    QCOMPARE(found, (QStringList{unknown, unknown}));
+    ZORV_VERSION = builtIn[0];
+    ZORV_RELEASE_VERSION = builtIn[1];
+    QTEST(found, "expected");
 }
 
 void VersionStringsTest::key_data()

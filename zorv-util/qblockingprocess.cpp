@@ -46,7 +46,9 @@ void QBlockingProcess::startCommand(const QString& command)
         }
     });
     setStandardErrorFile(merged ? QString() : nullDevice());
-    QProcess::startCommand(command, QIODevice::ReadOnly);
+    // QProcess::startCommand() crashes on a command without words.
+    const QStringList words = splitCommand(command);
+    start(words.value(0), words.mid(1), QIODevice::ReadOnly);
     ::close(ends[1]);
 }
 

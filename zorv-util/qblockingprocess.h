@@ -7,6 +7,7 @@
 #include <QString>
 
 /// A QProcess whose output is read like a file: readLine() waits for the line.
+/// Only readLine() gives output; what QProcess offers for reading finds none.
 /// The process channel mode decides whether standard error is part of the
 /// output; where it is not, it is discarded.
 class QBlockingProcess : public QProcess
@@ -18,7 +19,8 @@ public:
     ~QBlockingProcess() override;
 
     /// Starts a command line, split as QProcess::startCommand() splits it. A
-    /// failure shows as with QProcess: waitForStarted() is false.
+    /// failure, an empty command being one, shows as with QProcess:
+    /// waitForStarted() is false.
     void startCommand(const QString& command);
 
     /// The next line of the output, with its line end where it has one. Waits,

@@ -22,7 +22,7 @@ bool firstIsLoopback(const QList<QHostAddress>& addresses)
     return !addresses.isEmpty() && isLoopback(addresses.first());
 }
 
-QList<QHostAddress> withoutLoopback(const QList<QHostAddress>& addresses)
+QList<QHostAddress> byFamilyWithoutLoopback(const QList<QHostAddress>& addresses)
 {
     QList<QHostAddress> result;
     for (const auto family : addressFamilies) {
@@ -64,7 +64,7 @@ template <typename List> bool haveCommonEntry(const List& list1, const List& lis
 
 QHostAddress specialLoopbackAddress(int index)
 {
-    return QHostAddress(specialLoopbackPrefix + QString::number(index + 1));
+    return QHostAddress(specialLoopbackPrefix + QString::number(qint64(index) + 1));
 }
 
 bool isSpecialLoopbackAddress(const QHostAddress& address)
@@ -177,7 +177,7 @@ QList<QHostAddress> resolveHostNamesAndAddresses(const QStringList& hostNamesAnd
 
 QList<QHostAddress> hostAddresses(const QString& hostName)
 {
-    return withoutLoopback(lookUpHost(hostName).addresses());
+    return byFamilyWithoutLoopback(lookUpHost(hostName).addresses());
 }
 
 QStringList hostNameAndAddresses(const QString& hostName)
@@ -188,6 +188,6 @@ QStringList hostNameAndAddresses(const QString& hostName)
     if (info.hostName() != hostName && !isLoopback(info)) {
         names += info.hostName();
     }
-    const QStringList addresses = texts(withoutLoopback(info.addresses()));
+    const QStringList addresses = texts(byFamilyWithoutLoopback(info.addresses()));
     return preferIPAddresses ? addresses + names : names + addresses;
 }

@@ -20,8 +20,9 @@ QList<QList<QNetworkAddressEntry>> interfaceEntries(const QString& filter)
         const int ethernetPass = interface.name().startsWith(QLatin1String("eth")) ? 0 : 2;
         const QList<QNetworkAddressEntry> entries = interface.addressEntries();
         for (const QNetworkAddressEntry& entry : entries) {
-            if (!isLoopback(entry.ip())) {
-                const bool v6 = entry.ip().protocol() == QAbstractSocket::IPv6Protocol;
+            const auto family = entry.ip().protocol();
+            const bool v6 = family == QAbstractSocket::IPv6Protocol;
+            if ((v6 || family == QAbstractSocket::IPv4Protocol) && !isLoopback(entry.ip())) {
                 passes[ethernetPass + (v6 ? 1 : 0)] += entry;
             }
         }

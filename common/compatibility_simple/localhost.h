@@ -3,9 +3,10 @@
 // Names and addresses are gathered afresh at every call, from the resolver and
 // from the kernel's list of interfaces; the calling thread waits for the
 // look-ups. The setting NETWORK_INTERFACES, names with commas between them,
-// restricts the interfaces. Ethernet interfaces ("eth...") come before others,
-// IPv4 before IPv6. No list holds a loopback or link-local address of an
-// interface.
+// restricts the interfaces, not what the resolver answers. Ethernet interfaces
+// ("eth...") come before others, IPv4 before IPv6. No list holds a loopback or
+// link-local address of an interface; link-local addresses of the resolver may
+// be there.
 
 #pragma once
 

@@ -225,9 +225,7 @@ QStringList sc_helper_exec(const QString& command, bool merge, bool quiet, const
 {
     QBlockingProcess process;
     process.setProcessChannelMode(merge ? QProcess::MergedChannels : QProcess::SeparateChannels);
-    if (!inputFile.isEmpty()) {
-        process.setStandardInputFile(inputFile);
-    }
+    process.setStandardInputFile(inputFile.isEmpty() ? QProcess::nullDevice() : inputFile);
     process.startCommand(command);
     if (!process.waitForStarted(waitMs)) {
         if (!quiet) {

@@ -65,10 +65,11 @@ int sc_kill(pid_t pid, int signo);
 
 /// Runs a command line (split as QProcess splits it) and returns the lines of
 /// its standard output, without their line ends. `merge` adds its standard
-/// error; its standard input is `inputFile` unless that is empty. `waitMs` bounds
-/// the start and, once the output has ended, the wait for the end of the
-/// command, which is then killed. A command that does not start gives an empty
-/// list and, unless `quiet`, a warning.
+/// error, which is discarded otherwise; its standard input is `inputFile`, the
+/// null device when that is empty. `waitMs` bounds the start and, once the output
+/// has ended, the wait for the end of the command, which is then killed, with a
+/// warning from QProcess. A command that does not start gives an empty list and,
+/// unless `quiet`, a warning.
 QStringList sc_helper_exec(const QString& command, bool merge, bool quiet, const QString& inputFile,
                            int waitMs = 30000);
 

@@ -9,11 +9,23 @@
 
 namespace {
 
+QHostAddress toHostAddress(const sockaddr* socketAddress)
+{
+    QHostAddress address(socketAddress);
+    if (address.protocol() == QAbstractSocket::IPv6Protocol) {
+        const auto scope = reinterpret_cast<const sockaddr_in6*>(socketAddress)->sin6_scope_id;
+        if (scope != 0) {
+            address.setScopeId(QString::number(scope));
+        }
+    }
+    return address;
+}
+
 QList<QHostAddress> addressesOf(const addrinfo* results)
 {
     QList<QHostAddress> addresses;
     for (const addrinfo* result = results; result; result = result->ai_next) {
-        const QHostAddress address(result->ai_addr);
+        const QHostAddress address = toHostAddress(result->ai_addr);
         if (!address.isNull() && !addresses.contains(address)) {
             addresses += address;
         }
@@ -64,7 +76,8 @@ QHostInfo lookUpAddress(const QString& text, const QHostAddress& address)
     const socklen_t length = toSocketAddress(address, &storage);
     char name[NI_MAXHOST];
     if (getnameinfo(reinterpret_cast<const sockaddr*>(&storage), length, name, sizeof name, nullptr,
-                    0, NI_NAMEREQD) == 0) {
+                    0, NI_NAMEREQD) == 0 &&
+        *name) {
         info.setHostName(QString::fromLocal8Bit(name));
     }
     return info;

@@ -10,10 +10,10 @@
 /// long that may take is the system's business, see resolv.conf(5).
 ///
 /// For a name: hostName() is its canonical form, addresses() are all its
-/// addresses, IPv4 and IPv6, in the resolver's order. For the text of an
-/// address: hostName() is the name that a reverse look-up finds, or the text
-/// itself, addresses() is that address. A look-up that fails gives the text as
-/// hostName() and no addresses.
+/// addresses, IPv4 and IPv6 whether or not this host has IPv6, in the resolver's
+/// order. For the text of an address: hostName() is the name that a reverse
+/// look-up finds, or the text itself, addresses() is that address. A look-up
+/// that fails gives the text as hostName() and no addresses.
 QHostInfo lookUpHost(const QString& nameOrAddress);
 
 /// The address that a text is, null for all other texts. The text of an IPv4

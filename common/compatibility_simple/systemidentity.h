@@ -7,8 +7,9 @@
 enum Endianness { ENDIAN_UNKNOWN, ENDIAN_BIG, ENDIAN_LITTLE, ENDIAN_HETEROGENEOUS };
 
 /// One line on the operating system, for logs and reports: what lsb_release says,
-/// else what the distribution's file in /etc says, else the kernel's name.
-/// Found out once in a process.
+/// else what the distribution's file in /etc says, else the kernel's name;
+/// elsewhere than on Linux the kernel's name, release and machine. Found out
+/// once in a process.
 QString sc_uname();
 /// The processor architecture as the kernel reports it, see uname(2).
 QString sc_arch();
@@ -17,9 +18,9 @@ QString sc_subArch();
 
 bool sc_isCray();
 
-// The Blue Gene tests are answered once in a process, whatever the environment
-// does later. A Blue Gene/Q may be pretended by setting FAKE_BLUEGENE to "q" or
-// "bgq".
+// sc_isFakeBluegene(), sc_isBluegeneQNode() and sc_isBluegeneQ() are each
+// answered once in a process, whatever the environment does later. A Blue Gene/Q
+// may be pretended by setting FAKE_BLUEGENE to "q" or "bgq".
 
 /// The setting FAKE_BLUEGENE, as a text and as a switch.
 QString sc_fakeBluegene();

@@ -121,7 +121,7 @@ struct TextKind
 struct PathKind
 {
     using Value = QString;
-    // The default is the caller\'s of the moment.
+    // The default is the caller's of the moment.
     static constexpr bool RemembersAbsent = false;
     static QString convert(const char* value);
 };

@@ -1,4 +1,4 @@
-// Counts the look-ups that a test program makes.
+// Records the look-ups that a test program makes.
 
 #include "tests/support/lookups.h"
 
@@ -6,6 +6,14 @@
 
 int forwardLookups = 0;
 int reverseLookups = 0;
+QStringList lookedUpNames;
+
+void resetLookups()
+{
+    forwardLookups = 0;
+    reverseLookups = 0;
+    lookedUpNames.clear();
+}
 
 extern "C" {
 
@@ -18,6 +26,7 @@ int __wrap_getaddrinfo(const char* node, const char* service, const addrinfo* hi
                        addrinfo** results)
 {
     ++forwardLookups;
+    lookedUpNames += QString::fromLocal8Bit(node);
     return __real_getaddrinfo(node, service, hints, results);
 }
 

@@ -31,10 +31,11 @@ void check(bool ok, const char* what)
     }
 }
 
-void write(const char* path, const std::string& text)
+// The kernel takes or refuses the text when the file is closed.
+bool write(const char* path, const std::string& text)
 {
     FILE* const file = fopen(path, "we");
-    check(file && fputs(text.c_str(), file) >= 0 && fclose(file) == 0, path);
+    return file && fputs(text.c_str(), file) >= 0 && fclose(file) == 0;
 }
 
 void bindMount(const fs::path& from, const fs::path& to)
@@ -50,7 +51,6 @@ void mountEmpty(const fs::path& path)
 // A root directory of our own with the machine's directories in it.
 void enterOwnRoot()
 {
-    check(mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0, "mount");
     const fs::path root = "/mnt";
     const fs::path workingDirectory = fs::current_path();
     // What is mounted below /mnt is still to be found in the new root.
@@ -79,13 +79,14 @@ bool Namespace::enter()
 {
     const std::string ids[] = {"0 " + std::to_string(geteuid()) + " 1",
                                "0 " + std::to_string(getegid()) + " 1"};
-    if (unshare(CLONE_NEWUSER | CLONE_NEWNET | CLONE_NEWNS | CLONE_NEWUTS) == -1) {
+    // A container may allow the first steps and refuse the later ones.
+    if (unshare(CLONE_NEWUSER | CLONE_NEWNET | CLONE_NEWNS | CLONE_NEWUTS) == -1 ||
+        !write("/proc/self/setgroups", "deny") || !write("/proc/self/uid_map", ids[0]) ||
+        !write("/proc/self/gid_map", ids[1]) ||
+        mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == -1) {
         perror("No namespaces here");
         return false;
     }
-    write("/proc/self/setgroups", "deny");
-    write("/proc/self/uid_map", ids[0]);
-    write("/proc/self/gid_map", ids[1]);
     enterOwnRoot();
     return true;
 }

@@ -30,8 +30,8 @@ void writeFile(const QString& path, const QByteArray& content, int mode = 0644);
 /// Runs a command, split at blanks; aborts when it fails.
 void run(const QString& command);
 
-/// Gives the host its name, the resolver these lines as its only source, and
-/// the order of answers that the lines have.
+/// Gives the host its name, and the resolver these lines as its only source. The
+/// order of the answers is the resolver's (RFC 6724), not that of the lines.
 void setHosts(const QByteArray& hostName, const QByteArray& hostsFile);
 
 } // namespace Namespace

@@ -12,7 +12,12 @@
 //   --cat                copies standard input to standard output, to its end
 //   --append FILE        appends its process id as a line to FILE
 //   --wait-file FILE     waits until FILE exists
+//   --restart-again DIR  asks for a restart through the session directory DIR and
+//                        writes a record of 64 bytes to DIR/restarts, what its
+//                        parent uses and a digest of what it has from it, until
+//                        there are as many records as the variable RESTARTS says
 //   --sleep              waits for a signal that ends it
+//   --fork-exit          leaves a child behind that ends at once
 //   --fork-sleep         leaves a child behind that holds the streams for a minute
 //   --record FILE        writes its arguments to FILE, each with a NUL byte
 //   --record-state FILE  writes what it has from its parent to FILE, as lines
@@ -28,7 +33,10 @@
 #include <cstring>
 #include <dirent.h>
 #include <fcntl.h>
+#include <filesystem>
+#include <fstream>
 #include <functional>
+#include <iomanip>
 #include <iterator>
 #include <map>
 #include <sstream>
@@ -102,7 +110,7 @@ std::string descriptors()
     return text;
 }
 
-void recordState(const std::string& file)
+std::string inheritedState()
 {
     sigset_t mask;
     sigprocmask(SIG_SETMASK, nullptr, &mask);
@@ -125,7 +133,42 @@ void recordState(const std::string& file)
     for (char** variable = environ; *variable; ++variable) {
         state += std::string("variable ") + *variable + "\n";
     }
-    writeFile(file, state);
+    return state;
+}
+
+// The number after `key` in a process's status file.
+long statusNumber(pid_t pid, const std::string& key)
+{
+    std::ifstream file("/proc/" + std::to_string(pid) + "/status");
+    std::string line;
+    while (std::getline(file, line) && line.compare(0, key.size(), key) != 0) {
+    }
+    return line.empty() ? -1 : std::stol(line.substr(key.size()));
+}
+
+void restartAgain(const std::string& directory)
+{
+    const pid_t parent = getppid();
+    const std::string fds = "/proc/" + std::to_string(parent) + "/fd";
+    const auto descriptorCount = std::distance(std::filesystem::directory_iterator(fds), {});
+    std::string state = inheritedState();
+    for (const std::string& argument : allArguments) {
+        state += argument + '\0';
+    }
+    std::ostringstream record;
+    record << std::setw(10) << descriptorCount << ' ' << std::setw(10)
+           << statusNumber(parent, "Threads:") << ' ' << std::setw(10)
+           << statusNumber(parent, "VmRSS:") << ' ' << std::setw(30)
+           << std::hash<std::string>()(state) << '\n';
+    const std::string records = directory + "/restarts";
+    const int fd = open(records.c_str(), O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+    writeAll(fd, record.str());
+    const off_t written = lseek(fd, 0, SEEK_END) / 64;
+    close(fd);
+    unlink((directory + "/restart-hold").c_str());
+    if (written < atol(getenv("RESTARTS"))) {
+        close(open((directory + "/restart").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
+    }
 }
 
 std::string signalFile;
@@ -181,6 +224,12 @@ void record(const std::string& file)
 const std::map<std::string, std::function<void()>> plainActions = {
     {"--cat", cat},
     {"--close-output", [] { close(STDOUT_FILENO), close(STDERR_FILENO); }},
+    {"--fork-exit",
+     [] {
+         if (fork() == 0) {
+             _exit(0);
+         }
+     }},
     {"--fork-sleep", forkAndSleep},
     {"--sleep",
      [] {
@@ -206,7 +255,8 @@ const std::map<std::string, std::function<void(const std::string&)>> actionsWith
              signal(signo, recordSignal);
          }
      }},
-    {"--record-state", recordState},
+    {"--record-state", [](const std::string& value) { writeFile(value, inheritedState()); }},
+    {"--restart-again", restartAgain},
     {"--signal", [](const std::string& value) { raise(std::stoi(value)); }},
     {"--wait-file", waitForFile},
 };
