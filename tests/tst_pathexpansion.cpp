@@ -15,12 +15,23 @@
 
 static int compileCount = 0;
 
-// Stands before the library's own, so that Qt's compilations are counted.
+// Qt's compilations are counted: the linker puts the counter before a static
+// library's function, the loader before that of a shared one.
+#ifdef QT_STATIC
+extern "C" void* __real_pcre2_compile_16(const char16_t* pattern, size_t length, uint32_t options,
+                                         int* error, size_t* offset, void* context);
+#define pcre2_compile_16 __wrap_pcre2_compile_16
+#endif
+
 extern "C" void* pcre2_compile_16(const char16_t* pattern, size_t length, uint32_t options,
                                   int* error, size_t* offset, void* context)
 {
+#ifdef QT_STATIC
+    constexpr auto original = __real_pcre2_compile_16;
+#else
     using Compile = void*(const char16_t*, size_t, uint32_t, int*, size_t*, void*);
     static auto* const original = reinterpret_cast<Compile*>(dlsym(RTLD_NEXT, "pcre2_compile_16"));
+#endif
     ++compileCount;
     return original(pattern, length, options, error, offset, context);
 }
