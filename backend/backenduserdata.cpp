@@ -137,6 +137,7 @@ bool BackendUserData::load(const BackendOptions& options)
     if (!tarballEnv.isEmpty()) {
         setTarball(tarballEnv);
     }
+    mUseSessionCookies = true;
     if (envFlag("NO_SESSION_COOKIE")) {
         doNotUseCookies();
     }
