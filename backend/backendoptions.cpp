@@ -36,6 +36,7 @@ BackendOptions BackendOptions::selectiveCopy() const
     copy.mVerbose = mVerbose;
     copy.mProgress = mProgress;
     copy.mSharedDirectory = mSharedDirectory;
+    copy.mSharedDirectoryOption = mSharedDirectoryOption;
     copy.mFrontendHostName = mFrontendHostName;
     copy.mSessionFileName = mSessionFileName;
     copy.mSession = mSession;
@@ -62,7 +63,7 @@ Options::ParseResult BackendOptions::parseOption(const QString& option,
         {"--zorvprogress", "-progress --progress", &B::mProgress, forwarded},
         {"--zorvlog", "-log --log", &B::mLogFileName},
         {"--zorvclientlog", "-clientlog --clientlog", &B::mClientLogFileName},
-        {"--zorvshareddirectory", "-s -shareddirectory --shareddirectory", &B::mSharedDirectory, forwarded},
+        {"--zorvshareddirectory", "-s -shareddirectory --shareddirectory", &B::mSharedDirectory, forwarded, &B::noteSharedDirectory},
         {"--zorvreplay", "-p -replay --replay", &B::mReplayFileName},
         {"--zorvhost", "-zorvhost --host -host", &B::mFrontendHostName, forwarded},
         {"--zorvsessionfile", "-zorvsessionfile --sessionfile -sessionfile", &B::mSessionFileName, forwarded},
@@ -83,4 +84,9 @@ void BackendOptions::preferMyName(bool)
     names.removeAll(mMyName);
     names.prepend(mMyName);
     mMyNamesAndAddresses = names;
+}
+
+void BackendOptions::noteSharedDirectory(bool)
+{
+    mSharedDirectoryOption = true;
 }

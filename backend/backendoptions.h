@@ -33,6 +33,8 @@ public:
     QString getLogFileName() const { return mLogFileName; }
     QString getClientLogFileName() const { return mClientLogFileName; }
     QString getSharedDirectory() const { return mSharedDirectory; }
+    /// Whether it is an option that gave it, not the setting.
+    bool isSharedDirectoryOption() const { return mSharedDirectoryOption; }
     QString getReplayFileName() const { return mReplayFileName; }
     QString sessionFileName() const { return mSessionFileName; }
     QString sessionCookie() const { return mSessionCookie; }
@@ -66,6 +68,7 @@ protected:
 
 private:
     void preferMyName(bool isLastArgument);
+    void noteSharedDirectory(bool isLastArgument);
 
     mutable std::optional<QStringList> mMyNamesAndAddresses;
     QStringList mBackendArguments;
@@ -79,6 +82,7 @@ private:
     QString mTarballFileName;
     int mSession = 0;
     int mPort = 0;
+    bool mSharedDirectoryOption = false;
     bool mNoSessionCookie = false;
     bool mProgress = false;
     bool mWaitForTopologyFile = false;

@@ -68,87 +68,109 @@ bool writeNewFile(const QString& fileName, const QByteArray& content)
 
 } // namespace
 
+std::optional<int> BackendUserData::numberFrom(const QString& setting)
+{
+    bool parses = false;
+    const int number = setting.toInt(&parses);
+    return parses ? std::optional<int>(number) : std::nullopt;
+}
+
+unsigned int BackendUserData::portOfSession(int session)
+{
+    return static_cast<quint32>(session) + portOfSessionZero;
+}
+
 bool BackendUserData::load(const BackendOptions& options)
 {
     // The installation's own session comes first, so that all else overrides it.
+    mSource = Source::GlobalFile;
     UserData::load(getGlobalFile(), QString());
 
     // Which session file is to be read: what the environment says, then what the
     // options say, then the usual place for the host and session known so far.
-    mSessionFileName = envPath("SESSION_FILE");
-    const QString sessionEnv = envString("SESSION");
+    mSource = Source::Environment;
+    setSessionFileName(envPath("SESSION_FILE"));
     const QString hostEnv = envString("HOST");
+    const std::optional<int> sessionEnv = numberFrom(envString("SESSION"));
     if (!hostEnv.isEmpty()) {
         setHosts(hostEnv);
     }
-    setSession(sessionEnv);
+    if (sessionEnv) {
+        setSession(*sessionEnv);
+    }
+    mSource = Source::Option;
     if (!options.frontendHostNamesAndAddresses().isEmpty()) {
         setHosts(options.frontendHostNamesAndAddresses());
     }
     if (!options.sessionFileName().isEmpty()) {
-        mSessionFileName = options.sessionFileName();
+        setSessionFileName(options.sessionFileName());
     }
+    if (options.session() != 0) {
+        setSession(options.session());
+    }
+    mSource = options.isSharedDirectoryOption() ? Source::Option : Source::Environment;
     if (!options.getSharedDirectory().isEmpty()) {
         setSharedDirectoryFrom(options.getSharedDirectory());
     }
-    if (options.session() != 0) {
-        mSession = options.session();
-    }
+    mSource = Source::Derived;
     if (mSessionFileName.isEmpty()) {
-        mSessionFileName = getSessionFile(mSession, false);
+        setSessionFileName(getSessionFile(mSession, false));
     }
 
     // The environment, again where options had their say above.
-    const QString portEnv = envString("PORT");
+    mSource = Source::Environment;
+    const std::optional<int> portEnv = numberFrom(envString("PORT"));
     const QString cookieEnv = envString("SESSION_COOKIE");
+    const QString tarballEnv = envPath("TARBALL");
     if (!hostEnv.isEmpty()) {
         setHosts(hostEnv);
     }
-    setSession(sessionEnv);
+    if (sessionEnv) {
+        setSession(*sessionEnv);
+    }
     if (!cookieEnv.isEmpty()) {
-        mSessionCookie = cookieEnv;
+        setCookie(cookieEnv);
     }
-    bool portParses = false;
-    const int portNumber = portEnv.toInt(&portParses);
-    if (portParses) {
-        port = static_cast<quint32>(portNumber);
-        mExplicitPort = true;
+    if (portEnv) {
+        setExplicitPort(*portEnv);
     }
-    const QString tarballEnv = envPath("TARBALL");
     if (!tarballEnv.isEmpty()) {
-        mTarballFileName = tarballEnv;
+        setTarball(tarballEnv);
     }
-    mUseSessionCookies = !envFlag("NO_SESSION_COOKIE");
+    mUseSessionCookies = true;
+    if (envFlag("NO_SESSION_COOKIE")) {
+        doNotUseCookies();
+    }
 
-    // The session file.
+    mSource = Source::SessionFile;
     UserData::load(mSessionFileName, QString());
 
-    // The options.
+    mSource = Source::Option;
     if (!options.frontendHostNamesAndAddresses().isNull()) {
         setHosts(options.frontendHostNamesAndAddresses());
     }
     if (options.port() != 0) {
-        port = static_cast<quint32>(options.port());
-        mExplicitPort = true;
+        setExplicitPort(options.port());
     }
     if (!options.sessionCookie().isNull()) {
-        mSessionCookie = options.sessionCookie();
+        setCookie(options.sessionCookie());
     }
     if (options.session() != 0) {
-        mSession = options.session();
+        setSession(options.session());
     }
     if (options.isNoSessionCookie()) {
-        mUseSessionCookies = false;
+        doNotUseCookies();
     }
     if (!options.tarballFileName().isNull()) {
-        mTarballFileName = options.tarballFileName();
+        setTarball(options.tarballFileName());
     }
 
-    // What follows from the rest.
+    mSource = Source::Derived;
     completePortAndSession();
     if (mSharedDirectory.isEmpty() &&
         QFileInfo(mSessionFileName).fileName() == QLatin1String("session")) {
-        mSharedDirectory = mSessionFileName;
+        setSharedDirectory(mSessionFileName);
+        took(SharedDirectory);
     }
     return isValid();
 }
@@ -156,32 +178,63 @@ bool BackendUserData::load(const BackendOptions& options)
 void BackendUserData::setHosts(const QString& commaSeparated)
 {
     hostNamesAndAddresses = commaSeparated.split(QLatin1Char(','));
+    took(Hosts);
 }
 
-void BackendUserData::setSession(const QString& number)
+void BackendUserData::setExplicitPort(int number)
 {
-    bool parses = false;
-    const int session = number.toInt(&parses);
-    if (parses) {
-        mSession = session;
-    }
+    port = static_cast<quint32>(number);
+    mExplicitPort = true;
+    took(Port);
+}
+
+void BackendUserData::setSession(int number)
+{
+    mSession = number;
+    took(Session);
+}
+
+void BackendUserData::setCookie(const QString& cookie)
+{
+    mSessionCookie = cookie;
+    took(Cookie);
+}
+
+void BackendUserData::doNotUseCookies()
+{
+    mUseSessionCookies = false;
+    took(CookieUse);
+}
+
+void BackendUserData::setTarball(const QString& fileName)
+{
+    mTarballFileName = fileName;
+    took(Tarball);
+}
+
+void BackendUserData::setSessionFileName(const QString& fileName)
+{
+    mSessionFileName = fileName;
+    took(SessionFileName);
 }
 
 void BackendUserData::setSharedDirectoryFrom(const QString& directory)
 {
     const QString expanded = expandVars(directory);
     const QString canonical = QFileInfo(expanded).canonicalFilePath();
-    mSharedDirectory = canonical.isEmpty() ? expanded : canonical;
+    setSharedDirectory(canonical.isEmpty() ? expanded : canonical);
+    took(SharedDirectory);
 }
 
 void BackendUserData::completePortAndSession()
 {
     if (mSession == -1) {
         if (port > portOfSessionZero && port <= portOfSessionZero + highestNumberedSession) {
-            mSession = static_cast<int>(port) - portOfSessionZero;
+            setSession(static_cast<int>(port) - portOfSessionZero);
         }
     } else if (port == 0) {
-        port = static_cast<quint32>(mSession) + portOfSessionZero;
+        port = portOfSession(mSession);
+        took(Port);
     }
 }
 

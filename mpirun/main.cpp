@@ -2,22 +2,19 @@
 // launcher, stays its parent, and restarts it when the front end asks.
 
 #include "mpirun/emptyfile.h"
+#include "mpirun/installation.h"
 #include "mpirun/launchcontext.h"
 #include "mpirun/restartableprocess.h"
 #include "mpirun/restartwatcher.h"
 
 #include "backend/backenduserdata.h"
-#include "branding/filenames.h"
 #include "common/compatibility_simple/stacklimit.h"
 #include "common/logger.h"
 #include "common/mlib.h"
-#include "common/talvoraglobals.h"
 #include "zorv-debugger/zorvdebuggeroptions.h"
 
 #include <QCoreApplication>
-#include <QDir>
 #include <QFile>
-#include <QFileInfo>
 #include <QHostInfo>
 
 #include <atomic>
@@ -64,15 +61,6 @@ void installSignalHandlers()
 {
     for (int signo : handledSignals) {
         signal(signo, sighandler);
-    }
-}
-
-void chooseInstallationLayout(const QFileInfo& applicationDir)
-{
-    if (applicationDir.fileName() == QLatin1String("bin")) {
-        TalvoraGlobals::instance()->setLocationsFromInstallPath(QDir(applicationDir.path()).path());
-    } else {
-        TalvoraGlobals::instance()->setLocationsAsFlatPath(applicationDir.filePath());
     }
 }
 
@@ -139,8 +127,7 @@ int main(int argc, char** argv)
     QCoreApplication app(argc, argv);
 
     // 3. The installation that this executable belongs to.
-    const QFileInfo applicationDir(QCoreApplication::applicationDirPath());
-    chooseInstallationLayout(applicationDir);
+    chooseInstallationLayout();
 
     // 4. The log, the command line, and the session that they belong to.
     openLog();
@@ -161,8 +148,7 @@ int main(int argc, char** argv)
     context.releaseSignals();
 
     // 5. The helper and its arguments.
-    const QString path =
-        QDir(TalvoraGlobals::instance()->binPath()).filePath(FileName::zorvDebugger);
+    const QString path = helperPath();
     RestartableProcess process;
     QStringList arguments(QStringLiteral("--zorvmpirun"));
     arguments += QCoreApplication::arguments().mid(1);

@@ -83,6 +83,16 @@ QList<QHostAddress> sc_localhostAddresses()
                                                    : QHostAddress::LocalHost)};
 }
 
+QStringList localHostInterfaces()
+{
+    QStringList names;
+    const QList<QNetworkInterface> interfaces = filteredInterfaces(envString("NETWORK_INTERFACES"));
+    for (const QNetworkInterface& interface : interfaces) {
+        names += interface.name();
+    }
+    return names;
+}
+
 QList<QHostAddress> localHostAddresses()
 {
     return localHostAddresses(sc_hostname());

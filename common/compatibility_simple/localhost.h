@@ -25,6 +25,9 @@ QString sc_localhost();
 /// The same as addresses; looked up, and possibly none, for the setting.
 QList<QHostAddress> sc_localhostAddresses();
 
+/// The names of the interfaces that are looked at, in the kernel's order.
+QStringList localHostInterfaces();
+
 /// This host's addresses, best first: those of its name, then its interfaces'.
 QList<QHostAddress> localHostAddresses();
 /// This host's names and the texts of its addresses, best first. Makes one
