@@ -53,7 +53,8 @@ public:
     QStringList backendArguments(bool withMyName) const;
 
     /// The options of a process that this one starts for the same session: all
-    /// but the log files, the names, the replay file, and what is forwarded.
+    /// but the log files, the names, the replay file, being the root, and what is
+    /// forwarded.
     BackendOptions selectiveCopy() const;
 
 protected:

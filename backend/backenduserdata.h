@@ -40,7 +40,8 @@ public:
     /// permission bits 0600, whatever the umask, and takes the place of what
     /// was there, a link included, in one step: a reader finds all of the old
     /// one or all of the new. False when it could not be written; there is no
-    /// file of that name then.
+    /// file of that name then, unless it is one that this user may not remove. A
+    /// "latest" link that cannot be replaced keeps leading where it led.
     [[nodiscard]] bool save(const QString& fileName);
 
 private:

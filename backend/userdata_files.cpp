@@ -147,7 +147,7 @@ QString UserData::getRestartFileName(const QString& suffix) const
     if (!suffix.isNull()) {
         name += QLatin1Char('-') + suffix;
     }
-    return joined(getSessionDirectory(false), name);
+    return QDir(getSessionDirectory(false)).filePath(name);
 }
 
 QString UserData::getSessionUniqueId() const

@@ -42,7 +42,8 @@ bool isOurChild(pid_t child)
 }
 
 // Takes the marker away, passes the signal on, and lets it end the launcher.
-// Only calls that are safe in a handler, see signal-safety(7).
+// Only calls that are safe in a handler, see signal-safety(7); waitid(2), which
+// that page leaves out, is a plain system call.
 void sighandler(int signo)
 {
     const int savedErrno = errno;
