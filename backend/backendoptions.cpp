@@ -3,21 +3,13 @@
 #include "backend/backendoptions.h"
 
 #include "backend/optiontable.h"
-#include "common/compatibility_simple/localhost.h"
+#include "common/compatibility_simple/hostname.h"
 #include "common/env/zorvenv.h"
 
 BackendOptions::BackendOptions()
     : mMyFallbackName(sc_hostname())
     , mSharedDirectory(envString("SHARED_DIRECTORY"))
 {
-}
-
-QStringList BackendOptions::myNamesAndAddresses() const
-{
-    if (!mMyNamesAndAddresses) {
-        mMyNamesAndAddresses = localHostNamesAndAddresses();
-    }
-    return *mMyNamesAndAddresses;
 }
 
 QStringList BackendOptions::backendArguments(bool withMyName) const
@@ -80,10 +72,7 @@ Options::ParseResult BackendOptions::parseOption(const QString& option,
 
 void BackendOptions::preferMyName(bool)
 {
-    QStringList names = myNamesAndAddresses();
-    names.removeAll(mMyName);
-    names.prepend(mMyName);
-    mMyNamesAndAddresses = names;
+    mPreferredNames += mMyName;
 }
 
 void BackendOptions::noteSharedDirectory(bool)

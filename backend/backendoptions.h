@@ -71,7 +71,9 @@ private:
     void preferMyName(bool isLastArgument);
     void noteSharedDirectory(bool isLastArgument);
 
-    mutable std::optional<QStringList> mMyNamesAndAddresses;
+    mutable std::optional<QStringList> mNamesAndAddresses;
+    // In the order in which they were given.
+    QStringList mPreferredNames;
     QStringList mBackendArguments;
     QString mMyName;
     QString mMyFallbackName;

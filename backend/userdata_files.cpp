@@ -4,7 +4,7 @@
 #include "backend/userdata_p.h"
 
 #include "branding/filenames.h"
-#include "common/compatibility_simple/localhost.h"
+#include "common/compatibility_simple/hostname.h"
 #include "common/compatibility_simple/processhelpers.h"
 #include "common/env/zorvenv.h"
 #include "common/talvoraglobals.h"

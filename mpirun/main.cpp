@@ -15,7 +15,7 @@
 
 #include <QCoreApplication>
 #include <QFile>
-#include <QHostInfo>
+#include <QSysInfo>
 
 #include <atomic>
 #include <cerrno>
@@ -68,7 +68,7 @@ void installSignalHandlers()
 void openLog()
 {
     Logger::installQtMsgHandler();
-    const QString suffix = QStringLiteral("-%0").arg(QHostInfo::localHostName());
+    const QString suffix = QStringLiteral("-%0").arg(QSysInfo::machineHostName());
     const QString fileName =
         Logger::logFileName("MPIRUN_LOG", QStringLiteral("zorvmpirun"), suffix);
     if (!fileName.isEmpty()) {

@@ -55,15 +55,6 @@ template <typename List> List withoutLoopback(const List& list)
 
 } // namespace
 
-QString sc_hostname()
-{
-    QString name = QHostInfo::localHostName();
-    if (name.isNull()) {
-        name = qEnvironmentVariable("HOSTNAME");
-    }
-    return name.isNull() ? QStringLiteral("localhost") : name;
-}
-
 QString sc_localhost()
 {
     const QString setting = envString("LOCALHOST");

@@ -10,14 +10,12 @@
 
 #pragma once
 
+#include "common/compatibility_simple/hostname.h"
+
 #include <QHostAddress>
 #include <QList>
 #include <QString>
 #include <QStringList>
-
-/// The system's name of this host, else the variable HOSTNAME, else
-/// "localhost".
-QString sc_hostname();
 
 /// This host as its own processes reach it: the setting LOCALHOST unless that is
 /// empty, else "::1" or "127.0.0.1", as the switch LOCALHOST_IPV6 says.
