@@ -12,5 +12,10 @@ if(NOT EXISTS "${ZORV_STATIC_QT}/lib/cmake/Qt6/Qt6Config.cmake")
 endif()
 list(PREPEND CMAKE_PREFIX_PATH "${ZORV_STATIC_QT}")
 
+# A static Qt would put its plug-ins into every program, and none needs them.
+define_property(TARGET PROPERTY QT_DEFAULT_PLUGINS
+    INITIALIZE_FROM_VARIABLE ZORV_QT_DEFAULT_PLUGINS)
+set(ZORV_QT_DEFAULT_PLUGINS 0)
+
 add_compile_options(-ffunction-sections -fdata-sections)
 add_link_options(-s -Wl,--gc-sections -static-libgcc -static-libstdc++)

@@ -2,6 +2,7 @@
 
 #include "common/logger.h"
 
+#include "common/compatibility_simple/overwrite.h"
 #include "common/compatibility_simple/processhelpers.h"
 #include "common/env/zorvenv.h"
 #include "zorv-util/clock.h"
@@ -20,6 +21,7 @@
 #include <ctime>
 #include <list>
 #include <poll.h>
+#include <unistd.h>
 
 namespace {
 
@@ -59,10 +61,12 @@ void enableMessages(QLoggingCategory* category)
     }
 }
 
+// In one write where there is room for it, and complete where standard error is
+// a terminal that another program has left non-blocking.
 void printLine(const char* message)
 {
-    fprintf(stderr, "%s\n", message);
-    fflush(stderr);
+    const QByteArray line = QByteArray(message) + '\n';
+    blocking_write(STDERR_FILENO, line.constData(), static_cast<size_t>(line.size()));
 }
 
 void plainMsgHandler(QtMsgType, const QMessageLogContext&, const QString& text)
@@ -209,12 +213,14 @@ void installLogMsgHandler(const QString& fileName)
         qWarning("Log file name is empty");
         return;
     }
-    logFile().setFileName(fileName);
-    if (!logFile().open(QIODevice::WriteOnly)) {
-        qCritical("%s: %s", fileName.toLocal8Bit().constData(),
-                  logFile().errorString().toLocal8Bit().constData());
+    QString error;
+    const int fd = openToOverwrite(fileName, Links::FollowedWhenTrusted, &error);
+    if (fd == -1) {
+        qCritical("%s: %s", fileName.toLocal8Bit().constData(), error.toLocal8Bit().constData());
         return;
     }
+    // Fails only for a file that is open already.
+    static_cast<void>(logFile().open(fd, QIODevice::WriteOnly, QFileDevice::AutoCloseHandle));
     addMsgHandler(fileMsgHandler);
 }
 

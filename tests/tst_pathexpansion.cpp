@@ -96,6 +96,7 @@ private Q_SLOTS:
     void expandsVariables();
     void meansTheSameAsOneByOne();
     void largeEnvironment();
+    void expansionThatExplodes();
     void noEnvironmentAtAll();
 };
 
@@ -226,6 +227,21 @@ void PathExpansionTest::largeEnvironment()
     QCOMPARE(expandVars(QStringLiteral("$VARIABLE_4999/${VARIABLE_0}/$VARIABLE_5000")),
              QStringLiteral("value4999/value0/$VARIABLE_5000"));
     QCOMPARE(compileCount, 1);
+}
+
+// Each variable doubles the text, by name and by pattern.
+void PathExpansionTest::expansionThatExplodes()
+{
+    for (const char* name : {"A", "A.?"}) {
+        QByteArrayList environment;
+        for (int i = 0; i < 100; ++i) {
+            environment += QByteArray(name) + "=$A/$A/";
+        }
+        const Environment scope(environment);
+        const QString expanded = expandVars(QStringLiteral("$A/"));
+        QVERIFY(expanded.size() > 65536);
+        QVERIFY(expanded.size() < 4 * 65536);
+    }
 }
 
 void PathExpansionTest::noEnvironmentAtAll()

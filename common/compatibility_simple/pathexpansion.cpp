@@ -12,6 +12,10 @@
 
 namespace {
 
+// Values that refer to each other can double the text with each variable. What
+// has grown beyond this is no path and is expanded no further.
+constexpr qsizetype longestText = 65536;
+
 // A variable's name is taken as a regular expression. Nearly all names have
 // nothing special to those and are searched for as they are.
 bool isLiteralPattern(const QString& name)
@@ -80,8 +84,11 @@ std::vector<Range> patternReferences(const QString& text, const QString& name)
     const QRegularExpression pattern(QStringLiteral("(\\$%1\\b|\\$\\{%2\\})").arg(name, name),
                                      QRegularExpression::UseUnicodePropertiesOption);
     std::vector<Range> references;
-    if (pattern.isValid()) {
-        QRegularExpressionMatchIterator matches = pattern.globalMatch(text);
+    if (pattern.isValid() && text.isValidUtf16()) {
+        // Checked once here, not again for the whole text at each match.
+        QRegularExpressionMatchIterator matches =
+            pattern.globalMatch(text, 0, QRegularExpression::NormalMatch,
+                                QRegularExpression::DontCheckSubjectStringMatchOption);
         while (matches.hasNext()) {
             const QRegularExpressionMatch match = matches.next();
             references.push_back({match.capturedStart(), match.capturedLength()});
@@ -137,7 +144,7 @@ QString expandVars(const QString& text)
     QString result = tildeExpansion(text);
     // There is no list of variables at all after clearenv(3).
     if (environ && result.contains(QLatin1Char('$'))) {
-        for (char** entry = environ; *entry; ++entry) {
+        for (char** entry = environ; *entry && result.size() <= longestText; ++entry) {
             const char* equals = strchr(*entry, '=');
             if (!equals) {
                 continue;
