@@ -19,3 +19,5 @@ set(ZORV_QT_DEFAULT_PLUGINS 0)
 
 add_compile_options(-ffunction-sections -fdata-sections)
 add_link_options(-s -Wl,--gc-sections -static-libgcc -static-libstdc++)
+# No library to be looked for, no place to look.
+set(CMAKE_INSTALL_RPATH "")
