@@ -13,6 +13,7 @@
 #include <poll.h>
 #include <spawn.h>
 #include <sstream>
+#include <sys/resource.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -165,29 +166,32 @@ Run::Run(const Words& command, const Variables& variables, int input, int output
     posix_spawn_file_actions_destroy(&actions);
 }
 
-void Run::finish(bool mustSucceed)
+double Run::finish(bool mustSucceed)
 {
     const bool inTime = endsInTime(mPid);
     if (!inTime) {
         kill(mPid, SIGKILL);
     }
     int status;
-    while (waitpid(mPid, &status, 0) == -1) {
+    rusage usage;
+    while (wait4(mPid, &status, 0, &usage) == -1) {
         if (errno != EINTR) {
-            fail("waitpid");
+            fail("wait4");
         }
     }
     if (!inTime || (mustSucceed && status != 0)) {
         fprintf(stderr, "%s: %s\n", mName.c_str(), inTime ? "failed" : "did not end");
         exit(1);
     }
+    return double(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) * 1e6 +
+           double(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec);
 }
 
-double timeOf(const Words& command, const Variables& variables)
+Cost costOf(const Words& command, const Variables& variables)
 {
     using Clock = std::chrono::steady_clock;
     const Clock::time_point start = Clock::now();
     Run run(command, variables);
-    run.finish();
-    return std::chrono::duration<double, std::micro>(Clock::now() - start).count();
+    const double processor = run.finish();
+    return {std::chrono::duration<double, std::micro>(Clock::now() - start).count(), processor};
 }

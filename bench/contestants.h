@@ -59,17 +59,26 @@ public:
     Run(const Words& command, const Variables& variables, int input = -1, int output = -1);
 
     pid_t pid() const { return mPid; }
-    /// Waits for the end. A run that takes longer than half a minute, or one whose
+    /// Waits for the end; the microseconds of processor time that it and what it
+    /// waited for took. A run that takes longer than half a minute, or one whose
     /// status is not 0, ends this program when it was to succeed.
-    void finish(bool mustSucceed = true);
+    double finish(bool mustSucceed = true);
 
 private:
     std::string mName;
     pid_t mPid;
 };
 
-/// Runs to the end; the microseconds from before the start to after the end.
-double timeOf(const Words& command, const Variables& variables);
+/// What a run took, in microseconds: from before its start to after its end, and of
+/// the processors.
+struct Cost
+{
+    double elapsed;
+    double processor;
+};
+
+/// Runs to the end.
+Cost costOf(const Words& command, const Variables& variables);
 
 /// The program's PATH entry, or an empty string.
 std::string findProgram(const std::string& name);

@@ -47,7 +47,7 @@ Request parseRequest(int argc, char** argv)
 
 Report measure(const std::vector<Contestant>& contestants, const Scratch& scratch, long rounds)
 {
-    const std::vector<Spread> launches = measureLaunches(contestants, scratch, rounds);
+    const std::vector<LaunchSpread> launches = measureLaunches(contestants, scratch, rounds);
     const std::vector<Idle> idle = observeIdle(contestants, scratch);
     Report report;
     std::vector<Contestant> restarting;

@@ -9,6 +9,8 @@
 #include <cstdio>
 #include <fstream>
 #include <functional>
+#include <numeric>
+#include <random>
 
 namespace {
 
@@ -34,18 +36,22 @@ Spread spreadOf(std::vector<double> values)
     return {at(0.25), at(0.5), at(0.75), values.size()};
 }
 
-// Each measure once in every round, so that what else happens on the machine
-// meets all of them alike.
+// Each measure once in every round, in a new order, so that what else happens on
+// the machine meets all of them alike.
 std::vector<Spread> alternate(const std::vector<std::function<double()>>& measures, size_t rounds,
                               Clock::duration time)
 {
     std::vector<std::vector<double>> values(measures.size());
+    std::vector<size_t> order(measures.size());
+    std::iota(order.begin(), order.end(), 0);
+    std::mt19937 random(1);
     const Clock::time_point end = Clock::now() + time;
     for (size_t round = 0; round < rounds; ++round) {
         if (round >= fewestRounds && Clock::now() > end) {
             break;
         }
-        for (size_t i = 0; i < measures.size(); ++i) {
+        std::shuffle(order.begin(), order.end(), random);
+        for (size_t i : order) {
             values[i].push_back(measures[i]());
         }
     }
@@ -93,7 +99,7 @@ std::vector<double> restartOften(const Contestant& contestant, const Scratch& sc
     } else {
         command[1] = helpers;
     }
-    timeOf(command, variables);
+    costOf(command, variables);
     const std::vector<double> gaps = gapsIn(variables["BENCH_TIMES"]);
     if (gaps.size() != restartsInRound) {
         fprintf(stderr, "%s: %zu restarts instead of %d\n", contestant.name.c_str(), gaps.size(),
@@ -121,7 +127,7 @@ void grow(const std::vector<Contestant>& contestants, const Scratch& scratch,
             Words command = contestant.command;
             Variables variables = scratch.variables();
             give(count, &command, &variables);
-            measures.push_back([command, variables] { return timeOf(command, variables); });
+            measures.push_back([command, variables] { return costOf(command, variables).elapsed; });
         }
         const std::vector<Spread> spreads =
             alternate(measures, growthRounds, timeForOneGrowth / int(counts.size()));
@@ -184,15 +190,25 @@ std::optional<double> Growth::exponent() const
     return std::log10((last.median - first.median) / (previous.median - first.median));
 }
 
-std::vector<Spread> measureLaunches(const std::vector<Contestant>& contestants,
-                                    const Scratch& scratch, long rounds)
+std::vector<LaunchSpread> measureLaunches(const std::vector<Contestant>& contestants,
+                                          const Scratch& scratch, long rounds)
 {
     std::vector<std::function<double()>> measures;
+    std::vector<std::vector<double>> processor(contestants.size());
     const Variables variables = scratch.variables();
-    for (const Contestant& contestant : contestants) {
-        measures.push_back([&] { return timeOf(contestant.command, variables); });
+    for (size_t i = 0; i < contestants.size(); ++i) {
+        measures.push_back([&, i] {
+            const Cost cost = costOf(contestants[i].command, variables);
+            processor[i].push_back(cost.processor);
+            return cost.elapsed;
+        });
     }
-    return alternate(measures, size_t(rounds), timeForLaunches);
+    const std::vector<Spread> elapsed = alternate(measures, size_t(rounds), timeForLaunches);
+    std::vector<LaunchSpread> result;
+    for (size_t i = 0; i < contestants.size(); ++i) {
+        result.push_back({elapsed[i], spreadOf(processor[i])});
+    }
+    return result;
 }
 
 bool restarts(const Contestant& contestant)

@@ -49,10 +49,18 @@ struct Growth
     std::optional<double> exponent() const;
 };
 
+/// The spreads of both parts of a cost.
+struct LaunchSpread
+{
+    Spread elapsed;
+    /// Does not count the waiting for a processor, of which a busy machine has much.
+    Spread processor;
+};
+
 /// Whole launches of a helper that ends at once, in alternating rounds: as many as
 /// asked for, or fewer when they take too long.
-std::vector<Spread> measureLaunches(const std::vector<Contestant>& contestants,
-                                    const Scratch& scratch, long rounds);
+std::vector<LaunchSpread> measureLaunches(const std::vector<Contestant>& contestants,
+                                          const Scratch& scratch, long rounds);
 
 /// From the end of one helper to the start of the next, over 1 000 restarts in
 /// alternating rounds, for the bare program and the launchers.

@@ -8,7 +8,7 @@
 struct Finding
 {
     std::string name;
-    Spread launch;
+    LaunchSpread launch;
     /// Without a locale in the environment, and with one of UTF-8.
     std::optional<Calls> calls;
     std::optional<Calls> callsWithLocale;
