@@ -4,105 +4,69 @@
 
 #include <QDir>
 #include <QFile>
-#include <QTest>
 
-#include <csignal>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 
 constexpr int endTimeoutMs = 60000;
+
+// Valid as long as the strings are.
+std::vector<char*> pointers(QList<QByteArray>& strings)
+{
+    std::vector<char*> result;
+    for (QByteArray& string : strings) {
+        result.push_back(string.data());
+    }
+    result.push_back(nullptr);
+    return result;
+}
 
 } // namespace
 
 Installation::Installation(const QString& binName)
     : mBinName(binName)
 {
-    const QDir root(mRoot.path());
-    for (const QString& directory :
-         {binName, QStringLiteral("lib"), QStringLiteral("libexec"), QStringLiteral("session")}) {
-        root.mkdir(directory);
+    QDir(path(binName)).mkpath(QStringLiteral("."));
+    for (const char* directory : {"lib", "libexec", "session"}) {
+        QDir(mRoot.path()).mkdir(QString::fromLatin1(directory));
     }
     QFile::copy(QStringLiteral(ZORV_MPIRUN), launcher());
     QFile::copy(QStringLiteral(TESTCHILD), helper());
 }
 
-Installation::~Installation()
-{
-    mRoot.setAutoRemove(!QTest::currentTestFailed());
-}
-
-QString Installation::launcher() const
-{
-    return path(mBinName + QStringLiteral("/zorv-mpirun"));
-}
-
-QString Installation::helper() const
-{
-    return path(mBinName + QStringLiteral("/zorv-debugger"));
-}
-
 Launch::Launch(const QString& program)
-    : mEnvironment(QProcessEnvironment::systemEnvironment())
-    , mProgram(QFile::encodeName(program))
+    : mProgram(QFile::encodeName(program))
 {
     const QStringList names = mEnvironment.keys();
-    for (const QString& name : names) {
-        if (name.startsWith(QLatin1String("ZORV_")) || name.startsWith(QLatin1String("PELK_")) ||
-            name.startsWith(QLatin1String("TALVORA_"))) {
-            mEnvironment.remove(name);
+    for (const char* prefix : {"ZORV_", "PELK_", "TALVORA_"}) {
+        for (const QString& name : names) {
+            if (name.startsWith(QLatin1String(prefix))) {
+                mEnvironment.remove(name);
+            }
         }
     }
-}
-
-void Launch::setVariable(const QString& name, const QString& value)
-{
-    mEnvironment.insert(name, value);
-}
-
-void Launch::setRawVariable(const QByteArray& name, const QByteArray& value)
-{
-    mRawVariables.push_back(name + '=' + value);
-}
-
-void Launch::setHelperActions(const QString& actions)
-{
-    setVariable(QStringLiteral("TESTCHILD"), actions);
 }
 
 void Launch::start(const QList<QByteArray>& arguments)
 {
-    mArguments = arguments;
-    std::vector<char*> vector{mProgram.data()};
-    for (QByteArray& argument : mArguments) {
-        vector.push_back(argument.data());
-    }
-    vector.push_back(nullptr);
-    mProcess.setProcessEnvironment(mEnvironment);
     // QProcess would pass the arguments through QString.
-    std::vector<QByteArray> variables = mRawVariables;
+    QList<QByteArray> strings = QList<QByteArray>{mProgram} + arguments;
+    QList<QByteArray> variables = mRawVariables;
     for (const QString& entry : mEnvironment.toStringList()) {
-        variables.push_back(entry.toLocal8Bit());
+        variables += entry.toLocal8Bit();
     }
-    std::vector<char*> environment;
-    for (QByteArray& variable : variables) {
-        environment.push_back(variable.data());
-    }
-    environment.push_back(nullptr);
+    const std::vector<char*> argv = pointers(strings);
+    const std::vector<char*> envp = pointers(variables);
     mProcess.setChildProcessModifier([&] {
         if (mBeforeExec) {
             mBeforeExec();
         }
-        execve(mProgram.constData(), vector.data(), environment.data());
+        execve(mProgram.constData(), argv.data(), envp.data());
     });
     mProcess.start(QFile::decodeName(mProgram), QStringList());
     mProcess.waitForStarted();
-}
-
-void Launch::run(const QList<QByteArray>& arguments)
-{
-    start(arguments);
-    QVERIFY(waitForEnd());
 }
 
 bool Launch::waitForEnd()
@@ -113,19 +77,15 @@ bool Launch::waitForEnd()
     return ended;
 }
 
-int Launch::status() const
+QByteArray readFile(const QString& fileName)
 {
-    return mProcess.exitStatus() == QProcess::CrashExit ? -mProcess.exitCode()
-                                                        : mProcess.exitCode();
+    QFile file(fileName);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
 QList<QByteArray> readRecord(const QString& fileName)
 {
-    QFile file(fileName);
-    if (!file.open(QIODevice::ReadOnly)) {
-        return {};
-    }
-    QList<QByteArray> strings = file.readAll().split('\0');
+    QList<QByteArray> strings = readFile(fileName).split('\0');
     strings.removeLast();
     return strings;
 }

@@ -7,9 +7,9 @@
 #include <QProcess>
 #include <QString>
 #include <QTemporaryDir>
+#include <QTest>
 
 #include <functional>
-#include <vector>
 
 /// A temporary directory that holds the real launcher, the test child in the
 /// place of its helper, and the directories that an installation has. It is
@@ -19,11 +19,11 @@ class Installation
 public:
     /// `binName` is the name of the directory that holds the programs.
     explicit Installation(const QString& binName = QStringLiteral("bin"));
-    ~Installation();
+    ~Installation() { mRoot.setAutoRemove(!QTest::currentTestFailed()); }
 
     QString path(const QString& relative) const { return mRoot.filePath(relative); }
-    QString launcher() const;
-    QString helper() const;
+    QString launcher() const { return path(mBinName + QStringLiteral("/zorv-mpirun")); }
+    QString helper() const { return path(mBinName + QStringLiteral("/zorv-debugger")); }
 
 private:
     QTemporaryDir mRoot;
@@ -38,36 +38,55 @@ public:
 
     /// Sets a variable of the program's environment; by default it has none
     /// of the suite's settings.
-    void setVariable(const QString& name, const QString& value);
+    void setVariable(const QString& name, const QString& value)
+    {
+        mEnvironment.insert(name, value);
+    }
     /// The same with a value that may hold any byte but NUL.
-    void setRawVariable(const QByteArray& name, const QByteArray& value);
+    void setRawVariable(const QByteArray& name, const QByteArray& value)
+    {
+        mRawVariables += name + '=' + value;
+    }
     /// What the helper is to do: actions of the test child.
-    void setHelperActions(const QString& actions);
+    void setHelperActions(const QString& actions)
+    {
+        setVariable(QStringLiteral("TESTCHILD"), actions);
+    }
     /// Runs in the new process just before its exec.
     void setBeforeExec(std::function<void()> beforeExec) { mBeforeExec = std::move(beforeExec); }
 
     void start(const QList<QByteArray>& arguments = {});
     /// Starts, and waits for the end.
-    void run(const QList<QByteArray>& arguments = {});
+    void run(const QList<QByteArray>& arguments = {})
+    {
+        start(arguments);
+        QVERIFY(waitForEnd());
+    }
     /// Waits for the end of a started launch; false when it took a minute.
     [[nodiscard]] bool waitForEnd();
 
     QProcess& process() { return mProcess; }
     /// The exit code, or minus the number of the signal that ended the program.
-    int status() const;
+    int status() const
+    {
+        return mProcess.exitStatus() == QProcess::CrashExit ? -mProcess.exitCode()
+                                                            : mProcess.exitCode();
+    }
     QByteArray output() const { return mOutput; }
     QByteArray errors() const { return mErrors; }
 
 private:
     QProcess mProcess;
-    QProcessEnvironment mEnvironment;
-    std::vector<QByteArray> mRawVariables;
+    QProcessEnvironment mEnvironment = QProcessEnvironment::systemEnvironment();
+    QList<QByteArray> mRawVariables;
     QByteArray mProgram;
-    QList<QByteArray> mArguments;
     std::function<void()> mBeforeExec;
     QByteArray mOutput;
     QByteArray mErrors;
 };
+
+/// The content of a file; empty when it cannot be read.
+QByteArray readFile(const QString& fileName);
 
 /// The strings of a file in which each ends with a NUL byte.
 QList<QByteArray> readRecord(const QString& fileName);

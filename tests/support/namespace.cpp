@@ -5,7 +5,6 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QProcess>
 
 #include <cstdio>
 #include <cstdlib>
@@ -100,11 +99,8 @@ void Namespace::makeWritable(const QString& directory)
     bindMount(path, shadow);
     mountEmpty(path);
     for (const fs::directory_entry& entry : fs::directory_iterator(shadow)) {
-        if (entry.is_symlink()) {
-            fs::copy_symlink(entry.path(), path / entry.path().filename());
-        } else {
-            fs::create_symlink(entry.path(), path / entry.path().filename());
-        }
+        const fs::path target = entry.is_symlink() ? fs::read_symlink(entry) : entry.path();
+        fs::create_symlink(target, path / entry.path().filename());
     }
 }
 
@@ -113,19 +109,14 @@ void Namespace::writeFile(const QString& path, const QByteArray& content, int mo
     QDir().mkpath(QFileInfo(path).path());
     QFile::remove(path);
     QFile file(path);
-    check(file.open(QIODevice::WriteOnly) && file.write(content) == content.size() && file.flush(),
+    check(file.open(QIODevice::WriteOnly) && file.write(content) == content.size() &&
+              file.flush() && fchmod(file.handle(), static_cast<mode_t>(mode)) == 0,
           qPrintable(path));
-    check(fchmod(file.handle(), static_cast<mode_t>(mode)) == 0, "fchmod");
 }
 
 void Namespace::run(const QString& command)
 {
-    QProcess process;
-    process.setProcessChannelMode(QProcess::ForwardedChannels);
-    process.startCommand(command);
-    check(process.waitForFinished() && process.exitStatus() == QProcess::NormalExit &&
-              process.exitCode() == 0,
-          qPrintable(command));
+    check(system(qPrintable(command)) == 0, qPrintable(command));
 }
 
 void Namespace::setHosts(const QByteArray& hostName, const QByteArray& hostsFile)

@@ -27,7 +27,7 @@ void makeWritable(const QString& directory);
 /// may be there; makes missing directories too.
 void writeFile(const QString& path, const QByteArray& content, int mode = 0644);
 
-/// Runs a command, split at blanks; aborts when it fails.
+/// Runs a command of the shell; aborts when it fails.
 void run(const QString& command);
 
 /// Gives the host its name, and the resolver these lines as its only source. The

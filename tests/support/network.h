@@ -22,9 +22,18 @@ inline QStringList list(const char* words)
 inline QList<QHostAddress> addressList(const char* words)
 {
     QList<QHostAddress> addresses;
-    const QStringList texts = list(words);
-    for (const QString& word : texts) {
+    for (const QString& word : list(words)) {
         addresses += QHostAddress(word);
     }
     return addresses;
+}
+
+/// The addresses as the words of a text.
+inline QString words(const QList<QHostAddress>& addresses)
+{
+    QStringList texts;
+    for (const QHostAddress& address : addresses) {
+        texts += address.toString();
+    }
+    return texts.join(QLatin1Char(' '));
 }

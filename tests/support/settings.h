@@ -8,14 +8,20 @@
 
 #include <initializer_list>
 
+/// Gives a variable a value, or none for null.
+inline void setSetting(const char* name, const QByteArray& value)
+{
+    value.isNull() ? qunsetenv(name) : qputenv(name, value);
+    discardEnvCache();
+}
+
 /// Unsets variables of these names, with each of the suite's prefixes and
 /// without one.
 inline void clearSettings(std::initializer_list<const char*> names)
 {
     for (const char* name : names) {
         for (const char* prefix : {"ZORV_", "PELK_", "TALVORA_", ""}) {
-            qunsetenv(QByteArray(prefix) + name);
+            setSetting(QByteArray(prefix) + name, QByteArray());
         }
     }
-    discardEnvCache();
 }
