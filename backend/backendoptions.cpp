@@ -3,21 +3,13 @@
 #include "backend/backendoptions.h"
 
 #include "backend/optiontable.h"
-#include "common/compatibility_simple/localhost.h"
+#include "common/compatibility_simple/hostname.h"
 #include "common/env/zorvenv.h"
 
 BackendOptions::BackendOptions()
     : mMyFallbackName(sc_hostname())
     , mSharedDirectory(envString("SHARED_DIRECTORY"))
 {
-}
-
-QStringList BackendOptions::myNamesAndAddresses() const
-{
-    if (!mMyNamesAndAddresses) {
-        mMyNamesAndAddresses = localHostNamesAndAddresses();
-    }
-    return *mMyNamesAndAddresses;
 }
 
 QStringList BackendOptions::backendArguments(bool withMyName) const
@@ -36,6 +28,7 @@ BackendOptions BackendOptions::selectiveCopy() const
     copy.mVerbose = mVerbose;
     copy.mProgress = mProgress;
     copy.mSharedDirectory = mSharedDirectory;
+    copy.mSharedDirectoryOption = mSharedDirectoryOption;
     copy.mFrontendHostName = mFrontendHostName;
     copy.mSessionFileName = mSessionFileName;
     copy.mSession = mSession;
@@ -62,7 +55,7 @@ Options::ParseResult BackendOptions::parseOption(const QString& option,
         {"--zorvprogress", "-progress --progress", &B::mProgress, forwarded},
         {"--zorvlog", "-log --log", &B::mLogFileName},
         {"--zorvclientlog", "-clientlog --clientlog", &B::mClientLogFileName},
-        {"--zorvshareddirectory", "-s -shareddirectory --shareddirectory", &B::mSharedDirectory, forwarded},
+        {"--zorvshareddirectory", "-s -shareddirectory --shareddirectory", &B::mSharedDirectory, forwarded, &B::noteSharedDirectory},
         {"--zorvreplay", "-p -replay --replay", &B::mReplayFileName},
         {"--zorvhost", "-zorvhost --host -host", &B::mFrontendHostName, forwarded},
         {"--zorvsessionfile", "-zorvsessionfile --sessionfile -sessionfile", &B::mSessionFileName, forwarded},
@@ -79,8 +72,10 @@ Options::ParseResult BackendOptions::parseOption(const QString& option,
 
 void BackendOptions::preferMyName(bool)
 {
-    QStringList names = myNamesAndAddresses();
-    names.removeAll(mMyName);
-    names.prepend(mMyName);
-    mMyNamesAndAddresses = names;
+    mPreferredNames += mMyName;
+}
+
+void BackendOptions::noteSharedDirectory(bool)
+{
+    mSharedDirectoryOption = true;
 }

@@ -33,6 +33,8 @@ public:
     QString getLogFileName() const { return mLogFileName; }
     QString getClientLogFileName() const { return mClientLogFileName; }
     QString getSharedDirectory() const { return mSharedDirectory; }
+    /// Whether it is an option that gave it, not the setting.
+    bool isSharedDirectoryOption() const { return mSharedDirectoryOption; }
     QString getReplayFileName() const { return mReplayFileName; }
     QString sessionFileName() const { return mSessionFileName; }
     QString sessionCookie() const { return mSessionCookie; }
@@ -51,7 +53,8 @@ public:
     QStringList backendArguments(bool withMyName) const;
 
     /// The options of a process that this one starts for the same session: all
-    /// but the log files, the names, the replay file, and what is forwarded.
+    /// but the log files, the names, the replay file, being the root, and what is
+    /// forwarded.
     BackendOptions selectiveCopy() const;
 
 protected:
@@ -66,8 +69,11 @@ protected:
 
 private:
     void preferMyName(bool isLastArgument);
+    void noteSharedDirectory(bool isLastArgument);
 
-    mutable std::optional<QStringList> mMyNamesAndAddresses;
+    mutable std::optional<QStringList> mNamesAndAddresses;
+    // In the order in which they were given.
+    QStringList mPreferredNames;
     QStringList mBackendArguments;
     QString mMyName;
     QString mMyFallbackName;
@@ -79,6 +85,7 @@ private:
     QString mTarballFileName;
     int mSession = 0;
     int mPort = 0;
+    bool mSharedDirectoryOption = false;
     bool mNoSessionCookie = false;
     bool mProgress = false;
     bool mWaitForTopologyFile = false;

@@ -6,149 +6,120 @@
 #include "backend/userdata_p.h"
 
 #include "common/compatibility_simple/pathexpansion.h"
-#include "common/compatibility_simple/processhelpers.h"
 #include "common/env/zorvenv.h"
 
-#include <QDomDocument>
-#include <QFile>
 #include <QFileInfo>
-
-#include <cerrno>
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace {
 
 constexpr int portOfSessionZero = 4241;
 constexpr int highestNumberedSession = 21;
 
-bool writeAll(int fd, const QByteArray& bytes)
-{
-    qsizetype written = 0;
-    while (written < bytes.size()) {
-        const ssize_t count =
-            sc_write(fd, bytes.constData() + written, size_t(bytes.size() - written));
-        if (count >= 0) {
-            written += count;
-        } else if (errno != EINTR) {
-            return false;
-        }
-    }
-    return true;
-}
-
-// A full disk or quota may show only when the data is forced out. Some file
-// systems cannot do that (EINVAL), and then there is nothing to wait for.
-bool forceOut(int fd)
-{
-    int result;
-    do {
-        result = fsync(fd);
-    } while (result == -1 && errno == EINTR);
-    return result == 0 || errno == EINVAL;
-}
-
-// Nobody can read the file before it is complete.
-bool writeNewFile(const QString& fileName, const QByteArray& content)
-{
-    const int fd = sc_open(QFile::encodeName(fileName).constData(),
-                           O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, S_IWUSR);
-    if (fd == -1) {
-        return false;
-    }
-    // The umask may have taken the owner's write bit.
-    bool ok = fchmod(fd, S_IWUSR) == 0 && writeAll(fd, content) && forceOut(fd) &&
-              fchmod(fd, S_IRUSR | S_IWUSR) == 0;
-    if (sc_close(fd) == -1 && errno != EINTR) {
-        ok = false;
-    }
-    return ok;
-}
-
 } // namespace
+
+std::optional<int> BackendUserData::numberFrom(const QString& setting)
+{
+    bool parses = false;
+    const int number = setting.toInt(&parses);
+    return parses ? std::optional<int>(number) : std::nullopt;
+}
+
+unsigned int BackendUserData::portOfSession(int session)
+{
+    return static_cast<quint32>(session) + portOfSessionZero;
+}
 
 bool BackendUserData::load(const BackendOptions& options)
 {
     // The installation's own session comes first, so that all else overrides it.
+    mSource = Source::GlobalFile;
     UserData::load(getGlobalFile(), QString());
 
     // Which session file is to be read: what the environment says, then what the
     // options say, then the usual place for the host and session known so far.
-    mSessionFileName = envPath("SESSION_FILE");
-    const QString sessionEnv = envString("SESSION");
+    mSource = Source::Environment;
+    setSessionFileName(envPath("SESSION_FILE"));
     const QString hostEnv = envString("HOST");
+    const std::optional<int> sessionEnv = numberFrom(envString("SESSION"));
     if (!hostEnv.isEmpty()) {
         setHosts(hostEnv);
     }
-    setSession(sessionEnv);
+    if (sessionEnv) {
+        setSession(*sessionEnv);
+    }
+    mSource = Source::Option;
     if (!options.frontendHostNamesAndAddresses().isEmpty()) {
         setHosts(options.frontendHostNamesAndAddresses());
     }
     if (!options.sessionFileName().isEmpty()) {
-        mSessionFileName = options.sessionFileName();
+        setSessionFileName(options.sessionFileName());
     }
+    if (options.session() != 0) {
+        setSession(options.session());
+    }
+    mSource = options.isSharedDirectoryOption() ? Source::Option : Source::Environment;
     if (!options.getSharedDirectory().isEmpty()) {
         setSharedDirectoryFrom(options.getSharedDirectory());
     }
-    if (options.session() != 0) {
-        mSession = options.session();
-    }
+    mSource = Source::Derived;
     if (mSessionFileName.isEmpty()) {
-        mSessionFileName = getSessionFile(mSession, false);
+        setSessionFileName(getSessionFile(mSession, false));
     }
 
     // The environment, again where options had their say above.
-    const QString portEnv = envString("PORT");
+    mSource = Source::Environment;
+    const std::optional<int> portEnv = numberFrom(envString("PORT"));
     const QString cookieEnv = envString("SESSION_COOKIE");
+    const QString tarballEnv = envPath("TARBALL");
     if (!hostEnv.isEmpty()) {
         setHosts(hostEnv);
     }
-    setSession(sessionEnv);
+    if (sessionEnv) {
+        setSession(*sessionEnv);
+    }
     if (!cookieEnv.isEmpty()) {
-        mSessionCookie = cookieEnv;
+        setCookie(cookieEnv);
     }
-    bool portParses = false;
-    const int portNumber = portEnv.toInt(&portParses);
-    if (portParses) {
-        port = static_cast<quint32>(portNumber);
-        mExplicitPort = true;
+    if (portEnv) {
+        setExplicitPort(*portEnv);
     }
-    const QString tarballEnv = envPath("TARBALL");
     if (!tarballEnv.isEmpty()) {
-        mTarballFileName = tarballEnv;
+        setTarball(tarballEnv);
     }
-    mUseSessionCookies = !envFlag("NO_SESSION_COOKIE");
+    mUseSessionCookies = true;
+    if (envFlag("NO_SESSION_COOKIE")) {
+        doNotUseCookies();
+    }
 
-    // The session file.
+    mSource = Source::SessionFile;
     UserData::load(mSessionFileName, QString());
 
-    // The options.
+    mSource = Source::Option;
     if (!options.frontendHostNamesAndAddresses().isNull()) {
         setHosts(options.frontendHostNamesAndAddresses());
     }
     if (options.port() != 0) {
-        port = static_cast<quint32>(options.port());
-        mExplicitPort = true;
+        setExplicitPort(options.port());
     }
     if (!options.sessionCookie().isNull()) {
-        mSessionCookie = options.sessionCookie();
+        setCookie(options.sessionCookie());
     }
     if (options.session() != 0) {
-        mSession = options.session();
+        setSession(options.session());
     }
     if (options.isNoSessionCookie()) {
-        mUseSessionCookies = false;
+        doNotUseCookies();
     }
     if (!options.tarballFileName().isNull()) {
-        mTarballFileName = options.tarballFileName();
+        setTarball(options.tarballFileName());
     }
 
-    // What follows from the rest.
+    mSource = Source::Derived;
     completePortAndSession();
     if (mSharedDirectory.isEmpty() &&
         QFileInfo(mSessionFileName).fileName() == QLatin1String("session")) {
-        mSharedDirectory = mSessionFileName;
+        setSharedDirectory(mSessionFileName);
+        took(SharedDirectory);
     }
     return isValid();
 }
@@ -156,62 +127,62 @@ bool BackendUserData::load(const BackendOptions& options)
 void BackendUserData::setHosts(const QString& commaSeparated)
 {
     hostNamesAndAddresses = commaSeparated.split(QLatin1Char(','));
+    took(Hosts);
 }
 
-void BackendUserData::setSession(const QString& number)
+void BackendUserData::setExplicitPort(int number)
 {
-    bool parses = false;
-    const int session = number.toInt(&parses);
-    if (parses) {
-        mSession = session;
-    }
+    port = static_cast<quint32>(number);
+    mExplicitPort = true;
+    took(Port);
+}
+
+void BackendUserData::setSession(int number)
+{
+    mSession = number;
+    took(Session);
+}
+
+void BackendUserData::setCookie(const QString& cookie)
+{
+    mSessionCookie = cookie;
+    took(Cookie);
+}
+
+void BackendUserData::doNotUseCookies()
+{
+    mUseSessionCookies = false;
+    took(CookieUse);
+}
+
+void BackendUserData::setTarball(const QString& fileName)
+{
+    mTarballFileName = fileName;
+    took(Tarball);
+}
+
+void BackendUserData::setSessionFileName(const QString& fileName)
+{
+    mSessionFileName = fileName;
+    took(SessionFileName);
 }
 
 void BackendUserData::setSharedDirectoryFrom(const QString& directory)
 {
     const QString expanded = expandVars(directory);
     const QString canonical = QFileInfo(expanded).canonicalFilePath();
-    mSharedDirectory = canonical.isEmpty() ? expanded : canonical;
+    setSharedDirectory(canonical.isEmpty() ? expanded : canonical);
+    took(SharedDirectory);
 }
 
 void BackendUserData::completePortAndSession()
 {
     if (mSession == -1) {
         if (port > portOfSessionZero && port <= portOfSessionZero + highestNumberedSession) {
-            mSession = static_cast<int>(port) - portOfSessionZero;
+            setSession(static_cast<int>(port) - portOfSessionZero);
         }
     } else if (port == 0) {
-        port = static_cast<quint32>(mSession) + portOfSessionZero;
+        port = portOfSession(mSession);
+        took(Port);
     }
-}
-
-QString BackendUserData::toXml() const
-{
-    QDomDocument document;
-    QDomElement element = document.createElement(TAGNAME);
-    if (!hostNamesAndAddresses.isEmpty()) {
-        element.setAttribute(XML_HOST, hostNamesAndAddresses.join(QLatin1Char(',')));
-    }
-    if (port != 0) {
-        element.setAttribute(XML_PORT, port);
-    }
-    if (!mSessionCookie.isEmpty()) {
-        element.setAttribute(XML_SESSION_COOKIE, mSessionCookie);
-    }
-    element.setAttribute(XML_SESSION, mSession);
-    document.appendChild(element);
-    return document.toString(1);
-}
-
-bool BackendUserData::save(const QString& fileName)
-{
-    mSessionFileName = fileName.isNull() ? getSessionFile(mSession, true) : fileName;
-    const QString temporary = temporaryName(mSessionFileName);
-    if (writeNewFile(temporary, toXml().toUtf8()) && sc_rename(temporary, mSessionFileName) == 0) {
-        return true;
-    }
-    // What is there now would be taken for this record.
-    sc_unlink(QFile::encodeName(temporary).constData());
-    sc_unlink(QFile::encodeName(mSessionFileName).constData());
-    return false;
 }

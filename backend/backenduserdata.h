@@ -4,6 +4,8 @@
 
 #include "backend/userdata.h"
 
+#include <optional>
+
 class BackendOptions;
 
 /// A session record resolved from everything that may name the session, and
@@ -23,6 +25,12 @@ public:
     /// count as absent.
     bool load(const BackendOptions& options);
 
+    /// The number that a port or session setting is; none when it does not
+    /// parse, and load() takes no notice of it.
+    static std::optional<int> numberFrom(const QString& setting);
+    /// The port at which the front end of a session listens.
+    static unsigned int portOfSession(int session);
+
     /// The record as the text of a session file.
     [[nodiscard]] QString toXml() const;
 
@@ -32,12 +40,18 @@ public:
     /// permission bits 0600, whatever the umask, and takes the place of what
     /// was there, a link included, in one step: a reader finds all of the old
     /// one or all of the new. False when it could not be written; there is no
-    /// file of that name then.
+    /// file of that name then, unless it is one that this user may not remove. A
+    /// "latest" link that cannot be replaced keeps leading where it led.
     [[nodiscard]] bool save(const QString& fileName);
 
 private:
     void setHosts(const QString& commaSeparated);
-    void setSession(const QString& number);
+    void setExplicitPort(int number);
+    void setSession(int number);
+    void setCookie(const QString& cookie);
+    void doNotUseCookies();
+    void setTarball(const QString& fileName);
+    void setSessionFileName(const QString& fileName);
     void setSharedDirectoryFrom(const QString& directory);
     void completePortAndSession();
 };

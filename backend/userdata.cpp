@@ -20,24 +20,31 @@ namespace {
 // A session file is one element of a few hundred bytes.
 constexpr qsizetype largestFile = 1024 * 1024;
 
-// The content of a file; null when it cannot be read, is no regular file or is
-// too large. A FIFO is not waited for, whatever takes the file's place.
-QByteArray readRegularFile(const QString& fileName)
+using FileState = UserData::FileState;
+
+// A FIFO is not waited for, whatever takes the file's place.
+FileState readRegularFile(const QString& fileName, QByteArray* content)
 {
     const int fd = sc_open(QFile::encodeName(fileName).constData(),
                            O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
     if (fd == -1) {
-        return QByteArray();
+        return errno == ENOENT || errno == ENOTDIR ? FileState::Missing : FileState::Unreadable;
     }
     struct stat status;
-    const bool readable =
-        fstat(fd, &status) == 0 && S_ISREG(status.st_mode) && status.st_size <= largestFile;
+    FileState state = FileState::Read;
+    if (fstat(fd, &status) == -1) {
+        state = FileState::Unreadable;
+    } else if (!S_ISREG(status.st_mode)) {
+        state = FileState::NotRegular;
+    } else if (status.st_size > largestFile) {
+        state = FileState::TooLarge;
+    }
     // One byte more than may be there shows a file that has grown.
-    QByteArray content(readable ? largestFile + 1 : 0, Qt::Uninitialized);
+    content->resize(state == FileState::Read ? largestFile + 1 : 0);
     qsizetype length = 0;
-    ssize_t count = readable ? 1 : -1;
-    while (count > 0 && length < content.size()) {
-        count = read(fd, content.data() + length, static_cast<size_t>(content.size() - length));
+    ssize_t count = 1;
+    while (count > 0 && length < content->size()) {
+        count = read(fd, content->data() + length, static_cast<size_t>(content->size() - length));
         if (count > 0) {
             length += count;
         } else if (count == -1 && errno == EINTR) {
@@ -45,28 +52,30 @@ QByteArray readRegularFile(const QString& fileName)
         }
     }
     sc_close(fd);
-    if (count == -1 || length > largestFile) {
-        return QByteArray();
+    content->truncate(length);
+    if (count == -1) {
+        return FileState::Unreadable;
     }
-    content.truncate(length);
-    return content;
+    return length > largestFile ? FileState::TooLarge : state;
 }
 
 // The attributes of the root element when it is a session; none when it is
-// something else. Reads to the end: false for what is not well-formed.
-bool readDocument(QXmlStreamReader& reader, QXmlStreamAttributes* attributes)
+// something else. Reads to the end.
+FileState readDocument(QXmlStreamReader& reader, QXmlStreamAttributes* attributes)
 {
     reader.setNamespaceProcessing(false);
+    FileState state = FileState::NoSession;
     bool atRoot = true;
     while (!reader.atEnd()) {
         if (reader.readNext() == QXmlStreamReader::StartElement && atRoot) {
             atRoot = false;
             if (reader.qualifiedName() == TAGNAME) {
                 *attributes = reader.attributes();
+                state = FileState::Read;
             }
         }
     }
-    return !reader.hasError();
+    return reader.hasError() ? FileState::NotWellFormed : state;
 }
 
 bool isOfToday(const QString& fileName)
@@ -91,43 +100,46 @@ bool UserData::load(const QString& fileName, const QString& xml)
     QXmlStreamAttributes attributes;
     if (!xml.isNull()) {
         QXmlStreamReader reader(xml);
-        if (!readDocument(reader, &attributes)) {
-            return true;
-        }
+        mFileState = readDocument(reader, &attributes);
     } else {
-        QXmlStreamReader reader(readRegularFile(fileName));
-        if (!readDocument(reader, &attributes)) {
-            return false;
+        QByteArray content;
+        mFileState = readRegularFile(fileName, &content);
+        if (mFileState == FileState::Read) {
+            QXmlStreamReader reader(content);
+            mFileState = readDocument(reader, &attributes);
         }
     }
-    return takeAttributes(attributes);
+    if (mFileState == FileState::Read) {
+        mFileState = takeAttributes(attributes);
+    }
+    return mFileState == FileState::Read || mFileState == FileState::NoSession ||
+           (mFileState == FileState::NotWellFormed && !xml.isNull());
 }
 
-bool UserData::takeAttributes(const QXmlStreamAttributes& attributes)
+UserData::FileState UserData::takeAttributes(const QXmlStreamAttributes& attributes)
 {
     bool ok = true;
     if (attributes.hasAttribute(XML_PORT)) {
         port = attributes.value(XML_PORT).toUInt(&ok);
+        took(Port);
         if (!ok) {
-            return false;
+            return FileState::BadPort;
         }
         mExplicitPort = mExplicitPort || isOfToday(mSessionFileName);
     }
     if (attributes.hasAttribute(XML_HOST)) {
         hostNamesAndAddresses = attributes.value(XML_HOST).toString().split(QLatin1Char(','));
+        took(Hosts);
     }
     if (attributes.hasAttribute(XML_SESSION_COOKIE)) {
         mSessionCookie = attributes.value(XML_SESSION_COOKIE).toString();
+        took(Cookie);
     }
     if (attributes.hasAttribute(XML_SESSION)) {
         mSession = static_cast<qint32>(attributes.value(XML_SESSION).toUInt(&ok));
+        took(Session);
     }
-    return ok;
-}
-
-bool UserData::isValid() const
-{
-    return !hostNamesAndAddresses.isEmpty() && port < 65536;
+    return ok ? FileState::Read : FileState::BadSession;
 }
 
 QStringList UserData::getHostNamesAndAddresses() const

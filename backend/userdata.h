@@ -12,6 +12,41 @@ class QXmlStreamAttributes;
 class UserData
 {
 public:
+    /// What came of reading a session file.
+    enum class FileState {
+        NotTried,
+        Read,
+        Missing, ///< or a link that leads nowhere
+        Unreadable,
+        NotRegular,
+        TooLarge, ///< more than a mebibyte
+        NotWellFormed,
+        NoSession,  ///< well-formed, but its root element is something else
+        BadPort,    ///< its port is no unsigned 32-bit number
+        BadSession, ///< its session is none
+    };
+
+    /// The fields of which it is known where their value comes from.
+    enum Field {
+        Hosts,
+        Port,
+        Session,
+        Cookie,
+        CookieUse,
+        SharedDirectory,
+        Tarball,
+        SessionFileName,
+        FieldCount,
+    };
+    enum class Source {
+        Default,
+        GlobalFile,
+        Environment,
+        SessionFile,
+        Option,
+        Derived, ///< from other fields
+    };
+
     UserData();
 
     /// Reads a session file, or the same XML from `xml` when that is not null;
@@ -25,9 +60,14 @@ public:
     /// are not read. An `xml` that is not well-formed counts as one without
     /// content: true.
     bool load(const QString& fileName, const QString& xml = QString());
+    /// What came of the last load().
+    FileState fileState() const { return mFileState; }
 
     /// Whether there is a host and the port is below 65536.
-    bool isValid() const;
+    bool isValid() const { return hasHost() && hasUsablePort(); }
+    bool hasHost() const { return !hostNamesAndAddresses.isEmpty(); }
+    bool hasUsablePort() const { return port < 65536; }
+    Source source(Field field) const { return mSources[field]; }
 
     QStringList getHostNamesAndAddresses() const;
     /// The preferred name of the front end's host, null when there is none.
@@ -64,6 +104,8 @@ public:
     QString getSessionUniqueId() const;
     /// `name` and the unique id; no directory.
     QString getSessionSpecificFileName(const QString& name) const;
+    /// The session file in the installation root.
+    QString getGlobalFile() const;
     /// The job's topology. Without `create`, a file of that name in TMPDIR is
     /// preferred when it exists.
     QString topologyFileName(bool create) const;
@@ -86,8 +128,8 @@ protected:
     /// `create` names the session's own file in any case and points the
     /// "latest" links at it, each atomically.
     QString getSessionFile(int session, bool create) const;
-    /// The session file in the installation root.
-    QString getGlobalFile() const;
+    /// Says of a field that its value is from here on that of mSource.
+    void took(Field field) { mSources[field] = mSource; }
 
     QStringList hostNamesAndAddresses;
     QString mSessionCookie;
@@ -100,7 +142,12 @@ protected:
     bool mExplicitPort;
     bool mUseSessionCookies;
     bool metaSession;
+    /// The source that fields are being taken from.
+    Source mSource = Source::Default;
 
 private:
-    bool takeAttributes(const QXmlStreamAttributes& attributes);
+    FileState takeAttributes(const QXmlStreamAttributes& attributes);
+
+    FileState mFileState = FileState::NotTried;
+    Source mSources[FieldCount] = {};
 };

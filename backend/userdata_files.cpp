@@ -4,7 +4,7 @@
 #include "backend/userdata_p.h"
 
 #include "branding/filenames.h"
-#include "common/compatibility_simple/localhost.h"
+#include "common/compatibility_simple/hostname.h"
 #include "common/compatibility_simple/processhelpers.h"
 #include "common/env/zorvenv.h"
 #include "common/talvoraglobals.h"
@@ -147,7 +147,7 @@ QString UserData::getRestartFileName(const QString& suffix) const
     if (!suffix.isNull()) {
         name += QLatin1Char('-') + suffix;
     }
-    return joined(getSessionDirectory(false), name);
+    return QDir(getSessionDirectory(false)).filePath(name);
 }
 
 QString UserData::getSessionUniqueId() const

@@ -71,6 +71,10 @@ int ProcInfo::getParent(int pid)
 
 int ProcInfo::getChild(int pid)
 {
+    // The answer for a parent that cannot be found is no process's id.
+    if (pid < 0) {
+        return -1;
+    }
     const QList<int> candidates = getList(0);
     for (int candidate : candidates) {
         if (getParent(candidate) == pid) {

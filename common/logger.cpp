@@ -2,6 +2,7 @@
 
 #include "common/logger.h"
 
+#include "common/compatibility_simple/overwrite.h"
 #include "common/compatibility_simple/processhelpers.h"
 #include "common/env/zorvenv.h"
 #include "zorv-util/clock.h"
@@ -212,12 +213,14 @@ void installLogMsgHandler(const QString& fileName)
         qWarning("Log file name is empty");
         return;
     }
-    logFile().setFileName(fileName);
-    if (!logFile().open(QIODevice::WriteOnly)) {
-        qCritical("%s: %s", fileName.toLocal8Bit().constData(),
-                  logFile().errorString().toLocal8Bit().constData());
+    QString error;
+    const int fd = openToOverwrite(fileName, Links::FollowedWhenTrusted, &error);
+    if (fd == -1) {
+        qCritical("%s: %s", fileName.toLocal8Bit().constData(), error.toLocal8Bit().constData());
         return;
     }
+    // Fails only for a file that is open already.
+    static_cast<void>(logFile().open(fd, QIODevice::WriteOnly, QFileDevice::AutoCloseHandle));
     addMsgHandler(fileMsgHandler);
 }
 

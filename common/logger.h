@@ -40,7 +40,8 @@ QString logFileName(const char* environmentVariable, const QString& prefix, cons
 
 /// Opens the log file, emptying an existing one, and adds a handler that
 /// appends each message to it as one line. An empty name is warned of, a file
-/// that cannot be opened reported as critical; no handler is added then.
+/// that cannot be opened (see openToOverwrite(), which also refuses what somebody
+/// else has put there) reported as critical; no handler is added then.
 void installLogMsgHandler(const QString& fileName);
 
 /// Adds a handler at the end of the list; one that is added twice is called

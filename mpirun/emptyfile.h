@@ -5,6 +5,7 @@
 #include <QString>
 
 /// Creates an empty file, or empties the one that is there. Never follows a
-/// symbolic link, which somebody else may have put there, and never waits for
-/// the reader of a FIFO. False when it cannot; that is reported as critical.
+/// symbolic link, never touches what somebody else has put there (see
+/// openToOverwrite()), and never waits for the reader of a FIFO. False when it
+/// cannot; that is reported as critical.
 [[nodiscard]] bool createEmptyFile(const QString& fileName);

@@ -59,6 +59,8 @@ LaunchContext::LaunchContext(int argc, const char* const* argv)
     }
     mArguments.push_back(nullptr);
     sigprocmask(SIG_SETMASK, nullptr, &mSignalMask);
+    mOwnSignalMask = mSignalMask;
+    sigdelset(&mOwnSignalMask, SIGCHLD);
     sigemptyset(&mIgnoredSignals);
     for (int signo = 1; signo < NSIG; ++signo) {
         struct sigaction action;
@@ -73,6 +75,7 @@ void LaunchContext::prepareProcess() const
     openMissingStandardStreams();
     setCloseOnExec();
     signal(SIGCHLD, SIG_DFL);
+    releaseSignals();
 }
 
 void LaunchContext::setHelper(const QByteArray& path)
@@ -93,7 +96,7 @@ void LaunchContext::holdSignals() const
 
 void LaunchContext::releaseSignals() const
 {
-    sigprocmask(SIG_SETMASK, &mSignalMask, nullptr);
+    sigprocmask(SIG_SETMASK, &mOwnSignalMask, nullptr);
 }
 
 void LaunchContext::execHelper() const
@@ -101,7 +104,7 @@ void LaunchContext::execHelper() const
     // Dispositions first: a signal that waits must find its default action,
     // not the launcher's handler, when the mask lets it in.
     restoreDispositions();
-    releaseSignals();
+    sigprocmask(SIG_SETMASK, &mSignalMask, nullptr);
     execv(mArguments.front(), const_cast<char* const*>(mArguments.data()));
 }
 

@@ -24,8 +24,9 @@ public:
 
     /// Makes ready what every process needs: an open descriptor for each of
     /// the three standard streams, so that no pipe gets the number of a closed
-    /// one; no other descriptor that an exec would pass on; and SIGCHLD not
-    /// ignored, or the kernel would drop the helper's end unseen.
+    /// one; no other descriptor that an exec would pass on; and SIGCHLD neither
+    /// ignored, or the kernel would drop the helper's end unseen, nor blocked,
+    /// which kernels without process descriptors tell of that end by.
     void prepareProcess() const;
 
     /// Names the program that execHelper() starts.
@@ -34,13 +35,15 @@ public:
     /// Blocks the handled signals: what arrives now waits for
     /// releaseSignals().
     void holdSignals() const;
-    /// Puts the signal mask of the launcher's start back.
+    /// Puts the signal mask of the launcher's start back, but for SIGCHLD.
     void releaseSignals() const;
 
     /// Replaces the calling process by the helper, with "--zorvmpirun" and
     /// every argument byte of the launcher. For the child between fork and
-    /// exec: makes async-signal-safe calls only (see signal-safety(7)).
-    /// Returns when the exec failed, with errno set.
+    /// exec: makes async-signal-safe calls only (see signal-safety(7)) and
+    /// writes no memory, which may be the launcher's own (see vfork(2)). The
+    /// launcher then stands still until the exec is through. Returns when the
+    /// exec failed, with errno set; QProcess tries once more, to tell of it.
     void execHelper() const;
 
 private:
@@ -49,5 +52,6 @@ private:
     QByteArray mHelper;
     std::vector<const char*> mArguments;
     sigset_t mSignalMask;
+    sigset_t mOwnSignalMask;
     sigset_t mIgnoredSignals;
 };

@@ -2,23 +2,20 @@
 // launcher, stays its parent, and restarts it when the front end asks.
 
 #include "mpirun/emptyfile.h"
+#include "mpirun/installation.h"
 #include "mpirun/launchcontext.h"
 #include "mpirun/restartableprocess.h"
 #include "mpirun/restartwatcher.h"
 
 #include "backend/backenduserdata.h"
-#include "branding/filenames.h"
 #include "common/compatibility_simple/stacklimit.h"
 #include "common/logger.h"
 #include "common/mlib.h"
-#include "common/talvoraglobals.h"
 #include "zorv-debugger/zorvdebuggeroptions.h"
 
 #include <QCoreApplication>
-#include <QDir>
 #include <QFile>
-#include <QFileInfo>
-#include <QHostInfo>
+#include <QSysInfo>
 
 #include <atomic>
 #include <cerrno>
@@ -45,7 +42,8 @@ bool isOurChild(pid_t child)
 }
 
 // Takes the marker away, passes the signal on, and lets it end the launcher.
-// Only calls that are safe in a handler, see signal-safety(7).
+// Only calls that are safe in a handler, see signal-safety(7); waitid(2), which
+// that page leaves out, is a plain system call.
 void sighandler(int signo)
 {
     const int savedErrno = errno;
@@ -67,19 +65,10 @@ void installSignalHandlers()
     }
 }
 
-void chooseInstallationLayout(const QFileInfo& applicationDir)
-{
-    if (applicationDir.fileName() == QLatin1String("bin")) {
-        TalvoraGlobals::instance()->setLocationsFromInstallPath(QDir(applicationDir.path()).path());
-    } else {
-        TalvoraGlobals::instance()->setLocationsAsFlatPath(applicationDir.filePath());
-    }
-}
-
 void openLog()
 {
     Logger::installQtMsgHandler();
-    const QString suffix = QStringLiteral("-%0").arg(QHostInfo::localHostName());
+    const QString suffix = QStringLiteral("-%0").arg(QSysInfo::machineHostName());
     const QString fileName =
         Logger::logFileName("MPIRUN_LOG", QStringLiteral("zorvmpirun"), suffix);
     if (!fileName.isEmpty()) {
@@ -139,8 +128,7 @@ int main(int argc, char** argv)
     QCoreApplication app(argc, argv);
 
     // 3. The installation that this executable belongs to.
-    const QFileInfo applicationDir(QCoreApplication::applicationDirPath());
-    chooseInstallationLayout(applicationDir);
+    chooseInstallationLayout();
 
     // 4. The log, the command line, and the session that they belong to.
     openLog();
@@ -161,8 +149,7 @@ int main(int argc, char** argv)
     context.releaseSignals();
 
     // 5. The helper and its arguments.
-    const QString path =
-        QDir(TalvoraGlobals::instance()->binPath()).filePath(FileName::zorvDebugger);
+    const QString path = helperPath();
     RestartableProcess process;
     QStringList arguments(QStringLiteral("--zorvmpirun"));
     arguments += QCoreApplication::arguments().mid(1);

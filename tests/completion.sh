@@ -21,9 +21,9 @@ completions() {
             compopt() { echo "compopt $*"; }
             . "$1"
             shift
-            COMP_WORDS=(zorv-mpirun "$@")
+            COMP_WORDS=(program "$@")
             COMP_CWORD=$#
-            _zorv_mpirun
+            "${FUNCTION-_zorv_mpirun}"
             printf "%s\n" "${COMPREPLY[@]}" | LC_ALL=C sort' \
         bash "$source/packaging/bash-completion/zorv-mpirun" "$@"
 }
@@ -56,3 +56,10 @@ mkdir "$work/directory"
 same "a directory" "compopt -o filenames
 $work/directory" "$(completions -- --zorvshareddirectory "$work/dir")"
 same "no file names for a number" "compopt +o default" "$(completions -- --zorvport '')"
+
+info=FUNCTION=_zorv_mpirun_info
+same "the report's own options and the launcher's" "--json
+--zorvport" "$(completions $info -- --j; completions $info -- --zorvpor)"
+same "after the report's options" "--zorvport" \
+    "$(completions $info -- --json --route-to x zorv-mpirun --zorvpor)"
+same "the launcher's command line has begun" "" "$(completions $info -- zorv-mpirun --j)"

@@ -43,7 +43,7 @@ same "options of the manual page" "" "$(diff "$work/options" "$work/options.1" |
 
 # Links between the documents.
 for document in "$source/README.md" "$source"/docs/*.md; do
-    sed -nE 's/.*\]\(([^)#:]+)\).*/\1/p' "$document" | while read -r target; do
+    grep -oE '\]\([^)#:]+\)' "$document" | tr -d ']()' | while read -r target; do
         [ -e "$(dirname "$document")/$target" ] || echo "$document: $target"
     done
 done >"$work/links"

@@ -16,6 +16,9 @@ for file in bin/zorv-mpirun share/man/man1/zorv-mpirun.1 \
     share/doc/zorv-mpirun/examples/front-end; do
     [ -f "$root/$file" ] || fail "$file is not installed"
 done
+# They would bring twelve more libraries with them, at every launch.
+same "libraries that the launcher has no use for" "" \
+    "$(objdump -p "$root/bin/zorv-mpirun" | grep -E 'NEEDED.*Qt6(Network|Xml)')"
 same "files that anybody may write" "" "$(find "$root" -perm /o+w -not -type l)"
 
 cp "$4" "$root/bin/zorv-debugger"

@@ -19,6 +19,8 @@ namespace {
 // The sources of a session, the lowest precedence first.
 enum Source { GlobalFile, Environment, SessionFile, Option, SourceCount };
 const char* const sourceNames[] = {"global file", "environment", "session file", "option"};
+constexpr UserData::Source sources[] = {UserData::Source::GlobalFile, UserData::Source::Environment,
+                                        UserData::Source::SessionFile, UserData::Source::Option};
 
 // The fields and their values by source; null where a source has none.
 struct Field
@@ -27,14 +29,25 @@ struct Field
     const char* attribute;
     const char* variable;
     const char* option;
+    UserData::Field field;
     const char* values[SourceCount];
 };
 const Field fields[] = {
-    {"host", "host", "ZORV_HOST", "--host", {"g,1", "e,2", "f,3", "o,4"}},
-    {"port", "port", "ZORV_PORT", "--port", {"11", "12", "13", "14"}},
-    {"session", "session", "ZORV_SESSION", "--session", {"1", "2", "3", "4"}},
-    {"cookie", "cookie", "ZORV_SESSION_COOKIE", "--sessioncookie", {"g", "e", "f", "o"}},
-    {"tarball", nullptr, "ZORV_TARBALL", "--tarball", {nullptr, "/e", nullptr, "/o"}},
+    {"host", "host", "ZORV_HOST", "--host", UserData::Hosts, {"g,1", "e,2", "f,3", "o,4"}},
+    {"port", "port", "ZORV_PORT", "--port", UserData::Port, {"11", "12", "13", "14"}},
+    {"session", "session", "ZORV_SESSION", "--session", UserData::Session, {"1", "2", "3", "4"}},
+    {"cookie",
+     "cookie",
+     "ZORV_SESSION_COOKIE",
+     "--sessioncookie",
+     UserData::Cookie,
+     {"g", "e", "f", "o"}},
+    {"tarball",
+     nullptr,
+     "ZORV_TARBALL",
+     "--tarball",
+     UserData::Tarball,
+     {nullptr, "/e", nullptr, "/o"}},
 };
 
 QString valueOf(const BackendUserData& record, const char* field)
@@ -140,6 +153,7 @@ void BackendUserDataTest::precedence()
     BackendUserData record;
     record.load(options);
     QCOMPARE(valueOf(record, row.name), text(row.values[higher]));
+    QCOMPARE(record.source(row.field), sources[higher]);
 }
 
 void BackendUserDataTest::resolves_data()

@@ -26,6 +26,7 @@ private Q_SLOTS:
     void endsWithZeroWhateverTheHelperDoes();
     void forwardsOutputComplete();
     void helperFindsWhatTheLauncherWasStartedWith();
+    void loadsNothingFromTheWorkingDirectory();
 };
 
 namespace {
@@ -241,6 +242,21 @@ void LauncherTest::helperFindsWhatTheLauncherWasStartedWith()
     QCOMPARE(launched.left(streamsOnly.size()), streamsOnly);
     QVERIFY(direct.contains("ignored 17"));
     QCOMPARE(launched.mid(launched.indexOf('\n')), direct.mid(direct.indexOf('\n')));
+}
+
+void LauncherTest::loadsNothingFromTheWorkingDirectory()
+{
+    const Installation installation;
+    for (const QString& library :
+         {QStringLiteral("libc.so.6"), QStringLiteral("libQt6Core.so.6")}) {
+        QFile garbage(installation.path(QStringLiteral("session/") + library));
+        QVERIFY(garbage.open(QIODevice::WriteOnly));
+    }
+    Launch launch(installation.launcher());
+    launch.process().setWorkingDirectory(installation.path(QStringLiteral("session")));
+    launch.run();
+    QCOMPARE(launch.errors(), QByteArray());
+    QCOMPARE(launch.status(), 0);
 }
 
 QTEST_GUILESS_MAIN(LauncherTest)

@@ -8,8 +8,8 @@
 #include "common/env/zorvenv.h"
 #include "common/logger.h"
 
-#include <QHostInfo>
 #include <QObject>
+#include <QSysInfo>
 
 #include <cstdio>
 #include <cstdlib>
@@ -53,7 +53,7 @@ bool ZORVDebuggerOptions::parse(const QStringList& arguments)
     const bool ok = Options::parse(arguments);
 
     const QString suffix = (mRoot ? QStringLiteral("-root-%1-%2") : QStringLiteral("-%1-%2"))
-                               .arg(QHostInfo::localHostName(), QString::number(sc_getpid()));
+                               .arg(QSysInfo::machineHostName(), QString::number(sc_getpid()));
     mLogFileName = Logger::logFileName("DEBUGGER_MULTIPLEXER_LOG",
                                        QStringLiteral("zorv-debugger-multiplexer"), suffix);
     mClientLogFileName =

@@ -4,19 +4,25 @@
 
 #include "common/compatibility_simple/addresses.h"
 
-#include <QNetworkInterface>
 #include <QRegularExpression>
 
-QList<QList<QNetworkAddressEntry>> interfaceEntries(const QString& filter)
+QList<QNetworkInterface> filteredInterfaces(const QString& filter)
 {
     static const QRegularExpression separator(QStringLiteral(" *, *"));
     const QStringList names = filter.split(separator, Qt::SkipEmptyParts);
+    QList<QNetworkInterface> interfaces = QNetworkInterface::allInterfaces();
+    if (!names.isEmpty()) {
+        interfaces.removeIf(
+            [&](const QNetworkInterface& interface) { return !names.contains(interface.name()); });
+    }
+    return interfaces;
+}
+
+QList<QList<QNetworkAddressEntry>> interfaceEntries(const QString& filter)
+{
     QList<QList<QNetworkAddressEntry>> passes(interfacePassCount);
-    const QList<QNetworkInterface> interfaces = QNetworkInterface::allInterfaces();
+    const QList<QNetworkInterface> interfaces = filteredInterfaces(filter);
     for (const QNetworkInterface& interface : interfaces) {
-        if (!names.isEmpty() && !names.contains(interface.name())) {
-            continue;
-        }
         const int ethernetPass = interface.name().startsWith(QLatin1String("eth")) ? 0 : 2;
         const QList<QNetworkAddressEntry> entries = interface.addressEntries();
         for (const QNetworkAddressEntry& entry : entries) {

@@ -4,13 +4,17 @@
 
 #include <QList>
 #include <QNetworkAddressEntry>
+#include <QNetworkInterface>
 #include <QString>
 
 /// Ethernet IPv4, ethernet IPv6, other IPv4, other IPv6.
 constexpr int interfacePassCount = 4;
 
-/// The address entries of the interfaces that `filter` lets through, asked of
-/// the kernel once: element N has those of pass N, in the kernel's order, without
-/// loopback addresses. `filter` holds names with commas between them and
-/// lets everything through when it is empty.
+/// The interfaces that `filter` lets through, asked of the kernel once, in its
+/// order. `filter` holds names with commas between them and lets everything
+/// through when it is empty.
+QList<QNetworkInterface> filteredInterfaces(const QString& filter);
+
+/// The address entries of the same: element N has those of pass N, without
+/// loopback addresses.
 QList<QList<QNetworkAddressEntry>> interfaceEntries(const QString& filter);

@@ -55,15 +55,6 @@ template <typename List> List withoutLoopback(const List& list)
 
 } // namespace
 
-QString sc_hostname()
-{
-    QString name = QHostInfo::localHostName();
-    if (name.isNull()) {
-        name = qEnvironmentVariable("HOSTNAME");
-    }
-    return name.isNull() ? QStringLiteral("localhost") : name;
-}
-
 QString sc_localhost()
 {
     const QString setting = envString("LOCALHOST");
@@ -81,6 +72,16 @@ QList<QHostAddress> sc_localhostAddresses()
     }
     return {QHostAddress(envFlag("LOCALHOST_IPV6") ? QHostAddress::LocalHostIPv6
                                                    : QHostAddress::LocalHost)};
+}
+
+QStringList localHostInterfaces()
+{
+    QStringList names;
+    const QList<QNetworkInterface> interfaces = filteredInterfaces(envString("NETWORK_INTERFACES"));
+    for (const QNetworkInterface& interface : interfaces) {
+        names += interface.name();
+    }
+    return names;
 }
 
 QList<QHostAddress> localHostAddresses()

@@ -10,20 +10,21 @@
 
 #pragma once
 
+#include "common/compatibility_simple/hostname.h"
+
 #include <QHostAddress>
 #include <QList>
 #include <QString>
 #include <QStringList>
-
-/// The system's name of this host, else the variable HOSTNAME, else
-/// "localhost".
-QString sc_hostname();
 
 /// This host as its own processes reach it: the setting LOCALHOST unless that is
 /// empty, else "::1" or "127.0.0.1", as the switch LOCALHOST_IPV6 says.
 QString sc_localhost();
 /// The same as addresses; looked up, and possibly none, for the setting.
 QList<QHostAddress> sc_localhostAddresses();
+
+/// The names of the interfaces that are looked at, in the kernel's order.
+QStringList localHostInterfaces();
 
 /// This host's addresses, best first: those of its name, then its interfaces'.
 QList<QHostAddress> localHostAddresses();

@@ -14,7 +14,7 @@ namespace {
 
 // Values that refer to each other can double the text with each variable. What
 // has grown beyond this is no path and is expanded no further.
-constexpr qsizetype longestText = 1024 * 1024;
+constexpr qsizetype longestText = 65536;
 
 // A variable's name is taken as a regular expression. Nearly all names have
 // nothing special to those and are searched for as they are.

@@ -2,7 +2,6 @@
 
 #include "common/env/zorvenv.h"
 
-#include <QByteArray>
 #include <QFile>
 
 #include <cstdlib>
@@ -27,10 +26,15 @@ void discardEnvCache()
 
 namespace ZorvEnv {
 
-const char* read(int prefix, const char* bareName)
+QByteArray variableName(int prefix, const char* bareName)
 {
     static constexpr const char* prefixes[PrefixCount] = {"ZORV_", "PELK_", "TALVORA_"};
-    return std::getenv((QByteArray(prefixes[prefix]) + bareName).constData());
+    return QByteArray(prefixes[prefix]) + bareName;
+}
+
+const char* read(int prefix, const char* bareName)
+{
+    return std::getenv(variableName(prefix, bareName).constData());
 }
 
 const char* uncachedValue(const char* bareName)

@@ -16,6 +16,7 @@
 
 #pragma once
 
+#include <QByteArray>
 #include <QString>
 
 #include <utility>
@@ -36,6 +37,9 @@ namespace ZorvEnv {
 
 /// Number of prefixes that a setting is looked up under.
 constexpr int PrefixCount = 3;
+
+/// The name of the variable that is read as `bareName` under `prefix`.
+QByteArray variableName(int prefix, const char* bareName);
 
 /// The value of `prefix` + `bareName`, or null when it is not set; `prefix`
 /// is an index into the order of precedence.

@@ -8,7 +8,6 @@
 
 #include <csignal>
 #include <unistd.h>
-#include <vector>
 
 namespace {
 
@@ -61,6 +60,11 @@ void Launch::setVariable(const QString& name, const QString& value)
     mEnvironment.insert(name, value);
 }
 
+void Launch::setRawVariable(const QByteArray& name, const QByteArray& value)
+{
+    mRawVariables.push_back(name + '=' + value);
+}
+
 void Launch::setHelperActions(const QString& actions)
 {
     setVariable(QStringLiteral("TESTCHILD"), actions);
@@ -76,7 +80,7 @@ void Launch::start(const QList<QByteArray>& arguments)
     vector.push_back(nullptr);
     mProcess.setProcessEnvironment(mEnvironment);
     // QProcess would pass the arguments through QString.
-    std::vector<QByteArray> variables;
+    std::vector<QByteArray> variables = mRawVariables;
     for (const QString& entry : mEnvironment.toStringList()) {
         variables.push_back(entry.toLocal8Bit());
     }

@@ -9,6 +9,7 @@
 #include <QTemporaryDir>
 
 #include <functional>
+#include <vector>
 
 /// A temporary directory that holds the real launcher, the test child in the
 /// place of its helper, and the directories that an installation has. It is
@@ -38,6 +39,8 @@ public:
     /// Sets a variable of the program's environment; by default it has none
     /// of the suite's settings.
     void setVariable(const QString& name, const QString& value);
+    /// The same with a value that may hold any byte but NUL.
+    void setRawVariable(const QByteArray& name, const QByteArray& value);
     /// What the helper is to do: actions of the test child.
     void setHelperActions(const QString& actions);
     /// Runs in the new process just before its exec.
@@ -58,6 +61,7 @@ public:
 private:
     QProcess mProcess;
     QProcessEnvironment mEnvironment;
+    std::vector<QByteArray> mRawVariables;
     QByteArray mProgram;
     QList<QByteArray> mArguments;
     std::function<void()> mBeforeExec;

@@ -1,0 +1,14 @@
+// What this host is called.
+
+#include "common/compatibility_simple/hostname.h"
+
+#include <QSysInfo>
+
+QString sc_hostname()
+{
+    QString name = QSysInfo::machineHostName();
+    if (name.isNull()) {
+        name = qEnvironmentVariable("HOSTNAME");
+    }
+    return name.isNull() ? QStringLiteral("localhost") : name;
+}

@@ -1,0 +1,302 @@
+// The session that the launcher would find, and why it is this one.
+
+#include "mpirun-info/session.h"
+
+#include "mpirun-info/report.h"
+#include "mpirun-info/settings.h"
+
+#include "backend/backenduserdata.h"
+#include "common/env/zorvenv.h"
+#include "zorv-debugger/zorvdebuggeroptions.h"
+
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonObject>
+
+namespace {
+
+using FileState = UserData::FileState;
+using Source = UserData::Source;
+constexpr Report::Severity warning = Report::Severity::Warning;
+
+struct Field
+{
+    UserData::Field field;
+    const char* key;
+    const char* setting;
+};
+constexpr Field fields[] = {
+    {UserData::Hosts, "hosts", "HOST"},
+    {UserData::Port, "port", "PORT"},
+    {UserData::Session, "session", "SESSION"},
+    {UserData::Cookie, "cookiePresent", "SESSION_COOKIE"},
+    {UserData::CookieUse, "cookieUsed", "NO_SESSION_COOKIE"},
+    {UserData::SharedDirectory, "sharedDirectory", "SHARED_DIRECTORY"},
+    {UserData::Tarball, "tarball", "TARBALL"},
+    {UserData::SessionFileName, "sessionFile", "SESSION_FILE"},
+};
+
+QString nameOf(Source source)
+{
+    switch (source) {
+    case Source::GlobalFile:
+        return QStringLiteral("global file");
+    case Source::Environment:
+        return QStringLiteral("environment");
+    case Source::SessionFile:
+        return QStringLiteral("session file");
+    case Source::Option:
+        return QStringLiteral("option");
+    case Source::Derived:
+        return QStringLiteral("derived");
+    case Source::Default:
+        break;
+    }
+    return QStringLiteral("default");
+}
+
+QString nameOf(FileState state)
+{
+    switch (state) {
+    case FileState::Read:
+        return QStringLiteral("read");
+    case FileState::Missing:
+        return QStringLiteral("missing");
+    case FileState::Unreadable:
+        return QStringLiteral("unreadable");
+    case FileState::NotRegular:
+        return QStringLiteral("not a regular file");
+    case FileState::TooLarge:
+        return QStringLiteral("too large");
+    case FileState::NotWellFormed:
+        return QStringLiteral("not well-formed");
+    case FileState::NoSession:
+        return QStringLiteral("without a session");
+    case FileState::BadPort:
+        return QStringLiteral("with a port that is no number");
+    case FileState::BadSession:
+        return QStringLiteral("with a session that is no number");
+    case FileState::NotTried:
+        break;
+    }
+    return QStringLiteral("not tried");
+}
+
+// The cookie itself, and the tarball's name where it holds the cookie's hash,
+// are nobody's business.
+QJsonValue valueOf(const BackendUserData& session, UserData::Field field)
+{
+    QString text;
+    switch (field) {
+    case UserData::Hosts:
+        return QJsonArray::fromStringList(session.getHostNamesAndAddresses());
+    case UserData::Port:
+        return session.getPort() == 0 ? QJsonValue() : QJsonValue(qint64(session.getPort()));
+    case UserData::Session:
+        return session.getSession() == -1 ? QJsonValue() : QJsonValue(session.getSession());
+    case UserData::Cookie:
+        return !session.sessionCookie().isEmpty();
+    case UserData::CookieUse:
+        return session.getUseSessionCookies();
+    case UserData::SharedDirectory:
+        text = session.getSharedDirectory();
+        break;
+    case UserData::Tarball:
+        text =
+            session.source(field) == Source::Default ? QString() : session.tarballFileName(false);
+        break;
+    case UserData::SessionFileName:
+        text = session.sessionFileName();
+        break;
+    case UserData::FieldCount:
+        break;
+    }
+    return text.isEmpty() ? QJsonValue() : QJsonValue(text);
+}
+
+void describeField(Report* report, const BackendUserData& session, const Field& field)
+{
+    const QJsonValue value = valueOf(session, field.field);
+    const QString source = nameOf(session.source(field.field));
+    report->add(field.key,
+                QJsonObject{{QStringLiteral("value"), value}, {QStringLiteral("source"), source}},
+                QStringLiteral("%1 (%2)").arg(textOf(value), source));
+}
+
+// A setting that was made and has no effect.
+void warnOfUnusedSetting(Report* report, const BackendUserData& session, const Field& field)
+{
+    const QString variable = winningVariable(field.setting);
+    const char* const value = ZorvEnv::uncachedValue(field.setting);
+    const Source source = session.source(field.field);
+    if (!value || *value == '\0' || source == Source::Environment) {
+        return;
+    }
+    const bool isNumber = field.field == UserData::Port || field.field == UserData::Session;
+    if (isNumber && !BackendUserData::numberFrom(QString::fromLocal8Bit(value))) {
+        report->addProblem(warning, "setting-not-a-number",
+                           QStringLiteral("%1 is not used: '%2' is no number")
+                               .arg(variable, QString::fromLocal8Bit(value)));
+    } else if (field.field != UserData::CookieUse) {
+        report->addProblem(warning, "setting-overridden",
+                           QStringLiteral("%1 is not used: the value comes from the %2")
+                               .arg(variable, nameOf(source)));
+    }
+}
+
+// Reads a session file once more, by itself, to see what came of it.
+void describeFile(Report* report, const char* key, const QString& fileName, bool expected)
+{
+    UserData file;
+    static_cast<void>(file.load(fileName));
+    report->hide(file.sessionCookie());
+    const QFileInfo info(fileName);
+    const bool isDeadLink = file.fileState() == FileState::Missing && info.isSymLink();
+    const QString state = isDeadLink ? QStringLiteral("dead link") : nameOf(file.fileState());
+    const QString target = info.symLinkTarget();
+    QString text = QStringLiteral("%1 (%2)").arg(fileName, state);
+    if (!target.isEmpty()) {
+        text += QStringLiteral(", a link to ") + target;
+    }
+    report->add(key,
+                QJsonObject{{QStringLiteral("path"), fileName},
+                            {QStringLiteral("state"), state},
+                            {QStringLiteral("linksTo"),
+                             target.isEmpty() ? QJsonValue() : QJsonValue(target)}},
+                text);
+    const bool isFine = file.fileState() == FileState::Read ||
+                        (file.fileState() == FileState::Missing && !isDeadLink && !expected);
+    if (!isFine) {
+        report->addProblem(warning, "session-file-unusable",
+                           QStringLiteral("session file %1").arg(text));
+    }
+}
+
+void describeDirectory(Report* report, const QString& path)
+{
+    const QFileInfo directory(path);
+    const char* state = "present";
+    if (!directory.isDir()) {
+        state = directory.exists() ? "not a directory" : "missing";
+    } else if (!directory.isWritable()) {
+        state = "not writable";
+    }
+    report->add("sessionDirectory",
+                QJsonObject{{QStringLiteral("path"), path},
+                            {QStringLiteral("state"), QString::fromLatin1(state)}},
+                QStringLiteral("%1 (%2)").arg(path, QLatin1String(state)));
+    if (qstrcmp(state, "present") != 0) {
+        report->addProblem(
+            warning, "session-directory-unusable",
+            QStringLiteral("%1: the session directory is %2").arg(path, QLatin1String(state)));
+    }
+}
+
+bool describeExistence(Report* report, const char* key, const QString& path)
+{
+    const bool exists = QFileInfo::exists(path);
+    report->add(key,
+                QJsonObject{{QStringLiteral("path"), path}, {QStringLiteral("exists"), exists}},
+                QStringLiteral("%1 (%2)").arg(path, exists ? QStringLiteral("exists")
+                                                           : QStringLiteral("not there")));
+    return exists;
+}
+
+void describeRestartFiles(Report* report, const BackendUserData& session)
+{
+    const QString restart = session.getRestartFileName(QString());
+    const QString hold = session.getRestartFileName(QStringLiteral("hold"));
+    describeExistence(report, "supportedMarker",
+                      session.getRestartFileName(QStringLiteral("supported")));
+    if (describeExistence(report, "restartFile", restart)) {
+        report->addProblem(warning, "restart-file-left",
+                           QStringLiteral("%1: with this restart file, the launcher starts its "
+                                          "helper again when it ends")
+                               .arg(restart));
+    }
+    if (describeExistence(report, "holdFile", hold)) {
+        report->addProblem(warning, "hold-file-left",
+                           QStringLiteral("%1: with this hold file, the launcher waits for it to "
+                                          "go away when its helper ends")
+                               .arg(hold));
+    }
+}
+
+void describeValidity(Report* report, const BackendUserData& session)
+{
+    QString reason;
+    if (!session.hasHost()) {
+        reason = QStringLiteral("no source names a front end host");
+    } else if (!session.hasUsablePort()) {
+        reason = QStringLiteral("the port %1 is above 65535 (%2)")
+                     .arg(session.getPort())
+                     .arg(nameOf(session.source(UserData::Port)));
+    }
+    report->add("valid", session.isValid());
+    report->add("invalidBecause", session.isValid() ? QJsonValue() : QJsonValue(reason));
+    if (!session.isValid()) {
+        report->addProblem(warning, "session-invalid",
+                           QStringLiteral("no valid session, so no restarts: %1").arg(reason));
+        return;
+    }
+    if (session.getPort() == 0) {
+        report->addProblem(warning, "port-unknown",
+                           QStringLiteral("no source names a port or a session"));
+    } else if (session.getSession() > 0 &&
+               session.getPort() != BackendUserData::portOfSession(session.getSession())) {
+        report->addProblem(
+            warning, "port-of-another-session",
+            QStringLiteral("the port is %1 (%2), but the front end of session %3 (%4) listens "
+                           "at %5")
+                .arg(session.getPort())
+                .arg(nameOf(session.source(UserData::Port)))
+                .arg(session.getSession())
+                .arg(nameOf(session.source(UserData::Session)))
+                .arg(BackendUserData::portOfSession(session.getSession())));
+    }
+}
+
+} // namespace
+
+void describeCommandLine(Report* report, const ZORVDebuggerOptions& options,
+                         const QStringList& commandLine, bool accepted, const QString& message)
+{
+    // Of a line that was rejected, the options may not have seen the cookie.
+    for (qsizetype i = 0; i + 1 < commandLine.size(); ++i) {
+        if (commandLine.at(i).endsWith(QLatin1String("sessioncookie"))) {
+            report->hide(commandLine.at(i + 1));
+        }
+    }
+    report->beginSection("commandLine");
+    report->add("accepted", accepted);
+    report->add("message", accepted ? QJsonValue() : QJsonValue(message));
+    report->add("simpleArguments", options.isSimpleArguments());
+    // How many, not which: a misspelt cookie option would be among them.
+    report->add("arguments", commandLine.size() - 1);
+    report->add("argumentsOfMpiLauncher", options.targetArguments().size());
+    if (!accepted) {
+        report->addProblem(Report::Severity::Error, "command-line-rejected",
+                           QStringLiteral("the command line is rejected: %1").arg(message));
+    }
+}
+
+void describeSession(Report* report, const ZORVDebuggerOptions& options)
+{
+    BackendUserData session;
+    static_cast<void>(session.load(options));
+    report->hide(session.sessionCookie());
+    report->beginSection("session");
+    for (const Field& field : fields) {
+        describeField(report, session, field);
+        warnOfUnusedSetting(report, session, field);
+    }
+    report->add("explicitPort", session.isExplicitPort());
+    describeValidity(report, session);
+    describeDirectory(report, session.getSessionDirectory(false));
+    describeFile(report, "globalFileRead", session.getGlobalFile(), false);
+    // The usual place may well have no file when all is known without it.
+    describeFile(report, "sessionFileRead", session.sessionFileName(),
+                 session.source(UserData::SessionFileName) != Source::Derived ||
+                     !session.isValid());
+    describeRestartFiles(report, session);
+}
