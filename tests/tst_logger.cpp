@@ -1,12 +1,10 @@
 // Messages: where they go and what they do to the process.
 
 #include "common/logger.h"
-
-#include "common/env/zorvenv.h"
 #include "tests/support/descriptorlimit.h"
+#include "tests/support/settings.h"
+#include "tests/support/texts.h"
 
-#include <QCoreApplication>
-#include <QFile>
 #include <QProcess>
 #include <QRegularExpression>
 #include <QTemporaryDir>
@@ -14,338 +12,189 @@
 
 #include <csignal>
 #include <fcntl.h>
+#include <numeric>
 #include <thread>
 #include <unistd.h>
 
-namespace {
-
-// Logs at the very end: it is the first static object of the program to be made.
-struct Farewell
-{
-    ~Farewell()
-    {
-        if (text) {
-            qWarning("%s", text);
-        }
-    }
-    const char* text = nullptr;
-};
-
-Farewell farewell __attribute__((init_priority(101)));
+using namespace Qt::StringLiterals;
 
 // What a child of this program does: logs each of its arguments.
-int logArguments(const QStringList& arguments)
+static int logArguments(const QStringList& arguments)
 {
+    // Called last of all: after the destructors of what is made from here on.
+    static QByteArray farewell;
+    atexit([] { farewell.isNull() ? void() : qWarning("%s", farewell.constData()); });
     Logger::installPlainMsgHandler();
     qDebug("early");
     Logger::installQtMsgHandler();
     Logger::installLogMsgHandler(qEnvironmentVariable("TST_LOG_FILE"));
     for (const QString& argument : arguments) {
-        const QByteArray text = argument.mid(2).toLocal8Bit();
+        const QByteArray bytes = argument.mid(2).toLocal8Bit();
+        const char* const text = bytes.constData();
+        // clang-format off
         switch (argument.at(0).toLatin1()) {
-        case 'd':
-            qDebug("%s", text.constData());
-            break;
-        case 'i':
-            qInfo("%s", text.constData());
-            break;
-        case 'w':
-            qWarning("%s", text.constData());
-            break;
-        case 'c':
-            qCritical("%s", text.constData());
-            break;
-        case 'f':
-            qFatal("%s", text.constData());
-        case 'q':
-            QObject::connect(qApp, SIGNAL(aboutToQuit()), qApp, text.constData());
-            break;
-        case 's':
-            farewell.text = qstrdup(text.constData());
-            break;
-        case 'x':
-            Logger::xmlLog(STDOUT_FILENO, QtWarningMsg, text.constData());
-            break;
+        case 'd': qDebug("%s", text); break;
+        case 'i': qInfo("%s", text); break;
+        case 'w': qWarning("%s", text); break;
+        case 'c': qCritical("%s", text); break;
+        case 'f': qFatal("%s", text);
+        case 'q': QObject::connect(qApp, SIGNAL(aboutToQuit()), qApp, text); break;
+        case 's': farewell = bytes; break;
+        case 'x': Logger::xmlLog(STDOUT_FILENO, QtWarningMsg, text); break;
         }
+        // clang-format on
     }
     return 7;
 }
 
-// Runs such a child to its end, with variables that would change Qt's own output.
-void runChild(QProcess& child, const QString& logFile, const QStringList& arguments)
+// Runs such a child, with variables that would change Qt's own output. Returns its
+// output, its errors, and its exit code or, negative, its signal.
+static QByteArray runChild(const QString& program, const QString& logFile, const char* arguments)
 {
+    QProcess child;
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert(QStringLiteral("TST_LOG_FILE"), logFile);
-    environment.insert(QStringLiteral("QT_LOGGING_RULES"), QStringLiteral("*=false"));
-    environment.insert(QStringLiteral("QT_MESSAGE_PATTERN"), QStringLiteral("pattern"));
+    environment.insert(u"TST_LOG_FILE"_s, logFile);
+    environment.insert(u"QT_LOGGING_RULES"_s, u"*=false"_s);
+    environment.insert(u"QT_MESSAGE_PATTERN"_s, u"pattern"_s);
     child.setProcessEnvironment(environment);
-    child.start(QCoreApplication::applicationFilePath(),
-                QStringList(QStringLiteral("log")) + arguments);
-    QVERIFY(child.waitForFinished());
+    child.start(program, u"log|%1"_s.arg(QString::fromUtf8(arguments)).split(u'|'));
+    child.waitForFinished();
+    const int sign = child.exitStatus() == QProcess::CrashExit ? -1 : 1;
+    return child.readAllStandardOutput() + child.readAllStandardError() +
+           QByteArray::number(sign * child.exitCode());
 }
 
-QByteArray contentOf(const QString& fileName)
+static QByteArray received;
+
+static void note(QtMsgType, const char* message)
 {
-    QFile file(fileName);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("cannot be opened");
+    received += QByteArray(message) + ';';
 }
 
-} // namespace
+static void noteTwiceFromNowOn(QtMsgType, const char*)
+{
+    Logger::removeMsgHandler(note);
+    Logger::addMsgHandler(note);
+    Logger::addMsgHandler(note);
+}
 
 class LoggerTest : public QObject
 {
     Q_OBJECT
 
+    const QString mProgram = QCoreApplication::applicationFilePath();
+    const QTemporaryDir mDir;
+
 private Q_SLOTS:
-    void init();
-    void messagesInAProcess_data();
-    void messagesInAProcess();
-    void logFileThatCannotBeOpened_data();
-    void logFileThatCannotBeOpened();
-    void logFileName_data();
-    void logFileName();
-    void handlers();
-    void formats();
-    void xmlRecords();
-    void longProgramName();
-    void writesAllToASlowReader();
-    void writesThatFail();
-};
-
-void LoggerTest::init()
-{
-    for (const char* name : {"ZORV_TST_LOG", "TALVORA_TST_LOG", "PELK_TST_LOG", "ZORV_LOGS",
-                             "TALVORA_LOGS", "PELK_LOGS"}) {
-        qunsetenv(name);
-    }
-    discardEnvCache();
-}
-
-void LoggerTest::messagesInAProcess_data()
-{
-    QTest::addColumn<QStringList>("arguments");
-    QTest::addColumn<int>("status");
-    QTest::addColumn<QByteArray>("log");
-
-    const auto row = [](const char* name, const QStringList& arguments, int status,
-                        const char* log) {
-        QTest::newRow(name) << arguments << status << QByteArray(log);
-    };
-    const auto l = [](const char* text) { return QString::fromUtf8(text); };
-    row("every kind, in order, as it is", {l("d a%b"), l("i \xc3\xa9"), l("w c"), l("c d")}, 7,
-        "a%b\n\xc3\xa9\nc\nd\n");
-    row("codec messages are dropped", {l("w a QIconvCodec:: b"), l("w c")}, 7, "c\n");
-    row("dropped before it is fatal for the text", {l("w QIconvCodec:: No such slot")}, 7, "");
-    row("fatal ends with 1", {l("f a"), l("w b")}, 1, "a\n");
-    row("failed assertion aborts", {l("f ASSERT: \"x\" in file y")}, -SIGABRT,
-        "ASSERT: \"x\" in file y\n");
-    row("assertion inside is no assertion", {l("f no ASSERT")}, 1, "no ASSERT\n");
-    row("missing slot aborts", {l("w x No such slot y")}, -SIGABRT, "x No such slot y\n");
-    row("missing signal aborts", {l("d No such signal")}, -SIGABRT, "No such signal\n");
-    row("missing slot that Qt tells of aborts", {l("q 1noSlot()")}, -SIGABRT,
-        "QObject::connect: No such slot QCoreApplication::noSlot()\n");
-    row("logged by a static destructor", {l("s a"), l("w b")}, 7, "b\na\n");
-    row("deadlock aborts", {l("c Deadlock detected")}, -SIGABRT, "Deadlock detected\n");
-}
-
-void LoggerTest::messagesInAProcess()
-{
-    QFETCH(QStringList, arguments);
-    QFETCH(int, status);
-    QFETCH(QByteArray, log);
-
-    const QTemporaryDir dir;
-    const QString logFile = dir.filePath(QStringLiteral("log"));
-    QFile old(logFile);
-    QVERIFY(old.open(QIODevice::WriteOnly) && old.write("old content\n") > 0);
-    old.close();
-    QProcess child;
-    runChild(child, logFile, arguments);
-    const bool crashed = child.exitStatus() == QProcess::CrashExit;
-    QCOMPARE(crashed ? -child.exitCode() : child.exitCode(), status);
-    QCOMPARE(child.readAllStandardError(), "early\n" + log);
-    QCOMPARE(contentOf(logFile), log);
-}
-
-void LoggerTest::logFileThatCannotBeOpened_data()
-{
-    QTest::addColumn<QString>("fileName");
-    QTest::addColumn<QByteArray>("message");
-    QTest::newRow("no name") << QString() << QByteArray("Log file name is empty\n");
-    QTest::newRow("no directory") << QStringLiteral("/nonexistent/log")
-                                  << QByteArray("/nonexistent/log: No such file or directory\n");
-}
-
-void LoggerTest::logFileThatCannotBeOpened()
-{
-    QFETCH(QString, fileName);
-    QFETCH(QByteArray, message);
-    QProcess child;
-    runChild(child, fileName, {QStringLiteral("w a")});
-    QCOMPARE(child.readAllStandardError(), "early\n" + message + "a\n");
-    QCOMPARE(child.exitCode(), 7);
-}
-
-void LoggerTest::logFileName_data()
-{
-    QTest::addColumn<QByteArrayList>("variables");
-    QTest::addColumn<QString>("expected");
-
-    const QString suffixed = QStringLiteral("/tmp/run-H.log");
-    const auto row = [](const char* name, const QByteArrayList& variables,
-                        const QString& expected) { QTest::newRow(name) << variables << expected; };
-    row("named", {"ZORV_TST_LOG=/tmp/run"}, suffixed);
-    row("named with the extension", {"ZORV_TST_LOG=/tmp/run.log"}, suffixed);
-    row("one extension only", {"ZORV_TST_LOG=/tmp/run.log.log"},
-        QStringLiteral("/tmp/run.log-H.log"));
-    row("extension in capitals", {"TALVORA_TST_LOG=run.LOG"}, QStringLiteral("run.LOG-H.log"));
-    row("named and empty", {"PELK_TST_LOG=", "TALVORA_TST_LOG=x"}, QStringLiteral("-H.log"));
-    row("a directory as a name", {"ZORV_TST_LOG=/tmp"}, QStringLiteral("/tmp-H.log"));
-    row("name before directory", {"TALVORA_TST_LOG=x", "ZORV_LOGS=/tmp"},
-        QStringLiteral("x-H.log"));
-    row("in a directory", {"PELK_LOGS=/tmp"}, QStringLiteral("/tmp/prefix-H.log"));
-    row("in a directory that is missing", {"ZORV_LOGS=/nonexistent", "PELK_LOGS=/tmp"}, QString());
-    row("not wanted", {}, QString());
-}
-
-void LoggerTest::logFileName()
-{
-    QFETCH(QByteArrayList, variables);
-    QFETCH(QString, expected);
-    for (const QByteArray& variable : variables) {
-        const qsizetype equals = variable.indexOf('=');
-        qputenv(variable.left(equals).constData(), variable.mid(equals + 1));
-    }
-    discardEnvCache();
-    const QString name =
-        Logger::logFileName("TST_LOG", QStringLiteral("prefix"), QStringLiteral("-H"));
-    QCOMPARE(name, expected);
-    QCOMPARE(name.isNull(), expected.isNull());
-    init();
-    QVERIFY(Logger::logFileName(nullptr, QStringLiteral("prefix"), QString()).isNull());
-}
-
-static QByteArrayList received;
-
-static void second(QtMsgType, const char* message)
-{
-    received += QByteArray("second ") + message;
-}
-
-static void first(QtMsgType type, const char* message)
-{
-    received += QByteArray("first ") + message;
-    if (qstrcmp(message, "again") != 0) {
-        // The call in progress keeps its list; the one made here has the new one.
-        Logger::removeMsgHandler(second);
-        Logger::addMsgHandler(second);
-        Logger::addMsgHandler(second);
-        Logger::log(type, "again");
-        Logger::removeMsgHandler(second);
-    }
-}
-
-void LoggerTest::handlers()
-{
-    received.clear();
-    Logger::addMsgHandler(first);
-    Logger::addMsgHandler(second);
-    Logger::log(QtDebugMsg, "x");
-    QCOMPARE(received, QByteArrayList(
-                           {"first x", "first again", "second again", "second again", "second x"}));
-    Logger::removeMsgHandler(first);
-    Logger::removeMsgHandler(second);
-    Logger::removeMsgHandler(second);
-    received.clear();
-    Logger::log(QtDebugMsg, "x");
-    QCOMPARE(received, QByteArrayList());
-}
-
-void LoggerTest::formats()
-{
-    received.clear();
-    Logger::addMsgHandler(second);
-    Logger::logf(QtDebugMsg, "%s %d", QByteArray(1000, 'x').constData(), 5);
-    Logger::removeMsgHandler(second);
-    QCOMPARE(received, QByteArrayList{"second " + QByteArray(1000, 'x') + " 5"});
-    QCOMPARE(Logger::typeToString(QtFatalMsg), "fatal");
-    QCOMPARE(Logger::typeToString(QtInfoMsg), "unknown");
-}
-
-void LoggerTest::xmlRecords()
-{
-    const auto isRecord = [](const QByteArray& record, const char* rest) {
-        const QRegularExpression pattern(
-            QLatin1String("<debug time=\"[0-2]\\d:[0-5]\\d:[0-6]\\d\\.(0|[1-9]\\d{0,2})\"") +
-            QString::fromLatin1(rest));
-        return QRegularExpression(QRegularExpression::anchoredPattern(pattern.pattern()))
-            .match(QString::fromUtf8(record))
-            .hasMatch();
-    };
-    const QByteArray record = Logger::xmlLogBytes(QtCriticalMsg, "a <b> & %s");
-    QVERIFY2(isRecord(record, " type=\"critical\">a <b> & %s</debug>"), record.constData());
-
-    QProcess child;
-    child.start(QCoreApplication::applicationFilePath(),
-                {QStringLiteral("log"), QStringLiteral("x text")});
-    QVERIFY(child.waitForFinished());
-    const QByteArray full = child.readAllStandardOutput();
-    QVERIFY2(isRecord(full, " source=\"tst_logger\" pid=\"\\d+\" type=\"warning\">text</debug>"),
-             full.constData());
-    Logger::xmlLog(-1, QtDebugMsg, "nowhere");
-}
-
-void LoggerTest::longProgramName()
-{
-    const QTemporaryDir dir;
-    const QString name(70, QLatin1Char('n'));
-    QVERIFY(QFile::copy(QCoreApplication::applicationFilePath(), dir.filePath(name)));
-    QProcess child;
-    child.start(dir.filePath(name), {QStringLiteral("log"), QStringLiteral("x text")});
-    QVERIFY(child.waitForFinished());
-    const QByteArray record = child.readAllStandardOutput();
-    QVERIFY(record.contains(" source=\"" + QByteArray(64, 'n') + "\" pid=\""));
-    QVERIFY(record.endsWith("</debug>"));
-}
-
-void LoggerTest::writesAllToASlowReader()
-{
-    // A number that no descriptor set of select(2) has.
-    if (!allowDescriptor(1500)) {
-        QSKIP("the hard limit on descriptors is too low");
-    }
-    int ends[2];
-    QCOMPARE(pipe2(ends, O_NONBLOCK), 0);
-    const int high = fcntl(ends[1], F_DUPFD, 1500);
-    QCOMPARE(high, 1500);
-    QByteArray sent(1000003, 'x');
-    for (qsizetype i = 0; i < sent.size(); ++i) {
-        sent[i] = static_cast<char>(i % 251);
-    }
-    QByteArray got;
-    std::thread reader([&] {
-        char buffer[777];
-        while (got.size() < sent.size()) {
-            const ssize_t count = read(ends[0], buffer, sizeof buffer);
-            if (count > 0) {
-                got.append(buffer, count);
-            }
-            std::this_thread::yield();
+    void messagesInAProcess()
+    {
+        // clang-format off
+        const struct { const char* arguments; const char* log; int status; } rows[] = {
+            {"d a%b|i \xc3\xa9|w c|c d", "a%b\n\xc3\xa9\nc\nd\n", 7},
+            {"w a QIconvCodec:: No such slot|w c", "c\n", 7}, {"s a|w b", "b\na\n", 7},
+            {"f a|w b", "a\n", 1}, {"f no ASSERT", "no ASSERT\n", 1},
+            {"f ASSERT: \"x\" in file y", "ASSERT: \"x\" in file y\n", -SIGABRT},
+            {"w x No such slot y", "x No such slot y\n", -SIGABRT},
+            {"d No such signal", "No such signal\n", -SIGABRT},
+            {"c Deadlock detected", "Deadlock detected\n", -SIGABRT},
+            {"q 1no()", "QObject::connect: No such slot QCoreApplication::no()\n", -SIGABRT},
+        };
+        // clang-format on
+        QFile log(mDir.filePath(u"log"_s));
+        for (const auto& row : rows) {
+            QVERIFY(writeFile(log.fileName(), "old content\n"));
+            QCOMPARE(runChild(mProgram, log.fileName(), row.arguments),
+                     QByteArray("early\n") + row.log + QByteArray::number(row.status));
+            QVERIFY(log.open(QIODevice::ReadOnly));
+            QCOMPARE(log.readAll(), row.log);
+            log.close();
         }
-    });
-    const ssize_t written = blocking_write(high, sent.constData(), size_t(sent.size()));
-    reader.join();
-    QCOMPARE(written, sent.size());
-    QVERIFY(got == sent);
-    for (int fd : {high, ends[0], ends[1]}) {
-        close(fd);
+        QCOMPARE(runChild(mProgram, {}, "w a"), "early\nLog file name is empty\na\n7");
+        QCOMPARE(runChild(mProgram, u"/nonexistent/log"_s, "w a"),
+                 "early\n/nonexistent/log: No such file or directory\na\n7");
     }
-}
 
-void LoggerTest::writesThatFail()
-{
-    QCOMPARE(blocking_write(-1, "x", 1), -1);
-}
+    void logFileName()
+    {
+        // clang-format off
+        const struct { QByteArray variables; const char* expected; } rows[] = {
+            {"ZORV_TST_LOG=/tmp/run", "/tmp/run-H.log"}, {"ZORV_TST_LOG=run.log", "run-H.log"},
+            {"ZORV_TST_LOG=run.log.log", "run.log-H.log"}, {"ZORV_TST_LOG=r.LOG", "r.LOG-H.log"},
+            {"ZORV_TST_LOG=/tmp", "/tmp-H.log"}, {"PELK_TST_LOG= TALVORA_TST_LOG=x", "-H.log"},
+            {"PELK_LOGS=/tmp", "/tmp/prefix-H.log"}, {"PELK_TST_LOG=x ZORV_LOGS=/tmp", "x-H.log"},
+            {"ZORV_LOGS=/nonexistent PELK_LOGS=/tmp", nullptr}, {"X=", nullptr},
+        };
+        // clang-format on
+        for (const auto& row : rows) {
+            for (const QByteArray& variable : row.variables.split(' ')) {
+                const qsizetype equals = variable.indexOf('=');
+                qputenv(variable.left(equals).constData(), variable.mid(equals + 1));
+            }
+            const QString name = Logger::logFileName("TST_LOG", u"prefix"_s, u"-H"_s);
+            clearSettings({"TST_LOG", "LOGS"});
+            QCOMPARE(row.variables + ": " + name.toUtf8(), row.variables + ": " + row.expected);
+            QCOMPARE(name.isNull(), !row.expected);
+        }
+        QVERIFY(Logger::logFileName(nullptr, u"prefix"_s, QString()).isNull());
+    }
+
+    void handlers()
+    {
+        Logger::addMsgHandler(noteTwiceFromNowOn);
+        Logger::addMsgHandler(note);
+        // A call keeps the list that it has found.
+        Logger::log(QtDebugMsg, "a");
+        Logger::removeMsgHandler(noteTwiceFromNowOn);
+        Logger::logf(QtDebugMsg, "%s %d", QByteArray(1000, 'x').constData(), 5);
+        for (const char* message : {"b", "c"}) {
+            Logger::removeMsgHandler(note);
+            Logger::log(QtDebugMsg, message);
+        }
+        Logger::removeMsgHandler(note);
+        QCOMPARE(received, "a;" + (QByteArray(1000, 'x') + " 5;").repeated(2) + "b;");
+    }
+
+    // The program's name is longer than a record's source.
+    void xmlRecord()
+    {
+        const QString program = mDir.filePath(QString(70, u'n'));
+        QVERIFY(QFile::copy(mProgram, program));
+        const QRegularExpression pattern(
+            uR"=(^<debug time="[0-2]\d:[0-5]\d:[0-6]\d\.(0|[1-9]\d{0,2})" source="n{64}" )="
+            uR"=(pid="\d+" type="warning">a <b> & %s</debug>early)="_s);
+        const QByteArray record = runChild(program, {}, "x a <b> & %s");
+        QVERIFY2(pattern.match(QString::fromUtf8(record)).hasMatch(), record);
+    }
+
+    void writesAllToASlowReader()
+    {
+        QCOMPARE(blocking_write(-1, "x", 1), -1);
+        // A number that no descriptor set of select(2) has.
+        if (!allowDescriptor(1500)) {
+            QSKIP("the hard limit on descriptors is too low");
+        }
+        int ends[2];
+        QCOMPARE(pipe2(ends, O_NONBLOCK), 0);
+        QCOMPARE(fcntl(ends[1], F_DUPFD, 1500), 1500);
+        QByteArray sent(1000003, '\0');
+        std::iota(sent.begin(), sent.end(), '\0');
+        QByteArray got;
+        std::thread reader([&] {
+            char buffer[777];
+            while (got.size() < sent.size()) {
+                got.append(buffer, qMax<ssize_t>(read(ends[0], buffer, sizeof buffer), 0));
+                std::this_thread::yield();
+            }
+        });
+        const ssize_t written = blocking_write(1500, sent.constData(), size_t(sent.size()));
+        reader.join();
+        QCOMPARE(written, sent.size());
+        QVERIFY(got == sent);
+        for (const int fd : {ends[0], ends[1], 1500}) {
+            close(fd);
+        }
+    }
+};
 
 int main(int argc, char** argv)
 {

@@ -1,178 +1,98 @@
 // The walk over a command line.
 
 #include "backend/options.h"
+#include "tests/support/texts.h"
 
 #include <QProcess>
 #include <QTest>
 
 #include <cstdio>
 
-namespace {
+using namespace Qt::StringLiterals;
 
-// Knows "-n NUMBER", "-f" and "--stop", which asks for help.
+// Knows "-n NUMBER", "-f" and "--stop", which asks for help; notes what it is given.
 class TestOptions : public Options
 {
 public:
-    QStringList seen;
-    QStringList rest;
-    bool takesRest = true;
+    QString seen;
 
 protected:
     ParseResult parseOption(const QString& option, QStringList::const_iterator& it,
                             QStringList::const_iterator end) override
     {
-        if (option == QLatin1String("-n")) {
-            if (++it == end) {
-                return Missing;
-            }
-            seen += option + *it;
-            return it->isEmpty() || it->startsWith(QLatin1String("bad")) ? Invalid : Ok;
+        seen += option + u' ';
+        if (option == u"-n"_s) {
+            seen += ++it == end ? QString() : *it + u' ';
+            return it == end ? Missing : it->isEmpty() || it->startsWith(u"bad"_s) ? Invalid : Ok;
         }
-        if (option == QLatin1String("--stop")) {
-            return Help;
-        }
-        const bool known = option == QLatin1String("-f");
-        seen += option;
-        return known ? Ok : Unrecognised;
+        return option == u"--stop"_s ? Help : option == u"-f"_s ? Ok : Unrecognised;
     }
 
-    ParseResult parseRemainingArguments(const QStringList& arguments) override
+    ParseResult parseRemainingArguments(const QStringList& rest) override
     {
-        rest = arguments;
-        return takesRest ? Ok : Options::parseRemainingArguments(arguments);
+        seen += bracketed(rest);
+        return Options::parseRemainingArguments(rest);
     }
 
     void printHelp() override { puts("the help"); }
 };
 
-QStringList words(const char* text)
+static QStringList words(const char* text)
 {
-    return QString::fromLatin1(text).split(QLatin1Char(' '), Qt::SkipEmptyParts);
+    return QString::fromLatin1(text).split(u' ');
 }
-
-} // namespace
 
 class OptionsTest : public QObject
 {
     Q_OBJECT
 
 private Q_SLOTS:
-    void walks_data();
-    void walks();
-    void rejects_data();
-    void rejects();
-    void baseTakesNothing();
-    void helpWordsEndTheProcess_data();
-    void helpWordsEndTheProcess();
-};
-
-void OptionsTest::walks_data()
-{
-    QTest::addColumn<bool>("simple");
-    QTest::addColumn<QString>("arguments");
-    QTest::addColumn<QString>("seen");
-    QTest::addColumn<QString>("rest");
-
-    const auto row = [](const char* name, bool simple, const char* arguments, const char* seen,
-                        const char* rest) {
-        QTest::newRow(name) << simple << QString::fromLatin1(arguments) << QString::fromLatin1(seen)
-                            << QString::fromLatin1(rest);
-    };
-    row("nothing", true, "", "", "");
-    row("options only", true, "-f -n 1 -f", "-f -n1 -f", "");
-    row("a value that looks like an option", true, "-n -f", "-n-f", "");
-    row("the first other argument ends the options", true, "-f a -f", "-f a", "a -f");
-    row("an option joined to its value is another", true, "-n=1", "-n=1", "-n=1");
-    row("two dashes end the options", true, "-f -- -h", "-f", "-h");
-    row("two dashes at the end", true, "-f --", "-f", "");
-    row("two dashes as a value", true, "-n -- -f", "-n-- -f", "");
-    row("not simple: two dashes are ordinary", false, "-- -f", "--", "-- -f");
-    row("not simple: help words are ordinary", false, "-h -f", "-h", "-h -f");
-}
-
-void OptionsTest::walks()
-{
-    QFETCH(bool, simple);
-    QFETCH(QString, arguments);
-
-    TestOptions options;
-    options.setSimpleArguments(simple);
-    QVERIFY(options.parse(words("program") + words(arguments.toLatin1().constData())));
-    QTEST(options.seen.join(QLatin1Char(' ')), "seen");
-    QTEST(options.rest.join(QLatin1Char(' ')), "rest");
-}
-
-void OptionsTest::rejects_data()
-{
-    QTest::addColumn<QStringList>("arguments");
-    QTest::addColumn<QByteArray>("message");
-
-    QTest::newRow("value missing")
-        << words("-f -n") << QByteArray("option '-n' requires an argument");
-    QTest::newRow("value unacceptable")
-        << words("-n bad%1 -f") << QByteArray("invalid -n argument 'bad%1'");
-    QTest::newRow("value empty and unacceptable")
-        << QStringList{QStringLiteral("-n"), QString()} << QByteArray("invalid -n argument ''");
-    QTest::newRow("left-over argument")
-        << words("-f %1 b") << QByteArray("unrecognised argument '%1'");
-    QTest::newRow("help asked for by an option") << words("--stop") << QByteArray();
-}
-
-void OptionsTest::rejects()
-{
-    QFETCH(QStringList, arguments);
-    QFETCH(QByteArray, message);
-
-    static QByteArrayList messages;
-    messages.clear();
-    const QtMessageHandler previous =
-        qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString& text) {
-            messages += text.toLocal8Bit();
-        });
-    TestOptions options;
-    options.takesRest = false;
-    const bool accepted = options.parse(words("program") + arguments);
-    qInstallMessageHandler(previous);
-    QVERIFY(!accepted);
-    QCOMPARE(messages, message.isNull() ? QByteArrayList() : QByteArrayList{message});
-}
-
-void OptionsTest::baseTakesNothing()
-{
-    Options options;
-    QVERIFY(options.parse({}));
-    QVERIFY(options.parse(words("program")));
-    QVERIFY(options.parse(words("program --")));
-    QTest::ignoreMessage(QtWarningMsg, "unrecognised argument 'a'");
-    QVERIFY(!options.parse(words("program a")));
-}
-
-void OptionsTest::helpWordsEndTheProcess_data()
-{
-    QTest::addColumn<QString>("word");
-    for (const char* word : {"-h", "--help", "-?"}) {
-        QTest::newRow(word) << QString::fromLatin1(word);
+    void walks()
+    {
+        // clang-format off
+        const struct { bool simple; const char *words, *seen, *says; } rows[] = {
+            {true, "program", "ok", ""}, {true, "program -f -n 1 -f", "-f -n 1 -f ok", ""},
+            {true, "program -n -f", "-n -f ok", ""}, {true, "program -f --", "-f ok", ""},
+            {true, "program -n -- -f", "-n -- -f ok", ""}, {true, "program --stop", "--stop ", ""},
+            {true, "program -f -- -h", "-f <-h>", "<unrecognised argument '-h'>"},
+            {true, "program -f %1 -f", "-f %1 <%1><-f>", "<unrecognised argument '%1'>"},
+            {true, "program -n=1", "-n=1 <-n=1>", "<unrecognised argument '-n=1'>"},
+            {true, "program -f -n", "-f -n ", "<option '-n' requires an argument>"},
+            {true, "program -n bad%1 -f", "-n bad%1 ", "<invalid -n argument 'bad%1'>"},
+            {true, "program -n ", "-n  ", "<invalid -n argument ''>"},
+            // Not simple: neither two dashes nor the help words are special.
+            {false, "program -- -f", "-- <--><-f>", "<unrecognised argument '--'>"},
+            {false, "program -h", "-h <-h>", "<unrecognised argument '-h'>"},
+        };
+        // clang-format on
+        for (const auto& row : rows) {
+            TestOptions options;
+            options.setSimpleArguments(row.simple);
+            const MessageCollector messages;
+            const QString result = options.parse(words(row.words)) ? u"ok"_s : QString();
+            QCOMPARE(options.seen + result, QString::fromLatin1(row.seen));
+            QCOMPARE(messages.texts(), QString::fromLatin1(row.says));
+        }
+        QVERIFY(Options().parse({}));
     }
-}
 
-void OptionsTest::helpWordsEndTheProcess()
-{
-    QFETCH(QString, word);
-    QProcess child;
-    child.start(QCoreApplication::applicationFilePath(),
-                {QStringLiteral("as-child"), QStringLiteral("-f"), word, QStringLiteral("-n")});
-    QVERIFY(child.waitForFinished());
-    QCOMPARE(child.exitStatus(), QProcess::NormalExit);
-    QCOMPARE(child.exitCode(), 0);
-    QCOMPARE(child.readAllStandardOutput(), QByteArray("the help\n"));
-}
+    void helpWordsEndTheProcess()
+    {
+        for (const char* arguments : {"as-child -f -h -n", "as-child --help", "as-child -?"}) {
+            QProcess child;
+            child.start(QCoreApplication::applicationFilePath(), words(arguments));
+            QVERIFY(child.waitForFinished());
+            QCOMPARE(child.exitCode(), 0);
+            QCOMPARE(child.readAllStandardOutput(), "the help\n");
+        }
+    }
+};
 
 int main(int argc, char** argv)
 {
     QCoreApplication app(argc, argv);
     if (argc > 1 && qstrcmp(argv[1], "as-child") == 0) {
-        TestOptions options;
-        return options.parse(QCoreApplication::arguments().mid(1)) ? 2 : 3;
+        return TestOptions().parse(QCoreApplication::arguments().mid(1)) ? 2 : 3;
     }
     OptionsTest test;
     return QTest::qExec(&test, argc, argv);

@@ -1,257 +1,124 @@
-// Expansion of tildes and variable references.
+// Expansion of tildes and variable references, and splitting of command lines.
 
 #include "common/compatibility_simple/pathexpansion.h"
+#include "common/mlib.h"
+#include "tests/support/settings.h"
+#include "tests/support/texts.h"
 
-#include <QDir>
-#include <QRandomGenerator>
-#include <QRegularExpression>
 #include <QTest>
 
-#include <cstdint>
-#include <dlfcn.h>
 #include <pwd.h>
 #include <unistd.h>
 #include <vector>
 
-static int compileCount = 0;
+using namespace Qt::StringLiterals;
 
-// Qt's compilations are counted: the linker puts the counter before a static
-// library's function, the loader before that of a shared one.
-#ifdef QT_STATIC
-extern "C" void* __real_pcre2_compile_16(const char16_t* pattern, size_t length, uint32_t options,
-                                         int* error, size_t* offset, void* context);
-#define pcre2_compile_16 __wrap_pcre2_compile_16
-#endif
-
-extern "C" void* pcre2_compile_16(const char16_t* pattern, size_t length, uint32_t options,
-                                  int* error, size_t* offset, void* context)
+// The expansion in an environment of these entries, which need not hold a '='.
+static QString expandedIn(QByteArrayList entries, const QByteArray& text)
 {
-#ifdef QT_STATIC
-    constexpr auto original = __real_pcre2_compile_16;
-#else
-    using Compile = void*(const char16_t*, size_t, uint32_t, int*, size_t*, void*);
-    static auto* const original = reinterpret_cast<Compile*>(dlsym(RTLD_NEXT, "pcre2_compile_16"));
-#endif
-    ++compileCount;
-    return original(pattern, length, options, error, offset, context);
-}
-
-namespace {
-
-// An environment of our own, in our own order; entries need not hold a '='.
-class Environment
-{
-public:
-    explicit Environment(const QByteArrayList& entries)
-        : mEntries(entries)
-        , mPrevious(environ)
-    {
-        for (QByteArray& entry : mEntries) {
-            mPointers.push_back(entry.data());
-        }
-        mPointers.push_back(nullptr);
-        environ = mPointers.data();
+    std::vector<char*> pointers;
+    for (QByteArray& entry : entries) {
+        pointers.push_back(entry.data());
     }
-    ~Environment() { environ = mPrevious; }
-
-private:
-    QByteArrayList mEntries;
-    std::vector<char*> mPointers;
-    char** mPrevious;
-};
-
-// What the expansion means, without a thought for speed.
-QString expandedOneByOne(QString text, const QByteArrayList& environment)
-{
-    const QByteArrayList entries = text.contains(QLatin1Char('$')) ? environment : QByteArrayList();
-    for (const QByteArray& entry : entries) {
-        const qsizetype equals = entry.indexOf('=');
-        if (equals == -1) {
-            continue;
-        }
-        const QString name = QString::fromLocal8Bit(entry.left(equals));
-        const QRegularExpression pattern(QStringLiteral("(\\$%1\\b|\\$\\{%1\\})").arg(name),
-                                         QRegularExpression::UseUnicodePropertiesOption);
-        if (pattern.isValid()) {
-            // A stand-in for the value: replace() gives a backslash a meaning.
-            const QString standIn(QChar(0xe000));
-            text.replace(pattern, standIn);
-            text.replace(standIn, QString::fromLocal8Bit(entry.mid(equals + 1)));
-        }
-    }
-    return text.trimmed();
+    pointers.push_back(nullptr);
+    char** const previous = environ;
+    environ = pointers.data();
+    const QString expanded = expandVars(QString::fromUtf8(text));
+    environ = previous;
+    return expanded;
 }
-
-} // namespace
 
 class PathExpansionTest : public QObject
 {
     Q_OBJECT
 
 private Q_SLOTS:
-    void recognisesReferences();
-    void expandsTildes_data();
-    void expandsTildes();
-    void expandsVariables_data();
-    void expandsVariables();
-    void meansTheSameAsOneByOne();
-    void largeEnvironment();
-    void expansionThatExplodes();
-    void noEnvironmentAtAll();
+    void expands()
+    {
+        for (const QString& text : {u"100%"_s, u"a$b"_s, u"~x"_s}) {
+            QVERIFY(containsEnvVarOrTilde(text));
+        }
+        QVERIFY(!containsEnvVarOrTilde(u"a~b"_s));
+        const QByteArray root(getpwnam("root")->pw_dir);
+        const QByteArray longName(40000, 'N');
+        // clang-format off
+        const struct { QByteArrayList environment; QByteArray text, expected; } rows[] = {
+            {{"HOME=/home"}, "~/$HOME", "/home//home"}, {{"HOME=/home"}, "~ x/y", "/home x/y"},
+            {{"HOME=/home"}, "~", "/home"}, {{"HOME=/home"}, "a~b", "a~b"},
+            {{}, "~root/x", root + "/x"}, {{}, "~root x/y", root + " x/y"}, {{}, "~root", root},
+            {{}, "~no-such-user/x", "~no-such-user/x"}, {{}, " a \t", "a"},
+            // The longest word is a variable's name; letters of all scripts are in words.
+            {{"H=/h"}, "  ${H}/x ${H $H}", "/h/x ${H /h}"}, {{"H=/h"}, "$H/$H$H", "/h//h/h"},
+            {{"H=/h"}, "$HX $H_ $H1 ${HX} $NONE", "$HX $H_ $H1 ${HX} $NONE"},
+            {{"H=/h"}, "$H\xc3\xa9 $H\xf0\x9d\x94\xb8", "$H\xc3\xa9 $H\xf0\x9d\x94\xb8"},
+            {{"f%=x"}, "$f% $f%a", "$f% xa"},
+            {{"H=\\1\\\\$&\xc3\xa9"}, "$H", "\\1\\\\$&\xc3\xa9"},
+            // Variables are replaced in their order, in the values of earlier ones too.
+            {{"A=$B", "B=b"}, "$A", "b"}, {{"B=b", "A=$B"}, "$A", "$B"}, {{"A=1", "A="}, "$A", "1"},
+            // No equals sign, no variable; a name is a pattern, or not.
+            {{"A", "B=b"}, "$A $B", "$A b"}, {{"A(=x", "B=b"}, "$A( $B", "$A( b"},
+            {{"A.C=\\1"}, "$ABC $A.C ${AxC}", "\\1 \\1 \\1"}, {{"A|B=x"}, "$A ${B}", "x ${x}"},
+            // Where there is nothing to a pattern, none is compiled: this would be too large.
+            {{longName + "=x"}, '$' + longName, "x"},
+        };
+        // clang-format on
+        for (const auto& row : rows) {
+            QCOMPARE(expandedIn(row.environment, row.text), QString::fromUtf8(row.expected));
+        }
+        // Each variable doubles the text, by name and by pattern.
+        for (const char* entry : {"A=$A/$A/", "A.?=$A/$A/"}) {
+            const qsizetype size = expandedIn(QByteArrayList(100, entry), "$A/").size();
+            QVERIFY(size > 65536 && size < 4 * 65536);
+        }
+        // No environment at all.
+        char** const previous = environ;
+        environ = nullptr;
+        const QString expanded = expandVars(u" $HOME"_s);
+        environ = previous;
+        QCOMPARE(expanded, u"$HOME"_s);
+    }
+
+    void parsesArguments()
+    {
+        // clang-format off
+        const char* const rows[][2] = {
+            {"", ""}, {" \n ", ""}, {"a  b", "<a><b>"}, {"a\nb", "<a><b>"}, {"a\tb", "<a\tb>"},
+            // Quotes, also those that are never closed.
+            {"a''b", "<ab>"}, {"''", "<>"}, {"x \"\" y", "<x><><y>"}, {"\"a b\" c", "<a b><c>"},
+            {"a'b c'\"d e\"f", "<ab cd ef>"}, {"'ab c", "<ab c>"}, {"x '", "<x><>"}, {"\"a", "<a>"},
+            // A backslash escapes in double quotes, is itself in single ones, and else dropped.
+            {"\"a\\\"b\\c\\\\d\"", "<a\"bc\\d>"}, {"'a\\b'", "<a\\b>"}, {"a\\ b\\\\\\", "<a><b>"},
+            {"\\'a b'", "<a b>"}, {"x \"a\\", "<x><a>"}, {"\\", ""},
+        };
+        // clang-format on
+        for (const auto& [text, expected] : rows) {
+            const QString arguments = bracketed(parseArgs(QString::fromLatin1(text)));
+            QCOMPARE(QByteArray(text) + " gives " + arguments.toLatin1(),
+                     QByteArray(text) + " gives " + expected);
+        }
+        qputenv("PELK_ALLOW_NEWLINE_IN_ARGS", "yes");
+        discardEnvCache();
+        QCOMPARE(bracketed(parseArgs(u"a\nb c"_s)), u"<a\nb><c>"_s);
+        clearSettings({"ALLOW_NEWLINE_IN_ARGS"});
+    }
+
+    void splitsCStrings()
+    {
+        const char* const rows[][2] = {{"a, ,, b,c, ", "<a><,><b,c><>"}, {"", "<>"}};
+        for (const auto& [text, expected] : rows) {
+            char** vector = m_strsplit(text, ", ");
+            QByteArray parts;
+            for (char** entry = vector; *entry; ++entry) {
+                parts += QByteArray("<") + *entry + '>';
+            }
+            m_strfreev(vector);
+            QCOMPARE(parts, expected);
+        }
+        QCOMPARE(m_strsplit(nullptr, ","), nullptr);
+        QCOMPARE(m_strdup(nullptr), nullptr);
+        m_strfreev(nullptr);
+    }
 };
-
-void PathExpansionTest::recognisesReferences()
-{
-    for (const char* text : {"100%", "a$b", "~x"}) {
-        QVERIFY(containsEnvVarOrTilde(QString::fromLatin1(text)));
-    }
-    QVERIFY(!containsEnvVarOrTilde(QStringLiteral("a~b")));
-}
-
-void PathExpansionTest::expandsTildes_data()
-{
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<QString>("expected");
-
-    const QString home = QDir::homePath();
-    const QString root = QString::fromLocal8Bit(getpwnam("root")->pw_dir);
-    const auto l = [](const char* text) { return QString::fromLatin1(text); };
-    QTest::newRow("alone") << l("~") << home;
-    QTest::newRow("with a path") << l("~/x") << home + l("/x");
-    QTest::newRow("before a blank") << l("~ x") << home + l(" x");
-    QTest::newRow("of a user") << l("~root") << root;
-    QTest::newRow("of a user, with a path") << l("~root/x") << root + l("/x");
-    QTest::newRow("of a user, before a blank") << l("~root x/y") << root + l(" x/y");
-    QTest::newRow("of nobody known") << l("~no-such-user/x") << l("~no-such-user/x");
-    QTest::newRow("inside") << l("a~b") << l("a~b");
-}
-
-void PathExpansionTest::expandsTildes()
-{
-    QFETCH(QString, text);
-    QTEST(tildeExpansion(text), "expected");
-}
-
-void PathExpansionTest::expandsVariables_data()
-{
-    QTest::addColumn<QByteArrayList>("environment");
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<QString>("expected");
-
-    const auto row = [](const char* name, const QByteArrayList& environment, const char* text,
-                        const char* expected) {
-        QTest::newRow(name) << environment << QString::fromUtf8(text)
-                            << QString::fromUtf8(expected);
-    };
-    const QByteArrayList h{"H=/h"};
-    row("braced, trimmed", h, "  ${H}/x \t", "/h/x");
-    row("trimmed without a reference", h, " a ", "a");
-    row("word ends at a slash", h, "$H/$H", "/h//h");
-    row("longer names are others", h, "$HX $H_ $H1 ${HX}", "$HX $H_ $H1 ${HX}");
-    row("letters of all scripts are word characters", h, "$H\u00e9 $H\u00e4x",
-        "$H\u00e9 $H\u00e4x");
-    row("not set", h, "$NONE/x", "$NONE/x");
-    row("a value with backslashes", {"H=\\1\\\\$&"}, "$H", "\\1\\\\$&");
-    row("a later variable expands a value", {"A=$B", "B=b"}, "$A", "b");
-    row("an earlier one does not", {"B=b", "A=$B"}, "$A", "$B");
-    row("the first of two of a name", {"A=1", "A=2"}, "$A", "1");
-    row("no equals sign, no variable", {"A", "B=b"}, "$A $B", "$A b");
-    row("a name that is no pattern", {"A(=x", "B=b"}, "$A( $B", "$A( b");
-    row("a name that is a pattern", {"A.C=x"}, "$ABC $A.C ${AxC}", "x x x");
-    row("an exported shell function", {"BASH_FUNC_f%%=() { :; }"}, "${BASH_FUNC_f%%}", "() { :; }");
-    row("a boundary after no word character", {"f%=x"}, "$f% $f%a", "$f% xa");
-    row("tilde first", {"HOME=/home"}, "~/$HOME", "/home//home");
-}
-
-void PathExpansionTest::expandsVariables()
-{
-    QFETCH(QByteArrayList, environment);
-    QFETCH(QString, text);
-    const Environment scope(environment);
-    QTEST(expandVars(text), "expected");
-}
-
-void PathExpansionTest::meansTheSameAsOneByOne()
-{
-    const char* const pieces[] = {"$",
-                                  "{",
-                                  "}",
-                                  "A",
-                                  "AB",
-                                  "_",
-                                  "%",
-                                  ".",
-                                  "*",
-                                  "\\",
-                                  "\xc3\xa9",
-                                  "(",
-                                  ")",
-                                  " ",
-                                  "1",
-                                  "|",
-                                  "\xf0\x9d\x94\xb8",
-                                  "$A",
-                                  "${AB}"};
-    QRandomGenerator random(20);
-    const auto text = [&](int longest) {
-        QByteArray bytes;
-        for (int i = random.bounded(longest) + 1; i > 0; --i) {
-            bytes += pieces[random.bounded(int(std::size(pieces)))];
-        }
-        return bytes;
-    };
-    for (int round = 0; round < 3000; ++round) {
-        QByteArrayList environment;
-        for (int i = 0; i < 6; ++i) {
-            environment += text(3) + '=' + text(3);
-        }
-        // No tilde at the front: that is another rule.
-        const QString input = QStringLiteral("x") + QString::fromUtf8(text(12));
-        const QString expected = expandedOneByOne(input, environment);
-        const Environment scope(environment);
-        QVERIFY2(
-            expandVars(input) == expected,
-            qPrintable(input + QLatin1String(" in ") + QString::fromUtf8(environment.join(' '))));
-    }
-}
-
-void PathExpansionTest::largeEnvironment()
-{
-    QByteArrayList environment;
-    for (int i = 0; i < 5000; ++i) {
-        environment += "VARIABLE_" + QByteArray::number(i) + "=value" + QByteArray::number(i);
-    }
-    environment += "VARIABLE_[ab]=pattern";
-    const Environment scope(environment);
-    compileCount = 0;
-    QCOMPARE(expandVars(QStringLiteral("$VARIABLE_4999/${VARIABLE_0}/$VARIABLE_5000")),
-             QStringLiteral("value4999/value0/$VARIABLE_5000"));
-    QCOMPARE(compileCount, 1);
-}
-
-// Each variable doubles the text, by name and by pattern.
-void PathExpansionTest::expansionThatExplodes()
-{
-    for (const char* name : {"A", "A.?"}) {
-        QByteArrayList environment;
-        for (int i = 0; i < 100; ++i) {
-            environment += QByteArray(name) + "=$A/$A/";
-        }
-        const Environment scope(environment);
-        const QString expanded = expandVars(QStringLiteral("$A/"));
-        QVERIFY(expanded.size() > 65536);
-        QVERIFY(expanded.size() < 4 * 65536);
-    }
-}
-
-void PathExpansionTest::noEnvironmentAtAll()
-{
-    char** const previous = environ;
-    environ = nullptr;
-    const QString expanded = expandVars(QStringLiteral(" $HOME"));
-    environ = previous;
-    QCOMPARE(expanded, QStringLiteral("$HOME"));
-}
 
 QTEST_APPLESS_MAIN(PathExpansionTest)
 #include "tst_pathexpansion.moc"

@@ -1,12 +1,15 @@
-// Process and file helpers, with real processes and files.
+// Process and file helpers, and the restarts that the launcher makes with them.
 
 #include "common/compatibility_simple/processhelpers.h"
-#include "common/env/zorvenv.h"
+#include "mpirun/restartableprocess.h"
+#include "mpirun/restartwatcher.h"
 #include "tests/support/descriptorlimit.h"
+#include "tests/support/settings.h"
+#include "tests/support/texts.h"
 
+#include <QDir>
 #include <QElapsedTimer>
-#include <QFile>
-#include <QProcess>
+#include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -15,317 +18,220 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 
-namespace {
+using namespace Qt::StringLiterals;
 
-QStringList messages;
-
-// Collects what is logged while it lives.
-class MessageCollector
-{
-public:
-    MessageCollector()
-    {
-        messages.clear();
-        mPrevious = qInstallMessageHandler(
-            [](QtMsgType, const QMessageLogContext&, const QString& text) { messages += text; });
-    }
-    ~MessageCollector() { qInstallMessageHandler(mPrevious); }
-
-private:
-    QtMessageHandler mPrevious;
-};
-
-QString testchild(const char* actions)
-{
-    return QStringLiteral("\"" TESTCHILD "\" ") + QString::fromLatin1(actions);
-}
-
-bool hasChildren()
-{
-    return waitpid(-1, nullptr, WNOHANG) != -1 || errno != ECHILD;
-}
-
-} // namespace
+static volatile sig_atomic_t signalCount = 0;
 
 class ProcessHelpersTest : public QObject
 {
     Q_OBJECT
 
+    const QTemporaryDir mDir;
+    const QString mFile = mDir.filePath(u"file"_s);
+    const QString mTestchild = u"\"" TESTCHILD "\" "_s;
+
 private Q_SLOTS:
-    void cleanup();
-    void killMayBeToldToDrop_data();
-    void killMayBeToldToDrop();
-    void helperLines_data();
-    void helperLines();
-    void helperOutputOfSeveralMebibytes();
-    void helperThatDoesNotStart_data();
-    void helperThatDoesNotStart();
-    void helperThatRunsOn();
-    void interpreterLine_data();
-    void interpreterLine();
-    void interpreterOfWhatIsNoFile();
-    void modifiedTime_data();
-    void modifiedTime();
-    void openDescriptors();
-    void brokenPipesAreIgnoredOnce();
-    void sleepIsNotResumed();
-};
+    // No child is left behind, not even one that has ended.
+    void cleanup() { QVERIFY(waitpid(-1, nullptr, WNOHANG) == -1 && errno == ECHILD); }
 
-void ProcessHelpersTest::cleanup()
-{
-    QVERIFY(!hasChildren());
-}
-
-void ProcessHelpersTest::killMayBeToldToDrop_data()
-{
-    QTest::addColumn<QByteArray>("setting");
-    QTest::addColumn<int>("signo");
-    QTest::addColumn<bool>("dropped");
-    QTest::addColumn<QString>("logged");
-
-    const auto l = [](const char* text) { return QString::fromLatin1(text); };
-    QTest::newRow("no setting") << QByteArray() << SIGTERM << false << QString();
-    QTest::newRow("named signal") << QByteArray("ignore{15}ignore{2}") << SIGTERM << true
-                                  << l(" 15 ignore true");
-    QTest::newRow("other signal") << QByteArray("ignore{15}ignore{2}") << SIGKILL << false
-                                  << l(" 9 ignore false");
-    QTest::newRow("1 is not in 15")
-        << QByteArray("ignore{15}") << SIGHUP << false << l(" 1 ignore false");
-}
-
-void ProcessHelpersTest::killMayBeToldToDrop()
-{
-    QFETCH(QByteArray, setting);
-    QFETCH(int, signo);
-    QFETCH(bool, dropped);
-    QFETCH(QString, logged);
-
-    qputenv("ZORV_DEBUG_SC_KILL", setting);
-    discardEnvCache();
-    QProcess process;
-    process.start(QStringLiteral(TESTCHILD), {QStringLiteral("--sleep")});
-    QVERIFY(process.waitForStarted());
-    const int child = static_cast<int>(process.processId());
+    void killMayBeToldToDrop()
     {
-        const MessageCollector collector;
-        QCOMPARE(sc_kill(child, 0), 0);
-        QVERIFY(messages.isEmpty());
-        QCOMPARE(sc_kill(child, signo), 0);
-        QStringList expected;
-        if (!logged.isNull()) {
-            expected += QStringLiteral("sc_kill(pid,signo): %1%2").arg(child).arg(logged);
+        // clang-format off
+        const struct { const char* setting; int killed; const char* logged; } rows[] = {
+            {"", 1, ""},
+            {"ignore{12}ignore{1}", 0, "<sc_kill(pid,signo): %1 1 ignore true>"},
+            {"ignore{12}", 1, "<sc_kill(pid,signo): %1 1 ignore false>"},
+        };
+        // clang-format on
+        signal(SIGHUP, [](int) { signalCount = signalCount + 1; });
+        for (const auto& row : rows) {
+            clearSettings({"DEBUG_SC_KILL"});
+            qputenv("ZORV_DEBUG_SC_KILL", row.setting);
+            signalCount = 0;
+            const MessageCollector messages;
+            QCOMPARE(sc_kill(getpid(), 0), 0);
+            QCOMPARE(sc_kill(getpid(), SIGHUP), 0);
+            QCOMPARE(signalCount, row.killed);
+            QCOMPARE(messages.texts(),
+                     QString::fromLatin1(row.logged).replace(u"%1"_s, QString::number(getpid())));
         }
-        QCOMPARE(messages, expected);
+        signal(SIGHUP, SIG_DFL);
     }
-    if (dropped) {
-        process.kill();
+
+    void helperLines()
+    {
+        // clang-format off
+        const struct { const char* actions; bool merge; const char *input, *expected; } rows[] = {
+            {"--print a --print-error b --print c", false, nullptr, "<a><c>"},
+            {"--print a --print-error b --print c", true, nullptr, "<a><b><c>"},
+            {"--print \"a  b\"", false, nullptr, "<a  b>"},
+            {"--cat", false, "a\n\n\r\nb", "<a><><\r><b>"}, {"--cat", false, nullptr, ""},
+            {"--print a --signal 9", false, nullptr, "<a>"},
+            // A descendant holds the output.
+            {"--print a --fork-sleep --print b", false, nullptr, "<a><b>"},
+        };
+        // clang-format on
+        for (const auto& row : rows) {
+            QVERIFY(writeFile(mFile, row.input));
+            const QString command = mTestchild + QString::fromLatin1(row.actions);
+            const MessageCollector messages;
+            const QStringList lines =
+                sc_helper_exec(command, row.merge, false, row.input ? mFile : QString());
+            QCOMPARE(command + bracketed(lines) + messages.texts(),
+                     command + QString::fromLatin1(row.expected));
+        }
+        // A child that outlives its output is killed.
+        const QString sleeper = mTestchild + u"--print a --close-output --sleep"_s;
+        QCOMPARE(bracketed(sc_helper_exec(sleeper, false, false, QString(), 1000)), u"<a>"_s);
+        const QStringList lines = sc_helper_exec(
+            mTestchild + u"--flood-error 4000000 --flood 5000000"_s, false, false, QString());
+        QCOMPARE(lines.size(), 50000);
+        QCOMPARE(lines.last(), QString(99, u'x'));
     }
-    QVERIFY(process.waitForFinished());
-    QCOMPARE(process.exitCode(), dropped ? SIGKILL : signo);
-    qunsetenv("ZORV_DEBUG_SC_KILL");
-    discardEnvCache();
-}
 
-void ProcessHelpersTest::helperLines_data()
-{
-    QTest::addColumn<QString>("command");
-    QTest::addColumn<bool>("merge");
-    QTest::addColumn<QByteArray>("input");
-    QTest::addColumn<QStringList>("expected");
-
-    const auto l = [](const char* text) { return QString::fromLatin1(text); };
-    const QByteArray none;
-    QTest::newRow("separate") << testchild("--print a --print-error b --print c") << false << none
-                              << QStringList{l("a"), l("c")};
-    QTest::newRow("merged") << testchild("--print a --print-error b --print c") << true << none
-                            << QStringList{l("a"), l("b"), l("c")};
-    QTest::newRow("quoted argument")
-        << testchild("--print \"a  b\"") << false << none << QStringList{l("a  b")};
-    QTest::newRow("input file, empty lines, no line end at the end")
-        << testchild("--cat") << false << QByteArray("a\n\n\r\nb")
-        << QStringList{l("a"), QString(), l("\r"), l("b")};
-    QTest::newRow("empty input") << testchild("--cat") << false << QByteArray("") << QStringList();
-    QTest::newRow("--cat without input") << testchild("--cat") << false << none << QStringList();
-    QTest::newRow("failure after output")
-        << testchild("--print a --signal 9") << false << none << QStringList{l("a")};
-    QTest::newRow("a descendant holds the output") << testchild("--print a --fork-sleep --print b")
-                                                   << false << none << QStringList{l("a"), l("b")};
-}
-
-void ProcessHelpersTest::helperLines()
-{
-    QFETCH(QString, command);
-    QFETCH(bool, merge);
-    QFETCH(QByteArray, input);
-
-    const QTemporaryDir dir;
-    QString inputFile;
-    if (!input.isNull()) {
-        inputFile = dir.filePath(QStringLiteral("input"));
-        QFile file(inputFile);
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        file.write(input);
+    void helperThatDoesNotStart()
+    {
+        for (const QString& command : {u"/nonexistent/command -d"_s, u""_s, u"  "_s, mTestchild}) {
+            const QString input = command == mTestchild ? u"/nonexistent/in"_s : QString();
+            const MessageCollector messages;
+            QCOMPARE(sc_helper_exec(command, false, true, input), QStringList());
+            QCOMPARE(messages.texts(), QString());
+            QCOMPARE(sc_helper_exec(command, false, false, input), QStringList());
+            QCOMPARE(messages.texts(), u"<Failed to run '%1'>"_s.arg(command));
+        }
     }
-    const MessageCollector collector;
-    QTEST(sc_helper_exec(command, merge, false, inputFile), "expected");
-    QCOMPARE(messages, QStringList());
-}
 
-void ProcessHelpersTest::helperOutputOfSeveralMebibytes()
-{
-    const QStringList lines =
-        sc_helper_exec(testchild("--flood-error 4000000 --flood 5000000"), false, false, QString());
-    QCOMPARE(lines.size(), 50000);
-    QCOMPARE(lines.at(49999), QString(99, QLatin1Char('x')));
-}
-
-void ProcessHelpersTest::helperThatDoesNotStart_data()
-{
-    QTest::addColumn<QString>("command");
-    QTest::addColumn<QString>("inputFile");
-
-    QTest::newRow("no such program") << QStringLiteral("/nonexistent/command -d") << QString();
-    QTest::newRow("empty") << QStringLiteral("") << QString();
-    QTest::newRow("blank") << QStringLiteral("  ") << QString();
-    QTest::newRow("no such input file") << testchild("--cat") << QStringLiteral("/nonexistent/in");
-}
-
-void ProcessHelpersTest::helperThatDoesNotStart()
-{
-    QFETCH(QString, command);
-    QFETCH(QString, inputFile);
-    const MessageCollector collector;
-    QCOMPARE(sc_helper_exec(command, false, true, inputFile), QStringList());
-    QCOMPARE(messages, QStringList());
-    QCOMPARE(sc_helper_exec(command, false, false, inputFile), QStringList());
-    QCOMPARE(messages, QStringList{QStringLiteral("Failed to run '%1'").arg(command)});
-}
-
-void ProcessHelpersTest::helperThatRunsOn()
-{
-    // A child that outlives the wait is killed: cleanup() finds none.
-    const MessageCollector collector;
-    QCOMPARE(sc_helper_exec(testchild("--print a --close-output --sleep"), false, false, QString(),
-                            1000),
-             QStringList{QStringLiteral("a")});
-}
-
-void ProcessHelpersTest::interpreterLine_data()
-{
-    QTest::addColumn<QByteArray>("content");
-    QTest::addColumn<bool>("script");
-    QTest::addColumn<QStringList>("expected");
-
-    const auto l = [](const char* text) { return QString::fromLatin1(text); };
-    QTest::newRow("interpreter and argument")
-        << QByteArray("#! /bin/sh -e\necho") << true << QStringList{l("/bin/sh"), l("-e")};
-    QTest::newRow("no line end") << QByteArray("#!/bin/sh") << true << QStringList{l("/bin/sh")};
-    QTest::newRow("carriage return stays")
-        << QByteArray("#!/bin/sh -e\r\n") << true << QStringList{l("/bin/sh"), l("-e\r")};
-    QTest::newRow("no script") << QByteArray("/bin/sh\n#!/bin/sh\n") << false << QStringList();
-    QTest::newRow("empty") << QByteArray() << false << QStringList();
-    QTest::newRow("one byte") << QByteArray("#") << false << QStringList();
-    QTest::newRow("mark alone") << QByteArray("#!") << true << QStringList();
-    QTest::newRow("line of 5 000 bytes")
-        << "#!" + QByteArray(5000, 'x') << true << QStringList{QString(1021, QLatin1Char('x'))};
-}
-
-void ProcessHelpersTest::interpreterLine()
-{
-    QFETCH(QByteArray, content);
-    const QTemporaryDir dir;
-    const QString name = dir.filePath(QStringLiteral("script"));
-    QFile file(name);
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    file.write(content);
-    file.close();
-    QTEST(sc_isScript(name), "script");
-    QTEST(sc_getScriptBinaryPathAndArguments(name), "expected");
-}
-
-void ProcessHelpersTest::interpreterOfWhatIsNoFile()
-{
-    const QTemporaryDir dir;
-    const QString fifo = dir.filePath(QStringLiteral("fifo"));
-    QCOMPARE(sc_mkfifo(QFile::encodeName(fifo).constData(), 0600), 0);
-    for (const QString& name : {fifo, dir.path(), QStringLiteral("/nonexistent")}) {
-        QVERIFY(!sc_isScript(name));
-        QCOMPARE(sc_getScriptBinaryPathAndArguments(name), QStringList());
+    void interpreterLine()
+    {
+        // clang-format off
+        const struct { QByteArray content; bool script; QString expected; } rows[] = {
+            {"#! /bin/sh -e\necho", true, u"</bin/sh><-e>"_s},
+            {"#!/bin/sh -e\r\n", true, u"</bin/sh><-e\r>"_s},
+            {"/bin/sh\n#!/bin\n", false, {}}, {"", false, {}}, {"#", false, {}}, {"#!", true, {}},
+            {"#!" + QByteArray(5000, 'x'), true, u'<' + QString(1021, u'x') + u'>'},
+        };
+        // clang-format on
+        for (const auto& row : rows) {
+            QVERIFY(writeFile(mFile, row.content));
+            QVERIFY2(sc_isScript(mFile) == row.script, row.content);
+            QCOMPARE(bracketed(sc_getScriptBinaryPathAndArguments(mFile)), row.expected);
+        }
+        const QString fifo = mDir.filePath(u"fifo"_s);
+        QCOMPARE(sc_mkfifo(QFile::encodeName(fifo).constData(), 0600), 0);
+        for (const QString& name : {fifo, mDir.path(), u"/nonexistent"_s}) {
+            QVERIFY2(!sc_isScript(name), qPrintable(name));
+            QCOMPARE(sc_getScriptBinaryPathAndArguments(name), QStringList());
+        }
     }
-}
 
-void ProcessHelpersTest::modifiedTime_data()
-{
-    QTest::addColumn<qint64>("milliseconds");
-    QTest::newRow("with milliseconds") << qint64(1234567890123);
-    QTest::newRow("before 1970") << qint64(-1500);
-}
-
-void ProcessHelpersTest::modifiedTime()
-{
-    QFETCH(qint64, milliseconds);
-    const QTemporaryDir dir;
-    const QString name = dir.filePath(QStringLiteral("file"));
-    QFile file(name);
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    const timespec times[2] = {{1000, 7000}, {2000, 0}};
-    futimens(file.handle(), times);
-    QVERIFY(sc_setModifiedTime(name, QDateTime::fromMSecsSinceEpoch(milliseconds)));
-    struct stat status;
-    QCOMPARE(stat(QFile::encodeName(name).constData(), &status), 0);
-    QCOMPARE(qint64(status.st_mtim.tv_sec) * 1000 + status.st_mtim.tv_nsec / 1000000, milliseconds);
-    QCOMPARE(status.st_atim.tv_sec, 1000);
-    QCOMPARE(status.st_atim.tv_nsec, 7000);
-    QVERIFY(!sc_setModifiedTime(name + QLatin1Char('x'), QDateTime::currentDateTime()));
-}
-
-void ProcessHelpersTest::openDescriptors()
-{
-    if (!allowDescriptor(1500)) {
-        QSKIP("the hard limit on descriptors is too low");
+    void modifiedTime()
+    {
+        QVERIFY(writeFile(mFile, "x"));
+        const QByteArray name = QFile::encodeName(mFile);
+        const timespec times[2] = {{1000, 7000}, {2000, 0}};
+        QCOMPARE(utimensat(AT_FDCWD, name.constData(), times, 0), 0);
+        // With milliseconds, and before 1970.
+        QVERIFY(sc_setModifiedTime(mFile, QDateTime::fromMSecsSinceEpoch(-1501)));
+        struct stat status;
+        QCOMPARE(stat(name.constData(), &status), 0);
+        QCOMPARE(status.st_mtim.tv_sec * 1000 + status.st_mtim.tv_nsec / 1000000, -1501);
+        QCOMPARE(status.st_atim.tv_sec * 1000000 + status.st_atim.tv_nsec / 1000, 1000000007);
+        QVERIFY(!sc_setModifiedTime(u"/nonexistent"_s, QDateTime::currentDateTime()));
     }
-    int ends[2];
-    QCOMPARE(pipe(ends), 0);
-    const int high = fcntl(ends[0], F_DUPFD, 1500);
-    QCOMPARE(high, 1500);
-    QVERIFY(sc_isFileDescriptorOpen(ends[0], QIODevice::ReadOnly));
-    QVERIFY(sc_isFileDescriptorOpen(ends[1], QIODevice::WriteOnly));
-    QVERIFY(sc_isFileDescriptorOpen(high, QIODevice::ReadOnly));
-    QVERIFY(!sc_isFileDescriptorOpen(-1, QIODevice::ReadOnly));
-    close(high);
-    close(ends[0]);
-    close(ends[1]);
-    QVERIFY(!sc_isFileDescriptorOpen(high, QIODevice::ReadOnly));
-    QVERIFY(!sc_isFileDescriptorOpen(ends[1], QIODevice::WriteOnly));
-}
 
-void ProcessHelpersTest::brokenPipesAreIgnoredOnce()
-{
-    QCOMPARE(ignoreSigPipe(), 0);
-    struct sigaction action;
-    sigaction(SIGPIPE, nullptr, &action);
-    QVERIFY(action.sa_handler == SIG_IGN);
-    signal(SIGPIPE, SIG_DFL);
-    QCOMPARE(ignoreSigPipe(), 0);
-    sigaction(SIGPIPE, nullptr, &action);
-    QVERIFY(action.sa_handler == SIG_DFL);
-}
+    void openDescriptors()
+    {
+        int ends[2];
+        if (!allowDescriptor(1500)) {
+            QSKIP("the hard limit on descriptors is too low");
+        }
+        QCOMPARE(pipe(ends), 0);
+        // A number that no descriptor set of select(2) has.
+        QCOMPARE(fcntl(ends[0], F_DUPFD, 1500), 1500);
+        for (const int fd : {ends[0], 1500, ends[1]}) {
+            const auto mode = fd == ends[1] ? QIODevice::WriteOnly : QIODevice::ReadOnly;
+            QVERIFY(sc_isFileDescriptorOpen(fd, mode));
+            close(fd);
+            QVERIFY(!sc_isFileDescriptorOpen(fd, mode));
+        }
+        QVERIFY(!sc_isFileDescriptorOpen(-1, QIODevice::ReadOnly));
+    }
 
-void ProcessHelpersTest::sleepIsNotResumed()
-{
-    struct sigaction action = {};
-    action.sa_handler = [](int) {};
-    struct sigaction previous;
-    sigaction(SIGALRM, &action, &previous);
-    alarm(1);
-    QElapsedTimer timer;
-    timer.start();
-    QCOMPARE(sc_usleep(100 * 1000 * 1000), 0);
-    QVERIFY(timer.elapsed() < 50 * 1000);
-    sigaction(SIGALRM, &previous, nullptr);
-}
+    void signalsAndCalls()
+    {
+        QCOMPARE(ignoreSigPipe(), 0);
+        QVERIFY(signal(SIGPIPE, SIG_DFL) == SIG_IGN);
+        QCOMPARE(ignoreSigPipe(), 0);
+        QVERIFY(signal(SIGPIPE, SIG_DFL) == SIG_DFL);
+        // A sleep that a signal has ended is not resumed.
+        signal(SIGALRM, [](int) {});
+        alarm(1);
+        QElapsedTimer timer;
+        timer.start();
+        QCOMPARE(sc_usleep(100 * 1000 * 1000), 0);
+        QVERIFY(timer.elapsed() < 50 * 1000);
+    }
+
+    void restartsAsLastStarted()
+    {
+        RestartableProcess process;
+        const auto checkAndRestart = [&](QIODevice::OpenMode mode, const QByteArray& output) {
+            for (int i = 0; i < 3; ++i) {
+                QCOMPARE(process.openMode(), mode);
+                QVERIFY(process.waitForFinished());
+                QCOMPARE(process.readAll(), output);
+                process.restart();
+            }
+            QVERIFY(process.waitForFinished());
+        };
+        for (int round = 0; round < 2; ++round) {
+            process.start(u"printf"_s, {u"<%s>"_s, u"a b"_s, u""_s, u"\"c\""_s},
+                          QIODevice::ReadOnly);
+            checkAndRestart(QIODevice::ReadOnly, "<a b><><\"c\">");
+            process.start(u"printf \"<%s>\" \"a  b\" c"_s, QIODevice::ReadWrite);
+            checkAndRestart(QIODevice::ReadWrite, "<a  b><c>");
+        }
+    }
+
+    // The request is made once the watcher sleeps: one that did not wait misses it.
+    void restartWaitsForAHold()
+    {
+        const QString hold = mDir.filePath(u"hold"_s);
+        const QString state = u"/proc/self/task/%1/stat"_s.arg(gettid());
+        QFile::remove(mFile);
+        QVERIFY(QDir().mkdir(hold));
+        std::thread frontEnd([&] {
+            QFile file(state);
+            while (!file.open(QIODevice::ReadOnly) || !file.readAll().contains(") S ")) {
+                file.close();
+            }
+            QFile(mFile).open(QIODevice::WriteOnly);
+            QDir().rmdir(hold);
+        });
+        RestartWatcher watcher;
+        QSignalSpy restarts(&watcher, &RestartWatcher::restart);
+        watcher.setRestartFileName(mFile);
+        watcher.setRestartHoldFileName(hold);
+        watcher.checkForQuickRestart();
+        frontEnd.join();
+        QCOMPARE(restarts.count(), 1);
+    }
+
+    void commandLineWithoutWords()
+    {
+        for (const QString& commandLine : {QString(), u"  "_s}) {
+            RestartableProcess process;
+            QSignalSpy failed(&process, &QProcess::errorOccurred);
+            process.start(commandLine, QIODevice::ReadOnly);
+            process.restart();
+            QCOMPARE(failed.count(), 2);
+            QCOMPARE(process.error(), QProcess::FailedToStart);
+        }
+    }
+};
 
 QTEST_GUILESS_MAIN(ProcessHelpersTest)
 #include "tst_processhelpers.moc"

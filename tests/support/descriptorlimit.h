@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include <algorithm>
 #include <sys/resource.h>
 
 /// Raises the process's soft limit so that the descriptor `fd` may be used.
@@ -12,10 +13,6 @@ inline bool allowDescriptor(int fd)
     if (getrlimit(RLIMIT_NOFILE, &limit) == -1) {
         return false;
     }
-    const rlim_t needed = static_cast<rlim_t>(fd) + 1;
-    if (limit.rlim_cur >= needed) {
-        return true;
-    }
-    limit.rlim_cur = needed;
-    return needed <= limit.rlim_max && setrlimit(RLIMIT_NOFILE, &limit) == 0;
+    limit.rlim_cur = std::max(limit.rlim_cur, static_cast<rlim_t>(fd) + 1);
+    return setrlimit(RLIMIT_NOFILE, &limit) == 0;
 }
