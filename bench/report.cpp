@@ -243,8 +243,8 @@ void writePlot(const Report& report, const std::string& fileName)
             "set multiplot layout 1,2\n"
             "set ylabel 'milliseconds'\n"
             "set title 'Whole launch: medians and quartiles'\n"
-            "set boxwidth 0.6\nset style fill solid 0.4\nset yrange [0:]\nunset key\n"
-            "plot $launch using 0:2:3:4:xticlabels(1) with boxerrorbars\n"
+            "set style fill solid 0.4\nset yrange [0:]\nunset key\n"
+            "plot $launch using 0:2:3:4:(0.6):xticlabels(1) with boxerrorbars\n"
             "set title 'Whole launch, by the number of arguments'\n"
             "set key top left\nset logscale xy\nset yrange [*:*]\n"
             "%s\n",
