@@ -166,10 +166,12 @@ private Q_SLOTS:
     // The process is replaced when it is seen to execute itself a second time.
     void helperGetsTheUsersStackLimit()
     {
+        // The sanitizers want whole pages, and do not look for leaks under strace.
+        const rlim_t page = 4096;
         // clang-format off
         const struct { rlim_t soft; const char* ignore; int executions; } rows[] = {
-            {mebibyte / 2, "0", 2}, {8 * mebibyte - 1, "0", 2}, {8 * mebibyte, "0", 1},
-            {64 * mebibyte, "0", 1}, {64 * mebibyte + 1, "0", 2}, {128 * mebibyte, "0", 2},
+            {mebibyte / 2, "0", 2}, {8 * mebibyte - page, "0", 2}, {8 * mebibyte, "0", 1},
+            {64 * mebibyte, "0", 1}, {64 * mebibyte + page, "0", 2}, {128 * mebibyte, "0", 2},
             {RLIM_INFINITY, "0", 1}, {4 * mebibyte, "", 1}, {4 * mebibyte, "Off", 2},
         };
         // clang-format on
@@ -184,6 +186,7 @@ private Q_SLOTS:
             Launch launch(text("/usr/bin/strace"));
             launch.setBeforeExec([&] { setStackLimits(row.soft, own.rlim_max); });
             launch.setVariable(text("ZORV_IGNORE_STACK_LIMIT"), text(row.ignore));
+            launch.setVariable(text("ASAN_OPTIONS"), text("detect_leaks=0"));
             const QByteArray state =
                 stateOfHelper(launch, installation,
                               {"-e", "trace=execve", "-o", QFile::encodeName(trace),
