@@ -49,6 +49,18 @@ void setCloseOnExec()
     }
 }
 
+// Calls the function for each signal whose disposition the launcher changes, or Qt
+// in it. All others an exec leaves as they are.
+template <typename Function> void forChangedSignals(const Function& function)
+{
+    for (int signo : handledSignals) {
+        function(signo);
+    }
+    for (int signo : {SIGCHLD, SIGPIPE}) {
+        function(signo);
+    }
+}
+
 } // namespace
 
 LaunchContext::LaunchContext(int argc, const char* const* argv)
@@ -62,12 +74,12 @@ LaunchContext::LaunchContext(int argc, const char* const* argv)
     mOwnSignalMask = mSignalMask;
     sigdelset(&mOwnSignalMask, SIGCHLD);
     sigemptyset(&mIgnoredSignals);
-    for (int signo = 1; signo < NSIG; ++signo) {
+    forChangedSignals([this](int signo) {
         struct sigaction action;
         if (sigaction(signo, nullptr, &action) == 0 && action.sa_handler == SIG_IGN) {
             sigaddset(&mIgnoredSignals, signo);
         }
-    }
+    });
 }
 
 void LaunchContext::prepareProcess() const
@@ -110,7 +122,7 @@ void LaunchContext::execHelper() const
 
 void LaunchContext::restoreDispositions() const
 {
-    for (int signo = 1; signo < NSIG; ++signo) {
+    forChangedSignals([this](int signo) {
         signal(signo, sigismember(&mIgnoredSignals, signo) == 1 ? SIG_IGN : SIG_DFL);
-    }
+    });
 }

@@ -141,7 +141,7 @@ private Q_SLOTS:
             Launch launch(program);
             launch.process().setWorkingDirectory(installation.path(text("session")));
             launch.setBeforeExec([&] {
-                for (int signo : {SIGHUP, SIGINT, SIGPIPE, SIGCHLD}) {
+                for (int signo : {SIGHUP, SIGINT, SIGPIPE, SIGUSR2, SIGCHLD}) {
                     signal(signo, SIG_IGN);
                 }
                 sigset_t mask;
