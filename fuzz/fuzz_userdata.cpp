@@ -1,26 +1,18 @@
 // A session file of any content: one that is not well-formed changes nothing.
 
 #include "backend/userdata.h"
-
-#include <QTemporaryFile>
+#include "fuzz/inputfile.h"
 
 #include <cstdint>
 #include <cstdlib>
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
-    static QTemporaryFile* const file = [] {
-        auto* created = new QTemporaryFile;
-        return created->open() ? created : nullptr;
-    }();
-    file->seek(0);
-    file->write(reinterpret_cast<const char*>(data), static_cast<qint64>(size));
-    file->resize(static_cast<qint64>(size));
-    file->flush();
+    const QString fileName = writeInputFile(data, size);
 
     UserData record;
-    const bool loaded = record.load(file->fileName());
-    if (record.sessionFileName() != file->fileName()) {
+    const bool loaded = record.load(fileName);
+    if (record.sessionFileName() != fileName) {
         abort();
     }
     // A refused file may have set the fields before the one that is refused,
@@ -32,9 +24,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     }
 
     UserData fromText;
-    if (fromText.load(file->fileName(), QString::fromUtf8(reinterpret_cast<const char*>(data),
-                                                          static_cast<qsizetype>(size)))) {
-        fromText.getCanonicalHostName();
-    }
+    fromText.load(fileName, QString::fromUtf8(reinterpret_cast<const char*>(data),
+                                              static_cast<qsizetype>(size)));
     return 0;
 }
