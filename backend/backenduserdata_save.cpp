@@ -4,6 +4,7 @@
 #include "backend/backenduserdata.h"
 #include "backend/userdata_p.h"
 
+#include "common/compatibility_simple/fileio.h"
 #include "common/compatibility_simple/processhelpers.h"
 
 #include <QDomDocument>
@@ -20,13 +21,13 @@ bool writeAll(int fd, const QByteArray& bytes)
 {
     qsizetype written = 0;
     while (written < bytes.size()) {
-        const ssize_t count =
-            sc_write(fd, bytes.constData() + written, size_t(bytes.size() - written));
-        if (count >= 0) {
-            written += count;
-        } else if (errno != EINTR) {
+        const ssize_t count = uninterrupted([&] {
+            return sc_write(fd, bytes.constData() + written, size_t(bytes.size() - written));
+        });
+        if (count == -1) {
             return false;
         }
+        written += count;
     }
     return true;
 }
@@ -35,11 +36,7 @@ bool writeAll(int fd, const QByteArray& bytes)
 // systems cannot do that (EINVAL), and then there is nothing to wait for.
 bool forceOut(int fd)
 {
-    int result;
-    do {
-        result = fsync(fd);
-    } while (result == -1 && errno == EINTR);
-    return result == 0 || errno == EINVAL;
+    return uninterrupted([&] { return fsync(fd); }) == 0 || errno == EINVAL;
 }
 
 // Nobody can read the file before it is complete.

@@ -3,17 +3,15 @@
 #include "backend/userdata.h"
 #include "backend/userdata_p.h"
 
+#include "common/compatibility_simple/fileio.h"
 #include "common/compatibility_simple/processhelpers.h"
 
 #include <QDateTime>
-#include <QFile>
 #include <QFileInfo>
 #include <QXmlStreamReader>
 
 #include <cerrno>
-#include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 namespace {
 
@@ -22,11 +20,9 @@ constexpr qsizetype largestFile = 1024 * 1024;
 
 using FileState = UserData::FileState;
 
-// A FIFO is not waited for, whatever takes the file's place.
 FileState readRegularFile(const QString& fileName, QByteArray* content)
 {
-    const int fd = sc_open(QFile::encodeName(fileName).constData(),
-                           O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    const int fd = openToRead(fileName);
     if (fd == -1) {
         return errno == ENOENT || errno == ENOTDIR ? FileState::Missing : FileState::Unreadable;
     }
@@ -40,23 +36,16 @@ FileState readRegularFile(const QString& fileName, QByteArray* content)
         state = FileState::TooLarge;
     }
     // One byte more than may be there shows a file that has grown.
-    content->resize(state == FileState::Read ? largestFile + 1 : 0);
-    qsizetype length = 0;
-    ssize_t count = 1;
-    while (count > 0 && length < content->size()) {
-        count = read(fd, content->data() + length, static_cast<size_t>(content->size() - length));
-        if (count > 0) {
-            length += count;
-        } else if (count == -1 && errno == EINTR) {
-            count = 1;
+    if (state == FileState::Read) {
+        content->resize(largestFile + 1);
+        if (!readUpTo(fd, content)) {
+            state = FileState::Unreadable;
+        } else if (content->size() > largestFile) {
+            state = FileState::TooLarge;
         }
     }
     sc_close(fd);
-    content->truncate(length);
-    if (count == -1) {
-        return FileState::Unreadable;
-    }
-    return length > largestFile ? FileState::TooLarge : state;
+    return state;
 }
 
 // The attributes of the root element when it is a session; none when it is

@@ -1,10 +1,13 @@
-// The compatibility layer: what the suite's programs ask of the host and the
-// operating system.
+// The whole compatibility layer, for the suite's other programs: what they ask of
+// the host and the operating system.
 
 #pragma once
 
 #include "common/compatibility_simple/addresses.h"
+#include "common/compatibility_simple/fileio.h"
+#include "common/compatibility_simple/hostname.h"
 #include "common/compatibility_simple/localhost.h"
+#include "common/compatibility_simple/overwrite.h"
 #include "common/compatibility_simple/pathexpansion.h"
 #include "common/compatibility_simple/processhelpers.h"
 #include "common/compatibility_simple/resolver.h"

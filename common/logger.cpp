@@ -2,6 +2,7 @@
 
 #include "common/logger.h"
 
+#include "common/compatibility_simple/fileio.h"
 #include "common/compatibility_simple/overwrite.h"
 #include "common/compatibility_simple/processhelpers.h"
 #include "common/env/zorvenv.h"
@@ -162,14 +163,10 @@ bool waitForRoom(int fd)
 // tried again with a single byte, which may still find room where more does not.
 ssize_t writeSome(int fd, const char* bytes, size_t count)
 {
-    ssize_t result;
-    do {
-        result = sc_write(fd, bytes, count);
-        if (result == -1 && errno == EAGAIN && count > 1) {
-            count = 1;
-            errno = EINTR;
-        }
-    } while (result == -1 && errno == EINTR);
+    const ssize_t result = uninterrupted([&] { return sc_write(fd, bytes, count); });
+    if (result == -1 && errno == EAGAIN && count > 1) {
+        return writeSome(fd, bytes, 1);
+    }
     return result;
 }
 

@@ -2,6 +2,7 @@
 
 #include "common/compatibility_simple/overwrite.h"
 
+#include "common/compatibility_simple/fileio.h"
 #include "common/compatibility_simple/processhelpers.h"
 
 #include <QFile>
@@ -39,12 +40,10 @@ struct Directory
 // Without O_TRUNC: whether the file may be emptied is to be seen first.
 int openOnce(const QByteArray& name, int flags)
 {
-    int fd;
-    do {
-        fd = sc_open(name.constData(),
-                     O_WRONLY | O_CREAT | O_NONBLOCK | O_NOCTTY | O_CLOEXEC | flags, 0666);
-    } while (fd == -1 && errno == EINTR);
-    return fd;
+    return uninterrupted([&] {
+        return sc_open(name.constData(),
+                       O_WRONLY | O_CREAT | O_NONBLOCK | O_NOCTTY | O_CLOEXEC | flags, 0666);
+    });
 }
 
 // A FIFO without a reader and a socket cannot be opened at all.
@@ -60,15 +59,6 @@ QString objection(const struct stat& status, const Directory& directory)
         return foreign;
     }
     return status.st_nlink > 1 && directory.shared ? severalNames : QString();
-}
-
-bool makeEmpty(int fd)
-{
-    int result;
-    do {
-        result = ftruncate(fd, 0);
-    } while (result == -1 && errno == EINTR);
-    return result == 0;
 }
 
 // Empties the file and makes its descriptor an ordinary one. Where a trusted link
@@ -88,7 +78,8 @@ QString prepare(int fd, const Directory& directory, bool throughLink)
         return noFile;
     }
     const bool ready =
-        (!S_ISREG(status.st_mode) || makeEmpty(fd)) && fcntl(fd, F_SETFL, O_WRONLY) == 0;
+        (!S_ISREG(status.st_mode) || uninterrupted([&] { return ftruncate(fd, 0); }) == 0) &&
+        fcntl(fd, F_SETFL, O_WRONLY) == 0;
     return ready ? QString() : qt_error_string(errno);
 }
 

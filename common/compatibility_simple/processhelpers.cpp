@@ -2,6 +2,7 @@
 
 #include "common/compatibility_simple/processhelpers.h"
 
+#include "common/compatibility_simple/fileio.h"
 #include "common/env/zorvenv.h"
 #include "common/mlib.h"
 #include "zorv-util/qblockingprocess.h"
@@ -10,7 +11,6 @@
 #include <QFile>
 #include <QObject>
 
-#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -29,28 +29,17 @@ constexpr int longestInterpreterLine = 1023;
 bool ignored = false;
 
 // The first bytes of a file, fewer when it is shorter; empty when it cannot be
-// read. A FIFO without a writer is not waited for.
+// read.
 QByteArray firstBytes(const QString& path, int count)
 {
-    const int fd =
-        sc_open(QFile::encodeName(path).constData(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    const int fd = openToRead(path);
     if (fd == -1) {
         return QByteArray();
     }
     QByteArray bytes(count, '\0');
-    qsizetype length = 0;
-    while (length < bytes.size()) {
-        const ssize_t result =
-            read(fd, bytes.data() + length, static_cast<size_t>(bytes.size() - length));
-        if (result > 0) {
-            length += result;
-        } else if (result == 0 || errno != EINTR) {
-            break;
-        }
-    }
+    const bool complete = readUpTo(fd, &bytes);
     sc_close(fd);
-    bytes.truncate(length);
-    return bytes;
+    return complete ? bytes : QByteArray();
 }
 
 } // namespace
