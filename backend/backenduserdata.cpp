@@ -31,22 +31,23 @@ unsigned int BackendUserData::portOfSession(int session)
 
 bool BackendUserData::load(const BackendOptions& options)
 {
-    // The installation's own session comes first, so that all else overrides it.
+    // What comes later overrides what came before.
     mSource = Source::GlobalFile;
     UserData::load(getGlobalFile(), QString());
+    chooseSessionFile(options);
+    takeEnvironment();
+    mSource = Source::SessionFile;
+    UserData::load(mSessionFileName, QString());
+    takeOptions(options);
+    complete();
+    return isValid();
+}
 
-    // Which session file is to be read: what the environment says, then what the
-    // options say, then the usual place for the host and session known so far.
+void BackendUserData::chooseSessionFile(const BackendOptions& options)
+{
     mSource = Source::Environment;
     setSessionFileName(envPath("SESSION_FILE"));
-    const QString hostEnv = envString("HOST");
-    const std::optional<int> sessionEnv = numberFrom(envString("SESSION"));
-    if (!hostEnv.isEmpty()) {
-        setHosts(hostEnv);
-    }
-    if (sessionEnv) {
-        setSession(*sessionEnv);
-    }
+    takeHostAndSessionOfEnvironment();
     mSource = Source::Option;
     if (!options.frontendHostNamesAndAddresses().isEmpty()) {
         setHosts(options.frontendHostNamesAndAddresses());
@@ -65,18 +66,27 @@ bool BackendUserData::load(const BackendOptions& options)
     if (mSessionFileName.isEmpty()) {
         setSessionFileName(getSessionFile(mSession, false));
     }
+}
 
-    // The environment, again where options had their say above.
+void BackendUserData::takeHostAndSessionOfEnvironment()
+{
     mSource = Source::Environment;
-    const std::optional<int> portEnv = numberFrom(envString("PORT"));
-    const QString cookieEnv = envString("SESSION_COOKIE");
-    const QString tarballEnv = envPath("TARBALL");
+    const QString hostEnv = envString("HOST");
+    const std::optional<int> sessionEnv = numberFrom(envString("SESSION"));
     if (!hostEnv.isEmpty()) {
         setHosts(hostEnv);
     }
     if (sessionEnv) {
         setSession(*sessionEnv);
     }
+}
+
+void BackendUserData::takeEnvironment()
+{
+    takeHostAndSessionOfEnvironment();
+    const std::optional<int> portEnv = numberFrom(envString("PORT"));
+    const QString cookieEnv = envString("SESSION_COOKIE");
+    const QString tarballEnv = envPath("TARBALL");
     if (!cookieEnv.isEmpty()) {
         setCookie(cookieEnv);
     }
@@ -90,10 +100,10 @@ bool BackendUserData::load(const BackendOptions& options)
     if (envFlag("NO_SESSION_COOKIE")) {
         doNotUseCookies();
     }
+}
 
-    mSource = Source::SessionFile;
-    UserData::load(mSessionFileName, QString());
-
+void BackendUserData::takeOptions(const BackendOptions& options)
+{
     mSource = Source::Option;
     if (!options.frontendHostNamesAndAddresses().isNull()) {
         setHosts(options.frontendHostNamesAndAddresses());
@@ -113,15 +123,6 @@ bool BackendUserData::load(const BackendOptions& options)
     if (!options.tarballFileName().isNull()) {
         setTarball(options.tarballFileName());
     }
-
-    mSource = Source::Derived;
-    completePortAndSession();
-    if (mSharedDirectory.isEmpty() &&
-        QFileInfo(mSessionFileName).fileName() == QLatin1String("session")) {
-        setSharedDirectory(mSessionFileName);
-        took(SharedDirectory);
-    }
-    return isValid();
 }
 
 void BackendUserData::setHosts(const QString& commaSeparated)
@@ -175,8 +176,9 @@ void BackendUserData::setSharedDirectoryFrom(const QString& directory)
     took(SharedDirectory);
 }
 
-void BackendUserData::completePortAndSession()
+void BackendUserData::complete()
 {
+    mSource = Source::Derived;
     if (mSession == -1) {
         if (port > portOfSessionZero && port <= portOfSessionZero + highestNumberedSession) {
             setSession(static_cast<int>(port) - portOfSessionZero);
@@ -184,5 +186,10 @@ void BackendUserData::completePortAndSession()
     } else if (port == 0) {
         port = portOfSession(mSession);
         took(Port);
+    }
+    if (mSharedDirectory.isEmpty() &&
+        QFileInfo(mSessionFileName).fileName() == QLatin1String("session")) {
+        setSharedDirectory(mSessionFileName);
+        took(SharedDirectory);
     }
 }

@@ -45,6 +45,14 @@ public:
     [[nodiscard]] bool save(const QString& fileName);
 
 private:
+    // The steps of load(). Options decide which file is read, too, and are then
+    // overridden by the environment until their own turn.
+    void chooseSessionFile(const BackendOptions& options);
+    void takeEnvironment();
+    void takeHostAndSessionOfEnvironment();
+    void takeOptions(const BackendOptions& options);
+    void complete();
+
     void setHosts(const QString& commaSeparated);
     void setExplicitPort(int number);
     void setSession(int number);
@@ -53,5 +61,4 @@ private:
     void setTarball(const QString& fileName);
     void setSessionFileName(const QString& fileName);
     void setSharedDirectoryFrom(const QString& directory);
-    void completePortAndSession();
 };
