@@ -70,6 +70,6 @@ void TalvoraGlobals::verifyPath(const QString& path)
     if (!QDir(path).exists()) {
         qWarning("Unable to find directory '%s'.\n"
                  "Your Velmor product installation may be incomplete or corrupted.",
-                 path.toLatin1().constData());
+                 path.toLocal8Bit().constData());
     }
 }
