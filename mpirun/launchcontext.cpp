@@ -2,50 +2,22 @@
 
 #include "mpirun/launchcontext.h"
 
+#include "common/compatibility_simple/processhelpers.h"
+
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
-#include <dirent.h>
 #include <fcntl.h>
-#include <linux/close_range.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 namespace {
 
-constexpr int firstExtraDescriptor = STDERR_FILENO + 1;
-
 void openMissingStandardStreams()
 {
-    for (int fd = STDIN_FILENO; fd < firstExtraDescriptor; ++fd) {
+    for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
         // open() gives the lowest free number, which is fd: those below are open.
         if (fcntl(fd, F_GETFD) == -1 && errno == EBADF && open("/dev/null", O_RDWR) == -1) {
             perror("/dev/null");
         }
-    }
-}
-
-// For kernels before 5.11, which do not know CLOSE_RANGE_CLOEXEC.
-void setCloseOnExecOneByOne()
-{
-    DIR* directory = opendir("/proc/self/fd");
-    if (!directory) {
-        perror("/proc/self/fd");
-        return;
-    }
-    while (const dirent* entry = readdir(directory)) {
-        const int fd = atoi(entry->d_name);
-        if (fd >= firstExtraDescriptor) {
-            fcntl(fd, F_SETFD, FD_CLOEXEC);
-        }
-    }
-    closedir(directory);
-}
-
-void setCloseOnExec()
-{
-    if (syscall(SYS_close_range, firstExtraDescriptor, ~0U, CLOSE_RANGE_CLOEXEC) == -1) {
-        setCloseOnExecOneByOne();
     }
 }
 
@@ -64,12 +36,13 @@ template <typename Function> void forChangedSignals(const Function& function)
 } // namespace
 
 LaunchContext::LaunchContext(int argc, const char* const* argv)
-    : mArguments({nullptr, "--zorvmpirun"})
+    : mArguments(argv, argv + argc)
+    , mHelperArguments({nullptr, "--zorvmpirun"})
 {
     if (argc > 1) {
-        mArguments.insert(mArguments.end(), argv + 1, argv + argc);
+        mHelperArguments.insert(mHelperArguments.end(), argv + 1, argv + argc);
     }
-    mArguments.push_back(nullptr);
+    mHelperArguments.push_back(nullptr);
     sigprocmask(SIG_SETMASK, nullptr, &mSignalMask);
     mOwnSignalMask = mSignalMask;
     sigdelset(&mOwnSignalMask, SIGCHLD);
@@ -85,15 +58,24 @@ LaunchContext::LaunchContext(int argc, const char* const* argv)
 void LaunchContext::prepareProcess() const
 {
     openMissingStandardStreams();
-    setCloseOnExec();
     signal(SIGCHLD, SIG_DFL);
+    ignoreSigPipe();
     releaseSignals();
+}
+
+QStringList LaunchContext::arguments() const
+{
+    QStringList arguments;
+    for (const char* argument : mArguments) {
+        arguments += QString::fromLocal8Bit(argument);
+    }
+    return arguments;
 }
 
 void LaunchContext::setHelper(const QByteArray& path)
 {
     mHelper = path;
-    mArguments.front() = mHelper.constData();
+    mHelperArguments.front() = mHelper.constData();
 }
 
 void LaunchContext::holdSignals() const
@@ -117,7 +99,7 @@ void LaunchContext::execHelper() const
     // not the launcher's handler, when the mask lets it in.
     restoreDispositions();
     sigprocmask(SIG_SETMASK, &mSignalMask, nullptr);
-    execv(mArguments.front(), const_cast<char* const*>(mArguments.data()));
+    execv(mHelperArguments.front(), const_cast<char* const*>(mHelperArguments.data()));
 }
 
 void LaunchContext::restoreDispositions() const

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <QByteArray>
+#include <QStringList>
 
 #include <csignal>
 #include <vector>
@@ -13,8 +14,8 @@ constexpr int handledSignals[] = {SIGABRT, SIGINT, SIGTERM, SIGSEGV, SIGFPE, SIG
 
 /// The argument bytes, the signal mask and the ignored signals of the
 /// launcher's own start, and the last steps of the helper's start, which hand
-/// them on. Strings cannot carry the arguments: bytes that are no UTF-8 would
-/// be replaced, and QCoreApplication takes some arguments out of the list.
+/// them on. A QString cannot carry the arguments, as bytes that are no UTF-8
+/// would be replaced, and QCoreApplication takes some of them out of its list.
 class LaunchContext
 {
 public:
@@ -24,10 +25,14 @@ public:
 
     /// Makes ready what every process needs: an open descriptor for each of
     /// the three standard streams, so that no pipe gets the number of a closed
-    /// one; no other descriptor that an exec would pass on; and SIGCHLD neither
-    /// ignored, or the kernel would drop the helper's end unseen, nor blocked,
-    /// which kernels without process descriptors tell of that end by.
+    /// one; SIGCHLD neither ignored, or the kernel would drop the helper's end
+    /// unseen, nor blocked, which kernels without process descriptors tell of
+    /// that end by; and SIGPIPE ignored, so that a message that nobody reads
+    /// ends no launch.
     void prepareProcess() const;
+
+    /// The command line, the program's name first, as the options take it.
+    QStringList arguments() const;
 
     /// Names the program that execHelper() starts.
     void setHelper(const QByteArray& path);
@@ -49,8 +54,9 @@ public:
 private:
     void restoreDispositions() const;
 
-    QByteArray mHelper;
     std::vector<const char*> mArguments;
+    QByteArray mHelper;
+    std::vector<const char*> mHelperArguments;
     sigset_t mSignalMask;
     sigset_t mOwnSignalMask;
     sigset_t mIgnoredSignals;

@@ -18,7 +18,6 @@
 #include <QSysInfo>
 
 #include <atomic>
-#include <cerrno>
 #include <csignal>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -29,8 +28,9 @@ constexpr int startTimeoutMs = 30000;
 
 // What the signal handler reads: the helper that runs, or 0, and the marker that
 // says that this launcher can restart its helper, or null. Never freed.
-volatile sig_atomic_t pid = 0;
+std::atomic<pid_t> pid = 0;
 std::atomic<char*> g_restartSupportedFileName = nullptr;
+static_assert(std::atomic<pid_t>::is_always_lock_free);
 static_assert(std::atomic<char*>::is_always_lock_free);
 
 // Whether `pid` still names a child of ours: once it has been waited for, the
@@ -46,7 +46,6 @@ bool isOurChild(pid_t child)
 // that page leaves out, is a plain system call.
 void sighandler(int signo)
 {
-    const int savedErrno = errno;
     signal(signo, SIG_DFL);
     if (const char* marker = g_restartSupportedFileName) {
         unlink(marker);
@@ -55,7 +54,11 @@ void sighandler(int signo)
         kill(pid, signo);
     }
     raise(signo);
-    errno = savedErrno;
+    // The first process of a container is spared by default actions, see
+    // pid_namespaces(7).
+    if (getpid() == 1) {
+        _exit(128 + signo);
+    }
 }
 
 void installSignalHandlers()
@@ -85,32 +88,23 @@ void createMarker(const QString& fileName)
     static_cast<void>(createEmptyFile(fileName));
 }
 
-// Waits for the outcome of a start; a helper that did not start is reported.
-bool helperStarted(RestartableProcess& process, const QString& path)
+// Makes a start of the helper and waits for its outcome; a helper that did not start
+// is reported. Signals wait until the helper's id is known, so that none ends the
+// launcher without reaching the helper.
+template <typename Start>
+bool startHelper(RestartableProcess& process, const LaunchContext& context, const QString& path,
+                 const Start& start)
 {
+    context.holdSignals();
+    start();
+    pid = static_cast<pid_t>(process.processId());
+    context.releaseSignals();
     if (process.waitForStarted(startTimeoutMs)) {
         return true;
     }
     qCritical("%s: %s", path.toLocal8Bit().constData(),
               process.errorString().toLocal8Bit().constData());
     return false;
-}
-
-// Connects the watcher's restarts to the process, so that pid is 0 from the end
-// of one helper on and names the next before a signal can be handled.
-void connectRestarts(RestartWatcher& watcher, RestartableProcess& process, const QString& path,
-                     const LaunchContext& context)
-{
-    QObject::connect(&process, &QProcess::finished, &process, [] { pid = 0; });
-    QObject::connect(&watcher, &RestartWatcher::restart, &process, [&] { context.holdSignals(); });
-    QObject::connect(&watcher, &RestartWatcher::restart, &process, &RestartableProcess::restart);
-    QObject::connect(&watcher, &RestartWatcher::restart, &process, [&] {
-        pid = static_cast<int>(process.processId());
-        context.releaseSignals();
-        if (!helperStarted(process, path)) {
-            QCoreApplication::exit(1);
-        }
-    });
 }
 
 } // namespace
@@ -133,7 +127,7 @@ int main(int argc, char** argv)
     // 4. The log, the command line, and the session that they belong to.
     openLog();
     ZORVDebuggerOptions options;
-    if (!options.parse(QCoreApplication::arguments())) {
+    if (!options.parse(context.arguments())) {
         return 1;
     }
     BackendUserData session;
@@ -151,19 +145,15 @@ int main(int argc, char** argv)
     // 5. The helper and its arguments.
     const QString path = helperPath();
     RestartableProcess process;
-    QStringList arguments(QStringLiteral("--zorvmpirun"));
-    arguments += QCoreApplication::arguments().mid(1);
+    const QStringList arguments =
+        QStringList(QStringLiteral("--zorvmpirun")) + context.arguments().mid(1);
     context.setHelper(QFile::encodeName(path));
     process.setProcessChannelMode(QProcess::ForwardedChannels);
     process.setChildProcessModifier([&context] { context.execHelper(); });
 
-    // 6. The start. Signals wait until the helper's id is known, so that none
-    // ends the launcher without reaching the helper.
-    context.holdSignals();
-    process.start(path, arguments, QIODevice::ReadWrite);
-    pid = static_cast<int>(process.processId());
-    context.releaseSignals();
-    if (!helperStarted(process, path)) {
+    // 6. The start.
+    const auto start = [&] { process.start(path, arguments, QIODevice::ReadWrite); };
+    if (!startHelper(process, context, path, start)) {
         return 1;
     }
 
@@ -173,8 +163,13 @@ int main(int argc, char** argv)
         watcher.setRestartFileName(session.getRestartFileName(QString()));
         watcher.setRestartHoldFileName(session.getRestartFileName(QStringLiteral("hold")));
     }
-    connectRestarts(watcher, process, path, context);
+    QObject::connect(&watcher, &RestartWatcher::restart, &process, [&] {
+        if (!startHelper(process, context, path, [&] { process.restart(); })) {
+            QCoreApplication::exit(1);
+        }
+    });
     QObject::connect(&watcher, &RestartWatcher::quit, &app, &QCoreApplication::quit);
+    QObject::connect(&process, &QProcess::finished, &process, [] { pid = 0; });
     QObject::connect(&process, &QProcess::finished, &watcher,
                      &RestartWatcher::checkForQuickRestart);
 
