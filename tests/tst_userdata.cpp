@@ -337,6 +337,10 @@ private Q_SLOTS:
         QCOMPARE(listing(u"s"_s), QString());
         setSetting("ZORV_SESSION_PATH", "none");
         QVERIFY(!loaded.makeMetaSession());
+        // Without a name, the file would be in the working directory.
+        QVERIFY(QFile::rename(u"victim"_s, u"latest"_s));
+        Record().deleteSessionFile();
+        QCOMPARE(listing(u"."_s), QString());
     }
 
     void failedSaveLeavesNothing()
