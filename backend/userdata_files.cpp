@@ -210,10 +210,10 @@ bool UserData::makeMetaSession()
 void UserData::deleteSessionFile()
 {
     removeFile(mSessionFileName);
-    const QString directory = QFileInfo(mSessionFileName).path();
-    removeFile(joined(directory, QStringLiteral("latest")));
+    const QDir directory = QFileInfo(mSessionFileName).dir();
+    removeFile(directory.filePath(QStringLiteral("latest")));
     if (!hostNamesAndAddresses.isEmpty()) {
-        removeFile(joined(directory, getCanonicalHostName() + QStringLiteral("-latest")));
+        removeFile(directory.filePath(getCanonicalHostName() + QStringLiteral("-latest")));
     }
     if (metaSession) {
         removeFile(joined(getSessionDirectory(false), QStringLiteral("meta")));

@@ -1,129 +1,366 @@
-// The session record and the session file.
+// The session record: how it is read, resolved and saved, and what its files are called.
 
-#include "backend/userdata.h"
+#include "backend/backendoptions.h"
+#include "backend/backenduserdata.h"
+#include "common/compatibility_simple/localhost.h"
+#include "common/talvoraglobals.h"
+#include "tests/support/network.h"
+#include "tests/support/settings.h"
 #include "tests/support/texts.h"
 
-#include <QDateTime>
+#include <QDir>
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <csignal>
+#include <fcntl.h>
+#include <filesystem>
+#include <memory>
+#include <sys/inotify.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
-// The fields as one text: hosts, port, cookie, session, validity.
-static QByteArray summary(const UserData& data)
+namespace {
+
+class Record : public BackendUserData
 {
-    return data.getHostNamesAndAddresses().join(u'|').toUtf8() + ' ' +
-           QByteArray::number(data.getPort()) + ' ' + data.sessionCookie().toUtf8() + ' ' +
-           QByteArray::number(data.getSession()) + (data.isValid() ? " valid" : " invalid");
+public:
+    Record() = default;
+    explicit Record(const char* attributes)
+    {
+        UserData::load({}, u"<session %1/>"_s.arg(text(attributes)));
+    }
+    using UserData::getSessionFile;
+    using UserData::mSessionFileName;
+    using UserData::mUseSessionCookies;
+
+    // The fields that are not as in a new record, after a letter for the source.
+    QString state() const
+    {
+        const QStringList names = list("hosts port session cookie use shared tarball file");
+        const QStringList letters = u" , g:, e:, f:, o:, d:"_s.split(u',');
+        QString result = isValid() ? u"valid"_s : u"invalid"_s;
+        result += isExplicitPort() ? u" explicit"_s : QString();
+        for (int i = 0; i < FieldCount; ++i) {
+            const QString value = values().at(i).toString();
+            if (source(Field(i)) != Source::Default || values().at(i) != Record().values().at(i)) {
+                result += letters.at(int(source(Field(i)))) + names.at(i) + u'=' + value;
+            }
+        }
+        return result;
+    }
+
+private:
+    QVariantList values() const
+    {
+        return QVariantList() << getHostNamesAndAddresses().join(u'|') << getPort() << getSession()
+                              << sessionCookie() << getUseSessionCookies() << getSharedDirectory()
+                              << mTarballFileName << sessionFileName();
+    }
+};
+
+// The files in a directory with their modes, and where its links lead.
+QString listing(const QString& directory)
+{
+    QStringList texts;
+    const QDir dir(directory, QString(), QDir::Name, QDir::Files | QDir::System | QDir::Hidden);
+    for (const QFileInfo& entry : dir.entryInfoList()) {
+        const std::filesystem::path path(entry.filePath().toStdString());
+        texts += entry.fileName() + (entry.isSymLink()
+                                         ? u"->"_s + QString::fromStdString(read_symlink(path))
+                                         : u":%1"_s.arg(uint(status(path).permissions()), 0, 8));
+    }
+    return texts.join(u' ');
 }
 
+} // namespace
+
+// Each test has a working directory of its own; the installation is there, the session
+// directory is "s" in it.
 class UserDataTest : public QObject
 {
     Q_OBJECT
 
-    const QTemporaryDir mDir;
-    const QString mFile = mDir.filePath(u"file"_s);
-    const QString mOld = mDir.filePath(u"old"_s);
-    const QString mFifo = mDir.filePath(u"fifo"_s);
+    std::unique_ptr<QTemporaryDir> mRoot;
 
 private Q_SLOTS:
+    void init()
+    {
+        clearSettings({"HOST", "PORT", "SESSION", "SESSION_COOKIE", "SESSION_FILE", "SESSION_PATH",
+                       "SHARED_DIRECTORY", "NO_SESSION_COOKIE", "TARBALL", "TMPDIR", "LOGNAME"});
+        setSetting("ZORV_SESSION_PATH", "s");
+        mRoot = std::make_unique<QTemporaryDir>();
+        QVERIFY(QDir::setCurrent(mRoot->path()));
+        for (const char* name : {"bin", "lib", "libexec", "s"}) {
+            QDir().mkdir(text(name));
+        }
+        TalvoraGlobals::instance()->setLocationsFromInstallPath(u"."_s);
+    }
+
+    // In the place of a record's fields, which stay when nothing replaces them.
     void reads()
     {
-        const QByteArray before("a 42 c 2 valid");
+        QVERIFY(writeFile(u"old"_s, "<session port='1'/>"));
+        const timespec readNowWrittenYesterday[] = {{0, UTIME_NOW}, {time(nullptr) - 86400, 0}};
+        QCOMPARE(utimensat(AT_FDCWD, "old", readNowWrittenYesterday, 0), 0);
+        QCOMPARE(mkfifo("fifo", 0600), 0);
         const QByteArray whole("<?xml version='1.0'?><session host='b' port='1' session='3'/>");
+        const QByteArray before("valid hosts=a port=42 session=2 cookie=c");
         // clang-format off
-        struct Row { QByteArray content; bool result; QByteArray expected; };
-        QList<Row> rows = {
-            {"<session session='3' cookie='d' host='b,10.0.0.5' port='1' other='x'/>",
-             true, "b|10.0.0.5 1 d 3 valid"},
+        const struct { const char* name; QByteArray xml; bool result; QByteArray expected; } rows[] = {
+            {"file", "<session session='3' cookie='d' host='b,10.0.0.5' port='1' other='x'/>", true,
+             "valid explicit hosts=b|10.0.0.5 port=1 session=3 cookie=d"},
             // Only the root element counts, by its whole name.
-            {"<other host='b' port='1'/>", true, before}, {"<x:session host='b'/>", true, before},
-            {"<other><session host='b'/></other>", true, before},
-            {"<session host='b,,c'/>", true, "b||c 42 c 2 valid"},
-            {"<session host=''/>", true, " 42 c 2 valid"},
-            {"<session port='65536'/>", true, "a 65536 c 2 invalid"},
-            {"<session session='4294967295'/>", true, "a 42 c -1 valid"},
-            {"<session cookie='&lt;&#65;&amp;'/>", true, "a 42 <A& 2 valid"},
+            {"file", "<x:session host='b'/>", true, before},
+            {"file", "<other><session host='b'/></other>", true, before},
+            {"file", "<session host='b,,c'/>", true, "valid hosts=b||c port=42 session=2 cookie=c"},
+            {"file", "<session host='' cookie=''/>", true, "valid port=42 session=2"},
+            {"file", "<session port='65536'/>", true, "invalid explicit hosts=a port=65536 session=2 cookie=c"},
+            {"file", "<session session='4294967295'/>", true, "valid hosts=a port=42 cookie=c"},
             // A port that is no number ends the reading, a session is 0 then.
-            {"<session port='1x' host='b'/>", false, "a 0 c 2 valid"},
-            {"<session port='-1' host='b'/>", false, "a 0 c 2 valid"},
-            {"<session port='4294967296' host='b'/>", false, "a 0 c 2 valid"},
-            {"<session session='x' host='b'/>", false, "b 42 c 0 valid"},
-            {"<?xml version='1.0' encoding='ISO-8859-1'?><session host='\xe9'/>",
-             true, "\xc3\xa9 42 c 2 valid"},
-            {QByteArray("\xff\xfe<\0s\0e\0s\0s\0i\0o\0n\0 \0h\0o\0s\0t\0=\0'\0b\0'\0/\0>\0", 40),
-             true, "b 42 c 2 valid"},
-            {whole.leftJustified(1024 * 1024), true, "b 1 c 3 valid"},
-            // Large, but no stack is used up.
-            {QByteArray("<a>").repeated(99999) + QByteArray("</a>").repeated(99999), true, before},
+            {"file", "<session port='0x1' host='b'/>", false, "valid hosts=a session=2 cookie=c"},
+            {"file", "<session port='-1' host='b'/>", false, "valid hosts=a session=2 cookie=c"},
+            {"file", "<session session='x' host='b'/>", false, "valid hosts=b port=42 session=0 cookie=c"},
+            {"file", "<?xml version='1.0' encoding='ISO-8859-1'?><session host='\xe9'/>", true,
+             "valid hosts=\xc3\xa9 port=42 session=2 cookie=c"},
             // What is not well-formed, or too large, changes nothing.
-            {"host=b", false, before}, {"<session host='b' host='c'/>", false, before},
-            {whole + '<', false, before}, {whole + "<session/>", false, before},
-            {whole + QByteArray(2, '\0'), false, before},
-            {"<!DOCTYPE s [<!ENTITY e SYSTEM '/etc/passwd'>]><session host='&e;'/>", false, before},
-            {"<!DOCTYPE s [<!ENTITY a '" + QByteArray(999, 'x') + "'><!ENTITY b '" +
-             QByteArray("&a;").repeated(999) + "'><!ENTITY c '" + QByteArray("&b;").repeated(999) +
-             "'>]><session host='&c;'/>", false, before},
-            {QByteArray("<a>").repeated(300000), false, before},
-            {whole.leftJustified(1024 * 1024 + 1), false, before},
-        };
-        // clang-format on
-        for (qsizetype length = 0; length < whole.size(); ++length) {
-            rows += {whole.left(length), false, before};
-        }
-        for (const Row& row : qAsConst(rows)) {
-            UserData data;
-            QCOMPARE(summary(data), " 0  -1 invalid");
-            QVERIFY(writeFile(mFile, "<session host='a' port='42' cookie='c' session='2'/>"));
-            QVERIFY(data.load(mFile));
-            QVERIFY(writeFile(mFile, row.content));
-            QVERIFY2(data.load(mFile) == row.result, row.content.left(100));
-            QCOMPARE(row.content.left(100) + summary(data), row.content.left(100) + row.expected);
-        }
-    }
-
-    // A FIFO without a writer and an endless device are among them.
-    void whatIsNoFileIsNotWaitedFor()
-    {
-        QCOMPARE(mkfifo(QFile::encodeName(mFifo).constData(), 0600), 0);
-        for (const QString& name : {u"missing"_s, mFifo, mDir.path(), u"/dev/zero"_s, QString()}) {
-            UserData data;
-            QVERIFY2(!data.load(name), qPrintable(name));
-            QCOMPARE(summary(data), " 0  -1 invalid");
-            QCOMPARE(data.sessionFileName(), name);
-        }
-    }
-
-    void readsTextAndPortOfTodayIsExplicit()
-    {
-        const QString xml = u"<session port='4243'/>"_s;
-        QVERIFY(writeFile(mFile, xml.toLatin1()) && writeFile(mOld, xml.toLatin1()));
-        QFile file(mOld);
-        QVERIFY(file.open(QIODevice::ReadWrite));
-        QVERIFY(file.setFileTime(QDateTime::currentDateTime().addDays(-1),
-                                 QFileDevice::FileModificationTime));
-        const QString missing = u"missing"_s;
-        // clang-format off
-        const struct { QString name; QString xml; bool result; bool explicitPort; } rows[] = {
-            {mFile, {}, true, true}, {mOld, {}, true, false}, {missing, {}, false, false},
-            {mFile, xml, true, true}, {mOld, xml, true, false}, {missing, xml, true, false},
-            {mFile, u"<session port='x'/>"_s, false, false},
-            // A text that is not well-formed is no error.
-            {mFile, u""_s, true, false}, {missing, u"<session port='1'"_s, true, false},
+            {"file", whole.leftJustified(1048576), true, "valid explicit hosts=b port=1 session=3 cookie=c"},
+            {"file", whole.leftJustified(1048577), false, before},
+            {"file", whole + '<', false, before},
+            {"file", "<!DOCTYPE s [<!ENTITY e SYSTEM '/etc/passwd'>]><session host='&e;'/>", false, before},
+            // What is no regular file is not waited for.
+            {"missing", {}, false, before},
+            {"fifo", {}, false, before},
+            {"/dev/zero", {}, false, before},
+            // The port of a file of today is explicit. Text has the place of the file, and
+            // is no error when it is not well-formed.
+            {"old", {}, true, "valid hosts=a port=1 session=2 cookie=c"},
+            {"old", "<session port='3'/>", true, "valid hosts=a port=3 session=2 cookie=c"},
+            {"bin", "<session port='3'/>", true, "valid explicit hosts=a port=3 session=2 cookie=c"},
+            {"bin", "<session port='x'/>", false, "valid hosts=a session=2 cookie=c"},
+            {"old", "", true, before},
         };
         // clang-format on
         for (const auto& row : rows) {
-            UserData data;
-            QVERIFY2(data.load(row.name, row.xml) == row.result, qPrintable(row.name + row.xml));
-            QCOMPARE(data.isExplicitPort(), row.explicitPort);
+            const QString name = text(row.name);
+            const bool isText = name != u"file"_s;
+            QVERIFY(isText || writeFile(name, row.xml));
+            Record record("host='a' port='42' session='2' cookie='c'");
+            UserData& data = record;
+            QCOMPARE(data.load(name, isText ? QString::fromLatin1(row.xml) : QString()),
+                     row.result);
+            QCOMPARE(record.state(), QString::fromUtf8(row.expected) + u" file="_s + name);
             // Once explicit, it stays so.
-            data.load(mOld);
-            QCOMPARE(data.isExplicitPort(), row.explicitPort);
+            data.load(u"old"_s);
+            QCOMPARE(record.isExplicitPort(), row.expected.contains("explicit"));
         }
+    }
+
+    // A session file is given as its name and attributes.
+    void resolves()
+    {
+        const QString global = u"session host='g,1' port='11' session='1' cookie='g'"_s;
+        const QString file = u" host='f,3' port='13' session='3' cookie='f'"_s;
+        const char* const env = "HOST=e,2 PORT=12 SESSION=2 SESSION_COOKIE=e TARBALL=/e";
+        const char* const options =
+            "--host o,4 --port 14 --session 4 --sessioncookie o --tarball /o";
+        // clang-format off
+        const struct { QString files; const char *env, *options, *expected; } rows[] = {
+            // Options over the session file over the environment over the global file.
+            {global, "", "", "valid explicit g:hosts=g|1 g:port=11 g:session=1 g:cookie=g d:file=s/g-1"},
+            {global, env, "",
+             "valid explicit e:hosts=e|2 e:port=12 e:session=2 e:cookie=e e:tarball=/e d:file=s/e-2"},
+            {global + u";s/e-2"_s + file, env, "",
+             "valid explicit f:hosts=f|3 f:port=13 f:session=3 f:cookie=f e:tarball=/e d:file=s/e-2"},
+            {global + u";s/o-4"_s + file, env, options,
+             "valid explicit o:hosts=o|4 o:port=14 o:session=4 o:cookie=o o:tarball=/o d:file=s/o-4"},
+            {global, "HOST= SESSION= PORT= SESSION_COOKIE= TARBALL= SESSION_FILE=", "",
+             "valid explicit g:hosts=g|1 g:port=11 g:session=1 g:cookie=g d:file=s/g-1"},
+            // Which session file is read.
+            {u"s/latest cookie='f'"_s, "", "", "invalid f:cookie=f d:file=s/latest"},
+            {u"x cookie='f'"_s, "SESSION_FILE=x", "", "invalid f:cookie=f e:file=x"},
+            {u"x cookie='f'"_s, "SESSION_FILE=y", "--sessionfile x", "invalid f:cookie=f o:file=x"},
+            // Port and session from each other.
+            {{}, "HOST=a,,b SESSION=3", "", "valid e:hosts=a||b d:port=4244 e:session=3 d:file=s/a-3"},
+            {{}, "HOST=a SESSION=0", "", "valid e:hosts=a d:port=4241 e:session=0 d:file=s/a-latest"},
+            {{}, "PORT=4241", "", "invalid explicit e:port=4241 d:file=s/latest"},
+            {{}, "PORT=4242", "", "invalid explicit e:port=4242 d:session=1 d:file=s/latest"},
+            {{}, "PORT=4262", "", "invalid explicit e:port=4262 d:session=21 d:file=s/latest"},
+            {{}, "PORT=4263", "", "invalid explicit e:port=4263 d:file=s/latest"},
+            {{}, "PORT=4250 SESSION=0", "", "invalid explicit e:port=4250 e:session=0 d:file=s/latest"},
+            {{}, "PORT=-1", "--host a", "invalid explicit o:hosts=a e:port=4294967295 d:file=s/a-latest"},
+            {{}, "PORT=1x SESSION=2x", "", "invalid d:file=s/latest"},
+            {{}, "", "--port 5", "invalid explicit o:port=5 d:file=s/latest"},
+            // Cookies in use or not.
+            {{}, "NO_SESSION_COOKIE=Off", "", "invalid d:file=s/latest"},
+            {{}, "NO_SESSION_COOKIE=", "", "invalid e:use=false d:file=s/latest"},
+            {{}, "", "--zorvnosessioncookie", "invalid o:use=false d:file=s/latest"},
+            // The shared directory: expanded, and resolved where it exists.
+            {{}, "SESSION_PATH= LINK=link", "--shareddirectory $ZORV_LINK/s",
+             "invalid o:shared=%1/s d:file=%1/s/.talvora/session/latest"},
+            {{}, "SHARED_DIRECTORY=none/x/..", "", "invalid e:shared=none/x/.. d:file=s/latest"},
+            {{}, "", "--sessionfile session", "invalid d:shared=session o:file=session"},
+            {{}, "", "--sessionfile a-session", "invalid o:file=a-session"},
+            {{}, "SHARED_DIRECTORY=t", "--sessionfile session", "invalid e:shared=t o:file=session"},
+        };
+        // clang-format on
+        for (const auto& row : rows) {
+            init();
+            QVERIFY(QFile::link(u"."_s, u"link"_s));
+            for (const QString& session : row.files.split(u';', Qt::SkipEmptyParts)) {
+                const QByteArray xml = "<session " + session.section(u' ', 1).toLatin1() + "/>";
+                QVERIFY(writeFile(session.section(u' ', 0, 0), xml));
+            }
+            for (const QString& variable : list(row.env)) {
+                const QStringList parts = variable.split(u'=');
+                qputenv("ZORV_" + parts.first().toLatin1(), parts.last().toLatin1());
+            }
+            BackendOptions backendOptions;
+            QVERIFY(backendOptions.parse(list("program") + list(row.options)));
+            Record record;
+            const bool valid = record.load(backendOptions);
+            const QString here = QDir::current().canonicalPath();
+            QCOMPARE(record.state(), text(row.expected).replace(u"%1"_s, here));
+            QCOMPARE(valid, record.isValid());
+        }
+    }
+
+    void sessionFilesAndIds()
+    {
+        // The hash by hand: 0x61; 0x610 + 0x62 = 0x672; 0x6720 + 0x63 = 0x6783. Of eight
+        // times 0x7f the first digit is folded in from the seventh on.
+        // clang-format off
+        const struct { const char *attributes, *id, *found, *created; } rows[] = {
+            {"host='alpha' session='1'", "x-alpha-1", "s/alpha-1", "s/alpha-1"},
+            {"host='alpha' session='0' cookie=''", "x-alpha-0-00000000", "s/alpha-latest", "s/alpha-0"},
+            {"host='alpha' cookie='abc'", "x-alpha--1-00006783", "s/alpha-latest", "s/alpha--1"},
+            {"session='3' cookie='\x7f\x7f\x7f\x7f\x7f\x7f\x7f\x7f'", "x--3-0777678f", "s/latest", "s/-3"},
+            {"host='alpha,beta' session='2' cookie='&#x20ac;'", "x-alpha-2-000020ac", "s/alpha-2", "s/alpha-2"},
+        };
+        // clang-format on
+        for (const auto& row : rows) {
+            init();
+            const Record record(row.attributes);
+            QCOMPARE(record.getSessionSpecificFileName(u"x"_s), text(row.id));
+            const int session = record.getSession();
+            QCOMPARE(record.getSessionFile(session, false), text(row.found));
+            QCOMPARE(listing(u"s"_s), QString());
+            record.getSessionFile(99, true);
+            QCOMPARE(record.getSessionFile(session, true), text(row.created));
+            const QString links = u"%2-latest->%1 latest->%1"_s;
+            QCOMPARE(listing(u"s"_s), links.arg(text(row.created), record.getCanonicalHostName()));
+        }
+
+        init();
+        // Beside the programs, a file that keeps the session to this host.
+        QVERIFY(writeFile(u"bin/use_local_zorv_session"_s, {}));
+        const Record session("host='alpha'");
+        qputenv("USER", "bob");
+        QCOMPARE(session.getSessionFile(-1, false), u"/tmp/.zorv_session_bob_-1"_s);
+        qputenv("LOGNAME", "alice");
+        QCOMPARE(session.getSessionFile(2, true), u"/tmp/.zorv_session_alice_2"_s);
+        qputenv("LOGNAME", "");
+        QCOMPARE(session.getSessionFile(2, false), u"/tmp/.zorv_session__2"_s);
+        QCOMPARE(listing(u"s"_s), QString());
+    }
+
+    void otherNames()
+    {
+        Record record("host='alpha' session='3' cookie='c'");
+        record.mUseSessionCookies = false;
+        QCOMPARE(record.getGlobalFile(), u"./session"_s);
+        QCOMPARE(record.getRestartFileName({}), u"s/restart"_s);
+        QCOMPARE(record.getRestartFileName(u""_s), u"s/restart-"_s);
+        QCOMPARE(record.getRestartFileName(u"hold"_s), u"s/restart-hold"_s);
+        QCOMPARE(record.getLockFileName(u"x"_s, u""_s), u"x-alpha-3-.pid"_s);
+        QCOMPARE(record.getLockFileName(u"x"_s, {}), u"x-alpha-3-%1.pid"_s.arg(sc_hostname()));
+        // Files of these names in TMPDIR are preferred to those that are not to be made. A
+        // name in the session directory is remembered.
+        qputenv("TMPDIR", "lib");
+        QCOMPARE(record.topologyFileName(false), u"s/topology-alpha-3"_s);
+        QVERIFY(writeFile(u"lib/topology-alpha-3"_s, {}));
+        QVERIFY(writeFile(u"lib/tarball-alpha-3"_s, {}));
+        QCOMPARE(record.topologyFileName(false), u"lib/topology-alpha-3"_s);
+        QCOMPARE(record.topologyFileName(true), u"s/topology-alpha-3"_s);
+        QCOMPARE(record.tarballFileName(false), u"lib/tarball-alpha-3"_s);
+        QCOMPARE(record.tarballFileName(true), u"s/tarball-alpha-3"_s);
+        record.mUseSessionCookies = true;
+        QCOMPARE(record.tarballFileName(false), u"s/tarball-alpha-3"_s);
+
+        setSetting("ZORV_SESSION_PATH", "given//");
+        QCOMPARE(record.getSessionDirectory(true), u"given//"_s);
+        setSetting("ZORV_SESSION_PATH", {});
+        const QString home = QDir::homePath() + u"/.talvora/session"_s;
+        QCOMPARE(UserData::getSessionDirectory(u""_s, false), home);
+        record.setSharedDirectory(u"lib"_s);
+        QCOMPARE(record.getSessionDirectory(false), u"lib/.talvora/session"_s);
+        QVERIFY(!QFile::exists(u"lib/.talvora"_s));
+        QCOMPARE(record.hostFileName(), u"lib/.talvora/session/hosts-alpha-3-00000063"_s);
+        QVERIFY(QFile::exists(u"lib/.talvora/session"_s));
+        // What cannot be made is left to whoever uses the name.
+        record.setSharedDirectory(u"none"_s);
+        QCOMPARE(record.getSessionDirectory(true), u"none/.talvora/session"_s);
+        QVERIFY(!QFile::exists(u"none"_s) && !QFile::exists(u"given"_s));
+    }
+
+    void savesAndCleansUp()
+    {
+        Record record("host='a,b' port='4243' session='2' cookie='c&lt;&amp;&quot;&gt;\xe9'");
+        QVERIFY(!record.makeMetaSession());
+        record.getSessionFile(99, true);
+        QVERIFY(writeFile(u"victim"_s, "precious") && QFile::link(u"../victim"_s, u"s/a-2"_s));
+        const int watch = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+        QVERIFY(inotify_add_watch(watch, "s", IN_DELETE) != -1);
+        const mode_t umaskBefore = umask(0777);
+        const bool saved = record.save({});
+        umask(umaskBefore);
+        QVERIFY(saved);
+        // What readers look for is replaced: it is never missing, and never incomplete.
+        char event[4096];
+        QCOMPARE(read(watch, event, sizeof event), -1);
+        close(watch);
+        QCOMPARE(QFileInfo(u"victim"_s).size(), 8);
+        Record loaded;
+        QVERIFY(static_cast<UserData&>(loaded).load(u"s/a-2"_s));
+        QCOMPARE(loaded.state(), record.state().replace(u"valid"_s, u"valid explicit"_s));
+        QCOMPARE(Record("cookie=''").toXml(), u"<session session=\"-1\"/>\n"_s);
+
+        QVERIFY(writeFile(u"s/meta"_s, {}) && record.makeMetaSession());
+        record.mSessionFileName = u"other"_s;
+        QVERIFY(record.makeMetaSession());
+        QCOMPARE(listing(u"s"_s), u"a-2:600 a-latest->s/a-2 latest->s/a-2 meta->s/a-2"_s);
+        record.mSessionFileName = u"s/a-2"_s;
+        record.deleteSessionFile();
+        QCOMPARE(listing(u"s"_s), QString());
+        setSetting("ZORV_SESSION_PATH", "none");
+        QVERIFY(!loaded.makeMetaSession());
+        // Without a name, the file would be in the working directory.
+        QVERIFY(QFile::rename(u"victim"_s, u"latest"_s));
+        Record().deleteSessionFile();
+        QCOMPARE(listing(u"."_s), QString());
+    }
+
+    void failedSaveLeavesNothing()
+    {
+        Record record("host='a'");
+        QVERIFY(!record.save(u"none/name"_s));
+        QVERIFY(!record.save(u"s"_s));
+        QVERIFY(writeFile(u"full"_s, "of an earlier session"));
+        // The limit stands for a full disk: the write itself fails.
+        signal(SIGXFSZ, SIG_IGN);
+        rlimit limit;
+        getrlimit(RLIMIT_FSIZE, &limit);
+        const rlimit tenBytes = {10, limit.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &tenBytes);
+        const bool saved = record.save(u"full"_s);
+        setrlimit(RLIMIT_FSIZE, &limit);
+        QVERIFY(!saved);
+        QCOMPARE(listing(u"."_s), QString());
     }
 };
 
-QTEST_APPLESS_MAIN(UserDataTest)
+QTEST_GUILESS_MAIN(UserDataTest)
 #include "tst_userdata.moc"
