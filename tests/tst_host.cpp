@@ -1,0 +1,468 @@
+// This host and others: their names and addresses, and what machine this is; with a
+// resolver, interfaces and files of the test's own.
+
+#include "branding/filenames.h"
+#include "common/compatibility_simple/addresses.h"
+#include "common/compatibility_simple/localhost.h"
+#include "common/compatibility_simple/resolver.h"
+#include "common/compatibility_simple/routability.h"
+#include "common/compatibility_simple/systemidentity.h"
+#include "common/talvoraglobals.h"
+#include "tests/support/namespace.h"
+#include "tests/support/network.h"
+#include "tests/support/settings.h"
+
+#include <QDir>
+#include <QTest>
+
+#include <limits>
+#include <netdb.h>
+#include <sys/mount.h>
+#include <sys/utsname.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+// The names that were looked up, "reverse" for an address.
+QStringList lookUps;
+
+const char hostsFile[] = "127.0.0.1 localhost LOCALHOST localname\n"
+                         "::1 many\n2001:db8::5 many\n127.0.0.1 many\n10.0.0.7 many\n"
+                         "10.0.0.7 nodeb.cluster nodeb\nfd00::7 nodeb.cluster nodeb\n"
+                         "10.0.0.7 nodeb-alias\n127.0.1.1 self.cluster self\n"
+                         "127.42.42.9 special\n10.0.0.3 twice\n10.0.0.3 twice\n";
+
+// Variables, a file, or a directory when it ends with a slash, the file's content, and
+// what machine this is then. It is Debian's unless the file says something else.
+// clang-format off
+const char* const machines[][4] = {
+    {"", "", "", "Debian GNU/Linux 8.11 000000"},
+    {"", "/etc/centos-release", "\n  CentOS release 6.5 (Final) \nx 1", "CentOS release 6.5 (Final) 000000"},
+    {"", "/etc/cray_xt", "8.11\n", "Cray XT Compute Node 8.11 000000"},
+    {"", "/etc/redhat-release", "buster/sid\n", "Linux 1.2 000000"},
+    {"", "/etc/redhat-release", "a.b", "a.b 000000"},
+    {"", "/etc/redhat-release", "7th edition", "Red Hat Linux 7th edition 000000"},
+    {"", "/etc/redhat-release", "\n \nRed Hat 7\n", "Linux 1.2 000000"},
+    // What cannot be read is passed over: a directory is such a thing for root.
+    {"", "/etc/redhat-release/", "", "Debian GNU/Linux 8.11 000000"},
+    {"KERNEL_NAME=Darwin KERNEL_MACHINE=x", "", "", "Darwin 1.2 x 000000"},
+    {"", "/usr/bin/lsb_release", "#!/bin/sh\n[ \"$*\" = -d ] && printf 'Description:\\t CentOS 7 \\nx\\n'\n", "CentOS 7 000000"},
+    // As many characters are dropped as the word has, wherever it stands.
+    {"", "/usr/bin/lsb_release", "#!/bin/sh\necho 'x Description: y'\n", "n: y 000000"},
+    {"", "/usr/bin/lsb_release", "#!/bin/sh\necho; echo 'Description: x'\n", "Debian GNU/Linux 8.11 000000"},
+    {"TALVORA_FAKE_BLUEGENE=q", "/usr/bin/lsb_release", "#!/bin/sh\necho 'Description: x'\n", "Bluegene/Q Compute Node 111111"},
+    {"", "/proc/cpuinfo", "processor\t: 0\nmodel name\t: Xeon Phi(TM)\nmodel name\t: Xeon\n", "Debian GNU/Linux 8.11 knl 000000"},
+    {"KERNEL_MACHINE=aarch64 BGQDRV=", "/proc/cpuinfo", "model name\t: Xeon Phi(TM)\n", "Debian GNU/Linux 8.11 000111"},
+    {"", "/proc/cpuinfo", "x model name: Xeon Phi\nmodel name\t: Xeon\nmodel name\t: Xeon Phi(TM)\n", "Debian GNU/Linux 8.11 000000"},
+    {"KERNEL_MACHINE=ppc64 BGQDRV=", "", "", "Debian GNU/Linux 8.11 bgq 000111"},
+    {"KERNEL_MACHINE=ppc64 ZORV_FAKE_BLUEGENE=1", "/etc/opt/cray/", "", "Debian GNU/Linux 8.11 cray 100000"},
+    {"BG_NODE_TYPE=Disabled", "/sys/cray/", "", "Debian GNU/Linux 8.11 cray 000000"},
+    {"ZORV_FAKE_BLUEGENE=bgq", "", "", "Bluegene/Q Compute Node 111111"},
+    {"BG_NODE_TYPE=", "", "", "Bluegene/Q Compute Node 011111"},
+    {"ZORV_FORCE_BGQ_SUPPORT=1", "", "", "Debian GNU/Linux 8.11 000111"},
+    {"", "/dev/bgpers", "", "Bluegene/Q Compute Node 011111"},
+    {"", "/bgsys/drivers/ppcfloor/bin/runjob", "", "Debian GNU/Linux 8.11 000111"},
+};
+// clang-format on
+
+// As a switch, compute node, the same, system, has nodes, any.
+QString bluegeneSigns()
+{
+    QString signs;
+    for (const auto question : {sc_isFakeBluegene, sc_isBluegeneQNode, sc_isBluegeneNode,
+                                sc_isBluegeneQ, sc_hasBluegeneNodes, sc_isBluegene}) {
+        signs += QLatin1Char(question() ? '1' : '0');
+    }
+    return signs;
+}
+
+QString machine()
+{
+    const QString subArch = sc_subArch().isNull() ? QString() : text(" ") + sc_subArch();
+    return sc_uname() + subArch + text(sc_isCray() ? " cray " : " ") + bluegeneSigns();
+}
+
+// Later signs change no answer; what the program itself is told does.
+QString laterMachine()
+{
+    sc_isFakeBluegene();
+    qEnvironmentVariableIsSet("NODE_ALONE") ? sc_isBluegeneQNode() : sc_isBluegeneQ();
+    qputenv("BG_NODE_TYPE", "cn");
+    setSetting("ZORV_FAKE_BLUEGENE", "bgq");
+    const QString before = bluegeneSigns();
+    sc_setHasBluegeneNodes(true);
+    return before + QLatin1Char(' ') + bluegeneSigns();
+}
+
+// Most answers are given once in a process, so each is asked of a process of its own.
+QString answer(QString (*question)(), const QStringList& variables)
+{
+    int ends[2];
+    if (pipe(ends) == -1) {
+        return QString();
+    }
+    if (fork() == 0) {
+        for (const QString& variable : variables) {
+            putenv(qstrdup(qPrintable(variable)));
+        }
+        discardEnvCache();
+        dup2(ends[1], STDOUT_FILENO);
+        _exit(puts(qPrintable(question())) == EOF || fflush(stdout) == EOF);
+    }
+    close(ends[1]);
+    QFile answers;
+    answers.open(ends[0], QIODevice::ReadOnly, QFile::AutoCloseHandle);
+    wait(nullptr);
+    return QString::fromLatin1(answers.readAll()).trimmed();
+}
+
+QString joined(const QStringList& list)
+{
+    return list.join(QLatin1Char(','));
+}
+
+QString joined(const QList<QHostAddress>& list)
+{
+    return words(list).replace(QLatin1Char(' '), QLatin1Char(','));
+}
+
+// The entries of a word that is a list, or that has two with a slash between them.
+QStringList entries(const QString& word, int part = 0)
+{
+    return word.section(QLatin1Char('/'), part, part).split(QLatin1Char(','), Qt::SkipEmptyParts);
+}
+
+QList<QHostAddress> addresses(const QString& word, int part = 0)
+{
+    return addressList(qPrintable(entries(word, part).join(QLatin1Char(' '))));
+}
+
+QString yes(bool holds)
+{
+    return text(holds ? "yes" : "no");
+}
+
+// What is asked about each of some words, what the answers are together, and which
+// names are looked up, where that counts; with settings and lines of the hosts file.
+struct Question
+{
+    const char* name;
+    QString (*ask)(const QString& word);
+    const char* words;
+    const char* answers;
+    const char* lookUps = nullptr;
+    const char* settings = "";
+    const char* hosts = hostsFile;
+};
+
+} // namespace
+
+// Linked in the place of the system's own by -Wl,--wrap.
+extern "C" {
+
+decltype(getaddrinfo) __real_getaddrinfo;
+decltype(getnameinfo) __real_getnameinfo;
+decltype(uname) __real_uname;
+
+int __wrap_getaddrinfo(const char* node, const char* service, const addrinfo* hints,
+                       addrinfo** results)
+{
+    lookUps += text(node);
+    return __real_getaddrinfo(node, service, hints, results);
+}
+
+int __wrap_getnameinfo(const sockaddr* address, socklen_t length, char* host, socklen_t hostLength,
+                       char* service, socklen_t serviceLength, int flags)
+{
+    lookUps += text("reverse");
+    return __real_getnameinfo(address, length, host, hostLength, service, serviceLength, flags);
+}
+
+// The kernel that the variables describe.
+int __wrap_uname(utsname* names)
+{
+    const int result = __real_uname(names);
+    qstrncpy(names->sysname, getenv("KERNEL_NAME"), sizeof names->sysname);
+    qstrncpy(names->release, "1.2", sizeof names->release);
+    qstrncpy(names->machine, getenv("KERNEL_MACHINE"), sizeof names->machine);
+    return result;
+}
+
+} // extern "C"
+
+class HostTest : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        clearSettings({"FORCE_IP_HOSTNAME", "FAKE_BLUEGENE", "FORCE_BGQ_SUPPORT", "BG_NODE_TYPE",
+                       "BGQDRV", "LOCALHOST", "LOCALHOST_IPV6", "NETWORK_INTERFACES", "HOSTNAME"});
+    }
+
+    // Before the others, which would have the answers found out here.
+    void identity()
+    {
+        for (const auto& [variables, file, content, expected] : machines) {
+            if (QByteArray(file).endsWith('/')) {
+                QVERIFY(QDir().mkpath(text(file)));
+            } else if (*file) {
+                Namespace::writeFile(text(file), content, 0755);
+            }
+            QCOMPARE(answer(machine, list(variables)), text(expected));
+            remove(file);
+        }
+        QCOMPARE(answer(laterMachine, {}), text("000000 000011"));
+        // A system is still recognised when it was found to be no compute node.
+        QCOMPARE(answer(laterMachine, {text("NODE_ALONE=1")}), text("000111 000111"));
+    }
+
+    void otherArchitecture()
+    {
+        const QString helper = text("/etc/x/ppc64/bin/") + FileName::zorvDebugger;
+        const QString link = text("/etc/suite/bin/") + FileName::zorvDebugger + text(".ppc64");
+        Namespace::writeFile(helper, "");
+        QVERIFY(QDir().mkpath(text("/etc/suite/bin")) && QFile::link(helper, link));
+        TalvoraGlobals::instance()->setLocationsAsFlatPath(text("/etc/suite"));
+        const auto found = [](const QString& path) { return sc_findArch(text("ppc64"), path); };
+        QCOMPARE(found(QString()), text("/etc/x/ppc64"));
+        QCOMPARE(found(text("lib")) + found(text("/lib")), text("/etc/x/ppc64/lib/lib"));
+        QVERIFY(sc_findArch(text("ppc"), text("lib")).isNull());
+        for (const char* arch : {"ppc64", "ppc", "ppc64le", "PPC64"}) {
+            const bool big = QByteArray("ppc64").startsWith(arch);
+            QVERIFY2((endiannessFromArch(text(arch)) == ENDIAN_BIG) == big, arch);
+        }
+    }
+
+    void hosts()
+    {
+        const auto loopbackName = [](const QString& word) { return yes(isLoopback(word)); };
+        const auto namesOf = [](const QString& word) { return joined(hostNameAndAddresses(word)); };
+        const auto form = [](const QString&) {
+            return sc_localhost() + QLatin1Char('=') + joined(sc_localhostAddresses());
+        };
+        const auto ownAddresses = [](const QString&) { return joined(localHostAddresses()); };
+        const auto ownNames = [](const QString&) { return joined(localHostNamesAndAddresses()); };
+        const auto fixed = [](const QString& word) { return joined(fixLocalHost(entries(word))); };
+        // Of the link-local addresses (RFC 4291, 2.5.6) those in fe80::/16 alone are left out.
+        const char all[] = "10.0.0.5,2001:db8::5,fe90::1%eth0,127.42.42.2,192.168.1.5,fd00::5";
+        const Question questions[] = {
+            {"look-ups give canonical names; addresses are IPv4's first, without loopback",
+             [](const QString& word) {
+                 return lookUpHost(word).hostName() + QLatin1Char('=') +
+                        joined(hostAddresses(word));
+             },
+             "nodeb fd00::7 10.0.0.7 10.0.0.99 many twice",
+             "nodeb.cluster=10.0.0.7,fd00::7 nodeb.cluster=fd00::7 many=10.0.0.7 "
+             "10.0.0.99=10.0.0.99 many=10.0.0.7,2001:db8::5 twice=10.0.0.3"},
+            {"four decimal numbers are an IPv4 address",
+             [](const QString& word) { return yes(!parseAddress(word).isNull()); },
+             "10.0.0.1 fe80::1%lo 10 127.1 010.0.0.1 0x7f.1 10.0.0.256", "yes yes no no no no no"},
+            {"an index is a special address up to 255",
+             [](const QString& word) { return specialLoopbackAddress(word.toInt()).toString(); },
+             "254 255 2147483647", "127.42.42.255  "},
+            {"loopback addresses",
+             [](const QString& word) { return yes(isLoopback(QHostAddress(word))); },
+             "127.0.0.1 127.255.255.254 ::1 ::ffff:127.1.2.3 ::ffff:127.42.42.1 none ::2 "
+             "127.42.42.3 126.255.255.255 128.0.0.1 ::ffff:126.0.0.1 ::ffff:128.0.0.1",
+             "yes yes yes yes yes no no no no no no no"},
+            {"texts of loopback addresses are not looked up", loopbackName,
+             "localhost 127.nonsense ::1 ::ffff:127.0.0.1 ::ffff:127.42.42.1 127.42.42.3",
+             "yes yes yes yes yes no", ""},
+            {"the first address decides whether a name is loopback", loopbackName,
+             "LOCALHOST self many special nobody 0:0::1", "yes yes yes no no yes",
+             "LOCALHOST self many special nobody reverse"},
+            {"a look-up that is there is not repeated",
+             [](const QString& word) { return yes(isLoopback(lookUpHost(word))); },
+             "localhost LOCALHOST self special nobody 0:0::1 127.nonsense",
+             "yes yes yes no no yes yes",
+             "localhost LOCALHOST self special nobody reverse 127.nonsense"},
+            {"names of one host: equal, both loopback, or with a common address",
+             [](const QString& word) {
+                 return yes(isSameHost(word.section(QLatin1Char('/'), 0, 0),
+                                       word.section(QLatin1Char('/'), 1)));
+             },
+             "nobody/nobody localhost/127.0.0.1 many/localhost nodeb/nodeb-alias nodeb/localhost",
+             "yes yes yes yes no", "many nodeb nodeb nodeb-alias nodeb nodeb localhost"},
+            {"addresses of one host: equal or both loopback",
+             [](const QString& word) {
+                 return yes(isSameHost(addresses(word).first(), addresses(word, 1).first()));
+             },
+             "127.0.0.1/::1 127.5.6.7/::ffff:127.0.0.1 127.42.42.1/127.42.42.1 "
+             "127.42.42.1/127.0.0.1 ::ffff:10.0.0.1/10.0.0.1",
+             "yes yes yes no no"},
+            {"lists of one host: with a common entry that is not loopback",
+             [](const QString& word) {
+                 return yes(isSameHost(addresses(word), addresses(word, 1))) +
+                        yes(isSameHost(addresses(word), entries(word, 1))) +
+                        yes(isSameHost(entries(word), entries(word, 1)));
+             },
+             "127.0.0.1/127.0.0.1 ::1,10.1.1.1,10.1.1.2/127.0.0.1,10.1.1.2 127.42.42.1/127.42.42.1 "
+             "10.1.1.1/10.1.1.2 10.0.0.7/nodeb NodeA/nodea",
+             "nonono yesyesyes yesyesyes nonono nonono yesnono"},
+            {"merging appends what the first list has not",
+             [](const QString& word) {
+                 return joined(mergeAddressLists(addresses(word), addresses(word, 1)));
+             },
+             "1.1.1.1,2.2.2.2/2.2.2.2,3.3.3.3,3.3.3.3", "1.1.1.1,2.2.2.2,3.3.3.3,3.3.3.3"},
+            {"the first name's addresses come first, and it is looked up last",
+             [](const QString& word) {
+                 return joined(resolveHostNamesAndAddresses(entries(word)));
+             },
+             "10.0.0.2,10.0.0.1,10.0.0.2 , self,nodeb-alias,nobody,10.0.0.1",
+             "10.0.0.2,10.0.0.1  127.0.1.1,10.0.0.7,10.0.0.1", "nodeb-alias nobody self"},
+            {"names come before addresses", namesOf, "nodeb nobody self",
+             "nodeb,nodeb.cluster,10.0.0.7,fd00::7 nobody self", "nodeb nobody self"},
+            {"names come after addresses when that is set", namesOf, "nodeb",
+             "10.0.0.7,fd00::7,nodeb,nodeb.cluster", nullptr, "FORCE_IP_HOSTNAME=1"},
+            {"names come after addresses on a Blue Gene",
+             [](const QString& word) {
+                 sc_setHasBluegeneNodes(true);
+                 const QStringList names = hostNameAndAddresses(word);
+                 sc_setHasBluegeneNodes(false);
+                 return joined(names);
+             },
+             "nodeb", "10.0.0.7,fd00::7,nodeb,nodeb.cluster", nullptr, "FORCE_IP_HOSTNAME=off"},
+            {"the host's name is the system's", [](const QString&) { return sc_hostname(); }, "-",
+             "nodea"},
+            {"loopback is IPv4's", form, "-", "127.0.0.1=127.0.0.1", "", "LOCALHOST_IPV6=Off"},
+            {"loopback is IPv6's", form, "-", "::1=::1", "", "LOCALHOST_IPV6=1;LOCALHOST="},
+            {"loopback is set", form, "-", "localhost=127.0.0.1", "localhost",
+             "LOCALHOST_IPV6=1;LOCALHOST=localhost"},
+            {"all interfaces", ownAddresses, "-", all, nullptr, "", ""},
+            {"no name of an interface is all", ownAddresses, "-", all, nullptr,
+             "NETWORK_INTERFACES=,", ""},
+            {"blanks about a comma", ownAddresses, "-", "192.168.1.5,fd00::5", nullptr,
+             "NETWORK_INTERFACES=ib0 , eth9", ""},
+            {"blanks elsewhere", ownAddresses, "-", "", nullptr, "NETWORK_INTERFACES= ib0", ""},
+            {"names of interfaces have a case", ownAddresses, "-", "", nullptr,
+             "NETWORK_INTERFACES=IB0", ""},
+            {"the name's addresses come first", ownAddresses, "-",
+             "192.168.1.5,10.0.0.5,2001:db8::5,fe90::1%eth0", nullptr, "NETWORK_INTERFACES=eth0",
+             "192.168.1.5 nodea\n10.0.0.5 nodea\n127.0.0.1 nodea\n"},
+            {"IPv4 addresses of interfaces add their names", ownNames, "-",
+             "nodea,nodea.cluster,10.0.0.5,nodea-eth0,2001:db8::5,fe90::1%eth0", "nodea reverse",
+             "NETWORK_INTERFACES=eth0",
+             "10.0.0.5 nodea-eth0\n10.0.0.5 nodea.cluster nodea\n2001:db8::5 nodea-v6\n"},
+            {"a canonical name of the loopback is left out", ownNames, "-",
+             "nodea,192.168.1.5,fd00::5", nullptr, "NETWORK_INTERFACES=ib0",
+             "127.0.1.1 nodea.cluster nodea\n"},
+            {"loopback is this host",
+             [](const QString& word) {
+                 return yes(isThisHost(word)) + yes(isThisHost(QHostAddress(word)));
+             },
+             "::1 127.9.9.9", "yesyes yesyes", ""},
+            {"this host's names and addresses, as they stand",
+             [](const QString& word) {
+                 return yes(isThisHost(word)) + yes(isThisHost(QHostAddress(word)));
+             },
+             "fd00::5 127.42.42.2 10.0.0.6 127.42.42.3 nodea nodea.cluster NODEA alias",
+             "yesyes yesyes nono nono yesno yesno nono nono", nullptr, "",
+             "10.0.0.5 nodea.cluster nodea\n10.0.0.5 alias\n"},
+            {"loopback is for this host alone: addresses",
+             [](const QString& word) { return joined(fixLocalHost(addresses(word))); },
+             "127.0.0.1,10.9.9.9 , 10.0.0.5 127.0.0.1,10.0.0.5",
+             "10.9.9.9 127.0.0.1 10.0.0.5,127.0.0.1 127.0.0.1,10.0.0.5"},
+            {"loopback is for this host alone: names", fixed,
+             "localhost,localname,nodec , nodea 127.0.0.1,10.0.0.5",
+             "nodec 127.0.0.1 nodea,127.0.0.1 127.0.0.1,10.0.0.5"},
+            {"this host's name may be the loopback's", fixed, "nodea", "", nullptr, "",
+             "127.0.1.1 nodea\n"},
+            {"the first name's addresses are not ordered",
+             [](const QString& word) {
+                 return joined(sortHostNamesAndAddressesByPotentialRoutability(entries(word)));
+             },
+             "10.9.9.9,192.168.9.9,10.0.0.77 , self,nobody,twice",
+             "10.9.9.9,10.0.0.77,192.168.9.9,192.168.9.9,10.0.0.77,192.168.9.9,10.0.0.77,"
+             "192.168.9.9,10.0.0.77  127.0.1.1,10.0.0.3,10.0.0.3,10.0.0.3,10.0.0.3",
+             "nobody twice self"},
+        };
+        for (const Question& question : questions) {
+            clearSettings(
+                {"FORCE_IP_HOSTNAME", "LOCALHOST", "LOCALHOST_IPV6", "NETWORK_INTERFACES"});
+            for (const QString& setting : text(question.settings).split(QLatin1Char(';'))) {
+                setSetting(qPrintable(text("PELK_") + setting.section(QLatin1Char('='), 0, 0)),
+                           setting.section(QLatin1Char('='), 1).toLatin1());
+            }
+            Namespace::setHosts("nodea", question.hosts);
+            lookUps.clear();
+            QStringList answers;
+            for (const QString& word : list(question.words)) {
+                answers += question.ask(word);
+            }
+            QVERIFY2(answers.join(QLatin1Char(' ')) == text(question.answers),
+                     qPrintable(text(question.name) + text(": ") + answers.join(QLatin1Char(' '))));
+            QVERIFY2(!question.lookUps || lookUps == list(question.lookUps),
+                     qPrintable(text(question.name) + text(": ") + joined(lookUps)));
+        }
+    }
+
+    // Each of four passes gives all candidates, those of the longest prefix that is
+    // shared with an interface of the pass first: Ethernet before others, IPv4 before
+    // IPv6. Candidates are known by their positions here.
+    void ordersByRoutability()
+    {
+        // clang-format off
+        const char* const rows[][3] = {
+            {"", "192.168.9.9 10.0.0.77 10.9.9.9 2001:db8::99 127.0.0.1 ::1", "1203 3012 0123 0123 "},
+            {"ib0", "10.0.0.77 192.168.9.9", "01 01 10 01 "},
+            // 2, 3, 4 and 7 bits; fewer than four do not count.
+            {"eth0", "32.0.0.1 16.0.0.1 1.0.0.1 11.0.0.1", "3201 0123 0123 0123 "},
+            // Within the network all are equally close, and repeats stay.
+            {"eth0", "10.0.0.200 10.0.0.2 10.0.0.200", "010 010 010 010 "},
+            // 3, 15, 24, 25 and 63 bits.
+            {"eth0", "3001:db8::1 2000:db8::1 2001:d00::1 2001:df0::1 2001:db8:0:1::1",
+             "01234 43210 01234 01234 "},
+            {"eth0", "10.9.9.9 fe80::99", "01 10 01 01 "}, {"", "127.42.42.5", "0 0 0 0 "},
+        };
+        // clang-format on
+        for (const auto& [filter, candidates, expected] : rows) {
+            setSetting("ZORV_NETWORK_INTERFACES", filter);
+            const QList<QHostAddress> all = addressList(candidates);
+            const QList<QHostAddress> ordered = sortAddressesByPotentialRoutability(all);
+            QString positions;
+            for (qsizetype i = 0; i < ordered.size(); ++i) {
+                positions += QString::number(all.indexOf(ordered.at(i)));
+                positions += (i + 1) % (ordered.size() / 4) == 0 ? text(" ") : QString();
+            }
+            QCOMPARE(positions, text(expected));
+        }
+    }
+};
+
+int main(int argc, char** argv)
+{
+    if (!Namespace::enter()) {
+        return Namespace::Skipped;
+    }
+    for (const char* command :
+         {"link set lo up", "addr add 127.42.42.2/8 dev lo",
+          "link add ib0 type veth peer name eth0", "addr add 192.168.1.5/16 dev ib0",
+          "addr add fd00::5/64 dev ib0", "addr add 10.0.0.5/24 dev eth0",
+          "addr add fe80::1/64 dev eth0", "addr add fe90::1/64 dev eth0",
+          "addr add 2001:db8::5/64 dev eth0"}) {
+        Namespace::run(text("ip ") + text(command));
+    }
+    for (const char* directory : {"/etc", "/usr/bin", "/dev", "/sys"}) {
+        Namespace::makeWritable(text(directory));
+    }
+    for (const char* file : {"/usr/bin/lsb_release", "/etc/redhat-release", "/etc/centos-release",
+                             "/etc/fedora-release", "/etc/SuSE-release", "/etc/gentoo-release"}) {
+        remove(file);
+    }
+    Namespace::writeFile(text("/etc/debian_version"), "8.11\n");
+    // A file of our own in the place of the kernel's.
+    Namespace::writeFile(text("/etc/cpuinfo"), "");
+    if (mount("/etc/cpuinfo", "/proc/cpuinfo", nullptr, MS_BIND, nullptr) == -1) {
+        perror("/proc/cpuinfo");
+        return 1;
+    }
+    qputenv("KERNEL_NAME", "Linux");
+    qputenv("KERNEL_MACHINE", "x86_64");
+    HostTest test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "tst_host.moc"
