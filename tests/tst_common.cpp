@@ -12,7 +12,6 @@
 #include "tests/support/texts.h"
 #include "version/hgid.h"
 
-#include <QElapsedTimer>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -28,12 +27,13 @@ using namespace Qt::StringLiterals;
 
 static volatile sig_atomic_t signalCount = 0;
 
-// The expansion in an environment of these entries, which need not hold a '='.
+// The expansion in an environment of these entries, which need not hold a '='; without
+// entries there is no environment at all.
 static QString expandedIn(std::vector<const char*> entries, const QByteArray& path)
 {
-    entries.push_back(nullptr);
     char** const previous = environ;
-    environ = const_cast<char**>(entries.data());
+    entries.push_back(nullptr);
+    environ = entries.front() ? const_cast<char**>(entries.data()) : nullptr;
     const QString expanded = expandVars(QString::fromUtf8(path));
     environ = previous;
     return expanded;
@@ -64,7 +64,7 @@ private Q_SLOTS:
         const struct { std::vector<const char*> environment; QByteArray path, expected; } rows[] = {
             {{"HOME=/home"}, "~/$HOME", "/home//home"}, {{"HOME=/home"}, "~ x/y", "/home x/y"},
             {{}, "~root x/y", root + " x/y"}, {{}, "~nobody-here/x", "~nobody-here/x"},
-            {{}, " a~b \t", "a~b"},
+            {{}, " a~b$HOME \t", "a~b$HOME"},
             // The longest word is a variable's name; letters of all scripts are in words.
             {{"H=/h"}, "  ${H}/x ${H $H$H", "/h/x ${H /h/h"},
             {{"H=/h"}, "$HX $H_ ${HX} $NONE", "$HX $H_ ${HX} $NONE"},
@@ -87,33 +87,39 @@ private Q_SLOTS:
             const auto size = expandedIn(std::vector<const char*>(100, entry), "$A/").size();
             QVERIFY(size > 65536 && size < 4 * 65536);
         }
-        QStringList expandable = list("100% a$b ~x a~b");
-        expandable.removeIf([](const QString& path) { return !containsEnvVarOrTilde(path); });
-        QCOMPARE(expandable, list("100% a$b ~x"));
-        char** const previous = environ;
-        environ = nullptr;
-        const QString expanded = expandVars(text("$HOME"));
-        environ = previous;
-        QCOMPARE(expanded, text("$HOME"));
+        for (const char* path : {"100%", "a$b", "~x", "a~b"}) {
+            QVERIFY2(containsEnvVarOrTilde(text(path)) != (path == QByteArray("a~b")), path);
+        }
     }
 
-    void splits()
+    void readsTexts()
     {
+        const auto arguments = [](const char* line) { return bracketed(parseArgs(text(line))); };
+        const auto key = [](const char* version) {
+            return sc_versionForCompatibility_private(text(version), 7);
+        };
         // clang-format off
-        const char* const rows[][2] = {
-            {" \n ", ""}, {"a  b\nc\td", "<a><b><c\td>"},
+        const struct { QString (*read)(const char*); const char *given, *expected; } rows[] = {
+            {arguments, " \n ", ""}, {arguments, "a  b\nc\td", "<a><b><c\td>"},
             // Quotes, also those that are never closed.
-            {"a''b '' \"\" \"c d\"'e f'g", "<ab><><><c de fg>"}, {"'ab c", "<ab c>"}, {"\"a", "<a>"},
+            {arguments, "a''b '' \"\" \"c d\"'e f'g", "<ab><><><c de fg>"},
+            {arguments, "'ab c", "<ab c>"}, {arguments, "\"a", "<a>"},
             // A backslash escapes in double quotes, is itself in single ones, and else dropped.
-            {"\"a\\\"b\\c\\\\d\"", "<a\"bc\\d>"}, {"'a\\b'", "<a\\b>"}, {"a\\ b\\\\\\", "<a><b>"},
-            {"\\'a b'", "<a b>"}, {"x \"a\\", "<x><a>"}, {"\\", ""},
+            {arguments, "\"a\\\"b\\c\\\\d\"", "<a\"bc\\d>"}, {arguments, "'a\\b'", "<a\\b>"},
+            {arguments, "a\\ b\\\\\\", "<a><b>"}, {arguments, "\\'a b'", "<a b>"},
+            {arguments, "x \"a\\", "<x><a>"}, {arguments, "\\", ""},
+            // Dates and what follows two numbers are no part of the key, but a zero is.
+            {key, "4.2.1", "4.2$7"}, {key, "4.2.0", "4.2.0$7"}, {key, "4.2.release", "4.2.release$7"},
+            {key, "4.2.1.5", "4.2.1.5$7"}, {key, "4.2.1.20190", "4.2$7"}, {key, "4.2019", "4.2019$7"},
+            {key, "4.2.1-rc1-preview12-x", "4.2preview12$7"}, {key, "4.2.1-Preview3", "4.2$7"},
+            {key, "4.2.1-preview", "4.2$7"}, {key, "4..1", "4.$7"}, {key, "-", "$7"},
         };
         // clang-format on
-        for (const auto& [commandLine, expected] : rows) {
-            QCOMPARE(bracketed(parseArgs(text(commandLine))), text(expected));
+        for (const auto& row : rows) {
+            QCOMPARE(row.read(row.given), text(row.expected));
         }
         setSetting("PELK_ALLOW_NEWLINE_IN_ARGS", "yes");
-        QCOMPARE(bracketed(parseArgs(text("a\nb c"))), text("<a\nb><c>"));
+        QCOMPARE(arguments("a\nb c"), text("<a\nb><c>"));
 
         QByteArray parts;
         for (const char* joined : {"a, ,, b,c, ", ""}) {
@@ -144,17 +150,6 @@ private Q_SLOTS:
             QCOMPARE(bracketed({sc_version(), sc_releaseVersion(), sc_versionForCompatibility(7)}),
                      text(expected));
         }
-        // clang-format off
-        const char* const keys[][2] = {
-            {"4.2.1", "4.2$7"}, {"4.2.0", "4.2.0$7"}, {"4.2", "4.2$7"}, {"4.2.release", "4.2.release$7"},
-            {"4.2.1-rc1-preview12-x", "4.2preview12$7"}, {"4.2.1-Preview3", "4.2$7"},
-            {"4.2.1-preview", "4.2$7"}, {"4.2.1.20190", "4.2$7"}, {"4.2.1.5", "4.2.1.5$7"},
-            {"4.2019", "4.2019$7"}, {"4..1", "4.$7"}, {"-", "$7"},
-        };
-        // clang-format on
-        for (const auto& [version, expected] : keys) {
-            QCOMPARE(sc_versionForCompatibility_private(text(version), 7), text(expected));
-        }
     }
 
     void layouts()
@@ -170,9 +165,6 @@ private Q_SLOTS:
         globals->setLocationsFromInstallPath(text("/no/x"));
         QCOMPARE(paths(), text("</no/x></no/x/bin></no/x/lib></no/x/libexec></no/x/resource>"
                                "</no/x/icons></no/x/pelk/metrics>"));
-        // The metrics stay where they are.
-        globals->setLocationsAsFlatPath(text("/f"));
-        QCOMPARE(paths(), text("</f></f></f></f></f></f></no/x/pelk/metrics>"));
         globals->initPaths();
         QCOMPARE(globals->installPath(), QCoreApplication::applicationDirPath() + text("/.."));
         QCOMPARE(globals->localConfigDir() + globals->bluegeneTmpDir(), text(".talvora/tmp"));
@@ -243,10 +235,8 @@ private Q_SLOTS:
         // A sleep that a signal has ended is not resumed.
         signal(SIGALRM, [](int) {});
         alarm(1);
-        QElapsedTimer timer;
-        timer.start();
-        QCOMPARE(sc_usleep(100 * 1000 * 1000), 0);
-        QVERIFY(timer.elapsed() < 50 * 1000);
+        QCOMPARE(sc_usleep(1000 * 1000 * 1000), 0);
+        QCOMPARE(alarm(0), 0U);
     }
 
     void helperLines()
