@@ -31,32 +31,32 @@ const char hostsFile[] = "127.0.0.1 localhost LOCALHOST localname\n"
 // says something else.
 // clang-format off
 const char* const machines[][4] = {
-    {"", "", "", "Debian GNU/Linux 8.11 000000"},
-    {"", "/etc/centos-release", "\n  CentOS release 6.5 (Final) \nx 1", "CentOS release 6.5 (Final) 000000"},
+    {"", "/etc/none", "", "Debian GNU/Linux 8 000000"},
+    {"", "/etc/centos-release", "\n  CentOS 6.5 (Final) \nx 1", "CentOS 6.5 (Final) 000000"},
     {"", "/etc/cray_xt", "8.11\n", "Cray XT Compute Node 8.11 000000"},
     {"", "/etc/redhat-release", "buster/sid\n", "Linux 1.2 000000"},
     {"", "/etc/redhat-release", "a.b", "a.b 000000"},
     {"", "/etc/redhat-release", "7th edition", "Red Hat Linux 7th edition 000000"},
     {"", "/etc/redhat-release", "\n \nRed Hat 7\n", "Linux 1.2 000000"},
     // What cannot be read is passed over: a directory is such a thing for root.
-    {"", "/etc/redhat-release/x", "", "Debian GNU/Linux 8.11 000000"},
-    {"KERNEL_NAME=Darwin KERNEL_MACHINE=x", "", "", "Darwin 1.2 x 000000"},
-    {"", "/usr/bin/lsb_release", "#!/bin/sh\n[ \"$*\" = -d ] && printf 'Description:\\t CentOS 7 \\nx\\n'\n", "CentOS 7 000000"},
+    {"", "/etc/redhat-release/x", "", "Debian GNU/Linux 8 000000"},
+    {"KERNEL_NAME=Darwin KERNEL_MACHINE=x", "/etc/none", "", "Darwin 1.2 x 000000"},
+    {"", "/usr/bin/lsb_release", "#!/bin/sh\ntest $* = -d && echo 'Description:\t CentOS 7 \nx'\n", "CentOS 7 000000"},
     // As many characters are dropped as the word has, wherever it stands.
     {"", "/usr/bin/lsb_release", "#!/bin/sh\necho 'x Description: y'\n", "n: y 000000"},
-    {"", "/usr/bin/lsb_release", "#!/bin/sh\necho; echo 'Description: x'\n", "Debian GNU/Linux 8.11 000000"},
+    {"", "/usr/bin/lsb_release", "#!/bin/sh\necho; echo 'Description: x'\n", "Debian GNU/Linux 8 000000"},
     {"TALVORA_FAKE_BLUEGENE=q", "/usr/bin/lsb_release", "#!/bin/sh\necho 'Description: x'\n", "Bluegene/Q Compute Node 111111"},
-    {"", "/proc/cpuinfo", "processor\t: 0\nmodel name\t: Xeon Phi(TM)\nmodel name\t: Xeon\n", "Debian GNU/Linux 8.11 knl 000000"},
-    {"KERNEL_MACHINE=aarch64 BGQDRV=", "/proc/cpuinfo", "model name\t: Xeon Phi(TM)\n", "Debian GNU/Linux 8.11 000111"},
-    {"", "/proc/cpuinfo", "x model name: Xeon Phi\nmodel name\t: Xeon\nmodel name\t: Xeon Phi(TM)\n", "Debian GNU/Linux 8.11 000000"},
-    {"KERNEL_MACHINE=ppc64 BGQDRV=", "", "", "Debian GNU/Linux 8.11 bgq 000111"},
-    {"KERNEL_MACHINE=ppc64 ZORV_FAKE_BLUEGENE=1", "/etc/opt/cray/x", "", "Debian GNU/Linux 8.11 cray 100000"},
-    {"BG_NODE_TYPE=Disabled", "/sys/cray/x", "", "Debian GNU/Linux 8.11 cray 000000"},
-    {"ZORV_FAKE_BLUEGENE=bgq", "", "", "Bluegene/Q Compute Node 111111"},
-    {"BG_NODE_TYPE=", "", "", "Bluegene/Q Compute Node 011111"},
-    {"ZORV_FORCE_BGQ_SUPPORT=1", "", "", "Debian GNU/Linux 8.11 000111"},
+    {"", "/proc/cpuinfo", "processor\t: 0\nmodel name\t: Xeon Phi(TM)\nmodel name\t: Xeon\n", "Debian GNU/Linux 8 knl 000000"},
+    {"KERNEL_MACHINE=aarch64 BGQDRV=", "/proc/cpuinfo", "model name\t: Xeon Phi(TM)\n", "Debian GNU/Linux 8 000111"},
+    {"", "/proc/cpuinfo", "x model name: Xeon Phi\nmodel name\t: Xeon\nmodel name\t: Xeon Phi(TM)\n", "Debian GNU/Linux 8 000000"},
+    {"KERNEL_MACHINE=ppc64 BGQDRV=", "/etc/none", "", "Debian GNU/Linux 8 bgq 000111"},
+    {"KERNEL_MACHINE=ppc64 ZORV_FAKE_BLUEGENE=1", "/etc/opt/cray/x", "", "Debian GNU/Linux 8 cray 100000"},
+    {"BG_NODE_TYPE=Disabled", "/sys/cray/x", "", "Debian GNU/Linux 8 cray 000000"},
+    {"ZORV_FAKE_BLUEGENE=bgq", "/etc/none", "", "Bluegene/Q Compute Node 111111"},
+    {"BG_NODE_TYPE=", "/etc/none", "", "Bluegene/Q Compute Node 011111"},
+    {"ZORV_FORCE_BGQ_SUPPORT=1", "/etc/none", "", "Debian GNU/Linux 8 000111"},
     {"", "/dev/bgpers", "", "Bluegene/Q Compute Node 011111"},
-    {"", "/bgsys/drivers/ppcfloor/bin/runjob", "", "Debian GNU/Linux 8.11 000111"},
+    {"", "/bgsys/drivers/ppcfloor/bin/runjob", "", "Debian GNU/Linux 8 000111"},
 };
 // clang-format on
 
@@ -111,9 +111,9 @@ QString joined(const QStringList& list)
     return list.join(QLatin1Char(','));
 }
 
-QString joined(const QList<QHostAddress>& list)
+QString joined(const QList<QHostAddress>& addresses)
 {
-    return words(list).replace(QLatin1Char(' '), QLatin1Char(','));
+    return joined(words(addresses).split(QLatin1Char(' ')));
 }
 
 // The entries of a word that is a list, or that has two with a slash between them.
@@ -189,6 +189,9 @@ const Question questions[] = {
      "nodeb fd00::7 10.0.0.7 10.0.0.99 many twice",
      "nodeb.cluster=10.0.0.7,fd00::7 nodeb.cluster=fd00::7 many=10.0.0.7 10.0.0.99=10.0.0.99 "
      "many=10.0.0.7,2001:db8::5 twice=10.0.0.3"},
+    {"two architectures are big-endian",
+     [](Word w) { return yes(endiannessFromArch(w) == ENDIAN_BIG); },
+     "ppc64 ppc ppc64le PPC64 x86_64", "yes yes no no no"},
     {"four decimal numbers are an IPv4 address",
      [](Word w) { return yes(!parseAddress(w).isNull()); },
      "10.0.0.1 fe80::1%lo 10 127.1 010.0.0.1 0x7f.1 10.0.0.256", "yes yes no no no no no"},
@@ -278,11 +281,10 @@ const Question questions[] = {
      "/192.168.9.9,10.0.0.77,10.9.9.9,2001:db8::99,127.0.0.1,::1 ib0/10.0.0.77,192.168.9.9 "
      "eth0/10.9.9.9,fe80::99 /127.42.42.5",
      "1203-3012-0123-0123- 01-01-10-01- 01-10-01-01- 0-0-0-0-"},
-    {"2, 3, 4 and 7 bits are common; fewer than four do not count", order,
-     "eth0/32.0.0.1,16.0.0.1,1.0.0.1,11.0.0.1", "3201-0123-0123-0123-"},
-    {"3, 15, 24, 25 and 63 bits are common", order,
+    {"2, 3, 4 and 7 bits, 3, 15, 24, 25 and 63 are common; fewer than four do not count", order,
+     "eth0/32.0.0.1,16.0.0.1,1.0.0.1,11.0.0.1 "
      "eth0/3001:db8::1,2000:db8::1,2001:d00::1,2001:df0::1,2001:db8:0:1::1",
-     "01234-43210-01234-01234-"},
+     "3201-0123-0123-0123- 01234-43210-01234-01234-"},
     {"within the network all are equally close, and repeats stay", order,
      "eth0/10.0.0.200,10.0.0.2,10.0.0.200", "010-010-010-010-"},
     {"the first name's addresses are not ordered",
@@ -344,9 +346,7 @@ private Q_SLOTS:
     void identity()
     {
         for (const auto& [variables, file, content, expected] : machines) {
-            if (*file) {
-                Namespace::writeFile(text(file), content, 0755);
-            }
+            Namespace::writeFile(text(file), content, 0755);
             QCOMPARE(answer(machine, list(variables)), text(expected));
             QFile::remove(text(file));
             QDir().rmpath(QFileInfo(text(file)).path());
@@ -363,14 +363,11 @@ private Q_SLOTS:
         Namespace::writeFile(helper, "");
         QVERIFY(QDir().mkpath(text("/etc/suite/bin")) && QFile::link(helper, link));
         TalvoraGlobals::instance()->setLocationsAsFlatPath(text("/etc/suite"));
-        const auto found = [](const QString& path) { return sc_findArch(text("ppc64"), path); };
-        QCOMPARE(found(QString()), text("/etc/x/ppc64"));
-        QCOMPARE(found(text("lib")) + found(text("/lib")), text("/etc/x/ppc64/lib/lib"));
+        const QString ppc64 = text("ppc64");
+        const QStringList found = {sc_findArch(ppc64, QString()), sc_findArch(ppc64, text("lib")),
+                                   sc_findArch(ppc64, text("/lib"))};
+        QCOMPARE(found, list("/etc/x/ppc64 /etc/x/ppc64/lib /lib"));
         QVERIFY(sc_findArch(text("ppc"), text("lib")).isNull());
-        for (const char* arch : {"ppc64", "ppc", "ppc64le", "PPC64"}) {
-            const bool big = QByteArray("ppc64").startsWith(arch);
-            QVERIFY2((endiannessFromArch(text(arch)) == ENDIAN_BIG) == big, arch);
-        }
     }
 
     void hosts()
@@ -407,7 +404,7 @@ int main(int argc, char** argv)
         Namespace::makeWritable(text(directory));
     }
     Namespace::run(text("rm -f /usr/bin/lsb_release /etc/*-release /etc/opt"));
-    Namespace::writeFile(text("/etc/debian_version"), "8.11\n");
+    Namespace::writeFile(text("/etc/debian_version"), "8\n");
     // A file of our own in the place of the kernel's.
     Namespace::writeFile(text("/etc/cpuinfo"), "");
     Namespace::run(text("mount --bind /etc/cpuinfo /proc/cpuinfo"));
