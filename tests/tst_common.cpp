@@ -64,7 +64,7 @@ private Q_SLOTS:
         const struct { std::vector<const char*> environment; QByteArray path, expected; } rows[] = {
             {{"HOME=/home"}, "~/$HOME", "/home//home"}, {{"HOME=/home"}, "~ x/y", "/home x/y"},
             {{}, "~root x/y", root + " x/y"}, {{}, "~nobody-here/x", "~nobody-here/x"},
-            {{}, " a~b$HOME \t", "a~b$HOME"},
+            {{}, " a~b \t", "a~b"}, {{}, "$HOME", "$HOME"},
             // The longest word is a variable's name; letters of all scripts are in words.
             {{"H=/h"}, "  ${H}/x ${H $H$H", "/h/x ${H /h/h"},
             {{"H=/h"}, "$HX $H_ ${HX} $NONE", "$HX $H_ ${HX} $NONE"},

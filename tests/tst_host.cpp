@@ -154,7 +154,7 @@ QString order(const QString& word)
 
 QString form(const QString& word)
 {
-    setSetting("ZORV_LOCALHOST", word.section(QLatin1Char('/'), 0, 0).toLatin1());
+    setSetting("ZORV_LOCALHOST", QByteArray("") + entries(word).join(QString()).toLatin1());
     setSetting("PELK_LOCALHOST_IPV6", word.section(QLatin1Char('/'), 1).toLatin1());
     return sc_localhost() + QLatin1Char('=') + joined(sc_localhostAddresses());
 }
@@ -281,10 +281,10 @@ const Question questions[] = {
      "/192.168.9.9,10.0.0.77,10.9.9.9,2001:db8::99,127.0.0.1,::1 ib0/10.0.0.77,192.168.9.9 "
      "eth0/10.9.9.9,fe80::99 /127.42.42.5",
      "1203-3012-0123-0123- 01-01-10-01- 01-10-01-01- 0-0-0-0-"},
-    {"2, 3, 4 and 7 bits, 3, 15, 24, 25 and 63 are common; fewer than four do not count", order,
+    {"2, 3, 4 and 7 bits, 3 to 63 are common; fewer than four do not count", order,
      "eth0/32.0.0.1,16.0.0.1,1.0.0.1,11.0.0.1 "
-     "eth0/3001:db8::1,2000:db8::1,2001:d00::1,2001:df0::1,2001:db8:0:1::1",
-     "3201-0123-0123-0123- 01234-43210-01234-01234-"},
+     "eth0/3001:db8::1,2000:db8::1,2001:d00::1,2001:df0::1,2001:db8:1::1,2001:db8:0:1::1",
+     "3201-0123-0123-0123- 012345-543210-012345-012345-"},
     {"within the network all are equally close, and repeats stay", order,
      "eth0/10.0.0.200,10.0.0.2,10.0.0.200", "010-010-010-010-"},
     {"the first name's addresses are not ordered",
