@@ -37,40 +37,23 @@ bool write(const char* path, const std::string& text)
     return file && fputs(text.c_str(), file) >= 0 && fclose(file) == 0;
 }
 
-void bindMount(const fs::path& from, const fs::path& to)
-{
-    check(mount(from.c_str(), to.c_str(), nullptr, MS_BIND | MS_REC, nullptr) == 0, to.c_str());
-}
-
-void mountEmpty(const fs::path& path)
-{
-    check(mount("none", path.c_str(), "tmpfs", 0, "mode=0755") == 0, path.c_str());
-}
-
-// A root directory of our own with the machine's directories in it.
-void enterOwnRoot()
-{
-    const fs::path root = "/mnt";
-    const fs::path workingDirectory = fs::current_path();
-    // What is mounted below /mnt is still to be found in the new root.
-    const fs::path previous = fs::temp_directory_path() / ("root" + std::to_string(getpid()));
-    fs::create_directory(previous);
-    bindMount("/", previous);
-    mountEmpty(root);
-    for (const fs::directory_entry& entry : fs::directory_iterator(previous)) {
-        const fs::path target = root / entry.path().filename();
-        if (entry.is_symlink()) {
-            fs::copy_symlink(entry.path(), target);
-        } else if (entry.is_directory()) {
-            fs::create_directory(target);
-            bindMount(entry.path(), target);
-        }
-    }
-    fs::create_directory(root / shadows.relative_path());
-    check(umount2(previous.c_str(), MNT_DETACH) == 0, "umount2");
-    fs::remove(previous);
-    check(chroot(root.c_str()) == 0 && chdir(workingDirectory.c_str()) == 0, "chroot");
-}
+// A root directory of our own with the machine's directories in it. What is mounted
+// below /mnt is still to be found there.
+const QString makeOwnRoot = QStringLiteral(R"(set -e
+    previous=$(mktemp -d)
+    mount --rbind / "$previous"
+    mount -t tmpfs -o mode=0755 none /mnt
+    mkdir /mnt/.shadow
+    for entry in "$previous"/*; do
+        if [ -L "$entry" ]; then
+            cp -P "$entry" /mnt
+        elif [ -d "$entry" ]; then
+            mkdir "/mnt/${entry##*/}"
+            mount --rbind "$entry" "/mnt/${entry##*/}"
+        fi
+    done
+    umount --lazy "$previous"
+    rmdir "$previous")");
 
 } // namespace
 
@@ -86,7 +69,9 @@ bool Namespace::enter()
         perror("No namespaces here");
         return false;
     }
-    enterOwnRoot();
+    run(makeOwnRoot);
+    const fs::path workingDirectory = fs::current_path();
+    check(chroot("/mnt") == 0 && chdir(workingDirectory.c_str()) == 0, "chroot");
     return true;
 }
 
@@ -96,8 +81,8 @@ void Namespace::makeWritable(const QString& directory)
     const fs::path path = directory.toStdString();
     const fs::path shadow = shadows / std::to_string(++count);
     fs::create_directory(shadow);
-    bindMount(path, shadow);
-    mountEmpty(path);
+    run(QStringLiteral("mount --rbind %1 %2 && mount -t tmpfs -o mode=0755 none %1")
+            .arg(directory, QString::fromStdString(shadow)));
     for (const fs::directory_entry& entry : fs::directory_iterator(shadow)) {
         const fs::path target = entry.is_symlink() ? fs::read_symlink(entry) : entry.path();
         fs::create_symlink(target, path / entry.path().filename());

@@ -13,7 +13,6 @@
 //   --record-signal FILE writes the number of the next signal to FILE, and ends by it
 //
 // The other actions say what they do, see the tables of them at the end.
-// FILE appears whole or not at all where it is written.
 
 #include <algorithm>
 #include <cerrno>
@@ -21,6 +20,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -28,7 +28,6 @@
 #include <iostream>
 #include <iterator>
 #include <map>
-#include <set>
 #include <sstream>
 #include <string>
 #include <unistd.h>
@@ -43,6 +42,7 @@ using Value = const std::string&;
 std::string allArguments;
 std::string signalFile;
 
+// The file appears whole or not at all.
 void writeFile(Value name, Value content)
 {
     if (!(std::ofstream(name + ".new") << content << std::flush)) {
@@ -83,24 +83,11 @@ std::string linesOf(Value file, Value part)
     return result;
 }
 
-// The open descriptors of a process, without the one that finds them.
-std::set<int> descriptors(Value process)
-{
-    std::set<int> open;
-    for (const auto& entry : fs::directory_iterator("/proc/" + process + "/fd")) {
-        std::error_code gone;
-        if (fs::read_symlink(entry, gone) != "/proc/" + std::to_string(getpid()) + "/fd") {
-            open.insert(std::stoi(entry.path().filename()));
-        }
-    }
-    return open;
-}
-
 std::string inheritedState()
 {
     std::string state = "descriptors";
-    for (int fd : descriptors("self")) {
-        state += ' ' + std::to_string(fd);
+    for (int fd = 0; fd < 1024; ++fd) {
+        state += fcntl(fd, F_GETFD) == -1 ? "" : ' ' + std::to_string(fd);
     }
     return state + '\n' + linesOf("self/status", "SigBlk") + linesOf("self/status", "SigIgn") +
            linesOf("self/limits", "Max stack") + linesOf("self/environ", "=") +
@@ -113,10 +100,11 @@ void restartAgain(Value directory)
     const auto number = [&](Value key) {
         return std::stol(linesOf(parent + "/status", key).substr(key.size()));
     };
+    const fs::directory_iterator descriptors("/proc/" + parent + "/fd");
     const std::string records = directory + "/restarts";
     std::ofstream(records, std::ios::app)
-        << std::setw(10) << descriptors(parent).size() << ' ' << std::setw(10) << number("Threads:")
-        << ' ' << std::setw(10) << number("VmRSS:") << ' ' << std::setw(30)
+        << std::setw(10) << std::distance(begin(descriptors), {}) << ' ' << std::setw(10)
+        << number("Threads:") << ' ' << std::setw(10) << number("VmRSS:") << ' ' << std::setw(30)
         << std::hash<std::string>()(inheritedState() + allArguments) << '\n';
     fs::remove(directory + "/restart-hold");
     if (fs::file_size(records) / 64 < std::stoul(getenv("RESTARTS"))) {
@@ -124,18 +112,15 @@ void restartAgain(Value directory)
     }
 }
 
-void recordSignal(int signo)
-{
-    writeFile(signalFile, std::to_string(signo));
-    signal(signo, SIG_DFL);
-    raise(signo);
-}
-
 void recordNextSignal(Value file)
 {
     signalFile = file;
     for (int signo : {SIGABRT, SIGINT, SIGTERM, SIGSEGV, SIGFPE, SIGBUS, SIGHUP}) {
-        signal(signo, recordSignal);
+        signal(signo, [](int number) {
+            writeFile(signalFile, std::to_string(number));
+            signal(number, SIG_DFL);
+            raise(number);
+        });
     }
 }
 
