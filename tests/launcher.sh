@@ -1,25 +1,21 @@
 #!/bin/sh
-# The real launcher from outside, with real helpers and real signals.
-# Usage: launcher.sh SOURCE_DIRECTORY LAUNCHER TESTCHILD
-set -eu
+# The launcher from outside, with real helpers.
 . "$1/tests/support/launch.sh"
 
-# layout DIRECTORY COMMAND: the installation's directories are missed only where
-# there is an installation. The variables are meant for another Qt program.
+# layout DIRECTORY COMMAND [ERRORS]: with variables for another Qt program.
 layout() {
     install "$1"
     rmdir lib libexec
-    warnings=$(printf "Unable to find directory '$root/%s'.\nYour Velmor product %s.\n" \
-        lib "installation may be incomplete or corrupted" \
-        libexec "installation may be incomplete or corrupted")
-    [ "$1" = bin ] || warnings=
-    ln -s "$root/$1/zorv-mpirun" "$work/root/session/link"
+    ln -s ../bin/zorv-mpirun session/link
     HELPER='echo "$0"'
-    expect "programs in $1, $2" 0 "$root/$1/zorv-debugger" "$warnings" \
+    expect "programs in $1, $2" 0 "$root/$1/zorv-debugger" "${3-}" \
         env QT_LOGGING_RULES='*=false' QT_MESSAGE_PATTERN=pattern "$2"
 }
-layout bin bin/zorv-mpirun
-layout bin session/link
+# Only an installation has directories to miss.
+warnings=$(printf "Unable to find directory '$root/%s'.
+Your Velmor product installation may be incomplete or corrupted.\n" lib libexec)
+layout bin bin/zorv-mpirun "$warnings"
+layout bin session/link "$warnings"
 layout Bin Bin/zorv-mpirun
 layout bin2 bin2/zorv-mpirun
 
@@ -31,21 +27,18 @@ passes_on() {
 }
 install
 HELPER='cat /proc/$$/cmdline >record'
-bytes=$(for byte in $(seq 255); do printf '%b' "\\0$(printf %o "$byte")"; done)
 passes_on
 passes_on "a b" "" "'c\"" "d
-e" '\' '$HOME' '*' "$bytes"
+e" '\' '$HOME' '*' "$(for byte in $(seq 255); do printf '%b' "\\0$(printf %o "$byte")"; done)"
 # shellcheck disable=SC2046 # that many words
 passes_on $(seq 10000) "$(printf %131000s x)"
 # Those that Qt takes for itself, and options of the launcher.
 passes_on -qmljsdebugger=x --qmljsdebugger y -platform z
 passes_on --zorvport 4242 --zorvmpirun -np 2 a.out --zorvport
 
-# not_started CAUSE: the helper's file is named.
 not_started() {
     expect "helper: $1" 1 "" "$root/bin/zorv-debugger: $1" "$launcher"
 }
-install
 echo '#!/none' >bin/zorv-debugger
 not_started "No such file or directory"
 printf '\001\002garbage' >bin/zorv-debugger
@@ -71,17 +64,12 @@ same_state env -C session 9</dev/null
 same_state env --ignore-signal=HUP,INT,PIPE,USR2,CHLD --block-signal=TERM,USR1,CHLD
 same_state sh -c 'exec "$@" <&- >&- 2>&-' sh
 same_state prlimit --nofile=16
-if [ "$(ulimit -Hn)" -ge 1048576 ]; then
-    same_state prlimit --nofile=1048576
-fi
+! prlimit --nofile=1048576 true 2>/dev/null || same_state prlimit --nofile=1048576
 
 # stack LIMITS EXECUTIONS OUTPUT ERRORS [VARIABLE=VALUE]...: the launcher may execute
 # itself once more. The sanitizers do not look for leaks under strace.
 stack() {
-    limits=$1
-    executions=$2
-    output=$3
-    errors=$4
+    limits=$1 executions=$2 output=$3 errors=$4
     shift 4
     expect "stack of $limits, $*" 0 "argument $output" "$errors" \
         env ASAN_OPTIONS=detect_leaks=0 "$@" prlimit --stack="$limits" \
@@ -100,9 +88,7 @@ if [ "$(ulimit -Hs)" = unlimited ]; then
     stack unlimited: 1 "unset unlimited" ""
     stack 4194304: 1 "unset 4096" "" ZORV_IGNORE_STACK_LIMIT=
     stack 4194304: 2 "unset 4096" "" ZORV_IGNORE_STACK_LIMIT=Off
-    for value in 4194304 0004194304; do
-        stack 8388608: 1 "unset 4096" "" TALVORA_OLD_STACK_LIMIT=$value
-    done
+    stack 8388608: 1 "unset 4096" "" TALVORA_OLD_STACK_LIMIT=0004194304
     for value in "" -1 +4194304 " 4194304" 4194304k 0x400000 99999999999999999999; do
         stack 8388608: 1 "unset 8192" "" TALVORA_OLD_STACK_LIMIT="$value"
     done
@@ -110,18 +96,18 @@ fi
 
 # helps STATUS FIRST_LINE MANUAL [ARGUMENT]...: help ends the launcher.
 helps() {
+    first=$1:$2 manual=$3
+    shift 3
     status=0
-    ZORV_MANUAL_LAUNCH=$3 "$launcher" "$4" ${5+"$5"} >out || status=$?
-    same "help by $*" "$1 $2" "$status $(head -n 1 out)"
+    ZORV_MANUAL_LAUNCH=$manual "$launcher" "$@" >out || status=$?
+    same "help by $*" "$first" "$status:$(head -n 1 out)$(grep started out || true)"
 }
 install
-HELPER=': >started'
-helps 0 "Usage: zorv-client [OPTION]... [PROGRAM] [ARGUMENTS]..." yes -h
-helps 1 "Usage: zorv-client [OPTION]... [PROGRAM] [ARGUMENTS]..." no --zorvmanuallaunch
+usage="Usage: zorv-client [OPTION]... [PROGRAM] [ARGUMENTS]..."
+helps 0 "$usage" yes -h
+helps 1 "$usage" no --zorvmanuallaunch
 helps 1 "zorv-mpirun [TOOL ARGUMENTS]... [MPIRUN ARGUMENTS]..." no --zorvmpirun --zorvmanuallaunch
-[ ! -e started ] || fail "help starts the helper"
 
-install
 : >libc.so.6
 : >libQt6Core.so.6
 expect "libraries in the working directory" 0 started "" "$launcher"

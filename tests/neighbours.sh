@@ -2,14 +2,11 @@
 # A session directory that others can write, with things of another user at the
 # names that the launcher writes: the launch goes on, nothing is overwritten that is
 # not the launcher's, and what is lost is said.
-# Usage: neighbours.sh SOURCE_DIRECTORY LAUNCHER TESTCHILD
-set -eu
 . "$1/tests/support/launch.sh"
 
 : >"$work/probe"
 chown 54321 "$work/probe" 2>/dev/null || skip "only root can be several users"
 export ZORV_MPIRUN_LOG="$session/log"
-log=$session/log-$(uname -n).log
 
 # shared [OWNER]: a new installation, with a session directory as /tmp is.
 shared() {
@@ -29,9 +26,8 @@ refused() {
     chown -h "${4-54321}" "$name"
     before=$(stat -c '%F %i %y %s' "$name")
     # The kernel may refuse first, see fs.protected_* in proc(5).
-    expect "$2" 0 started "$name: $3" sh -c \
-        '"$1" 2>errors; status=$?; sed "s/: Permission denied$/: $2/" errors >&2; exit $status' \
-        sh "$launcher" "$3"
+    filter="s/: Permission denied$/: $3/"
+    expect "$2" 0 started "$name: $3" "$launcher"
     same "what was there, $2" "$before" "$(stat -c '%F %i %y %s' "$name")"
     same "what is mine, $2" precious "$(cat mine)"
     [ ! -e nothing ] || fail "a link was followed, $2"

@@ -1,38 +1,38 @@
 #!/bin/sh
 # The launcher with a session, from outside: restarts that a front end asks for
 # through files, and signals in every state.
-# Usage: session.sh SOURCE_DIRECTORY LAUNCHER TESTCHILD
-set -eu
 . "$1/tests/support/launch.sh"
 
-# one_launch WHAT STATUS OUTPUT ERRORS FILES COMMAND...: and what is in the session
-# directory afterwards.
-one_launch() {
-    files=$5
-    what="$1" status=$2 output=$3 errors=$4
-    shift 5
-    expect "$what" "$status" "$output" "$errors" "$@"
-    same "files, $what" "$files" "$(echo $(ls session))"
+files() {
+    (cd session && echo *)
 }
-# With the request for a restart of another session, which stays.
+
+# leaves FILES WHAT ...: the files of the session after what is to be expected.
+leaves() {
+    files=$1
+    shift
+    expect "$@"
+    same "files, $1" "$files" "$(files)"
+}
+# With a request for a restart that is another session's, and stays.
 install
 : >session/restart
-one_launch "no host" 0 started "" restart env ZORV_HOST= "$launcher"
-one_launch "no port" 0 started "" restart env ZORV_PORT=65536 "$launcher"
-one_launch "wrong option" 1 "" "invalid --zorvport argument 'x'" restart "$launcher" --zorvport x a.out
-one_launch "half an option" 1 "" "option '--zorvsession' requires an argument" restart \
+leaves restart "no host" 0 started "" env ZORV_HOST= "$launcher"
+leaves restart "no port" 0 started "" env ZORV_PORT=65536 "$launcher"
+leaves restart "wrong option" 1 "" "invalid --zorvport argument 'x'" "$launcher" --zorvport x a.out
+leaves restart "half an option" 1 "" "option '--zorvsession' requires an argument" \
     "$launcher" --zorvsession
 
 # A link that leads nowhere holds nothing and is not followed.
 ln -s victim session/restart-hold
-one_launch "hold that cannot be made" 0 started \
-    "$session/restart-hold: Too many levels of symbolic links" \
-    "restart-hold restart-supported" "$launcher"
+leaves "restart-hold restart-supported" "hold that cannot be made" 0 started \
+    "$session/restart-hold: Too many levels of symbolic links" "$launcher"
 
 install
 HELPER=': >session/restart; rm bin/zorv-debugger'
-one_launch "restart without a helper" 1 "" "$root/bin/zorv-debugger: No such file or directory" \
-    "restart-hold restart-supported" env TALVORA_MPIRUN_LOG="$root/log.log" "$launcher"
+leaves "restart-hold restart-supported" "restart without a helper" 1 "" \
+    "$root/bin/zorv-debugger: No such file or directory" \
+    env TALVORA_MPIRUN_LOG="$root/log.log" "$launcher"
 same "log" "$(cat "$work/err")" "$(cat "log-$(uname -n).log")"
 
 # start [COMMAND]...: starts the launcher in the background; its id is $pid.
@@ -55,18 +55,18 @@ held() {
     done
 }
 
-# The helper tells of its start through a FIFO, and ends when another one says so.
+# A helper tells of its start through a FIFO, and ends when told so by another.
 install
 mkfifo up go
 exec 3<>up
 HELPER='echo $$ >up; read -r _ <go'
 start
 read -r _ <&3
-same "files of the first helper" restart-supported "$(ls session)"
+same "files of the first helper" restart-supported "$(files)"
 : >session/restart
 echo >go
 read -r _ <&3
-same "files of the second helper" "restart-hold restart-supported" "$(echo $(ls session))"
+same "files of the second helper" "restart-hold restart-supported" "$(files)"
 same "content of the files" "" "$(cat session/*)"
 # A request that is made during the hold counts, when the hold is released.
 echo >go
@@ -80,52 +80,50 @@ mkdir session/restart-hold
 : >session/restart
 echo >go
 held
-same "files during a hold" "restart restart-hold restart-supported" "$(echo $(ls session))"
+same "files during a hold" "restart restart-hold restart-supported" "$(files)"
 rmdir session/restart-hold
 read -r _ <&3
 rm session/restart-hold
 echo >go
 ended "end after restarts" 0
-same "files left" restart-supported "$(ls session)"
+same "files left" restart-supported "$(files)"
 
-# signalled STATE SIGNAL NUMBER
+# signalled STATE NUMBER [COMMAND]...
 signalled() {
+    state=$1
+    number=$2
+    shift 2
     rm -f session/* signal
-    case $1 in
-    "no session") start ZORV_HOST= ;;
-    ignored) start --ignore-signal="$2" ;;
-    held) : >session/restart-hold && start ;;
-    *) start ;;
-    esac
+    [ "$state" != held ] || : >session/restart-hold
+    start "$@"
     read -r child <&3
-    case $1 in
-    restarted)
+    if [ "$state" = restarted ]; then
         : >session/restart
         kill -KILL "$child"
         read -r child <&3
-        ;;
-    held) kill -KILL "$child" && held ;;
-    esac
-    [ "$1" = "no session" ] || [ -e "$marker" ] || fail "$1: no marker"
-    kill -"$2" "$pid"
-    ended "$1, $2" $((128 + $3))
-    [ ! -e "$marker" ] || fail "$1, $2: the marker is left"
-    until [ "$1" = held ] || [ -e signal ]; do
+    elif [ "$state" = held ]; then
+        kill -KILL "$child"
+        held
+        echo "$number" >signal
+    fi
+    [ "$state" = "no session" ] || [ -e "$marker" ] || fail "$state: no marker"
+    kill -"$number" "$pid"
+    ended "$state, signal $number" $((128 + number))
+    [ ! -e "$marker" ] || fail "$state, signal $number: the marker is left"
+    until [ -e signal ]; do
         sleep 0.01
     done
-    [ "$1" = held ] || same "the helper's signal, $1" "$3" "$(cat signal)"
+    same "the helper's signal, $state" "$number" "$(cat signal)"
 }
 install
 mkfifo up
 exec 3<>up
 cp "$testchild" bin/zorv-debugger
 export TESTCHILD="--record-signal $root/signal --append $root/up --sleep"
-for state in "no session" session restarted held ignored; do
-    signalled "$state" HUP 1
-    signalled "$state" INT 2
-    signalled "$state" ABRT 6
-    signalled "$state" BUS 7
-    signalled "$state" FPE 8
-    signalled "$state" SEGV 11
-    signalled "$state" TERM 15
+for number in 1 2 6 7 8 11 15; do
+    signalled "no session" "$number" ZORV_HOST=
+    signalled session "$number"
+    signalled restarted "$number"
+    signalled held "$number"
+    signalled "ignored at the start" "$number" --ignore-signal="$number"
 done

@@ -1,8 +1,6 @@
 #!/bin/sh
 # The launcher where something is wrong around it: the session directory, the
 # resolver, the interfaces.
-# Usage: surroundings.sh SOURCE_DIRECTORY LAUNCHER TESTCHILD
-set -eu
 if [ "${4-}" != inside ]; then
     unshare --user --map-root-user --mount --net --uts true || {
         echo "Skipped: no namespaces here"
@@ -16,15 +14,13 @@ fi
 # Root may read and write everything; the launched program then may not.
 directory() {
     directory=${2-$session}
-    errors=
-    [ -z "$1" ] || errors="$directory/log-$(uname -n).log: $1
-$directory/restart-supported: $1"
-    expect "session directory: $1" 0 started "$errors" \
+    expect "session directory: $1" 0 started "${1:+$directory/log-$(uname -n).log: $1
+$directory/restart-supported: $1}" \
         setpriv --bounding-set -dac_override,-dac_read_search \
         env ZORV_SESSION_PATH="$directory" ZORV_MPIRUN_LOG="$directory/log" "$launcher"
     chmod 700 session 2>/dev/null || true
-    made=$([ ! -e "$directory/restart-supported" ] || echo made)
-    same "marker, $1" "$([ -n "$1" ] || echo made)" "$made"
+    [ -z "$1" ] || [ ! -e "$directory/restart-supported" ] || fail "a marker in spite of: $1"
+    [ -n "$1" ] || [ -e "$directory/restart-supported" ] || fail "no marker in $directory"
 }
 # small OPTIONS [COMMAND]: the session directory is a small file system.
 small() {

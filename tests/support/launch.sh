@@ -2,8 +2,9 @@
 # launcher and the test child as arguments. Sets $launcher, the launcher in an
 # installation in $root, the current directory. The helper runs the commands of
 # the exported $HELPER; there is a session as long as ZORV_HOST is not empty.
-# shellcheck shell=sh
+# shellcheck shell=sh disable=SC2034
 
+set -eu
 . "$1/tests/support/script.sh"
 program=$2
 testchild=$3
@@ -11,7 +12,10 @@ root=$work/root
 launcher=$root/bin/zorv-mpirun
 session=$root/session
 marker=$session/restart-supported
+log=$session/log-$(uname -n).log
 export HELPER ZORV_HOST=alpha ZORV_SESSION_PATH="$session"
+# Qt versions differ in the call that they say did not start the helper.
+filter='s/: execv[a-z]*: /: /'
 ulimit -c 0
 
 # install [DIRECTORY]: makes a new installation, with its programs in bin or DIRECTORY.
@@ -26,8 +30,7 @@ install() {
     HELPER='echo started'
 }
 
-# expect WHAT STATUS OUTPUT ERRORS COMMAND [ARGUMENT]...: without the name of the
-# call that Qt says did not start the helper.
+# expect WHAT STATUS OUTPUT ERRORS COMMAND [ARGUMENT]...
 expect() {
     what=$1
     expected="status $2, output $3
@@ -36,5 +39,5 @@ $4"
     status=0
     timeout 60 "$@" >"$work/out" 2>"$work/err" || status=$?
     same "$what" "$expected" "status $status, output $(cat "$work/out")
-$(sed 's/: execv[a-z]*: /: /' "$work/err")"
+$(sed "$filter" "$work/err")"
 }
