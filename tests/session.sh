@@ -88,32 +88,24 @@ echo >go
 ended "end after restarts" 0
 same "files left" restart-supported "$(files)"
 
-# signalled STATE NUMBER [COMMAND]...
+# signalled STATE NUMBER FILE [OPTION]: the file is there when the first helper ends.
 signalled() {
-    state=$1
-    number=$2
-    shift 2
     rm -f session/* signal
-    [ "$state" != held ] || : >session/restart-hold
-    start "$@"
+    [ -z "$3" ] || : >"session/$3"
+    start "${4-LANG=C}"
     read -r child <&3
-    if [ "$state" = restarted ]; then
-        : >session/restart
-        kill -KILL "$child"
-        read -r child <&3
-    elif [ "$state" = held ]; then
-        kill -KILL "$child"
-        held
-        echo "$number" >signal
-    fi
-    [ "$state" = "no session" ] || [ -e "$marker" ] || fail "$state: no marker"
-    kill -"$number" "$pid"
-    ended "$state, signal $number" $((128 + number))
-    [ ! -e "$marker" ] || fail "$state, signal $number: the marker is left"
+    case $3 in
+    restart) kill -KILL "$child" && read -r _ <&3 ;;
+    restart-hold) kill -KILL "$child" && held && echo "$2" >signal ;;
+    esac
+    [ "$1" = "no session" ] || [ -e "$marker" ] || fail "$1: no marker"
+    kill -"$2" "$pid"
+    ended "$1, signal $2" $((128 + $2))
+    [ ! -e "$marker" ] || fail "$1, signal $2: the marker is left"
     until [ -e signal ]; do
         sleep 0.01
     done
-    same "the helper's signal, $state" "$number" "$(cat signal)"
+    same "the helper's signal, $1" "$2" "$(cat signal)"
 }
 install
 mkfifo up
@@ -121,9 +113,9 @@ exec 3<>up
 cp "$testchild" bin/zorv-debugger
 export TESTCHILD="--record-signal $root/signal --append $root/up --sleep"
 for number in 1 2 6 7 8 11 15; do
-    signalled "no session" "$number" ZORV_HOST=
-    signalled session "$number"
-    signalled restarted "$number"
-    signalled held "$number"
-    signalled "ignored at the start" "$number" --ignore-signal="$number"
+    signalled "no session" "$number" "" ZORV_HOST=
+    signalled session "$number" ""
+    signalled "after a restart" "$number" restart
+    signalled "in the hold" "$number" restart-hold
+    signalled "ignored at the start" "$number" "" --ignore-signal="$number"
 done

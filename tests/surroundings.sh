@@ -75,11 +75,12 @@ named "$(printf '\203\134')" C "$(printf '\357\277\275\134')"
 # resolver SERVER COMMAND...: with the interfaces that the commands of ip make, a
 # launch sends nothing, to that name server or another one.
 resolver() {
+    install
     server=$1
     shift
     ip link delete d0 2>/dev/null || true
     printf '%s\n' "$@" | ip -batch -
-    printf 'nameserver %s\noptions timeout:1 attempts:1\n' "$server" >/etc/resolv.conf
+    echo "nameserver $server" >/etc/resolv.conf
     before=$(datagrams)
     expect "server $server, $*" 0 started "" "$launcher" --zorvyourname other
     same "datagrams sent, server $server" "$before" "$(datagrams)"
@@ -88,15 +89,10 @@ resolver() {
 datagrams() {
     sed -nE 's/^Udp: [0-9]+ [0-9]+ [0-9]+ ([0-9]+) .*/\1/p' /proc/net/snmp
 }
-# The machine's /etc is out of the way of what removes the temporary directory.
-mount --rbind /etc /mnt
 mount -t tmpfs none /etc
-ln -s /mnt/* /etc/
-rm -f /etc/hosts /etc/nsswitch.conf /etc/resolv.conf
 echo 127.0.0.1 localhost >/etc/hosts
 echo hosts: files dns >/etc/nsswitch.conf
 hostname nodex
-install
 resolver 127.0.0.1
 ip link set lo up
 up="link add d0 type veth peer name d1
@@ -104,8 +100,9 @@ link set d0 up
 link set d1 up"
 resolver 127.0.0.1 "$up" "addr add 10.9.9.1/24 dev d0"
 before=$(datagrams)
-getent hosts other || [ "$(datagrams)" -gt "$before" ] || fail "queries would not be seen"
+RES_OPTIONS="timeout:1 attempts:1" getent hosts other || true
+[ "$(datagrams)" -gt "$before" ] || fail "queries would not be seen"
 resolver 192.0.2.1 "$up" "addr add 10.9.9.1/24 dev d0"
 resolver 10.9.9.2 "$up" "addr add 10.9.9.1/24 dev d0"
 resolver 10.9.9.2 "$up" "$(seq -f 'addr add 10.9.%.0f.1/16 dev d0' 0 255)" \
-    "$(seq -f 'addr add 10.9.%.0f.2/16 dev d0' 0 255)"
+    "$(seq -f 'addr add 10.9.%.0f.2/16 dev d0' 0 243)"

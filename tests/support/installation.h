@@ -4,6 +4,7 @@
 
 #include <QDir>
 #include <QProcess>
+#include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -35,20 +36,11 @@ private:
 class Launch
 {
 public:
-    explicit Launch(const QString& program)
-    {
-        mProcess.setProgram(program);
-        const QStringList names = mEnvironment.keys();
-        for (const QString& name : names) {
-            if (name.contains(QRegularExpression(QStringLiteral("^(ZORV|PELK|TALVORA)_")))) {
-                mEnvironment.remove(name);
-            }
-        }
-    }
+    explicit Launch(const QString& program) { mProcess.setProgram(program); }
 
     void setVariable(const QString& name, const QString& value)
     {
-        mEnvironment.insert(name, value);
+        mEnvironment += name + QLatin1Char('=') + value;
     }
     /// Runs in the new process just before its exec.
     void setBeforeExec(const std::function<void()>& beforeExec)
@@ -63,7 +55,7 @@ public:
             texts += QFile::decodeName(argument);
         }
         mProcess.setArguments(texts);
-        mProcess.setProcessEnvironment(mEnvironment);
+        mProcess.setEnvironment(mEnvironment);
         mProcess.start();
         QVERIFY(mProcess.waitForFinished());
     }
@@ -74,5 +66,6 @@ public:
 
 private:
     QProcess mProcess;
-    QProcessEnvironment mEnvironment = QProcessEnvironment::systemEnvironment();
+    QStringList mEnvironment = QProcess::systemEnvironment().filter(
+        QRegularExpression(QStringLiteral("^(?!ZORV_|PELK_|TALVORA_)")));
 };
