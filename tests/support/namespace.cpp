@@ -8,19 +8,14 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
+#include <fstream>
 #include <sched.h>
 #include <string>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-namespace fs = std::filesystem;
-
 namespace {
-
-// Where the directories stay reachable that makeWritable() replaced.
-const fs::path shadows = "/.shadow";
 
 void check(bool ok, const char* what)
 {
@@ -30,11 +25,9 @@ void check(bool ok, const char* what)
     }
 }
 
-// The kernel takes or refuses the text when the file is closed.
 bool write(const char* path, const std::string& text)
 {
-    FILE* const file = fopen(path, "we");
-    return file && fputs(text.c_str(), file) >= 0 && fclose(file) == 0;
+    return static_cast<bool>(std::ofstream(path) << text << std::flush);
 }
 
 // A root directory of our own with the machine's directories in it. What is mounted
@@ -43,7 +36,6 @@ const QString makeOwnRoot = QStringLiteral(R"(set -e
     previous=$(mktemp -d)
     mount --rbind / "$previous"
     mount -t tmpfs -o mode=0755 none /mnt
-    mkdir /mnt/.shadow
     for entry in "$previous"/*; do
         if [ -L "$entry" ]; then
             cp -P "$entry" /mnt
@@ -70,23 +62,21 @@ bool Namespace::enter()
         return false;
     }
     run(makeOwnRoot);
-    const fs::path workingDirectory = fs::current_path();
-    check(chroot("/mnt") == 0 && chdir(workingDirectory.c_str()) == 0, "chroot");
+    const QString directory = QDir::currentPath();
+    check(chroot("/mnt") == 0 && QDir::setCurrent(directory), "chroot");
     return true;
 }
 
 void Namespace::makeWritable(const QString& directory)
 {
-    static int count = 0;
-    const fs::path path = directory.toStdString();
-    const fs::path shadow = shadows / std::to_string(++count);
-    fs::create_directory(shadow);
-    run(QStringLiteral("mount --rbind %1 %2 && mount -t tmpfs -o mode=0755 none %1")
-            .arg(directory, QString::fromStdString(shadow)));
-    for (const fs::directory_entry& entry : fs::directory_iterator(shadow)) {
-        const fs::path target = entry.is_symlink() ? fs::read_symlink(entry) : entry.path();
-        fs::create_symlink(target, path / entry.path().filename());
-    }
+    run(QStringLiteral(R"(set -e
+        mkdir -p /.shadow%1 /.links%1
+        mount --rbind %1 /.shadow%1
+        mount -t tmpfs -o mode=0755 none /.links%1
+        find /.shadow%1 -mindepth 1 -maxdepth 1 \( -type l -exec cp -P -t /.links%1 {} + \) \
+            -o -exec ln -s -t /.links%1 {} +
+        mount --move /.links%1 %1)")
+            .arg(directory));
 }
 
 void Namespace::writeFile(const QString& path, const QByteArray& content, int mode)
