@@ -1,5 +1,6 @@
 #!/bin/sh
 # The launcher from outside, with real helpers.
+# shellcheck disable=SC1003,SC2016 # it is for the shell of the helper
 . "$1/tests/support/launch.sh"
 
 # layout DIRECTORY COMMAND [ERRORS]: with variables for another Qt program.
@@ -25,7 +26,7 @@ passes_on() {
     printf '%s\0' /bin/sh "$root/bin/zorv-debugger" --zorvmpirun "$@" | cmp - record ||
         fail "arguments are not passed on: $(printf '%.99s ' "$@")"
 }
-install
+install bin
 HELPER='cat /proc/$$/cmdline >record'
 passes_on
 passes_on "a b" "" "'c\"" "d
@@ -57,7 +58,7 @@ same_state() {
     same "what the helper finds, by $*" "descriptors 0 1 2
 $direct" "$(cat state)"
 }
-install
+install bin
 cp "$testchild" bin/zorv-debugger
 export TESTCHILD="--record-state $root/state"
 same_state env -C session 9</dev/null
@@ -76,10 +77,10 @@ stack() {
         strace -o "$work/trace" -e trace=execve "$launcher" argument
     same "executions" "$executions" "$(grep -c 'execve(' "$work/trace")"
 }
-install
+install bin
 HELPER='echo "$2 ${TALVORA_OLD_STACK_LIMIT-unset} $(ulimit -Ss)"'
 stack 4194304:10485760 1 "4194304 4096" "setrlimit: Invalid argument"
-if [ "$(ulimit -Hs)" = unlimited ]; then
+if [ "$(prlimit --noheadings --output HARD --stack)" = unlimited ]; then
     stack 524288: 2 "unset 512" ""
     stack 8384512: 2 "unset 8188" ""
     stack 8388608: 1 "unset 8192" ""
@@ -102,7 +103,7 @@ helps() {
     ZORV_MANUAL_LAUNCH=$manual "$launcher" "$@" >out || status=$?
     same "help by $*" "$first" "$status:$(head -n 1 out)$(grep started out || true)"
 }
-install
+install bin
 usage="Usage: zorv-client [OPTION]... [PROGRAM] [ARGUMENTS]..."
 helps 0 "$usage" yes -h
 helps 1 "$usage" no --zorvmanuallaunch

@@ -2,6 +2,7 @@
 # A session directory that others can write, with things of another user at the
 # names that the launcher writes: the launch goes on, nothing is overwritten that is
 # not the launcher's, and what is lost is said.
+# shellcheck disable=SC2016 # it is for eval
 . "$1/tests/support/launch.sh"
 
 : >"$work/probe"
@@ -10,7 +11,7 @@ export ZORV_MPIRUN_LOG="$session/log"
 
 # shared [OWNER]: a new installation, with a session directory as /tmp is.
 shared() {
-    install
+    install bin
     chmod 755 "$work" .
     chmod 1777 session
     chown "${1-0}" session
@@ -34,7 +35,8 @@ refused() {
 }
 foreign="belongs to another user"
 for name in "$log" "$marker"; do
-    [ "$name" = "$log" ] && link=$foreign || link="Too many levels of symbolic links"
+    link=$foreign
+    [ "$name" = "$log" ] || link="Too many levels of symbolic links"
     refused "$name" 'ln -s "$root/mine" "$name"' "$link"
     refused "$name" 'ln -s "$root/nothing" "$name"' "$link"
     refused "$name" 'mkfifo "$name"' "is no regular file"
@@ -47,11 +49,12 @@ done
 # trusted OWNER TYPE: what is mine or the directory's owner's is emptied.
 trusted() {
     shared "$1"
-    [ "$2" = file ] && echo old >"$log" || ln -s "$root/mine" "$log"
+    ln -s "$root/mine" "$log"
+    [ "$2" = link ] || cp --remove-destination mine "$log"
     echo old >"$marker"
     chown -h "$1" "$log" "$marker"
     expect "$2 of $1" 0 started "" "$launcher"
-    same "sizes, $2 of $1" "0 0" "$(echo $(stat -L -c %s "$log" "$marker"))"
+    same "sizes, $2 of $1" "0 0" "$(stat -L -c %s "$log" "$marker" | xargs)"
     [ "$2" = link ] || same "what is mine" precious "$(cat mine)"
 }
 for owner in 0 54321; do

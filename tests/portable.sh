@@ -4,7 +4,7 @@
 . "$1/tests/support/launch.sh"
 
 unshare --map-root-user true || skip "no namespaces here"
-install
+install bin
 cp "$testchild" bin/zorv-debugger
 libraries=$(ldd "$launcher" | sed -nE 's/.*[[:space:]](\/[^ ]+) \(0x.*/\1/p')
 same "libraries" "" "$(echo "$libraries" | grep -vE '/(lib[cm]\.so|ld-linux)[^/]*$')"

@@ -1,6 +1,7 @@
 #!/bin/sh
 # The launcher with a session, from outside: restarts that a front end asks for
 # through files, and signals in every state.
+# shellcheck disable=SC2016 # it is for the shell of the helper
 . "$1/tests/support/launch.sh"
 
 files() {
@@ -15,7 +16,7 @@ leaves() {
     same "files, $1" "$files" "$(files)"
 }
 # With a request for a restart that is another session's, and stays.
-install
+install bin
 : >session/restart
 leaves restart "no host" 0 started "" env ZORV_HOST= "$launcher"
 leaves restart "no port" 0 started "" env ZORV_PORT=65536 "$launcher"
@@ -28,7 +29,7 @@ ln -s victim session/restart-hold
 leaves "restart-hold restart-supported" "hold that cannot be made" 0 started \
     "$session/restart-hold: Too many levels of symbolic links" "$launcher"
 
-install
+install bin
 HELPER=': >session/restart; rm bin/zorv-debugger'
 leaves "restart-hold restart-supported" "restart without a helper" 1 "" \
     "$root/bin/zorv-debugger: No such file or directory" \
@@ -56,7 +57,7 @@ held() {
 }
 
 # A helper tells of its start through a FIFO, and ends when told so by another.
-install
+install bin
 mkfifo up go
 exec 3<>up
 HELPER='echo $$ >up; read -r _ <go'
@@ -107,7 +108,7 @@ signalled() {
     done
     same "the helper's signal, $1" "$2" "$(cat signal)"
 }
-install
+install bin
 mkfifo up
 exec 3<>up
 cp "$testchild" bin/zorv-debugger

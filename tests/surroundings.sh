@@ -39,7 +39,7 @@ long() {
     mkdir -p "$name"
     echo "$name"
 }
-install
+install bin
 directory ""
 directory "No such file or directory" "$root/missing"
 directory "Not a directory" "$root/bin/zorv-debugger"
@@ -64,7 +64,7 @@ named() {
         env LC_ALL="$2" ZORV_SESSION_PATH="$session/$1" "$launcher"
     same "files in $1" "${3-restart-supported}" "$(ls "$session/$1")${3-}"
 }
-install
+install bin
 named "$(printf 's\303\251\342\202\254')" C.UTF-8
 named "$(printf 's\303\251')" C
 named " a
@@ -75,7 +75,7 @@ named "$(printf '\203\134')" C "$(printf '\357\277\275\134')"
 # resolver SERVER COMMAND...: with the interfaces that the commands of ip make, a
 # launch sends nothing, to that name server or another one.
 resolver() {
-    install
+    install bin
     server=$1
     shift
     ip link delete d0 2>/dev/null || true

@@ -16,17 +16,17 @@ log=$session/log-$(uname -n).log
 export HELPER ZORV_HOST=alpha ZORV_SESSION_PATH="$session"
 # Qt versions differ in the call that they say did not start the helper.
 filter='s/: execv[a-z]*: /: /'
-ulimit -c 0
+prlimit --pid $$ --core=0
 
-# install [DIRECTORY]: makes a new installation, with its programs in bin or DIRECTORY.
+# install DIRECTORY: makes a new installation, with its programs in the directory.
 install() {
     cd "$work"
     rm -rf root
-    mkdir -p "root/${1-bin}" root/lib root/libexec root/session
+    mkdir -p "root/$1" root/lib root/libexec root/session
     cd root
-    cp "$program" "${1-bin}/zorv-mpirun"
-    printf '#!/bin/sh\neval "$HELPER"\n' >"${1-bin}/zorv-debugger"
-    chmod +x "${1-bin}/zorv-debugger"
+    cp "$program" "$1/zorv-mpirun"
+    printf '#!/bin/sh\neval "$HELPER"\n' >"$1/zorv-debugger"
+    chmod +x "$1/zorv-debugger"
     HELPER='echo started'
 }
 
