@@ -61,7 +61,7 @@ $direct" "$(cat state)"
 install bin
 cp "$testchild" bin/zorv-debugger
 export TESTCHILD="--record-state $root/state"
-same_state env -C session 9</dev/null
+same_state env -C session 3</dev/null 9</dev/null
 same_state env --ignore-signal=HUP,INT,PIPE,USR2,CHLD --block-signal=TERM,USR1,CHLD
 same_state sh -c 'exec "$@" <&- >&- 2>&-' sh
 same_state prlimit --nofile=16
@@ -112,3 +112,9 @@ helps 1 "zorv-mpirun [TOOL ARGUMENTS]... [MPIRUN ARGUMENTS]..." no --zorvmpirun 
 : >libc.so.6
 : >libQt6Core.so.6
 expect "libraries in the working directory" 0 started "" "$launcher"
+
+# The launcher holds the other end of the input; an output that is closed swallows.
+HELPER='ls -l "/proc/$PPID/fd" | grep -oF "$(readlink "/proc/$$/fd/0")" | uniq | tr -d "0-9" >&2'
+expect "input" 0 "" "pipe:[]" "$launcher"
+HELPER='echo started || echo lost >&2'
+expect "closed output" 0 "" "" sh -c '"$1" >&-' sh "$launcher"
