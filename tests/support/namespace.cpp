@@ -67,14 +67,15 @@ bool Namespace::enter()
     return true;
 }
 
+// What cannot be read, by find too, is not empty.
 void Namespace::makeWritable(const QString& directory)
 {
     run(QStringLiteral(R"(set -e
         mkdir -p /.shadow%1 /.links%1
         mount --rbind %1 /.shadow%1
         mount -t tmpfs -o mode=0755 none /.links%1
-        find /.shadow%1 -mindepth 1 -maxdepth 1 \( -type l -o -type d -readable -empty \) \
-            -exec cp -dr -t /.links%1 {} + -o -exec ln -s -t /.links%1 {} +
+        find /.shadow%1 -mindepth 1 -maxdepth 1 \( -type l -o -type d -empty \) \
+            -exec cp -dr -t /.links%1 {} + -o -exec ln -s -t /.links%1 {} + || true
         mount --move /.links%1 %1)")
             .arg(directory));
 }
