@@ -61,6 +61,7 @@ install bin
 mkfifo up go
 exec 3<>up
 HELPER='echo $$ >up; read -r _ <go'
+what="restarts"
 start
 read -r _ <&3
 same "files of the first helper" restart-supported "$(files)"
@@ -92,6 +93,7 @@ same "files left" restart-supported "$(files)"
 
 # signalled STATE NUMBER FILE [OPTION]: the file is there when the first helper ends.
 signalled() {
+    what="$1, signal $2"
     rm -f session/* signal
     [ -z "$3" ] || : >"session/$3"
     start "${4-LANG=C}"
@@ -102,12 +104,12 @@ signalled() {
     esac
     [ "$1" = "no session" ] || [ -e "$marker" ] || fail "$1: no marker"
     kill -"$2" "$pid"
-    ended "$1, signal $2" $((128 + $2))
-    [ ! -e "$marker" ] || fail "$1, signal $2: the marker is left"
+    ended "$what" $((128 + $2))
+    [ ! -e "$marker" ] || fail "$what: the marker is left"
     until [ -e signal ]; do
         sleep 0.01
     done
-    same "the helper's signal, $1" "$2" "$(cat signal)"
+    same "the helper's signal, $what" "$2" "$(cat signal)"
 }
 install bin
 mkfifo up

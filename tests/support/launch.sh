@@ -15,6 +15,8 @@ marker=$session/restart-supported
 log=$session/log-$(uname -n).log
 export HELPER ZORV_HOST=alpha ZORV_SESSION_PATH="$session"
 umask 022
+what="the start"
+trap 'echo "FAIL: no end of: $what" >&2; exit 143' TERM
 prlimit --pid $$ --core=0
 
 # install DIRECTORY: makes a new installation, with its programs in the directory.
