@@ -56,11 +56,12 @@ held() {
     done
 }
 
-# A helper tells of its start through a FIFO, and ends when told so by another.
+# A helper tells of its start through a FIFO, and ends when told so by another. Open
+# for both, they have no end when a writer closes them.
 install bin
 mkfifo up go
 exec 3<>up
-HELPER='echo $$ >up; read -r _ <go'
+HELPER='echo $$ >up; read -r _ <>go'
 what="restarts"
 start
 read -r _ <&3
