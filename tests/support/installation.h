@@ -1,11 +1,10 @@
-// A temporary installation of the real launcher, and launches of it.
+// A temporary installation, and launches of its programs.
 
 #pragma once
 
-#include <QByteArray>
-#include <QList>
+#include <QDir>
 #include <QProcess>
-#include <QString>
+#include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -17,76 +16,56 @@
 class Installation
 {
 public:
-    /// `binName` is the name of the directory that holds the programs.
-    explicit Installation(const QString& binName = QStringLiteral("bin"));
+    Installation()
+    {
+        for (const char* directory : {"bin", "lib", "libexec", "session"}) {
+            QDir(mRoot.path()).mkdir(QString::fromLatin1(directory));
+        }
+        QFile::copy(QStringLiteral(ZORV_MPIRUN), path(QStringLiteral("bin/zorv-mpirun")));
+        QFile::copy(QStringLiteral(TESTCHILD), path(QStringLiteral("bin/zorv-debugger")));
+    }
     ~Installation() { mRoot.setAutoRemove(!QTest::currentTestFailed()); }
 
     QString path(const QString& relative) const { return mRoot.filePath(relative); }
-    QString launcher() const { return path(mBinName + QStringLiteral("/zorv-mpirun")); }
-    QString helper() const { return path(mBinName + QStringLiteral("/zorv-debugger")); }
 
 private:
     QTemporaryDir mRoot;
-    QString mBinName;
 };
 
-/// One launch of a program, with arguments that may hold any byte.
+/// One launch of a program, in an environment without the suite's settings.
 class Launch
 {
 public:
-    explicit Launch(const QString& program);
+    explicit Launch(const QString& program) { mProcess.setProgram(program); }
 
-    /// Sets a variable of the program's environment; by default it has none
-    /// of the suite's settings.
     void setVariable(const QString& name, const QString& value)
     {
-        mEnvironment.insert(name, value);
-    }
-    /// The same with a value that may hold any byte but NUL.
-    void setRawVariable(const QByteArray& name, const QByteArray& value)
-    {
-        mRawVariables += name + '=' + value;
-    }
-    /// What the helper is to do: actions of the test child.
-    void setHelperActions(const QString& actions)
-    {
-        setVariable(QStringLiteral("TESTCHILD"), actions);
+        mEnvironment += name + QLatin1Char('=') + value;
     }
     /// Runs in the new process just before its exec.
-    void setBeforeExec(std::function<void()> beforeExec) { mBeforeExec = std::move(beforeExec); }
-
-    void start(const QList<QByteArray>& arguments = {});
+    void setBeforeExec(const std::function<void()>& beforeExec)
+    {
+        mProcess.setChildProcessModifier(beforeExec);
+    }
     /// Starts, and waits for the end.
     void run(const QList<QByteArray>& arguments = {})
     {
-        start(arguments);
-        QVERIFY(waitForEnd());
+        QStringList texts;
+        for (const QByteArray& argument : arguments) {
+            texts += QFile::decodeName(argument);
+        }
+        mProcess.setArguments(texts);
+        mProcess.setEnvironment(mEnvironment);
+        mProcess.start();
+        QVERIFY(mProcess.waitForFinished());
     }
-    /// Waits for the end of a started launch; false when it took a minute.
-    [[nodiscard]] bool waitForEnd();
 
-    QProcess& process() { return mProcess; }
-    /// The exit code, or minus the number of the signal that ended the program.
-    int status() const
-    {
-        return mProcess.exitStatus() == QProcess::CrashExit ? -mProcess.exitCode()
-                                                            : mProcess.exitCode();
-    }
-    QByteArray output() const { return mOutput; }
-    QByteArray errors() const { return mErrors; }
+    int status() const { return mProcess.exitCode(); }
+    QByteArray output() { return mProcess.readAllStandardOutput(); }
+    QByteArray errors() { return mProcess.readAllStandardError(); }
 
 private:
     QProcess mProcess;
-    QProcessEnvironment mEnvironment = QProcessEnvironment::systemEnvironment();
-    QList<QByteArray> mRawVariables;
-    QByteArray mProgram;
-    std::function<void()> mBeforeExec;
-    QByteArray mOutput;
-    QByteArray mErrors;
+    QStringList mEnvironment = QProcess::systemEnvironment().filter(
+        QRegularExpression(QStringLiteral("^(?!ZORV_|PELK_|TALVORA_)")));
 };
-
-/// The content of a file; empty when it cannot be read.
-QByteArray readFile(const QString& fileName);
-
-/// The strings of a file in which each ends with a NUL byte.
-QList<QByteArray> readRecord(const QString& fileName);

@@ -8,19 +8,14 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
+#include <fstream>
 #include <sched.h>
 #include <string>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-namespace fs = std::filesystem;
-
 namespace {
-
-// Where the directories stay reachable that makeWritable() replaced.
-const fs::path shadows = "/.shadow";
 
 void check(bool ok, const char* what)
 {
@@ -30,47 +25,27 @@ void check(bool ok, const char* what)
     }
 }
 
-// The kernel takes or refuses the text when the file is closed.
 bool write(const char* path, const std::string& text)
 {
-    FILE* const file = fopen(path, "we");
-    return file && fputs(text.c_str(), file) >= 0 && fclose(file) == 0;
+    return static_cast<bool>(std::ofstream(path) << text << std::flush);
 }
 
-void bindMount(const fs::path& from, const fs::path& to)
-{
-    check(mount(from.c_str(), to.c_str(), nullptr, MS_BIND | MS_REC, nullptr) == 0, to.c_str());
-}
-
-void mountEmpty(const fs::path& path)
-{
-    check(mount("none", path.c_str(), "tmpfs", 0, "mode=0755") == 0, path.c_str());
-}
-
-// A root directory of our own with the machine's directories in it.
-void enterOwnRoot()
-{
-    const fs::path root = "/mnt";
-    const fs::path workingDirectory = fs::current_path();
-    // What is mounted below /mnt is still to be found in the new root.
-    const fs::path previous = fs::temp_directory_path() / ("root" + std::to_string(getpid()));
-    fs::create_directory(previous);
-    bindMount("/", previous);
-    mountEmpty(root);
-    for (const fs::directory_entry& entry : fs::directory_iterator(previous)) {
-        const fs::path target = root / entry.path().filename();
-        if (entry.is_symlink()) {
-            fs::copy_symlink(entry.path(), target);
-        } else if (entry.is_directory()) {
-            fs::create_directory(target);
-            bindMount(entry.path(), target);
-        }
-    }
-    fs::create_directory(root / shadows.relative_path());
-    check(umount2(previous.c_str(), MNT_DETACH) == 0, "umount2");
-    fs::remove(previous);
-    check(chroot(root.c_str()) == 0 && chdir(workingDirectory.c_str()) == 0, "chroot");
-}
+// A root directory of our own with the machine's directories in it. What is mounted
+// below /mnt is still to be found there.
+const QString makeOwnRoot = QStringLiteral(R"(set -e
+    previous=$(mktemp -d)
+    mount --rbind / "$previous"
+    mount -t tmpfs -o mode=0755 none /mnt
+    for entry in "$previous"/*; do
+        if [ -L "$entry" ]; then
+            cp -P "$entry" /mnt
+        elif [ -d "$entry" ]; then
+            mkdir "/mnt/${entry##*/}"
+            mount --rbind "$entry" "/mnt/${entry##*/}"
+        fi
+    done
+    umount --lazy "$previous"
+    rmdir "$previous")");
 
 } // namespace
 
@@ -86,22 +61,23 @@ bool Namespace::enter()
         perror("No namespaces here");
         return false;
     }
-    enterOwnRoot();
+    run(makeOwnRoot);
+    const QString directory = QDir::currentPath();
+    check(chroot("/mnt") == 0 && QDir::setCurrent(directory), "chroot");
     return true;
 }
 
+// What cannot be read, by find too, is not empty.
 void Namespace::makeWritable(const QString& directory)
 {
-    static int count = 0;
-    const fs::path path = directory.toStdString();
-    const fs::path shadow = shadows / std::to_string(++count);
-    fs::create_directory(shadow);
-    bindMount(path, shadow);
-    mountEmpty(path);
-    for (const fs::directory_entry& entry : fs::directory_iterator(shadow)) {
-        const fs::path target = entry.is_symlink() ? fs::read_symlink(entry) : entry.path();
-        fs::create_symlink(target, path / entry.path().filename());
-    }
+    run(QStringLiteral(R"(set -e
+        mkdir -p /.shadow%1 /.links%1
+        mount --rbind %1 /.shadow%1
+        mount -t tmpfs -o mode=0755 none /.links%1
+        find /.shadow%1 -mindepth 1 -maxdepth 1 \( -type l -o -type d -empty \) \
+            -exec cp -dr -t /.links%1 {} + -o -exec ln -s -t /.links%1 {} + || true
+        mount --move /.links%1 %1)")
+            .arg(directory));
 }
 
 void Namespace::writeFile(const QString& path, const QByteArray& content, int mode)

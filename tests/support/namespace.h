@@ -19,8 +19,9 @@ constexpr int Skipped = 77;
 /// machine forbids it.
 bool enter();
 
-/// Makes an existing directory one that the test may change: it starts with
-/// links to what was there, and nobody else sees it.
+/// Makes an existing directory one that the test may change, and nobody else sees
+/// it: it starts with links to what was there, and with the directories that were
+/// empty. A directory that was not empty is still the machine's: make nothing in it.
 void makeWritable(const QString& directory);
 
 /// Makes a file in a directory that the test may change, in the place of what

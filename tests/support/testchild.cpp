@@ -13,12 +13,14 @@
 //   --record-signal FILE writes the number of the next signal to FILE, and ends by it
 //
 // The other actions say what they do, see the tables of them at the end.
-// FILE appears whole or not at all where it is written.
 
+#include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -26,10 +28,8 @@
 #include <iostream>
 #include <iterator>
 #include <map>
-#include <set>
 #include <sstream>
 #include <string>
-#include <sys/resource.h>
 #include <unistd.h>
 #include <vector>
 
@@ -38,9 +38,11 @@ namespace fs = std::filesystem;
 namespace {
 
 using Value = const std::string&;
-std::vector<std::string> allArguments;
+// Each with a NUL byte.
+std::string allArguments;
 std::string signalFile;
 
+// The file appears whole or not at all.
 void writeFile(Value name, Value content)
 {
     if (!(std::ofstream(name + ".new") << content << std::flush)) {
@@ -67,96 +69,58 @@ void flood(int fd, Value bytes)
     }
 }
 
-std::string joinedArguments()
+// The lines of a file of /proc that contain `part`; NUL bytes end lines as well.
+std::string linesOf(Value file, Value part)
 {
-    std::string text;
-    for (Value argument : allArguments) {
-        text += argument + '\0';
+    std::ifstream stream("/proc/" + file);
+    std::string text(std::istreambuf_iterator<char>(stream), {});
+    std::replace(text.begin(), text.end(), '\0', '\n');
+    std::istringstream lines(text);
+    std::string result;
+    for (std::string line; std::getline(lines, line);) {
+        result += line.find(part) == std::string::npos ? "" : line + '\n';
     }
-    return text;
-}
-
-// The open descriptors of a process, without the one that finds them.
-std::set<int> descriptors(Value process)
-{
-    std::set<int> open;
-    for (const auto& entry : fs::directory_iterator("/proc/" + process + "/fd")) {
-        std::error_code gone;
-        if (fs::read_symlink(entry, gone) != "/proc/" + std::to_string(getpid()) + "/fd") {
-            open.insert(std::stoi(entry.path().filename()));
-        }
-    }
-    return open;
+    return result;
 }
 
 std::string inheritedState()
 {
-    std::ostringstream state;
-    state << "descriptors";
-    for (int fd : descriptors("self")) {
-        state << ' ' << fd;
+    std::string state = "descriptors";
+    for (int fd = 0; fd < 1024; ++fd) {
+        state += fcntl(fd, F_GETFD) == -1 ? "" : ' ' + std::to_string(fd);
     }
-    sigset_t mask;
-    sigprocmask(SIG_SETMASK, nullptr, &mask);
-    for (int signo = 1; signo < NSIG; ++signo) {
-        struct sigaction action;
-        const bool known = sigaction(signo, nullptr, &action) == 0;
-        state << (known && action.sa_handler == SIG_IGN ? "\nignored " + std::to_string(signo) : "")
-              << (sigismember(&mask, signo) == 1 ? "\nblocked " + std::to_string(signo) : "");
-    }
-    rlimit limit;
-    getrlimit(RLIMIT_STACK, &limit);
-    state << "\nstack " << limit.rlim_cur << "\ndirectory " << fs::current_path().string() << '\n';
-    for (char** variable = environ; *variable; ++variable) {
-        state << "variable " << *variable << '\n';
-    }
-    return state.str();
-}
-
-// The number after `key` in a process's status file.
-long statusNumber(pid_t pid, Value key)
-{
-    std::ifstream file("/proc/" + std::to_string(pid) + "/status");
-    std::string line;
-    while (std::getline(file, line) && line.compare(0, key.size(), key) != 0) {
-    }
-    return line.empty() ? -1 : std::stol(line.substr(key.size()));
+    return state + '\n' + linesOf("self/status", "SigBlk") + linesOf("self/status", "SigIgn") +
+           linesOf("self/limits", "Max stack") + linesOf("self/environ", "=") +
+           fs::current_path().string() + '\n';
 }
 
 void restartAgain(Value directory)
 {
-    const pid_t parent = getppid();
+    const std::string parent = std::to_string(getppid());
+    const auto number = [&](Value key) {
+        return std::stol(linesOf(parent + "/status", key).substr(key.size()));
+    };
+    const fs::directory_iterator descriptors("/proc/" + parent + "/fd");
     const std::string records = directory + "/restarts";
     std::ofstream(records, std::ios::app)
-        << std::setw(10) << descriptors(std::to_string(parent)).size() << ' ' << std::setw(10)
-        << statusNumber(parent, "Threads:") << ' ' << std::setw(10)
-        << statusNumber(parent, "VmRSS:") << ' ' << std::setw(30)
-        << std::hash<std::string>()(inheritedState() + joinedArguments()) << '\n';
+        << std::setw(10) << std::distance(begin(descriptors), {}) << ' ' << std::setw(10)
+        << number("Threads:") << ' ' << std::setw(10) << number("VmRSS:") << ' ' << std::setw(30)
+        << std::hash<std::string>()(inheritedState() + allArguments) << '\n';
     fs::remove(directory + "/restart-hold");
     if (fs::file_size(records) / 64 < std::stoul(getenv("RESTARTS"))) {
         std::ofstream(directory + "/restart");
     }
 }
 
-void recordSignal(int signo)
-{
-    writeFile(signalFile, std::to_string(signo));
-    signal(signo, SIG_DFL);
-    raise(signo);
-}
-
 void recordNextSignal(Value file)
 {
     signalFile = file;
     for (int signo : {SIGABRT, SIGINT, SIGTERM, SIGSEGV, SIGFPE, SIGBUS, SIGHUP}) {
-        signal(signo, recordSignal);
-    }
-}
-
-void waitForFile(Value file)
-{
-    while (!fs::exists(file)) {
-        usleep(1000);
+        signal(signo, [](int number) {
+            writeFile(signalFile, std::to_string(number));
+            signal(number, SIG_DFL);
+            raise(number);
+        });
     }
 }
 
@@ -168,19 +132,12 @@ void forkAndSleep(unsigned seconds)
     }
 }
 
-void sleepForEver()
-{
-    for (;;) {
-        pause();
-    }
-}
-
 const std::map<std::string, std::function<void()>> plainActions = {
     {"--cat", [] { std::cout << std::cin.rdbuf() << std::flush; }},
     {"--close-output", [] { close(STDOUT_FILENO), close(STDERR_FILENO); }},
     {"--fork-exit", [] { forkAndSleep(0); }},
     {"--fork-sleep", [] { forkAndSleep(60); }},
-    {"--sleep", sleepForEver},
+    {"--sleep", [] { sleep(UINT_MAX); }},
 };
 const std::map<std::string, std::function<void(Value)>> actionsWithValue = {
     {"--append", [](Value value) { std::ofstream(value, std::ios::app) << getpid() << '\n'; }},
@@ -190,19 +147,20 @@ const std::map<std::string, std::function<void(Value)>> actionsWithValue = {
     {"--ignore", [](Value value) { signal(std::stoi(value), SIG_IGN); }},
     {"--print", [](Value value) { std::cout << value << std::endl; }},
     {"--print-error", [](Value value) { std::cerr << value << std::endl; }},
-    {"--record", [](Value value) { writeFile(value, joinedArguments()); }},
+    {"--record", [](Value value) { writeFile(value, allArguments); }},
     {"--record-signal", recordNextSignal},
     {"--record-state", [](Value value) { writeFile(value, inheritedState()); }},
     {"--restart-again", restartAgain},
     {"--signal", [](Value value) { raise(std::stoi(value)); }},
-    {"--wait-file", waitForFile},
 };
 
 } // namespace
 
 int main(int argc, char** argv)
 {
-    allArguments.assign(argv, argv + argc);
+    for (int i = 0; i < argc; ++i) {
+        allArguments += std::string(argv[i]) + '\0';
+    }
     std::vector<std::string> actions(argv + 1, argv + argc);
     if (const char* variable = getenv("TESTCHILD")) {
         std::istringstream words(variable);

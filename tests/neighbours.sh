@@ -1,0 +1,63 @@
+#!/bin/sh
+# A session directory that others can write, with things of another user at the
+# names that the launcher writes: the launch goes on, nothing is overwritten that is
+# not the launcher's, and what is lost is said.
+# shellcheck disable=SC2016 # it is for eval
+. "$1/tests/support/launch.sh"
+
+: >"$work/probe"
+chown 54321 "$work/probe" 2>/dev/null || skip "only root can be several users"
+export ZORV_MPIRUN_LOG="$session/log"
+
+# shared [OWNER]: a new installation, with a session directory that anybody may write.
+# The kernel does not help there, as it may in one like /tmp, see fs.protected_* in
+# proc(5).
+shared() {
+    install bin
+    chmod 755 "$work" .
+    chmod 777 session
+    chown "${1-0}" session
+    echo precious >mine
+}
+
+# refused NAME COMMAND CAUSE: where the command makes something of a stranger at the
+# name, it stays, and the launcher says that.
+refused() {
+    shared
+    name=$1
+    eval "$2"
+    chown -h "${4-54321}" "$name"
+    before=$(stat -c '%F %i %y %s' "$name")
+    expect "$2" 0 started "$name: $3" "$launcher"
+    same "what was there, $2" "$before" "$(stat -c '%F %i %y %s' "$name")"
+    same "what is mine, $2" precious "$(cat mine)"
+    [ ! -e nothing ] || fail "a link was followed, $2"
+}
+foreign="belongs to another user"
+for name in "$log" "$marker"; do
+    link=$foreign
+    [ "$name" = "$log" ] || link="Too many levels of symbolic links"
+    refused "$name" 'ln -s "$root/mine" "$name"' "$link"
+    refused "$name" 'ln -s "$root/nothing" "$name"' "$link"
+    refused "$name" 'mkfifo "$name"' "is no regular file"
+    refused "$name" 'mkfifo "$name"; exec 3<>"$name"' "is no regular file"
+    refused "$name" 'echo text >"$name"' "$foreign"
+    refused "$name" ': >"$name"' "$foreign"
+    refused "$name" 'ln mine "$name"' "has other names, where others can write" 0
+done
+
+# trusted OWNER TYPE: what is mine or the directory's owner's is emptied.
+trusted() {
+    shared "$1"
+    ln -s "$root/mine" "$log"
+    [ "$2" = link ] || cp --remove-destination mine "$log"
+    echo old >"$marker"
+    chown -h "$1" "$log" "$marker"
+    expect "$2 of $1" 0 started "" "$launcher"
+    same "sizes, $2 of $1" "0 0" "$(stat -L -c %s "$log" "$marker" | xargs)"
+    [ "$2" = link ] || same "what is mine" precious "$(cat mine)"
+}
+for owner in 0 54321; do
+    trusted "$owner" file
+    trusted "$owner" link
+done
