@@ -117,14 +117,9 @@ int main(int argc, char** argv)
     LaunchContext context(argc, argv);
     context.prepareProcess();
 
-    // 2. The application, with Qt's own event loop: GLib's only makes the start longer.
-    // The helper does not see the variable.
+    // 2. The application.
     Logger::installPlainMsgHandler();
-    const bool chosen = !qEnvironmentVariableIsSet("QT_NO_GLIB") && qputenv("QT_NO_GLIB", "1");
     QCoreApplication app(argc, argv);
-    if (chosen) {
-        qunsetenv("QT_NO_GLIB");
-    }
 
     // 3. The installation that this executable belongs to.
     chooseInstallationLayout();
