@@ -34,7 +34,7 @@ e" '\' '$HOME' '*' "$(for byte in $(seq 255); do printf '%b' "\\0$(printf %o "$b
 # shellcheck disable=SC2046 # that many words
 passes_on $(seq 10000) "$(printf %131000s x)"
 # Those that Qt takes for itself, and options of the launcher.
-passes_on -qmljsdebugger=x --qmljsdebugger y -platform z
+passes_on -qmljsdebugger=x --qmljsdebugger y -platform z --zorvport none
 passes_on --zorvport 4242 --zorvmpirun -np 2 a.out --zorvport
 
 not_started() {
@@ -50,13 +50,12 @@ rm bin/zorv-debugger
 not_started "No such file or directory"
 
 # same_state [COMMAND]...: a helper finds the same when the command starts it and
-# when it starts the launcher, but for descriptors.
+# when it starts the launcher, but has all standard streams then.
 same_state() {
     "$@" "$root/bin/zorv-debugger"
-    direct=$(sed 1d state)
+    direct=$(sed '1s/^descriptors\( [012]\)*/descriptors 0 1 2/' state)
     expect "launch by $*" 0 "" "" "$@" "$launcher"
-    same "what the helper finds, by $*" "descriptors 0 1 2
-$direct" "$(cat state)"
+    same "what the helper finds, by $*" "$direct" "$(cat state)"
 }
 install bin
 cp "$testchild" bin/zorv-debugger
@@ -117,4 +116,9 @@ expect "libraries in the working directory" 0 started "" "$launcher"
 HELPER='ls -l "/proc/$PPID/fd" | grep -oF "$(readlink "/proc/$$/fd/0")" | uniq | tr -d "0-9" >&2'
 expect "input" 0 "" "pipe:[]" "$launcher"
 HELPER='echo started || echo lost >&2'
+mkfifo gone
+exec 8<>gone 7>gone 8<&-
+rmdir lib
+expect "messages that nobody reads" 0 started "" sh -c 'exec "$1" 2>&7' sh "$launcher"
+mkdir lib
 expect "closed output" 0 "" "" sh -c '"$1" >&-' sh "$launcher"

@@ -403,7 +403,7 @@ int main(int argc, char** argv)
     for (const char* directory : {"/etc", "/usr/bin", "/dev", "/sys"}) {
         Namespace::makeWritable(text(directory));
     }
-    Namespace::run(text("rm -f /usr/bin/lsb_release /etc/*-release /etc/opt"));
+    Namespace::run(text("rm -rf /usr/bin/lsb_release /etc/*-release /etc/opt"));
     Namespace::writeFile(text("/etc/debian_version"), "8\n");
     // A file of our own in the place of the kernel's.
     Namespace::writeFile(text("/etc/cpuinfo"), "");
