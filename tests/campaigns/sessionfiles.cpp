@@ -2,27 +2,21 @@
 // changes nothing of a record but its file name, one that is gives what it says,
 // and none takes long or much memory.
 //
-// `campaign_sessionfiles MODE COUNT [SEED]`:
-//
-//   files      mutations and truncations of good files, and files made to hurt
-//   control    the same, read by a reader that does not read to the end
-//
-// What is well-formed is judged by construction for truncations, and else by the
-// campaign's own reading of the file as a stream.
+// The seeds are those of the fuzzer; each ends with its root element, so that it is
+// not well-formed when it ends earlier. Of other files, the campaign's own reading
+// says what they are.
 
 #include "backend/userdata.h"
+#include "fuzz/inputfile.h"
+#include "tests/campaigns/campaign.h"
 
-#include <QFile>
+#include <QBuffer>
+#include <QDir>
 #include <QStringConverter>
-#include <QTemporaryDir>
+#include <QVariant>
 #include <QXmlStreamReader>
 
-#include <cstdio>
-#include <cstdlib>
-#include <fstream>
-#include <map>
-#include <random>
-#include <string>
+#include <sys/resource.h>
 #include <unistd.h>
 
 namespace {
@@ -36,235 +30,142 @@ constexpr long mostResidentKiB = 128L * 1024;
 #endif
 constexpr int largestFile = 1024 * 1024;
 
-const QByteArrayList samples = {
-    "<session host=\"login1,10.1.0.7\" port=\"4242\" session=\"1\" cookie=\"3b5a90\"/>",
-    "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<!DOCTYPE session>\n<session host='a'></session>",
-    "<session port=\"4244\"><!-- note --><other session='x'>t<![CDATA[<]]></other></session>",
-    "<!DOCTYPE session [<!ENTITY e \"login1\">]><session host=\"&e;,b\" cookie='&#233;&lt;'/>",
-    "<?xml version='1.0'?><other host=\"a\" port=\"1\"/>",
-    "<session host=\"\xc3\xa9\xe2\x82\xac\" port=\"70000\" session=\"4294967295\"/>",
-};
-const QByteArrayList pieces = {
-    "<",
-    ">",
-    "/>",
-    "&",
-    "&amp;",
-    "&e;",
-    "\"",
-    "'",
-    "]]>",
-    "<!--",
-    "-->",
-    "<?x?>",
-    "=",
-    "<session",
-    "</session>",
-    "port=",
-    "session=\"-1\"",
-    "<![CDATA[",
-    "&#0;",
-    "&#x110000;",
-    "\xff\xfe",
-    "\xed\xa0\x80",
-    QByteArray(1, '\0'),
-    "<!DOCTYPE a [",
-    "host=\"\"",
-    "xmlns:a=\"b\"",
-    "a:b='c'",
-    "\xef\xbb\xbf",
-    "4294967296",
-    " port='4242x'",
-};
+const QByteArrayList seeds = [] {
+    QByteArrayList contents;
+    for (const QFileInfo& entry : QDir(QStringLiteral(SEEDS)).entryInfoList(QDir::Files)) {
+        QFile file(entry.filePath());
+        contents += file.open(QIODevice::ReadOnly) ? file.readAll().trimmed() : QByteArray();
+    }
+    return contents;
+}();
+const QByteArrayList pieces = {"<",
+                               ">",
+                               "/>",
+                               "&",
+                               "&amp;",
+                               "&e;",
+                               "\"",
+                               "'",
+                               "]]>",
+                               "<!--",
+                               "-->",
+                               "<?x?>",
+                               "=",
+                               "<session>",
+                               "</session>",
+                               "port=",
+                               "session=\"-1\"",
+                               "<![CDATA[",
+                               "&#0;",
+                               "&#x110000;",
+                               "\xff\xfe",
+                               "\xed\xa0\x80",
+                               "<!DOCTYPE a [",
+                               "host=\"\"",
+                               "xmlns:a=\"b\"",
+                               "a:b='c'",
+                               "\xef\xbb\xbf",
+                               "4294967296",
+                               " port='4242x'",
+                               "a,"};
 
-using Random = std::mt19937;
-
-int pick(Random& random, qsizetype count)
+const QByteArray& pickFrom(const QByteArrayList& list)
 {
-    return std::uniform_int_distribution<int>(0, int(count) - 1)(random);
+    return list.at(pick(list.size()));
 }
 
-const QByteArray& pickFrom(Random& random, const QByteArrayList& list)
+QByteArray recoded(const QByteArray& content)
 {
-    return list.at(pick(random, list.size()));
+    const char* const names[] = {"UTF-8", "UTF-16", "UTF-32", "ISO-8859-1", "EBCDIC-US", "x"};
+    const QByteArray prolog =
+        "<?xml version=\"1.0\" encoding=\"" + QByteArray(names[pick(std::size(names))]) + "\"?>";
+    // From UTF-8 to Latin-1, with the UTF-16 and UTF-32 ones between.
+    const auto encoding = QStringConverter::Encoding(pick(QStringConverter::Latin1 + 1));
+    const auto flag = pick(2) == 0 ? QStringConverter::Flag::WriteBom : QStringConverter::Flag{};
+    return QStringEncoder(encoding, flag)(
+        QString::fromUtf8(content.startsWith("<?xml") ? content : prolog + content));
 }
 
-QByteArray mutation(Random& random)
+QByteArray mutation()
 {
-    QByteArray content = pickFrom(random, samples);
-    for (int changes = 1 + pick(random, 2); changes > 0 && !content.isEmpty(); --changes) {
-        const int at = pick(random, content.size());
-        switch (pick(random, 5)) {
+    QByteArray content = pickFrom(seeds);
+    for (long changes = 1 + pick(2); changes > 0 && !content.isEmpty(); --changes) {
+        // Mostly small, so that many are tried; some up to the largest that is
+        // read, and beyond.
+        const long times = pick(pick(600) == 0 ? largestFile / 3 : 1000);
+        const qsizetype at = pick(content.size());
+        switch (pick(9)) {
         case 0:
-            content[at] = char(pick(random, 256));
+            content[at] = char(pick(256));
             break;
         case 1:
-            content.insert(at, pickFrom(random, pieces));
+            content.insert(at, pickFrom(pieces));
             break;
         case 2:
-            content.remove(at, 1 + pick(random, 8));
+            content.insert(at, pickFrom(pieces).repeated(times));
             break;
         case 3:
-            content.insert(at, content.mid(pick(random, content.size()), pick(random, 20)));
+            content.remove(at, 1 + pick(8));
+            break;
+        case 4:
+            content.insert(at, content.mid(pick(content.size()), pick(20)));
+            break;
+        case 5:
+            content.replace(at, content.size(), pickFrom(seeds).mid(at));
+            break;
+        case 6:
+            content += QByteArray(times, '\0');
+            break;
+        case 7:
+            content =
+                QByteArray("<a>").repeated(times) + content + QByteArray("</a>").repeated(times);
             break;
         default:
-            content.replace(at, content.size(), pickFrom(random, samples).mid(at));
+            content = recoded(content);
         }
     }
     return content;
 }
 
-QByteArray repeated(const QByteArray& piece, int bytes)
+// Every seed, after each of its bytes but the last.
+QByteArray truncation(long number)
 {
-    return piece.repeated(bytes / int(piece.size()));
-}
-
-// Each entity is ten times the one before.
-QByteArray entityBomb(int depth)
-{
-    QByteArray content = "<!DOCTYPE session [<!ENTITY e0 \"x\">";
-    for (int i = 1; i <= depth; ++i) {
-        const QByteArray before = "&e" + QByteArray::number(i - 1) + ";";
-        content += "<!ENTITY e" + QByteArray::number(i) + " \"" + before.repeated(10) + "\">";
-    }
-    const QByteArray last = "&e" + QByteArray::number(depth) + ";";
-    return content + "]><session host=\"" + last + "\">" + last + "</session>";
-}
-
-QByteArray recoded(Random& random)
-{
-    using C = QStringConverter;
-    const C::Encoding encodings[] = {C::Utf16,   C::Utf16LE, C::Utf16BE, C::Utf32,
-                                     C::Utf32LE, C::Utf32BE, C::Latin1};
-    const C::Encoding encoding = encodings[pick(random, std::size(encodings))];
-    const char* const names[] = {"UTF-8", "UTF-16", "UTF-32", "ISO-8859-1", "EBCDIC-US", "x"};
-    QByteArray text = pickFrom(random, samples);
-    if (!text.startsWith("<?xml")) {
-        text.prepend(QByteArray("<?xml version=\"1.0\" encoding=\"") +
-                     names[pick(random, std::size(names))] + "\"?>");
-    }
-    const C::Flags flags = pick(random, 2) == 0 ? C::Flag::WriteBom : C::Flag::Default;
-    return QStringEncoder(encoding, flags)(QString::fromUtf8(text));
-}
-
-QByteArray hostile(Random& random)
-{
-    // Mostly small, so that many are tried; some up to the largest that is read,
-    // and beyond.
-    const int bytes = 1 + pick(random, pick(random, 200) == 0 ? largestFile + 1000 : 4000);
-    switch (pick(random, 7)) {
-    case 0:
-        return repeated("<session>", bytes);
-    case 1:
-        return repeated("<a>", bytes) + QByteArray("</a>").repeated(bytes / 3);
-    case 2:
-        return entityBomb(1 + pick(random, 12));
-    case 3:
-        return "<!DOCTYPE session [<!ENTITY a \"&b;\"><!ENTITY b \"&a;\">]><session host='&a;'/>";
-    case 4:
-        return "<session host=\"" + repeated("a,", bytes) + "\" cookie=\"" + repeated("c", bytes) +
-               "\" port=\"" + repeated("4", pick(random, 12)) + "\"/>";
-    case 5:
-        return pickFrom(random, samples) + QByteArray(bytes, '\0');
-    default:
-        return recoded(random);
-    }
-}
-
-struct Case
-{
-    QByteArray content;
-    bool truncated = false;
-};
-
-Case makeCase(long number, Random& random)
-{
-    static long cut = 0;
-    if (number % 3 == 0) {
-        // Every sample, after each of its bytes but the last.
-        const QByteArray& sample = samples.at(cut % samples.size());
-        const qsizetype length = cut++ / samples.size() % sample.size();
-        return {sample.left(length), true};
-    }
-    return {number % 3 == 1 ? mutation(random) : hostile(random), false};
-}
-
-// A file that is always there, with new content each time.
-class SessionFile
-{
-public:
-    SessionFile()
-        : mFile(mDirectory.filePath(QStringLiteral("session-file")))
-    {
-        if (!mFile.open(QIODevice::ReadWrite | QIODevice::Unbuffered)) {
-            perror("session-file");
-            exit(2);
+    long length = number % seeds.join().size();
+    for (const QByteArray& seed : seeds) {
+        if (length < seed.size()) {
+            return seed.left(length);
         }
+        length -= seed.size();
     }
-    QString name() const { return mFile.fileName(); }
-    void write(const QByteArray& content)
-    {
-        if (!mFile.resize(0) || !mFile.seek(0) || mFile.write(content) != content.size()) {
-            perror("session-file");
-            exit(2);
-        }
-    }
-
-private:
-    QTemporaryDir mDirectory;
-    QFile mFile;
-};
-
-struct Fields
-{
-    QStringList hosts = {QStringLiteral("before")};
-    quint32 port = 7;
-    int session = 9;
-    QString cookie = QStringLiteral("kept");
-    bool explicitPort = false;
-};
-
-bool operator==(const Fields& a, const Fields& b)
-{
-    return a.hosts == b.hosts && a.port == b.port && a.session == b.session &&
-           a.cookie == b.cookie && a.explicitPort == b.explicitPort;
+    return QByteArray();
 }
 
-UserData recordBefore()
+enum { Hosts, Port, Session, Cookie, ExplicitPort };
+
+QVariantList fields(const UserData& record)
 {
-    UserData record;
-    record.load(QStringLiteral("none"),
-                QStringLiteral("<session host='before' port='7' session='9' cookie='kept'/>"));
-    return record;
+    return {record.getHostNamesAndAddresses(),
+            record.getPort(),
+            record.getSession(),
+            record.sessionCookie(),
+            record.isExplicitPort(),
+            record.sessionFileName()};
 }
 
-// The broken reader of the control: takes the attributes that stand before the
-// first ">", whatever follows.
-bool loadCarelessly(UserData& record, const QString& fileName)
+// Whether the file is to be read at all, and the fields then.
+bool judge(QByteArray content, QVariantList* expected)
 {
-    const bool loaded = record.load(fileName);
-    QFile file(fileName);
-    if (!loaded && file.open(QIODevice::ReadOnly)) {
-        QString text = QString::fromUtf8(file.readAll());
-        text.truncate(text.indexOf(QLatin1Char('>')));
-        record.load(fileName, text + QStringLiteral("/>"));
-    }
-    return loaded;
-}
-
-// What the file says: whether it is to be read at all, and the fields then.
-bool judge(const SessionFile& sessionFile, const Case& each, Fields* fields)
-{
-    QFile file(sessionFile.name());
-    if (each.truncated || each.content.size() > largestFile || !file.open(QIODevice::ReadOnly)) {
+    if (content.size() > largestFile) {
         return false;
     }
+    QBuffer file(&content);
     QXmlStreamReader reader(&file);
     reader.setNamespaceProcessing(false);
     QXmlStreamAttributes attributes;
-    for (bool first = true; !reader.atEnd();) {
-        if (reader.readNext() == QXmlStreamReader::StartElement && first) {
-            first = false;
+    bool atRoot = file.open(QIODevice::ReadOnly);
+    while (!reader.atEnd()) {
+        if (reader.readNext() == QXmlStreamReader::StartElement && atRoot) {
+            atRoot = false;
             if (reader.qualifiedName() == QLatin1String("session")) {
                 attributes = reader.attributes();
             }
@@ -277,103 +178,54 @@ bool judge(const SessionFile& sessionFile, const Case& each, Fields* fields)
     const auto has = [&](const char* name) {
         return ok && attributes.hasAttribute(QLatin1String(name));
     };
-    const auto value = [&](const char* name) { return attributes.value(QLatin1String(name)); };
+    const auto value = [&](const char* name) {
+        return attributes.value(QLatin1String(name)).toString();
+    };
     if (has("port")) {
-        fields->port = value("port").toUInt(&ok);
+        (*expected)[Port] = value("port").toUInt(&ok);
         // The file is of today.
-        fields->explicitPort = ok;
+        (*expected)[ExplicitPort] = ok;
     }
     if (has("host")) {
-        fields->hosts = value("host").toString().split(QLatin1Char(','));
+        (*expected)[Hosts] = value("host").split(QLatin1Char(','));
     }
     if (has("cookie")) {
-        fields->cookie = value("cookie").toString();
+        (*expected)[Cookie] = value("cookie");
     }
     if (has("session")) {
-        fields->session = int(value("session").toUInt(&ok));
+        (*expected)[Session] = int(value("session").toUInt(&ok));
     }
     return ok;
 }
 
-long highWaterKiB()
-{
-    std::ifstream status("/proc/self/status");
-    std::string word;
-    long kiB = -1;
-    while (status >> word) {
-        if (word == "VmHWM:") {
-            status >> kiB;
-        }
-    }
-    return kiB;
-}
-
-std::string printable(const QByteArray& content)
-{
-    return content.left(200).toPercentEncoding(" <>/=\"'&;!?[],#").toStdString();
-}
-
-// What was wrong, by kind; the first few of each are printed.
-std::map<std::string, long> wrongCounts;
-
-void wrong(const std::string& kind, const std::string& what)
-{
-    constexpr long printed = 5;
-    if (++wrongCounts[kind] <= printed) {
-        fprintf(stderr, "%s: %s\n", kind.c_str(), what.c_str());
-    }
-}
-
-void tryFiles(bool carelessly, long count, unsigned seed)
-{
-    Random random(seed);
-    SessionFile file;
-    long refused = 0;
-    for (long i = 0; i < count; ++i) {
-        const Case each = makeCase(i, random);
-        file.write(each.content);
-        Fields expected;
-        const bool good = judge(file, each, &expected);
-
-        UserData record = recordBefore();
-        // The signal ends a campaign that hangs.
-        alarm(longestReadSeconds);
-        const bool loaded =
-            carelessly ? loadCarelessly(record, file.name()) : record.load(file.name());
-        alarm(0);
-        const Fields fields = {record.getHostNamesAndAddresses(), record.getPort(),
-                               record.getSession(), record.sessionCookie(),
-                               record.isExplicitPort()};
-        refused += loaded ? 0 : 1;
-        if (loaded != good || !(fields == expected)) {
-            wrong("misreadings", printable(each.content));
-        }
-        if (record.sessionFileName() != file.name()) {
-            wrong("names", printable(each.content));
-        }
-    }
-    const long resident = highWaterKiB();
-    printf("%ld refused; at most %ld KiB resident; ", refused, resident);
-    if (resident > mostResidentKiB) {
-        wrong("excesses", std::to_string(resident) + " KiB");
-    }
-}
-
 } // namespace
 
-int main(int argc, char** argv)
+void trySessionFile(long number)
 {
-    const std::string mode = argc > 2 ? argv[1] : "";
-    if (mode != "files" && mode != "control") {
-        fprintf(stderr, "usage: %s files|control COUNT [SEED]\n", argv[0]);
-        return 2;
+    const bool truncated = number % 3 == 0;
+    QByteArray content = truncated ? truncation(number / 3) : mutation();
+    const std::string shown = content.left(200).toPercentEncoding(" <>/=\"'&;!?[],#").toStdString();
+    UserData record;
+    record.load(QStringLiteral("none"),
+                QStringLiteral("<session host='before' port='7' session='9' cookie='kept'/>"));
+    QVariantList expected = fields(record);
+    const bool good = !truncated && judge(content, &expected);
+    if (!good && qgetenv("INTERPOSE_BREAK") == "reader") {
+        // The control: the reader stops at the first ">".
+        content = content.left(content.indexOf('>')) + "/>";
     }
-    const unsigned seed = argc > 3 ? unsigned(atol(argv[3])) : 1;
-    tryFiles(mode == "control", atol(argv[2]), seed);
-    printf("%s: %s tried, seed %u:", mode.c_str(), argv[2], seed);
-    for (const auto& [kind, count] : wrongCounts) {
-        printf(" %ld %s", count, kind.c_str());
+    const QString name = writeInputFile(reinterpret_cast<const uint8_t*>(content.constData()), size_t(content.size()));
+    expected.last() = name;
+
+    // The signal ends a campaign that hangs.
+    alarm(longestReadSeconds);
+    const bool loaded = record.load(name);
+    alarm(0);
+    if (loaded != good || fields(record) != expected) {
+        wrong("misreadings", shown);
     }
-    puts(wrongCounts.empty() ? " nothing wrong" : "");
-    return wrongCounts.empty() ? 0 : 1;
+    rusage usage;
+    if (getrusage(RUSAGE_SELF, &usage) == 0 && usage.ru_maxrss > mostResidentKiB) {
+        wrong("excesses", std::to_string(usage.ru_maxrss) + " KiB after " + shown);
+    }
 }
