@@ -1,10 +1,8 @@
-// Session files of any content, from real files: one that is not well-formed
-// changes nothing of a record but its file name, one that is gives what it says,
-// and none takes long or much memory.
-//
-// The seeds are those of the fuzzer; each ends with its root element, so that it is
-// not well-formed when it ends earlier. Of other files, the campaign's own reading
-// says what they are.
+// Session files of any content, from real files: one that is not well-formed changes
+// nothing of a record but its file name, one that is gives what it says, and none
+// takes long or much memory. The seeds are those of the fuzzer; each ends with its
+// root element, so that it is not well-formed when it ends earlier. Of other files,
+// the campaign's own reading says what they are.
 
 #include "backend/userdata.h"
 #include "fuzz/inputfile.h"
@@ -16,18 +14,14 @@
 #include <QVariant>
 #include <QXmlStreamReader>
 
+#include <functional>
+#include <map>
 #include <sys/resource.h>
 #include <unistd.h>
 
 namespace {
 
-constexpr unsigned longestReadSeconds = 10;
-#ifdef __SANITIZE_ADDRESS__
-// Freed memory is kept for a while.
-constexpr long mostResidentKiB = 512L * 1024;
-#else
 constexpr long mostResidentKiB = 128L * 1024;
-#endif
 constexpr int largestFile = 1024 * 1024;
 
 const QByteArrayList seeds = [] {
@@ -38,162 +32,103 @@ const QByteArrayList seeds = [] {
     }
     return contents;
 }();
-const QByteArrayList pieces = {"<",
-                               ">",
-                               "/>",
-                               "&",
-                               "&amp;",
-                               "&e;",
-                               "\"",
-                               "'",
-                               "]]>",
-                               "<!--",
-                               "-->",
-                               "<?x?>",
-                               "=",
-                               "<session>",
-                               "</session>",
-                               "port=",
-                               "session=\"-1\"",
-                               "<![CDATA[",
-                               "&#0;",
-                               "&#x110000;",
-                               "\xff\xfe",
-                               "\xed\xa0\x80",
-                               "<!DOCTYPE a [",
-                               "host=\"\"",
-                               "xmlns:a=\"b\"",
-                               "a:b='c'",
-                               "\xef\xbb\xbf",
-                               "4294967296",
-                               " port='4242x'",
-                               "a,"};
-
-const QByteArray& pickFrom(const QByteArrayList& list)
-{
-    return list.at(pick(list.size()));
-}
+const QByteArrayList pieces =
+    QByteArray("< > /> & &amp; &e; \" ' ]]> <!-- --> <?x?> = <session> </session> port= "
+               "session=\"-1\" <![CDATA[ &#0; &#x110000; \xff\xfe \xed\xa0\x80 <!DOCTYPE\na\n[ "
+               "host=\"\" xmlns:a=\"b\" \na:b='c' \xef\xbb\xbf 4294967296 \nport='4242x' a,")
+        .split(' ');
 
 QByteArray recoded(const QByteArray& content)
 {
     const char* const names[] = {"UTF-8", "UTF-16", "UTF-32", "ISO-8859-1", "EBCDIC-US", "x"};
-    const QByteArray prolog =
-        "<?xml version=\"1.0\" encoding=\"" + QByteArray(names[pick(std::size(names))]) + "\"?>";
-    // From UTF-8 to Latin-1, with the UTF-16 and UTF-32 ones between.
+    const QByteArray start =
+        QByteArray("<?xml version=\"1.0\" encoding=\"") + pickFrom(names) + "\"?>";
     const auto encoding = QStringConverter::Encoding(pick(QStringConverter::Latin1 + 1));
     const auto flag = pick(2) == 0 ? QStringConverter::Flag::WriteBom : QStringConverter::Flag{};
-    return QStringEncoder(encoding, flag)(
-        QString::fromUtf8(content.startsWith("<?xml") ? content : prolog + content));
+    const QByteArray text = content.startsWith("<?xml") ? content : start + content;
+    return QStringEncoder(encoding, flag)(QString::fromUtf8(text));
 }
+
+// Each changes the content at a place, and where there is a number, by so many.
+const std::function<void(QByteArray&, qsizetype, long)> changes[] = {
+    [](auto& content, auto at, long) { content[at] = char(pick(256)); },
+    [](auto& content, auto at, long) { content.insert(at, pickFrom(pieces)); },
+    [](auto& content, auto at, long) { content.remove(at, 1 + pick(8)); },
+    [](auto& content, auto at, long) { content.insert(at, content.right(pick(20))); },
+    [](auto& content, auto at, long) {
+        content.replace(at, content.size(), pickFrom(seeds).mid(at));
+    },
+    [](auto& content, auto, long) { content = recoded(content); },
+    [](auto& content, auto, long n) { content += QByteArray(n, '\0'); },
+    [](auto& content, auto at, long n) { content.insert(at, pickFrom(pieces).repeated(n)); },
+    [](auto& content, auto, long n) {
+        content = QByteArray("<a>").repeated(n) + content + QByteArray("</a>").repeated(n);
+    },
+};
 
 QByteArray mutation()
 {
     QByteArray content = pickFrom(seeds);
-    for (long changes = 1 + pick(2); changes > 0 && !content.isEmpty(); --changes) {
-        // Mostly small, so that many are tried; some up to the largest that is
-        // read, and beyond.
-        const long times = pick(pick(600) == 0 ? largestFile / 3 : 1000);
-        const qsizetype at = pick(content.size());
-        switch (pick(9)) {
-        case 0:
-            content[at] = char(pick(256));
-            break;
-        case 1:
-            content.insert(at, pickFrom(pieces));
-            break;
-        case 2:
-            content.insert(at, pickFrom(pieces).repeated(times));
-            break;
-        case 3:
-            content.remove(at, 1 + pick(8));
-            break;
-        case 4:
-            content.insert(at, content.mid(pick(content.size()), pick(20)));
-            break;
-        case 5:
-            content.replace(at, content.size(), pickFrom(seeds).mid(at));
-            break;
-        case 6:
-            content += QByteArray(times, '\0');
-            break;
-        case 7:
-            content =
-                QByteArray("<a>").repeated(times) + content + QByteArray("</a>").repeated(times);
-            break;
-        default:
-            content = recoded(content);
-        }
+    for (long left = 1 + pick(2); left > 0 && !content.isEmpty(); --left) {
+        // Mostly small, so that many are tried; some up to the largest that is read,
+        // and beyond.
+        const long number = pick(pick(600) == 0 ? largestFile / 3 : 1000);
+        pickFrom(changes)(content, pick(content.size()), number);
     }
     return content;
 }
 
 // Every seed, after each of its bytes but the last.
-QByteArray truncation(long number)
-{
-    long length = number % seeds.join().size();
+const QByteArrayList truncations = [] {
+    QByteArrayList contents;
     for (const QByteArray& seed : seeds) {
-        if (length < seed.size()) {
-            return seed.left(length);
+        for (qsizetype length = 0; length < seed.size(); ++length) {
+            contents += seed.left(length);
         }
-        length -= seed.size();
     }
-    return QByteArray();
-}
+    return contents;
+}();
 
-enum { Hosts, Port, Session, Cookie, ExplicitPort };
+// The attributes of a session file, and what else it may change.
+using Fields = std::map<std::string, QVariant>;
 
-QVariantList fields(const UserData& record)
+Fields fieldsOf(const UserData& record)
 {
-    return {record.getHostNamesAndAddresses(),
-            record.getPort(),
-            record.getSession(),
-            record.sessionCookie(),
-            record.isExplicitPort(),
-            record.sessionFileName()};
+    return {{"host", record.getHostNamesAndAddresses().join(QLatin1Char(','))},
+            {"port", record.getPort()},
+            {"session", quint32(record.getSession())},
+            {"cookie", record.sessionCookie()},
+            {"(explicit port)", record.isExplicitPort()},
+            {"(file)", record.sessionFileName()}};
 }
 
 // Whether the file is to be read at all, and the fields then.
-bool judge(QByteArray content, QVariantList* expected)
+bool judge(QByteArray content, Fields* fields)
 {
-    if (content.size() > largestFile) {
-        return false;
-    }
     QBuffer file(&content);
     QXmlStreamReader reader(&file);
     reader.setNamespaceProcessing(false);
-    QXmlStreamAttributes attributes;
     bool atRoot = file.open(QIODevice::ReadOnly);
+    QXmlStreamAttributes attributes;
     while (!reader.atEnd()) {
         if (reader.readNext() == QXmlStreamReader::StartElement && atRoot) {
             atRoot = false;
-            if (reader.qualifiedName() == QLatin1String("session")) {
-                attributes = reader.attributes();
-            }
+            const bool isSession = reader.qualifiedName() == QLatin1String("session");
+            attributes = isSession ? reader.attributes() : attributes;
         }
     }
-    if (reader.hasError()) {
-        return false;
-    }
-    bool ok = true;
-    const auto has = [&](const char* name) {
-        return ok && attributes.hasAttribute(QLatin1String(name));
-    };
-    const auto value = [&](const char* name) {
-        return attributes.value(QLatin1String(name)).toString();
-    };
-    if (has("port")) {
-        (*expected)[Port] = value("port").toUInt(&ok);
-        // The file is of today.
-        (*expected)[ExplicitPort] = ok;
-    }
-    if (has("host")) {
-        (*expected)[Hosts] = value("host").split(QLatin1Char(','));
-    }
-    if (has("cookie")) {
-        (*expected)[Cookie] = value("cookie");
-    }
-    if (has("session")) {
-        (*expected)[Session] = int(value("session").toUInt(&ok));
+    bool ok = !reader.hasError();
+    for (const char* name : {"port", "host", "cookie", "session"}) {
+        if (ok && attributes.hasAttribute(QLatin1String(name))) {
+            const QString value = attributes.value(QLatin1String(name)).toString();
+            QVariant& field = (*fields)[name];
+            const bool isNumber = field.userType() == QMetaType::UInt;
+            field = isNumber ? QVariant(value.toUInt(&ok)) : QVariant(value);
+            if (&field == &(*fields)["port"]) {
+                // The file is of today.
+                (*fields)["(explicit port)"] = ok;
+            }
+        }
     }
     return ok;
 }
@@ -203,25 +138,25 @@ bool judge(QByteArray content, QVariantList* expected)
 void trySessionFile(long number)
 {
     const bool truncated = number % 3 == 0;
-    QByteArray content = truncated ? truncation(number / 3) : mutation();
+    QByteArray content = truncated ? truncations.at(number / 3 % truncations.size()) : mutation();
     const std::string shown = content.left(200).toPercentEncoding(" <>/=\"'&;!?[],#").toStdString();
     UserData record;
     record.load(QStringLiteral("none"),
                 QStringLiteral("<session host='before' port='7' session='9' cookie='kept'/>"));
-    QVariantList expected = fields(record);
-    const bool good = !truncated && judge(content, &expected);
+    Fields expected = fieldsOf(record);
+    const bool good = !truncated && content.size() <= largestFile && judge(content, &expected);
     if (!good && qgetenv("INTERPOSE_BREAK") == "reader") {
         // The control: the reader stops at the first ">".
         content = content.left(content.indexOf('>')) + "/>";
     }
-    const QString name = writeInputFile(reinterpret_cast<const uint8_t*>(content.constData()), size_t(content.size()));
-    expected.last() = name;
-
+    const auto* const bytes = reinterpret_cast<const uint8_t*>(content.constData());
+    const QString name = writeInputFile(bytes, size_t(content.size()));
+    expected["(file)"] = name;
     // The signal ends a campaign that hangs.
-    alarm(longestReadSeconds);
+    alarm(10);
     const bool loaded = record.load(name);
     alarm(0);
-    if (loaded != good || fields(record) != expected) {
+    if (loaded != good || fieldsOf(record) != expected) {
         wrong("misreadings", shown);
     }
     rusage usage;
