@@ -53,7 +53,7 @@ bool waitUntil(const std::function<bool()>& condition)
     const QDeadlineTimer deadline(options["--timeout"]);
     bool holds = condition();
     while (!holds && !deadline.hasExpired()) {
-        usleep(100);
+        usleep(500);
         holds = condition();
     }
     return holds;
