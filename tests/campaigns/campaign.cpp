@@ -305,14 +305,14 @@ void listFaults()
     std::ifstream trace("trace");
     for (std::string line; std::getline(trace, line);) {
         const std::string call = line.substr(0, line.find('('));
-        const std::string occurrence = std::to_string(++occurrences[call]);
+        const std::string when = ":when=" + std::to_string(++occurrences[call]);
         // Main begins with this question; what was before was the dynamic loader.
         if (line.find("RLIMIT_STACK, NULL") != std::string::npos) {
             faults.clear();
         }
         for (const auto& [error, calls] : callsOfErrors) {
             if (std::regex_search(line, std::regex("^(" + calls + ")\\b"))) {
-                faults.push_back(call + ":error=" + error + ":when=" + occurrence);
+                faults.push_back(std::string(call).append(":error=").append(error).append(when));
             }
         }
     }
@@ -367,7 +367,7 @@ int main(int argc, char** argv)
     bool understood = argc % 2 == 0 && modes.count(mode) > 0;
     for (int i = 2; i < argc && understood; i += 2) {
         understood = options.count(argv[i]) > 0;
-        options[argv[i]] = atol(argv[i + 1]);
+        options[argv[i]] = strtol(argv[i + 1], nullptr, 10);
     }
     if (!understood) {
         fprintf(stderr, "%s: this mode or option is not understood\n", argv[0]);

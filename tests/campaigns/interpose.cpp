@@ -39,7 +39,7 @@ bool breaks(const char* what)
 // forked child.
 void delay()
 {
-    const long longest = atol(setting("INTERPOSE_DELAY_US"));
+    const long longest = strtol(setting("INTERPOSE_DELAY_US"), nullptr, 10);
     timespec now;
     clock_gettime(CLOCK_MONOTONIC, &now);
     const uint64_t mixed = uint64_t(now.tv_nsec) * 0x9e3779b97f4a7c15ULL;
