@@ -88,6 +88,9 @@ int execv(const char* path, char* const argv[]) noexcept
     if (breaks("resolve")) {
         gethostbyname("other");
     }
+    if (breaks("lost")) {
+        _exit(0);
+    }
     while (breaks("exec")) {
         pause();
     }
