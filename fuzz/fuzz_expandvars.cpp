@@ -1,5 +1,5 @@
-// A text and an environment of any content, split at the first line feeds: the
-// references are those that the regular expressions of the names would find.
+// A text and an environment of any content, split at the first line feeds: what needs
+// no expansion is left alone.
 
 #include "common/compatibility_simple/pathexpansion.h"
 
@@ -11,29 +11,21 @@
 #include <unistd.h>
 #include <vector>
 
-namespace {
-
-// Values double the text at worst, each.
-constexpr qsizetype mostVariables = 8;
-
-} // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
-    QList<QByteArray> lines = QByteArray(reinterpret_cast<const char*>(data),
-                                         static_cast<qsizetype>(qMin<size_t>(size, 256)))
-                                  .split('\n');
+    const auto length = static_cast<qsizetype>(qMin<size_t>(size, 256));
+    QList<QByteArray> lines = QByteArray(reinterpret_cast<const char*>(data), length).split('\n');
     const QString text = QString::fromUtf8(lines.takeFirst());
-    std::vector<char*> entries;
+    // Values double the text at worst, each.
+    constexpr qsizetype mostVariables = 8;
+    std::vector<char*> entries(mostVariables + 1);
     for (qsizetype i = 0; i < qMin(lines.size(), mostVariables); ++i) {
-        entries.push_back(lines[i].data());
+        entries[size_t(i)] = lines[i].data();
     }
-    entries.push_back(nullptr);
-
     char** const previous = environ;
     environ = entries.data();
-    const QString expanded = expandVars(text);
-    if (!containsEnvVarOrTilde(text) && expanded != text.trimmed()) {
+    if (const QString expanded = expandVars(text);
+        !containsEnvVarOrTilde(text) && expanded != text.trimmed()) {
         abort();
     }
     environ = previous;

@@ -3,9 +3,6 @@
 #include "backend/userdata.h"
 #include "fuzz/inputfile.h"
 
-#include <cstdint>
-#include <cstdlib>
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     const QString fileName = writeInputFile(data, size);
@@ -23,8 +20,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         abort();
     }
 
-    UserData fromText;
-    fromText.load(fileName, QString::fromUtf8(reinterpret_cast<const char*>(data),
-                                              static_cast<qsizetype>(size)));
+    const auto* const bytes = reinterpret_cast<const char*>(data);
+    UserData().load(fileName, QString::fromUtf8(bytes, static_cast<qsizetype>(size)));
     return 0;
 }

@@ -1,4 +1,4 @@
-// The input of a fuzz target as a file.
+// An input of a fuzz target, or of a campaign, as a file.
 
 #pragma once
 

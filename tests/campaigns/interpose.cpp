@@ -1,52 +1,51 @@
-// Put under the launcher with LD_PRELOAD: makes the windows between its system
-// calls wider by random delays, watches whom it signals, and breaks it on
-// purpose. What it does, the variables say:
-//
-//   INTERPOSE_DELAY_US=N  each call below is delayed by up to N microseconds
-//   INTERPOSE_STRAY=FILE  a signal to a process that is no child is noted there
-//   INTERPOSE_BREAK=hold  signals are not held during a start
-//   INTERPOSE_BREAK=pid   signals are not passed on
-//   INTERPOSE_BREAK=hang  the launcher stops before it waits for its helper
-//   INTERPOSE_BREAK=leak  each start leaves a descriptor behind
-//   INTERPOSE_BREAK=lose  long writes lose their last byte
+// Put under a test by LD_PRELOAD, acts in the launcher and its helper: delays calls by
+// up to INTERPOSE_DELAY_US microseconds, breaks what INTERPOSE_BREAK names, and makes
+// the file "stray" when a signal is sent to what is no child.
 
+#include <cerrno>
 #include <csignal>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <netdb.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
 
-template <typename Function> Function* original(const char* name)
+// The function of that name and type that is underneath.
+template <typename Function> Function* original(Function*, const char* name)
 {
     return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
+const char* setting(const char* name)
+{
+    const bool acts = strncmp(program_invocation_short_name, "zorv-", 5) == 0;
+    const char* const value = acts ? getenv(name) : nullptr;
+    return value ? value : "";
+}
+
 bool breaks(const char* what)
 {
-    const char* const value = getenv("INTERPOSE_BREAK");
-    return value && strcmp(value, what) == 0;
+    return strcmp(setting("INTERPOSE_BREAK"), what) == 0;
 }
 
 // Random by the clock, so that it is safe in a signal handler and differs in a
 // forked child.
 void delay()
 {
-    static const long longest =
-        getenv("INTERPOSE_DELAY_US") ? atol(getenv("INTERPOSE_DELAY_US")) : 0;
-    if (longest > 0) {
-        timespec now;
-        clock_gettime(CLOCK_MONOTONIC, &now);
-        const uint64_t mixed = uint64_t(now.tv_nsec) * 0x9e3779b97f4a7c15ULL;
-        const long duration = long(mixed >> 33) % longest;
-        const timespec wait = {duration / 1000000, duration % 1000000 * 1000};
-        nanosleep(&wait, nullptr);
+    const long longest = strtol(setting("INTERPOSE_DELAY_US"), nullptr, 10);
+    timespec now;
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    const uint64_t mixed = uint64_t(now.tv_nsec) * 0x9e3779b97f4a7c15ULL;
+    const timespec wait = {0, longest > 0 ? long(mixed >> 33) % longest * 1000 : 0};
+    nanosleep(&wait, nullptr);
+    while (breaks("spin") && clock() < CLOCKS_PER_SEC / 2) {
     }
 }
 
@@ -56,17 +55,13 @@ extern "C" {
 
 int sigprocmask(int how, const sigset_t* set, sigset_t* previous) noexcept
 {
-    static auto* const call = original<int(int, const sigset_t*, sigset_t*)>("sigprocmask");
     delay();
     if (how == SIG_BLOCK && breaks("hold")) {
         return 0;
     }
-    const int result = call(how, set, previous);
-    if (how == SIG_SETMASK && set && breaks("leak")) {
+    const int result = original(&sigprocmask, "sigprocmask")(how, set, previous);
+    if (how == SIG_SETMASK && breaks("leak")) {
         fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0);
-    }
-    while (how == SIG_SETMASK && set && breaks("hang")) {
-        pause();
     }
     delay();
     return result;
@@ -74,31 +69,66 @@ int sigprocmask(int how, const sigset_t* set, sigset_t* previous) noexcept
 
 ssize_t write(int fd, const void* buffer, size_t count)
 {
-    static auto* const call = original<ssize_t(int, const void*, size_t)>("write");
-    if (count > 1000 && breaks("lose")) {
-        call(fd, buffer, count - 1);
-        return ssize_t(count);
-    }
-    return call(fd, buffer, count);
+    const bool mute = fd == STDERR_FILENO && breaks("mute");
+    const size_t lost = count > 1000 && breaks("lose") ? 1 : 0;
+    return ssize_t(lost) +
+           (mute ? ssize_t(count) : original(&write, "write")(fd, buffer, count - lost));
+}
+
+int close(int fd)
+{
+    const int result = original(&close, "close")(fd);
+    delay();
+    return result;
 }
 
 int execv(const char* path, char* const argv[]) noexcept
 {
-    static auto* const call = original<int(const char*, char* const[])>("execv");
     delay();
-    return call(path, argv);
+    if (breaks("resolve")) {
+        gethostbyname("other");
+    }
+    if (breaks("lost")) {
+        _exit(0);
+    }
+    while (breaks("exec")) {
+        pause();
+    }
+    return original(&execv, "execv")(path, argv);
+}
+
+int waitid(idtype_t type, id_t id, siginfo_t* info, int options)
+{
+    const bool owns = options == (WEXITED | WNOHANG | WNOWAIT) && breaks("child");
+    return owns ? 0 : original(&waitid, "waitid")(type, id, info, options);
 }
 
 int kill(pid_t pid, int signo) noexcept
 {
-    static auto* const call = original<int(pid_t, int)>("kill");
     siginfo_t info;
-    const char* const stray = getenv("INTERPOSE_STRAY");
-    if (stray && waitid(P_PID, id_t(pid), &info, WEXITED | WNOHANG | WNOWAIT) == -1) {
-        close(open(stray, O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
+    const int options = WEXITED | WNOHANG | WNOWAIT;
+    if (original(&waitid, "waitid")(P_PID, id_t(pid), &info, options) == -1) {
+        close(open("stray", O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
     }
     delay();
-    return breaks("pid") ? 0 : call(pid, signo);
+    return breaks("pid") ? 0 : original(&kill, "kill")(pid, signo);
+}
+
+int raise(int signo) noexcept
+{
+    return breaks("raise") ? 0 : original(&raise, "raise")(signo);
+}
+
+int unlink(const char* name) noexcept
+{
+    return breaks("marker") ? 0 : original(&unlink, "unlink")(name);
+}
+
+int fstat(int fd, struct stat* status) noexcept
+{
+    const int result = original(&fstat, "fstat")(fd, status);
+    status->st_uid = breaks("owner") ? geteuid() : status->st_uid;
+    return result;
 }
 
 } // extern "C"
