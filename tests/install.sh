@@ -68,8 +68,8 @@ else
 fi
 bin=$clean$prefix/bin
 for library in $(objdump -p "$bin"/* | awk '/NEEDED/ { print $2 }' | sort -u); do
-    package=$(dpkg -S "*/$library" | sed -n '1s/:.*//p')
-    echo ", $depends " | grep -q ", $package " || fail "$library is in $package, and not in $depends"
+    packages=$(dpkg -S "*/$library" | sed 's/:.*//')
+    echo "$depends" | grep -qwF "$packages" || fail "$library is in none of $depends"
 done
 cp "$testchild" "$bin/zorv-debugger"
 ldd "$bin"/* | sed -nE 's/^.*[[:blank:]](\/[^ ]+) \(.*/\1/p' | sort -u | xargs cp --parents -L -t "$clean"
