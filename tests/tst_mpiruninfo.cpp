@@ -109,7 +109,7 @@ void MpirunInfoTest::namesTheCause_data()
     row("port-of-another-session", "session 3 (session file) listens at 4244", ":",
         {"--zorvport", "4250"});
     row("session-invalid", "the port 70000 is above 65535", session("host='a' port='70000'"));
-    row("session-directory-unusable port-unknown", "/sessions: the session directory is missing",
+    row("port-unknown session-directory-unusable", "/sessions: the session directory is missing",
         "rm -r sessions; export ZORV_HOST=a");
     const char* const unusable = "session-invalid session-file-unusable";
     row(unusable, "no source names a front end host", "rm sessions/latest");
@@ -127,15 +127,15 @@ void MpirunInfoTest::namesTheCause_data()
         {"/opt/bin/zorv-mpirun", "--zorvsession", "3", "--help", "--json"});
 
     // The cookie is in other places than the session file.
-    row("", "yes (option)", ":", {"--zorvsessioncookie", "c00kie"});
-    row("", "problems\n  none", ":", {"a.out", "--zorvsessioncookie=c00kie"});
-    row("", "yes (session file)", ":", {"a.out", "--zorvsessioncookie", "c00kie"});
-    row("command-line-rejected", "invalid --zorvport argument 'x***'", ":",
-        {"--zorvport", "xc00kie", "--zorvsessioncookie", "c00kie"});
-    row("setting-overridden", "ZORV_SESSION_COOKIE = (hidden)",
-        "export ZORV_SESSION_COOKIE=c00kie PELK_SESSION_COOKIE=c00kie");
-    row("setting-not-a-number setting-overridden", "ZORV_LOGS = /***",
-        "export TALVORA_SESSION_COOKIE=c00kie ZORV_LOGS=/c00kie ZORV_PORT=c00kie",
+    row(unusable, "yes (option)", "rm sessions/*", {"--zorvsessioncookie", "c00kie"});
+    row("", "problems\n  none", ":", {"a.out=c00kie", "--zorvsessioncookie", "c00kie"});
+    row("command-line-rejected session-invalid session-file-unusable", "argument 'x***'",
+        "rm sessions/*", {"--zorvport", "xc00kie", "--zorvsessioncookie", "c00kie"});
+    row(unusable, "ZORV_SESSION_COOKIE = (hidden)",
+        "rm sessions/*; export ZORV_SESSION_COOKIE=c00kie PELK_SESSION_COOKIE=c00kie");
+    row("setting-not-a-number setting-overridden session-invalid session-file-unusable",
+        "ZORV_LOGS = /***",
+        "rm sessions/*; export TALVORA_SESSION_COOKIE=c00kie ZORV_LOGS=/c00kie ZORV_PORT=c00kie",
         {"--zorvsessioncookie", "other"});
 }
 
