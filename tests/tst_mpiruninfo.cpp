@@ -66,7 +66,7 @@ QStringList keysOf(const QJsonObject& object, const QString& prefix = QString())
 QString codesOf(const QJsonObject& report)
 {
     QStringList codes;
-    for (const QJsonValue& problem : report.value(text("problems")).toArray()) {
+    for (const auto& problem : report.value(text("problems")).toArray()) {
         codes += problem.toObject().value(text("code")).toString();
     }
     // The machine that tests run on may have no network.
