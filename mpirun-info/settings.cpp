@@ -76,17 +76,13 @@ QJsonValue valueOf(Kind kind, const char* value)
 
 QString textOf(Kind kind, const char* value)
 {
-    QString text = QString::fromLocal8Bit(value);
-    switch (kind) {
-    case Kind::Secret:
-        return text.isEmpty() ? text : QStringLiteral("(hidden)");
-    case Kind::Switch:
-        return QStringLiteral("%1 (%2)").arg(text, ZorvEnv::readsOn(value) ? QStringLiteral("on")
-                                                                           : QStringLiteral("off"));
-    case Kind::Presence:
-    case Kind::Path:
-    case Kind::Text:
-        break;
+    const QString text = QString::fromLocal8Bit(value);
+    if (kind == Kind::Secret && !text.isEmpty()) {
+        return QStringLiteral("(hidden)");
+    }
+    if (kind == Kind::Switch) {
+        return text +
+               (ZorvEnv::readsOn(value) ? QStringLiteral(" (on)") : QStringLiteral(" (off)"));
     }
     return text;
 }
