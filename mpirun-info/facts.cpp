@@ -35,20 +35,12 @@ QJsonValue orNull(const QString& text)
     return text.isEmpty() ? QJsonValue() : QJsonValue(text);
 }
 
-void addPath(Report* report, const char* key, const QString& path, const char* state)
-{
-    report->add(key,
-                QJsonObject{{QStringLiteral("path"), path},
-                            {QStringLiteral("state"), QString::fromLatin1(state)}},
-                QStringLiteral("%1 (%2)").arg(path, QLatin1String(state)));
-}
-
 void describeDirectory(Report* report, const char* key, const QString& path)
 {
     const bool present = QFileInfo(path).isDir();
-    addPath(report, key, path, present ? "present" : "missing");
+    report->addPath(key, path, present ? "present" : "missing");
     if (!present) {
-        report->addProblem(Report::Severity::Warning, "directory-missing",
+        report->addWarning("directory-missing",
                            QStringLiteral("%1: the installation's directory %2 is missing")
                                .arg(path, QLatin1String(key)));
     }
@@ -65,10 +57,10 @@ void describeHelper(Report* report)
     } else if (!helper.isExecutable()) {
         state = "not executable";
     }
-    addPath(report, "helper", helper.filePath(), state);
+    report->addPath("helper", helper.filePath(), state);
     if (qstrcmp(state, "present") != 0) {
-        report->addProblem(
-            Report::Severity::Error, "helper-unusable",
+        report->addError(
+            "helper-unusable",
             QStringLiteral("%1: the helper is %2").arg(helper.filePath(), QLatin1String(state)));
     }
 }
@@ -96,7 +88,7 @@ void describeInterfaces(Report* report)
     report->add("interfaces", interfaces, texts.join(QStringLiteral("; ")));
     report->add("interfaceFilter", orNull(envString("NETWORK_INTERFACES")));
     if (used.isEmpty()) {
-        report->addProblem(Report::Severity::Warning, "no-interface",
+        report->addWarning("no-interface",
                            QStringLiteral("NETWORK_INTERFACES lets no interface of this host "
                                           "through"));
     }
@@ -138,7 +130,7 @@ void describeHost(Report* report)
     report->add("loopback", sc_localhost());
     report->add("loopbackAddresses", textsOf(sc_localhostAddresses()));
     if (addresses.isEmpty()) {
-        report->addProblem(Report::Severity::Warning, "no-address",
+        report->addWarning("no-address",
                            QStringLiteral("no other host can reach this one: it has no address "
                                           "but loopback"));
     }
@@ -155,8 +147,7 @@ void describeRoutability(Report* report, const QString& hosts)
     report->add("asTried", textsOf(asTried));
     report->add("byRoutability", textsOf(sortAddressesByPotentialRoutability(asTried)));
     if (!hosts.isNull() && asTried.isEmpty()) {
-        report->addProblem(Report::Severity::Warning, "host-unknown",
-                           QStringLiteral("%1: no address found").arg(hosts));
+        report->addWarning("host-unknown", QStringLiteral("%1: no address found").arg(hosts));
     }
 }
 

@@ -24,12 +24,6 @@ QString labelOf(const QString& key)
     return label;
 }
 
-QString nameOf(Report::Severity severity)
-{
-    return severity == Report::Severity::Error ? QStringLiteral("error")
-                                               : QStringLiteral("warning");
-}
-
 } // namespace
 
 QString textOf(const QJsonValue& value)
@@ -55,9 +49,23 @@ void Report::add(const char* key, const QJsonValue& value, const QString& text)
         {QString::fromLatin1(key), value, text.isNull() ? textOf(value) : text});
 }
 
-void Report::addProblem(Severity severity, const char* code, const QString& text)
+void Report::addPath(const char* key, const QString& path, const char* state)
 {
-    mProblems.append({severity, QString::fromLatin1(code), text});
+    add(key,
+        QJsonObject{{QStringLiteral("path"), path},
+                    {QStringLiteral("state"), QString::fromLatin1(state)}},
+        QStringLiteral("%1 (%2)").arg(path, QLatin1String(state)));
+}
+
+void Report::addWarning(const char* code, const QString& text)
+{
+    mProblems.append({QStringLiteral("warning"), QString::fromLatin1(code), text});
+}
+
+void Report::addError(const char* code, const QString& text)
+{
+    mProblems.append({QStringLiteral("error"), QString::fromLatin1(code), text});
+    mHasErrors = true;
 }
 
 void Report::hide(const QString& secret)
@@ -68,12 +76,6 @@ void Report::hide(const QString& secret)
     // One that is part of another must leave nothing of the other to be seen.
     std::sort(mSecrets.begin(), mSecrets.end(),
               [](const QString& a, const QString& b) { return a.size() > b.size(); });
-}
-
-bool Report::hasErrors() const
-{
-    return std::any_of(mProblems.begin(), mProblems.end(),
-                       [](const Problem& problem) { return problem.severity == Severity::Error; });
 }
 
 QString Report::visible(QString text) const
@@ -119,7 +121,7 @@ QByteArray Report::toJson() const
     }
     QJsonArray problems;
     for (const Problem& problem : mProblems) {
-        problems.append(QJsonObject{{QStringLiteral("severity"), nameOf(problem.severity)},
+        problems.append(QJsonObject{{QStringLiteral("severity"), problem.severity},
                                     {QStringLiteral("code"), problem.code},
                                     {QStringLiteral("text"), visible(problem.text)}});
     }
@@ -153,7 +155,7 @@ QByteArray Report::toText() const
     }
     text += QStringLiteral("problems\n");
     for (const Problem& problem : mProblems) {
-        text += line(nameOf(problem.severity), problem.text);
+        text += line(problem.severity, problem.text);
     }
     if (mProblems.isEmpty()) {
         text += QStringLiteral("  none\n");

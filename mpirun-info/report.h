@@ -17,22 +17,22 @@ QString textOf(const QJsonValue& value);
 class Report
 {
 public:
-    enum class Severity {
-        Warning, ///< something may not be as it was meant
-        Error,   ///< the launcher would fail
-    };
-
     /// What is added from here on belongs to this section.
     void beginSection(const char* key);
     /// Adds a fact. `text` is how people read it; when it is null, as textOf().
     void add(const char* key, const QJsonValue& value, const QString& text = QString());
-    void addProblem(Severity severity, const char* code, const QString& text);
+    /// Adds a path and what is there.
+    void addPath(const char* key, const QString& path, const char* state);
+    /// Something may not be as it was meant.
+    void addWarning(const char* code, const QString& text);
+    /// The launcher would fail.
+    void addError(const char* code, const QString& text);
 
     /// Never prints `secret`, in no fact and no problem, also of those added
     /// before. Does nothing for an empty text.
     void hide(const QString& secret);
 
-    bool hasErrors() const;
+    bool hasErrors() const { return mHasErrors; }
     QByteArray toJson() const;
     QByteArray toText() const;
 
@@ -50,7 +50,7 @@ private:
     };
     struct Problem
     {
-        Severity severity;
+        QString severity;
         QString code;
         QString text;
     };
@@ -62,4 +62,5 @@ private:
     QList<Section> mSections;
     QList<Problem> mProblems;
     QStringList mSecrets;
+    bool mHasErrors = false;
 };

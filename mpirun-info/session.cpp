@@ -17,7 +17,6 @@ namespace {
 
 using FileState = UserData::FileState;
 using Source = UserData::Source;
-constexpr Report::Severity warning = Report::Severity::Warning;
 
 struct Field
 {
@@ -134,11 +133,11 @@ void warnOfUnusedSetting(Report* report, const BackendUserData& session, const F
     }
     const bool isNumber = field.field == UserData::Port || field.field == UserData::Session;
     if (isNumber && !BackendUserData::numberFrom(QString::fromLocal8Bit(value))) {
-        report->addProblem(warning, "setting-not-a-number",
+        report->addWarning("setting-not-a-number",
                            QStringLiteral("%1 is not used: '%2' is no number")
                                .arg(variable, QString::fromLocal8Bit(value)));
     } else if (field.field != UserData::CookieUse) {
-        report->addProblem(warning, "setting-overridden",
+        report->addWarning("setting-overridden",
                            QStringLiteral("%1 is not used: the value comes from the %2")
                                .arg(variable, nameOf(source)));
     }
@@ -167,8 +166,7 @@ void describeFile(Report* report, const char* key, const QString& fileName, bool
     const bool isFine = file.fileState() == FileState::Read ||
                         (file.fileState() == FileState::Missing && !isDeadLink && !expected);
     if (!isFine) {
-        report->addProblem(warning, "session-file-unusable",
-                           QStringLiteral("session file %1").arg(text));
+        report->addWarning("session-file-unusable", QStringLiteral("session file %1").arg(text));
     }
 }
 
@@ -181,13 +179,10 @@ void describeDirectory(Report* report, const QString& path)
     } else if (!directory.isWritable()) {
         state = "not writable";
     }
-    report->add("sessionDirectory",
-                QJsonObject{{QStringLiteral("path"), path},
-                            {QStringLiteral("state"), QString::fromLatin1(state)}},
-                QStringLiteral("%1 (%2)").arg(path, QLatin1String(state)));
+    report->addPath("sessionDirectory", path, state);
     if (qstrcmp(state, "present") != 0) {
-        report->addProblem(
-            warning, "session-directory-unusable",
+        report->addWarning(
+            "session-directory-unusable",
             QStringLiteral("%1: the session directory is %2").arg(path, QLatin1String(state)));
     }
 }
@@ -209,13 +204,13 @@ void describeRestartFiles(Report* report, const BackendUserData& session)
     describeExistence(report, "supportedMarker",
                       session.getRestartFileName(QStringLiteral("supported")));
     if (describeExistence(report, "restartFile", restart)) {
-        report->addProblem(warning, "restart-file-left",
+        report->addWarning("restart-file-left",
                            QStringLiteral("%1: with this restart file, the launcher starts its "
                                           "helper again when it ends")
                                .arg(restart));
     }
     if (describeExistence(report, "holdFile", hold)) {
-        report->addProblem(warning, "hold-file-left",
+        report->addWarning("hold-file-left",
                            QStringLiteral("%1: with this hold file, the launcher waits for it to "
                                           "go away when its helper ends")
                                .arg(hold));
@@ -235,17 +230,16 @@ void describeValidity(Report* report, const BackendUserData& session)
     report->add("valid", session.isValid());
     report->add("invalidBecause", session.isValid() ? QJsonValue() : QJsonValue(reason));
     if (!session.isValid()) {
-        report->addProblem(warning, "session-invalid",
+        report->addWarning("session-invalid",
                            QStringLiteral("no valid session, so no restarts: %1").arg(reason));
         return;
     }
     if (session.getPort() == 0) {
-        report->addProblem(warning, "port-unknown",
-                           QStringLiteral("no source names a port or a session"));
+        report->addWarning("port-unknown", QStringLiteral("no source names a port or a session"));
     } else if (session.getSession() > 0 &&
                session.getPort() != BackendUserData::portOfSession(session.getSession())) {
-        report->addProblem(
-            warning, "port-of-another-session",
+        report->addWarning(
+            "port-of-another-session",
             QStringLiteral("the port is %1 (%2), but the front end of session %3 (%4) listens "
                            "at %5")
                 .arg(session.getPort())
@@ -275,8 +269,8 @@ void describeCommandLine(Report* report, const ZORVDebuggerOptions& options,
     report->add("arguments", commandLine.size() - 1);
     report->add("argumentsOfMpiLauncher", options.targetArguments().size());
     if (!accepted) {
-        report->addProblem(Report::Severity::Error, "command-line-rejected",
-                           QStringLiteral("the command line is rejected: %1").arg(message));
+        report->addError("command-line-rejected",
+                         QStringLiteral("the command line is rejected: %1").arg(message));
     }
 }
 

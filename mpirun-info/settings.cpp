@@ -10,9 +10,6 @@
 #include <QJsonObject>
 #include <QProcessEnvironment>
 
-#include <algorithm>
-#include <cstring>
-
 namespace {
 
 enum class Kind { Text, Path, Switch, Presence, Secret };
@@ -79,84 +76,76 @@ QJsonValue valueOf(Kind kind, const char* value)
 
 QString textOf(Kind kind, const char* value)
 {
-    QString text = QString::fromLocal8Bit(value);
-    switch (kind) {
-    case Kind::Secret:
-        return text.isEmpty() ? text : QStringLiteral("(hidden)");
-    case Kind::Switch:
-        return QStringLiteral("%1 (%2)").arg(text, ZorvEnv::readsOn(value) ? QStringLiteral("on")
-                                                                           : QStringLiteral("off"));
-    case Kind::Presence:
-    case Kind::Path:
-    case Kind::Text:
-        break;
+    const QString text = QString::fromLocal8Bit(value);
+    if (kind == Kind::Secret && !text.isEmpty()) {
+        return QStringLiteral("(hidden)");
+    }
+    if (kind == Kind::Switch) {
+        return text +
+               (ZorvEnv::readsOn(value) ? QStringLiteral(" (on)") : QStringLiteral(" (off)"));
     }
     return text;
 }
 
+// The variables that are set of those that give a setting; the first one counts.
+QStringList variablesOf(const char* bareName)
+{
+    QStringList variables;
+    for (int prefix = 0; prefix < ZorvEnv::PrefixCount; ++prefix) {
+        if (ZorvEnv::read(prefix, bareName)) {
+            variables += QString::fromLatin1(ZorvEnv::variableName(prefix, bareName));
+        }
+    }
+    return variables;
+}
+
 void describeSetting(Report* report, const Setting& setting)
 {
-    QString winner;
-    const char* winning = nullptr;
-    QJsonArray hidden;
-    for (int prefix = 0; prefix < ZorvEnv::PrefixCount; ++prefix) {
-        const char* const value = ZorvEnv::read(prefix, setting.name);
-        const QString variable = QString::fromLatin1(ZorvEnv::variableName(prefix, setting.name));
-        if (!value) {
-            continue;
+    QStringList hidden = variablesOf(setting.name);
+    if (setting.kind == Kind::Secret) {
+        for (const QString& variable : std::as_const(hidden)) {
+            report->hide(qEnvironmentVariable(qPrintable(variable)));
         }
-        if (setting.kind == Kind::Secret) {
-            report->hide(QString::fromLocal8Bit(value));
-        }
-        if (!winning) {
-            winner = variable;
-            winning = value;
-            continue;
-        }
-        hidden += variable;
-        if (strcmp(value, winning) != 0) {
-            report->addProblem(Report::Severity::Warning, "settings-conflict",
+    }
+    const QString winner = hidden.isEmpty() ? QString() : hidden.takeFirst();
+    const char* const value = ZorvEnv::uncachedValue(setting.name);
+    for (const QString& variable : std::as_const(hidden)) {
+        if (qgetenv(qPrintable(variable)) != value) {
+            report->addWarning("settings-conflict",
                                QStringLiteral("%1 is not used: %2 is set, to another value")
                                    .arg(variable, winner));
         }
     }
     report->add(
         setting.name,
-        QJsonObject{
-            {QStringLiteral("variable"), winning ? QJsonValue(winner) : QJsonValue()},
-            {QStringLiteral("value"), winning ? valueOf(setting.kind, winning) : QJsonValue()},
-            {QStringLiteral("hidden"), hidden}},
-        winning ? winner + QStringLiteral(" = ") + textOf(setting.kind, winning)
-                : QStringLiteral("not set"));
-}
-
-bool isRead(const QString& variable)
-{
-    for (const Setting& setting : settings) {
-        for (int prefix = 0; prefix < ZorvEnv::PrefixCount; ++prefix) {
-            if (variable == QLatin1String(ZorvEnv::variableName(prefix, setting.name))) {
-                return true;
-            }
-        }
-    }
-    return std::any_of(std::begin(plainVariables), std::end(plainVariables),
-                       [&](const char* plain) { return variable == QLatin1String(plain); });
+        QJsonObject{{QStringLiteral("variable"), value ? QJsonValue(winner) : QJsonValue()},
+                    {QStringLiteral("value"), value ? valueOf(setting.kind, value) : QJsonValue()},
+                    {QStringLiteral("hidden"), QJsonArray::fromStringList(hidden)}},
+        value ? winner + QStringLiteral(" = ") + textOf(setting.kind, value)
+              : QStringLiteral("not set"));
 }
 
 // What another program of the suite reads, or a slip of the pen.
-QJsonArray unreadVariables()
+QStringList unreadVariables()
 {
-    QJsonArray unread;
-    QStringList names = QProcessEnvironment::systemEnvironment().keys();
-    names.sort();
-    for (const QString& name : std::as_const(names)) {
+    QStringList read;
+    for (const char* name : plainVariables) {
+        read += QString::fromLatin1(name);
+    }
+    for (const Setting& setting : settings) {
+        read += variablesOf(setting.name);
+    }
+    QStringList unread;
+    const QStringList names = QProcessEnvironment::systemEnvironment().keys();
+    for (const QString& name : names) {
         for (int prefix = 0; prefix < ZorvEnv::PrefixCount; ++prefix) {
             if (name.startsWith(QLatin1String(ZorvEnv::variableName(prefix, ""))) &&
-                !isRead(name)) {
+                !read.contains(name)) {
                 unread += name;
             }
         }
     }
+    unread.sort();
     return unread;
 }
 
@@ -164,12 +153,7 @@ QJsonArray unreadVariables()
 
 QString winningVariable(const char* bareName)
 {
-    for (int prefix = 0; prefix < ZorvEnv::PrefixCount; ++prefix) {
-        if (ZorvEnv::read(prefix, bareName)) {
-            return QString::fromLatin1(ZorvEnv::variableName(prefix, bareName));
-        }
-    }
-    return QString();
+    return variablesOf(bareName).value(0);
 }
 
 void describeSettings(Report* report)
@@ -184,5 +168,5 @@ void describeSettings(Report* report)
         report->add(name, isSet ? QJsonValue(qEnvironmentVariable(name)) : QJsonValue(),
                     isSet ? qEnvironmentVariable(name) : QStringLiteral("not set"));
     }
-    report->add("otherSuiteVariables", unreadVariables());
+    report->add("otherSuiteVariables", QJsonArray::fromStringList(unreadVariables()));
 }

@@ -7,14 +7,11 @@ from spack.package import *
 class ZorvMpirun(CMakePackage):
     """MPI job launcher stand-in of a parallel debugging and profiling suite."""
 
-    # The source comes from a checkout (spack develop) or from an archive that
-    # was put into the current directory.
+    # Built from a checkout: docs/building.md has the command.
     manual_download = True
     url = "zorv-mpirun-1.0.0.tar.gz"
 
     version("1.0.0")
-
-    variant("tests", default=False, description="Build the test programs")
 
     depends_on("cxx", type="build")
     depends_on("c", type="build")
@@ -25,4 +22,4 @@ class ZorvMpirun(CMakePackage):
     generator("ninja")
 
     def cmake_args(self):
-        return [self.define_from_variant("ZORV_BUILD_TESTS", "tests")]
+        return [self.define("ZORV_BUILD_TESTS", self.run_tests)]
