@@ -6,9 +6,9 @@
 // descendants (see prctl(2)), so that nothing that a launch leaves behind escapes it.
 
 #include "tests/campaigns/campaign.h"
-#include "tests/support/installation.h"
 
 #include <QDeadlineTimer>
+#include <QTemporaryDir>
 
 #include <algorithm>
 #include <csignal>
@@ -18,6 +18,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <iterator>
 #include <map>
 #include <random>
 #include <regex>
@@ -328,7 +329,8 @@ void tryFault(long number)
     const std::string trace = "trace=" + trial.substr(0, trial.find(':'));
     const int status =
         runTraced({"-qq", "-o", "/dev/null", "-e", trace.c_str(), "-e", inject.c_str()});
-    const std::string errors = readFile(QStringLiteral("errors")).toStdString();
+    std::ifstream file("errors");
+    const std::string errors(std::istreambuf_iterator<char>(file), {});
     const bool losesMessage = std::regex_search(trial, std::regex("^write:error=(EIO|ENOSPC)"));
     if (status != 0 && status != W_EXITCODE(1, 0)) {
         wrong("wrong ends", "wait status " + std::to_string(status) + ": " + errors);
@@ -374,8 +376,13 @@ int main(int argc, char** argv)
         return 2;
     }
     randomBits.seed(static_cast<unsigned>(options["--seed"]));
-    const Installation installation;
-    fs::current_path(installation.path(QString()).toStdString());
+    const QTemporaryDir root;
+    fs::current_path(root.path().toStdString());
+    for (const char* directory : {"bin", "lib", "libexec", "session"}) {
+        fs::create_directory(directory);
+    }
+    fs::copy(ZORV_MPIRUN, "bin/zorv-mpirun");
+    fs::copy(TESTCHILD, "bin/zorv-debugger");
     const bool sessionless = mode == "faults" || mode == "faults_failure";
     const long restarts = mode == "faults_restart" ? 2 : options["--count"];
     setenv("HOME", fs::current_path().c_str(), 1);

@@ -124,6 +124,13 @@ void recordNextSignal(Value file)
     }
 }
 
+void waitForFile(Value file)
+{
+    while (!fs::exists(file)) {
+        usleep(1000);
+    }
+}
+
 void forkAndSleep(unsigned seconds)
 {
     if (fork() == 0) {
@@ -152,6 +159,7 @@ const std::map<std::string, std::function<void(Value)>> actionsWithValue = {
     {"--record-state", [](Value value) { writeFile(value, inheritedState()); }},
     {"--restart-again", restartAgain},
     {"--signal", [](Value value) { raise(std::stoi(value)); }},
+    {"--wait-file", waitForFile},
 };
 
 } // namespace
