@@ -16,7 +16,7 @@
 namespace {
 
 // A session file is one element of a few hundred bytes.
-constexpr qsizetype largestFile = 1024 * 1024;
+constexpr qsizetype largestFile = qsizetype(1024) * 1024;
 
 using FileState = UserData::FileState;
 

@@ -4,6 +4,7 @@
 #include "mpirun-info/report.h"
 #include "mpirun-info/session.h"
 #include "mpirun-info/settings.h"
+#include "mpirun/launchcontext.h"
 
 #include "branding/filenames.h"
 #include "common/logger.h"
@@ -118,9 +119,11 @@ int main(int argc, char** argv)
 {
     // Qt's rules for messages are a user's for other programs.
     Logger::installPlainMsgHandler();
+    // As the launcher has them: QCoreApplication takes some out of its list.
+    const QStringList arguments = LaunchContext(argc, argv).arguments();
     QCoreApplication app(argc, argv);
     Request request;
-    if (!takeRequest(QCoreApplication::arguments(), &request)) {
+    if (!takeRequest(arguments, &request)) {
         qWarning("option '--route-to' requires an argument");
         return Trouble;
     }

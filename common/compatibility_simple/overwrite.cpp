@@ -70,7 +70,7 @@ QString prepare(int fd, const Directory& directory, bool throughLink)
         return qt_error_string(errno);
     }
     if (S_ISREG(status.st_mode)) {
-        const QString reason = throughLink ? QString() : objection(status, directory);
+        QString reason = throughLink ? QString() : objection(status, directory);
         if (!reason.isEmpty()) {
             return reason;
         }
