@@ -123,6 +123,7 @@ private Q_SLOTS:
             {"", "-- a.out", "ok", "", "-- a.out"},
             {"", "--zorvdebug --zorvlog", "<option '--zorvlog' requires an argument>", "debug true", ""},
             {"", "--zorvport 7 --zorvport 0x%1 -d", "<invalid --zorvport argument '0x%1'>", "", ""},
+            {"", "--zorvhost ", "<invalid --zorvhost argument ''>", "", ""},
             {"", "--zorvattach 1 --zorvcount 3 --zorvoffset -4", "ok", "attach 1 count 3 offset -4", ""},
             {"", "--zorvexplicittarget --zorvmpirun --zorvensureoneperhost", "ok",
              "explicit true mpirun true oneperhost true", ""},
