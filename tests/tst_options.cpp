@@ -128,14 +128,14 @@ private Q_SLOTS:
             {"", "--zorvexplicittarget --zorvmpirun --zorvensureoneperhost", "ok",
              "explicit true mpirun true oneperhost true", ""},
             {"", "--zorvmanuallaunch -a 5 -- -h", "ok", "attach 5 explicit true manual true", "-h"},
-            {"MANUAL_LAUNCH=", "-attach 5 -host -- --", "ok", "host -- attach 5 manual true", ""},
+            {"MANUAL_LAUNCH=", "-host -- -attach 5 --", "ok", "host -- attach 5 manual true", ""},
             {"MANUAL_LAUNCH=no DEBUG=0", "-d", "ok", "debug true verbose true", "-d"},
             {"DEBUGGER_MULTIPLEXER_DEBUG=0", "--zorvroot", "ok", "debug true root true", ""},
             {"LOGS=/", "--zorvlog elsewhere", "ok",
              "log /zorv-debugger-multiplexer-H-P.log clientlog /zorv-debugger-multiplexer-client-H-P.log", ""},
             {"LOGS=/none", "-np", "ok", "", "-np"},
-            {"LOGS=/ DEBUGGER_MULTIPLEXER_LOG=l DEBUGGER_MULTIPLEXER_CLIENT_LOG=c.log.log", "--zorvroot --zorvport x",
-             "<invalid --zorvport argument 'x'>", "log l-root-H-P.log clientlog c.log-root-H-P.log root true", ""},
+            {"LOGS=/ DEBUGGER_MULTIPLEXER_LOG=l.LOG DEBUGGER_MULTIPLEXER_CLIENT_LOG=c.log.log", "--zorvroot --zorvport x",
+             "<invalid --zorvport argument 'x'>", "log l.LOG-root-H-P.log clientlog c.log-root-H-P.log root true", ""},
         };
         // clang-format on
         const QString process = text("-%1-%2.log").arg(QHostInfo::localHostName()).arg(getpid());
