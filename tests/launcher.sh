@@ -36,6 +36,7 @@ passes_on $(seq 10000) "$(printf %131000s x)"
 # Those that Qt takes for itself, and options of the launcher.
 passes_on -qmljsdebugger=x --qmljsdebugger y -platform z --zorvport none
 passes_on --zorvport 4242 --zorvmpirun -np 2 a.out --zorvport
+passes_on -h
 
 not_started() {
     expect "helper: $1" 1 "" "$root/bin/zorv-debugger: $1" "$launcher"

@@ -1,5 +1,5 @@
-// Command lines: the walk over them, the options of back-end programs and of the
-// debugger helper.
+// Settings, and command lines: the walk over them, the options of back-end programs
+// and of the debugger helper.
 
 #include "common/compatibility_simple/localhost.h"
 #include "tests/support/network.h"
@@ -10,25 +10,9 @@
 #include <QHostInfo>
 #include <QTest>
 
-#include <cstdlib>
-#include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
-
-// Takes each argument for a request for help; help that is given adds 42 to the status.
-class AskedForHelp : public Options
-{
-    ParseResult parseOption(const QString&, QStringList::const_iterator&,
-                            QStringList::const_iterator) override
-    {
-        return Help;
-    }
-    void printHelp() override
-    {
-        on_exit([](int status, void*) { _exit(status + 42); }, nullptr);
-    }
-};
 
 // Parses words with single blanks between them; what is said of them, or "ok".
 QString parsed(Options& options, const QString& words)
@@ -43,16 +27,16 @@ QString state(const BackendOptions& o)
 {
     QVariantList values;
     values << o.getMyName() << o.getLogFileName() << o.getClientLogFileName()
-           << o.getSharedDirectory() << o.getReplayFileName() << o.frontendHostNamesAndAddresses()
-           << o.sessionFileName() << o.sessionCookie() << o.tarballFileName() << o.session()
-           << o.port() << o.isDebug() << o.isVerbose() << o.isRoot() << o.isProgress()
-           << o.isNoSessionCookie() << o.isWaitForTopologyFile();
+           << o.getSharedDirectory() << o.frontendHostNamesAndAddresses() << o.sessionFileName()
+           << o.sessionCookie() << o.tarballFileName() << o.session() << o.port() << o.isDebug()
+           << o.isVerbose() << o.isRoot() << o.isProgress() << o.isNoSessionCookie()
+           << o.isWaitForTopologyFile();
     if (const auto* h = dynamic_cast<const ZORVDebuggerOptions*>(&o)) {
         values << h->attachPid() << h->count() << h->offset() << h->isExplicitTarget()
                << h->isManualLaunch() << h->isMpirun() << h->isForked() << h->ensureOnePerHost();
     }
     const QStringList names =
-        list("yourname log clientlog shareddirectory replay host sessionfile sessioncookie tarball "
+        list("yourname log clientlog shareddirectory host sessionfile sessioncookie tarball "
              "session port debug verbose root progress nosessioncookie waitfortopologyfile attach "
              "count offset explicit manual mpirun forked oneperhost");
     QStringList result;
@@ -78,50 +62,53 @@ private Q_SLOTS:
                        "DEBUGGER_MULTIPLEXER_LOG", "DEBUGGER_MULTIPLEXER_CLIENT_LOG"});
     }
 
-    // The first spelling, which is also the one that is forwarded, is accepted always.
-    // Where options may be the target's, the others are not ours.
-    void spellings()
+    // The first variable that is set counts, also when it is empty.
+    void settings()
     {
-        const bool travels = true;
+        const char* const none = nullptr;
         // clang-format off
-        const struct { const char *names, *value; bool travels; } rows[] = {
-            {"--zorvyourname --yourname", " n", false},
-            {"--zorvdebug -d -debug --debug", "", travels},
-            {"--zorvverbose -v -verbose --verbose", "", travels},
-            {"--zorvroot -r -root --root", "", false},
-            {"--zorvprogress -progress --progress", "", travels},
-            {"--zorvlog -log --log", " f", false},
-            {"--zorvclientlog -clientlog --clientlog", " f", false},
-            {"--zorvshareddirectory -s -shareddirectory --shareddirectory", " f", travels},
-            {"--zorvreplay -p -replay --replay", " f", false},
-            {"--zorvhost -zorvhost --host -host", " a,b", travels},
-            {"--zorvsessionfile -zorvsessionfile --sessionfile -sessionfile", " f", travels},
-            {"--zorvsession -zorvsession --session -session", " -7", travels},
-            {"--zorvport -zorvport --port -port", " 42", travels},
-            {"--zorvsessioncookie -zorvsessioncookie --sessioncookie -sessioncookie", " c", travels},
-            {"--zorvtarball --tarball -tarball", " f", travels},
-            {"--zorvnosessioncookie", "", travels},
-            {"--zorvwaitfortopologyfile", "", travels},
+        const struct { const char *zorv, *pelk, *talvora; bool on; } rows[] = {
+            {none, none, none, false}, {"", "no", "x", true}, {none, "no", "x", false},
+            {none, none, "Disabled", false}, {"OFF", none, none, false}, {"0", none, none, false},
+            {"00", none, none, true}, {"false", none, none, true}, {"\xc3\xa9", none, none, true},
         };
         // clang-format on
+        const auto path = [](const char* absent) { return envPath("TST", text(absent)); };
         for (const auto& row : rows) {
-            const QString name = list(row.names).first();
-            const QString expected = name.mid(6) + text(*row.value ? row.value : " true");
-            for (const QString& spelling : list(row.names)) {
-                BackendOptions options;
-                QCOMPARE(parsed(options, spelling + text(row.value)), text("ok"));
-                QCOMPARE(state(options), expected);
-                const QString forwarded = row.travels ? name + text(row.value) : QString();
-                QCOMPARE(options.backendArguments(false).join(QLatin1Char(' ')), forwarded);
-                const BackendOptions copy = options.selectiveCopy();
-                QCOMPARE(state(copy), row.travels ? expected : QString());
-                QCOMPARE(copy.backendArguments(true), QStringList());
-                BackendOptions strict;
-                strict.setSimpleArguments(false);
-                const QString refused = text("<unrecognised argument '%1'>").arg(spelling);
-                QCOMPARE(parsed(strict, spelling + text(row.value)),
-                         spelling == name ? text("ok") : refused);
-            }
+            setSetting("ZORV_TST", row.zorv);
+            setSetting("PELK_TST", row.pelk);
+            setSetting("TALVORA_TST", row.talvora);
+            const char* const first = row.zorv ? row.zorv : row.pelk ? row.pelk : row.talvora;
+            QCOMPARE(envString("TST"), QString::fromUtf8(first));
+            // The default is the caller's of the moment.
+            QCOMPARE(path("x"), first ? QString::fromUtf8(first) : text("x"));
+            QCOMPARE(path("y"), first ? QString::fromUtf8(first) : text("y"));
+            QCOMPARE(envFlag("TST"), row.on);
+            QCOMPARE(envIsSet("TST", false), first != nullptr);
+        }
+    }
+
+    // Options that concern the session travel on, in their first spelling.
+    void travel()
+    {
+        const QString travelling =
+            text("--zorvshareddirectory f --zorvhost a,b --zorvsessionfile f --zorvsessioncookie c "
+                 "--zorvtarball f --zorvsession -7 --zorvport 42 --zorvdebug --zorvverbose "
+                 "--zorvprogress --zorvnosessioncookie --zorvwaitfortopologyfile");
+        const QString otherwise = text(
+            "-s f -host a,b --sessionfile f -sessioncookie c --tarball f --session -7 -port 042 "
+            "-d -v --progress --zorvnosessioncookie --zorvwaitfortopologyfile");
+        for (const QString& spelling : {travelling, otherwise}) {
+            BackendOptions options;
+            QCOMPARE(parsed(options, text("--log l -clientlog m -p p -r --yourname n ") + spelling),
+                     text("ok"));
+            QCOMPARE(options.backendArguments(false).join(QLatin1Char(' ')), travelling);
+            QCOMPARE(options.backendArguments(true),
+                     options.backendArguments(false) + list("--zorvyourname n"));
+            QCOMPARE(state(options.selectiveCopy()),
+                     text("shareddirectory f host a,b sessionfile f sessioncookie c tarball f "
+                          "session -7 port 42 debug true verbose true progress true "
+                          "nosessioncookie true waitfortopologyfile true"));
         }
     }
 
@@ -132,9 +119,7 @@ private Q_SLOTS:
         const struct { const char *settings, *words, *says, *state, *target; } rows[] = {
             {"", "--zorvport 4242 -np 2 a.out", "ok", "port 4242", "-np 2 a.out"},
             {"", "-np 2 a.out --zorvport 4242", "ok", "", "-np 2 a.out --zorvport 4242"},
-            {"", "--zorvdebug --zorvDebug", "ok", "debug true", "--zorvDebug"},
             {"", "--zorvport=1", "ok", "", "--zorvport=1"},
-            {"", "-attach 5", "ok", "", "-attach 5"},
             {"", "-- a.out", "ok", "", "-- a.out"},
             {"", "--zorvdebug --zorvlog", "<option '--zorvlog' requires an argument>", "debug true", ""},
             {"", "--zorvport 7 --zorvport 0x%1 -d", "<invalid --zorvport argument '0x%1'>", "", ""},
@@ -142,17 +127,15 @@ private Q_SLOTS:
             {"", "--zorvattach 1 --zorvcount 3 --zorvoffset -4", "ok", "attach 1 count 3 offset -4", ""},
             {"", "--zorvexplicittarget --zorvmpirun --zorvensureoneperhost", "ok",
              "explicit true mpirun true oneperhost true", ""},
-            {"", "--zorvforked", "ok", "explicit true forked true", ""},
             {"", "--zorvmanuallaunch -a 5 -- -h", "ok", "attach 5 explicit true manual true", "-h"},
-            {"MANUAL_LAUNCH=", "-attach 5 --attach 6 --count 7", "ok", "attach 6 manual true", "--count 7"},
-            {"MANUAL_LAUNCH=", "-host -- --", "ok", "host -- manual true", ""},
+            {"MANUAL_LAUNCH=", "-host -- -attach 5 --", "ok", "host -- attach 5 manual true", ""},
             {"MANUAL_LAUNCH=no DEBUG=0", "-d", "ok", "debug true verbose true", "-d"},
             {"DEBUGGER_MULTIPLEXER_DEBUG=0", "--zorvroot", "ok", "debug true root true", ""},
-            {"DEBUGGER_MULTIPLEXER_VERBOSE=no", "--zorvroot", "ok", "verbose true root true", ""},
-            {"LOGS=/", "--zorvlog elsewhere --zorvroot", "ok",
-             "log /zorv-debugger-multiplexer-root-H-P.log clientlog /zorv-debugger-multiplexer-client-root-H-P.log root true", ""},
-            {"DEBUGGER_MULTIPLEXER_LOG=l DEBUGGER_MULTIPLEXER_CLIENT_LOG=c", "--zorvport x",
-             "<invalid --zorvport argument 'x'>", "log l-H-P.log clientlog c-H-P.log", ""},
+            {"LOGS=/", "--zorvlog elsewhere", "ok",
+             "log /zorv-debugger-multiplexer-H-P.log clientlog /zorv-debugger-multiplexer-client-H-P.log", ""},
+            {"LOGS=/none", "-np", "ok", "", "-np"},
+            {"LOGS=/ DEBUGGER_MULTIPLEXER_LOG=l.LOG DEBUGGER_MULTIPLEXER_CLIENT_LOG=c.log.log", "--zorvroot --zorvport x",
+             "<invalid --zorvport argument 'x'>", "log l.LOG-root-H-P.log clientlog c.log-root-H-P.log root true", ""},
         };
         // clang-format on
         const QString process = text("-%1-%2.log").arg(QHostInfo::localHostName()).arg(getpid());
@@ -172,39 +155,14 @@ private Q_SLOTS:
         QVERIFY(Options().parse({}));
     }
 
-    void helpWordsEndTheProcess()
-    {
-        for (const char* word : {"-h", "--help", "-?"}) {
-            for (const bool simple : {true, false}) {
-                const pid_t child = fork();
-                if (child == 0) {
-                    AskedForHelp options;
-                    options.setSimpleArguments(simple);
-                    _exit(parsed(options, text(word)).isEmpty() ? 1 : 2);
-                }
-                int status = -1;
-                QCOMPARE(waitpid(child, &status, 0), child);
-                QCOMPARE(WEXITSTATUS(status), simple ? 42 : 1);
-            }
-        }
-    }
-
     void names()
     {
         const QStringList local = localHostNamesAndAddresses();
         BackendOptions options;
-        QCOMPARE(options.myNameWithFallback(), sc_hostname());
-        QCOMPARE(options.backendArguments(true), QStringList());
-        const QString known = local.last();
-        const QString words = text("--yourname %1 -d --yourname b --port 010 --yourname a -d");
-        QCOMPARE(parsed(options, words.arg(known)), text("ok"));
+        const QString words = text("--yourname %1 --yourname b --yourname a").arg(local.last());
+        QCOMPARE(parsed(options, words), text("ok"));
         QCOMPARE(options.myNamesAndAddresses(),
-                 list("a b") + QStringList(known) + local.mid(0, local.size() - 1));
-        QCOMPARE(options.myNameWithFallback(), text("a"));
-        const QStringList forwarded = list("--zorvdebug --zorvport 10 --zorvdebug");
-        QCOMPARE(options.backendArguments(false), forwarded);
-        QCOMPARE(options.backendArguments(true), forwarded + list("--zorvyourname a"));
-        QCOMPARE(state(ZORVDebuggerOptions(options)), state(options));
+                 list("a b") + QStringList(local.last()) + local.mid(0, local.size() - 1));
     }
 };
 
