@@ -9,10 +9,8 @@
 /// False when the hard limit is too low or a call fails.
 inline bool allowDescriptor(int fd)
 {
-    rlimit limit;
-    if (getrlimit(RLIMIT_NOFILE, &limit) == -1) {
-        return false;
-    }
+    rlimit limit = {};
+    getrlimit(RLIMIT_NOFILE, &limit);
     limit.rlim_cur = std::max(limit.rlim_cur, static_cast<rlim_t>(fd) + 1);
     return setrlimit(RLIMIT_NOFILE, &limit) == 0;
 }
