@@ -1,7 +1,7 @@
 #!/bin/sh
 # The launcher where something is wrong around it: the session directory, the
 # resolver, the interfaces.
-if [ "${5-}" != inside ]; then
+if [ "${4-}" != inside ]; then
     unshare --user --map-root-user --mount --net --uts true || {
         echo "Skipped: no namespaces here"
         exit 77
