@@ -13,9 +13,7 @@ failures=0
 
 finish() {
     status=$?
-    if [ "$status" -eq 0 ] && [ "$failures" -ne 0 ]; then
-        status=1
-    fi
+    [ "$failures" -eq 0 ] || status=1
     case $status in
     0 | 77) rm -rf "$work" ;;
     *) echo "Left in $work: what the test made" >&2 ;;
