@@ -1,6 +1,6 @@
 // The child of every process test: does what its arguments say, in order, or,
-// when it is set, what the words of the variable TESTCHILD say. See the tables of
-// actions at the end.
+// when it is set, what the words of the variable TESTCHILD say. See the table at
+// the end.
 
 #include <algorithm>
 #include <climits>
@@ -127,25 +127,24 @@ void forkAndSleep(unsigned seconds)
     }
 }
 
-const std::map<std::string, std::function<void()>> plainActions = {
-    {"--cat", [] { std::cout << std::cin.rdbuf() << std::flush; }},
-    {"--close-output", [] { close(STDOUT_FILENO), close(STDERR_FILENO); }},
-    {"--fork-exit", [] { forkAndSleep(0); }},
-    {"--fork-sleep", [] { forkAndSleep(60); }},
-    {"--sleep", [] { sleep(UINT_MAX); }},
-};
-const std::map<std::string, std::function<void(Value)>> actionsWithValue = {
-    {"--append", [](Value value) { std::ofstream(value, std::ios::app) << getpid() << '\n'; }},
-    {"--exit", [](Value value) { exit(std::stoi(value)); }},
-    {"--flood", [](Value value) { flood(STDOUT_FILENO, value); }},
-    {"--flood-error", [](Value value) { flood(STDERR_FILENO, value); }},
-    {"--ignore", [](Value value) { signal(std::stoi(value), SIG_IGN); }},
-    {"--print", [](Value value) { std::cout << value << std::endl; }},
-    {"--print-error", [](Value value) { std::cerr << value << std::endl; }},
+// The values of those that need one follow them, and do not begin with "--".
+const std::map<std::string, std::function<void(Value)>> table = {
+    {"--append", [](Value file) { std::ofstream(file, std::ios::app) << getpid() << '\n'; }},
+    {"--cat", [](Value) { std::cout << std::cin.rdbuf() << std::flush; }},
+    {"--close-output", [](Value) { close(STDOUT_FILENO), close(STDERR_FILENO); }},
+    {"--exit", [](Value status) { exit(std::stoi(status)); }},
+    {"--flood", [](Value bytes) { flood(STDOUT_FILENO, bytes); }},
+    {"--flood-error", [](Value bytes) { flood(STDERR_FILENO, bytes); }},
+    {"--fork-exit", [](Value) { forkAndSleep(0); }},
+    {"--fork-sleep", [](Value) { forkAndSleep(60); }},
+    {"--ignore", [](Value signo) { signal(std::stoi(signo), SIG_IGN); }},
+    {"--print", [](Value text) { std::cout << text << std::endl; }},
+    {"--print-error", [](Value text) { std::cerr << text << std::endl; }},
     {"--record-signal", recordNextSignal},
-    {"--record-state", [](Value value) { writeFile(value, inheritedState()); }},
+    {"--record-state", [](Value file) { writeFile(file, inheritedState()); }},
     {"--restart-again", restartAgain},
-    {"--signal", [](Value value) { raise(std::stoi(value)); }},
+    {"--signal", [](Value signo) { raise(std::stoi(signo)); }},
+    {"--sleep", [](Value) { sleep(UINT_MAX); }},
     {"--wait-file", waitForFile},
 };
 
@@ -153,25 +152,22 @@ const std::map<std::string, std::function<void(Value)>> actionsWithValue = {
 
 int main(int argc, char** argv)
 {
-    std::vector<std::string> actions(argv + 1, argv + argc);
-    for (Value argument : actions) {
-        allArguments += argument + '\0';
+    std::vector<std::string> words(argv + 1, argv + argc);
+    for (Value word : words) {
+        allArguments += word + '\0';
     }
     if (const char* variable = getenv("TESTCHILD")) {
-        std::istringstream words(variable);
-        actions.assign(std::istream_iterator<std::string>(words), {});
+        std::istringstream stream(variable);
+        words.assign(std::istream_iterator<std::string>(stream), {});
     }
-    for (size_t i = 0; i < actions.size(); ++i) {
-        const auto plain = plainActions.find(actions[i]);
-        const auto withValue = actionsWithValue.find(actions[i]);
-        if (plain != plainActions.end()) {
-            plain->second();
-        } else if (withValue != actionsWithValue.end() && i + 1 < actions.size()) {
-            withValue->second(actions[++i]);
-        } else if (actions[i] != "--zorvmpirun") {
-            fprintf(stderr, "testchild: unknown action '%s'\n", actions[i].c_str());
+    for (auto word = words.begin(); word != words.end();) {
+        const auto action = table.find(*word++);
+        if (action == table.end()) {
+            std::cerr << "testchild: unknown action " << *--word << std::endl;
             return 99;
         }
+        const bool hasValue = word != words.end() && word->compare(0, 2, "--") != 0;
+        action->second(hasValue ? *word++ : "");
     }
     return 0;
 }
