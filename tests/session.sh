@@ -19,7 +19,6 @@ leaves() {
 install bin
 : >session/restart
 leaves restart "no host" 0 started "" env ZORV_HOST= "$launcher"
-leaves restart "no port" 0 started "" env ZORV_PORT=65536 "$launcher"
 leaves restart "wrong option" 1 "" "invalid --zorvport argument 'x'" "$launcher" --zorvport x a.out
 
 # A link that leads nowhere holds nothing and is not followed.
