@@ -11,8 +11,6 @@ offers() {
     what=$1 expected=$2 variables=$3
     shift 3
     same "$what" "$expected" "$(env $variables bash --norc -c '
-        # Outside of a completion there are no options to change.
-        compopt() { echo "compopt $*"; }
         . "$0"
         COMP_WORDS=(program "$@")
         COMP_CWORD=$#
@@ -34,7 +32,6 @@ offers "a prefix, after a switch and a value" "--zorvport
 offers "the switch of the environment" "--port" "PELK_MANUAL_LAUNCH=1" --por
 offers "a short spelling and its value" "--port" "TALVORA_MANUAL_LAUNCH=" -host x --por
 offers "short spellings end the options" "" "" -host x --zorvp
-offers "no file names for a number" "compopt +o default" "" --zorvport ''
 
 info=FUNCTION=_zorv_mpirun_info
 offers "the report's own options" "--json" $info --j

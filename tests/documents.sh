@@ -23,9 +23,6 @@ same "settings of the report" "$settings" \
 same "options of the manual page" "$(sed -nE 's/^ *\{"(--zorv[a-z]+)", .*/\1/p' \
     "$source/backend/backendoptions.cpp" "$source/zorv-debugger/zorvdebuggeroptions.cpp" | sort)" \
     "$(grep -A1 '^\.TP' "$page" | sed 's,\\-,-,g' | sed -nE 's/^\.BR (--zorv[a-z]+).*/\1/p' | sort)"
-same "options of the report's manual page" \
-    "$(grep -oE '^ *"  --[a-z-]+' "$source/mpirun-info/main.cpp" | tr -d ' "' | sort)" \
-    "$(grep -A1 '^\.TP' "$report" | sed 's,\\-,-,g' | grep -oE -e '--[a-z]+(-[a-z]+)*' | sort)"
 
 for document in "$source/README.md" "$source"/docs/*.md; do
     for target in $(grep -oE '\]\([^)#:]+\)' "$document" | tr -d ']()'); do

@@ -20,7 +20,6 @@ HELPER='kill -TERM $PPID'
 front_end "a signal before the restart" 143
 rm bin/zorv-debugger
 front_end "no helper" 1
-grep -q "zorv-debugger: " errors || fail "the missing helper is not named"
 
 # A signal to the front end ends all three.
 cp "$testchild" bin/zorv-debugger
@@ -28,12 +27,12 @@ mkfifo started
 TESTCHILD="--record-signal signal --append started --sleep" \
     sh "$source/examples/front-end" "$launcher" 2>errors &
 front_end=$!
-read -r helper <started
+read -r _ <started
 kill -TERM "$front_end"
 status=0
 wait "$front_end" || status=$?
-while grep -qs . "/proc/$helper/cmdline"; do
-    sleep 0.1
+until [ -e signal ]; do
+    sleep 0.01
 done
 same "a signal to the front end" "143, the helper 15, files left: " \
     "$status, the helper $(cat signal), files left: $(ls session)"
