@@ -1,55 +1,38 @@
 #!/bin/sh
 # The example front end against the real launcher.
-# Usage: frontend.sh SOURCE_DIRECTORY LAUNCHER TESTCHILD
-set -eu
-. "$1/tests/support/script.sh"
+# shellcheck disable=SC2016 # it is for the shell of the helper
+. "$1/tests/support/launch.sh"
+unset ZORV_HOST
+export TMPDIR="$root/session"
 
-bin=$work/installation/bin
-mkdir -p "$bin" "$bin/../lib" "$bin/../libexec" "$work/tmp"
-cp "$2" "$bin/zorv-mpirun"
-cp "$3" "$bin/zorv-debugger"
-export HOME=/nonexistent TMPDIR="$work/tmp"
-
-# front_end HELPER_ACTIONS SHELL: leaves the status in $status.
+# front_end WHAT STATUS: with the helper that there is.
 front_end() {
-    TESTCHILD=$1 "$2" "$source/examples/front-end" "$bin/zorv-mpirun" 2>"$work/errors" &&
-        status=0 || status=$?
-    same "files left behind" "" "$(ls -A "$TMPDIR")"
+    status=0
+    sh "$source/examples/front-end" "$launcher" 2>errors || status=$?
+    same "$1" "status $2, files left: " "status $status, files left: $(ls session)"
 }
-
-for shell in sh bash; do
-    command -v "$shell" >/dev/null || continue
-    front_end "--append $work/helpers.$shell --exit 3" "$shell"
-    same "$shell: status" 0 "$status"
-    same "$shell: helpers" 2 "$(sort -u "$work/helpers.$shell" | wc -l)"
-done
-
-# The launcher ends by a signal before a restart, and takes its marker along.
-# shellcheck disable=SC2016 # the helper's variable
-printf '#!/bin/sh\nkill -TERM $PPID\n' >"$bin/zorv-debugger"
-front_end "" sh
-same "status after a signal" 143 "$status"
-
-# The launcher cannot be started, or its helper cannot.
-rm "$bin/zorv-debugger"
-front_end "" sh
-same "status without a helper" 1 "$status"
-grep -q "zorv-debugger: " "$work/errors" || fail "the missing helper is not named"
-rm "$bin/zorv-mpirun"
-front_end "" sh
-same "status without a launcher" 127 "$status"
+install bin
+HELPER='echo $$ >>helpers; exit 3'
+front_end "a restart" 0
+same "helpers" 2 "$(sort -u helpers | wc -l)"
+# The launcher takes its marker along.
+HELPER='kill -TERM $PPID'
+front_end "a signal before the restart" 143
+rm bin/zorv-debugger
+front_end "no helper" 1
 
 # A signal to the front end ends all three.
-cp "$2" "$bin/zorv-mpirun"
-cp "$3" "$bin/zorv-debugger"
-mkfifo "$work/started"
-TESTCHILD="--record-signal $work/signal --append $work/started --sleep" \
-    sh "$source/examples/front-end" "$bin/zorv-mpirun" 2>"$work/errors" &
+cp "$testchild" bin/zorv-debugger
+mkfifo started
+TESTCHILD="--record-signal signal --append started --sleep" \
+    sh "$source/examples/front-end" "$launcher" 2>errors &
 front_end=$!
-read -r helper <"$work/started"
+read -r _ <started
 kill -TERM "$front_end"
-wait "$front_end" && status=0 || status=$?
-same "status of the front end" 143 "$status"
-while grep -qs . "/proc/$helper/cmdline"; do sleep 0.1; done
-same "the helper's signal" 15 "$(cat "$work/signal")"
-same "directories left behind" "" "$(ls -A "$TMPDIR")"
+status=0
+wait "$front_end" || status=$?
+until [ -e signal ]; do
+    sleep 0.01
+done
+same "a signal to the front end" "143, the helper 15, files left: " \
+    "$status, the helper $(cat signal), files left: $(ls session)"

@@ -1,6 +1,6 @@
 #!/bin/sh
 # The launcher from outside, with real helpers.
-# shellcheck disable=SC1003,SC2016 # it is for the shell of the helper
+# shellcheck disable=SC1003,SC2016,SC2094 # it is for the shell of the helper
 . "$1/tests/support/launch.sh"
 
 # layout DIRECTORY COMMAND [ERRORS]: with variables for another Qt program.
@@ -18,7 +18,6 @@ Your Velmor product installation may be incomplete or corrupted.\n" lib libexec)
 layout bin bin/zorv-mpirun "$warnings"
 layout bin session/link "$warnings"
 layout Bin Bin/zorv-mpirun
-layout bin2 bin2/zorv-mpirun
 
 # passes_on [ARGUMENT]...: they reach the helper as they are.
 passes_on() {
@@ -28,7 +27,6 @@ passes_on() {
 }
 install bin
 HELPER='cat /proc/$$/cmdline >record'
-passes_on
 passes_on "a b" "" "'c\"" "d
 e" '\' '$HOME' '*' "$(for byte in $(seq 255); do printf '%b' "\\0$(printf %o "$byte")"; done)"
 # shellcheck disable=SC2046 # that many words
@@ -38,20 +36,13 @@ passes_on -qmljsdebugger=x --qmljsdebugger y -platform z --zorvport none
 passes_on --zorvport 4242 --zorvmpirun -np 2 a.out --zorvport
 passes_on -h
 
-not_started() {
-    expect "helper: $1" 1 "" "$root/bin/zorv-debugger: $1" "$launcher"
-}
-echo '#!/none' >bin/zorv-debugger
-not_started "No such file or directory"
 printf '\001\002garbage' >bin/zorv-debugger
-not_started "Exec format error"
-chmod -x bin/zorv-debugger
-not_started "Permission denied"
+expect "no program" 1 "" "$root/bin/zorv-debugger: Exec format error" "$launcher"
 rm bin/zorv-debugger
-not_started "No such file or directory"
+expect "no helper" 1 "" "$root/bin/zorv-debugger: No such file or directory" "$launcher"
 
-# same_state [COMMAND]...: a helper finds the same when the command starts it and
-# when it starts the launcher, but has all standard streams then.
+# same_state COMMAND...: a helper finds the same when the command starts it and when
+# it starts the launcher, but has all standard streams then.
 same_state() {
     "$@" "$root/bin/zorv-debugger"
     direct=$(sed '1s/^descriptors\( [012]\)*/descriptors 0 1 2/' state)
@@ -81,16 +72,14 @@ install bin
 HELPER='echo "$2 ${TALVORA_OLD_STACK_LIMIT-unset} $(ulimit -Ss)"'
 stack 4194304:10485760 1 "4194304 4096" "setrlimit: Invalid argument"
 if [ "$(prlimit --noheadings --output HARD --stack)" = unlimited ]; then
-    stack 524288: 2 "unset 512" ""
     stack 8384512: 2 "unset 8188" ""
     stack 8388608: 1 "unset 8192" ""
-    stack 67108864: 1 "unset 65536" ""
     stack 67112960: 2 "unset 65540" ""
     stack unlimited: 1 "unset unlimited" ""
     stack 4194304: 1 "unset 4096" "" ZORV_IGNORE_STACK_LIMIT=
     stack 4194304: 2 "unset 4096" "" ZORV_IGNORE_STACK_LIMIT=Off
     stack 8388608: 1 "unset 4096" "" TALVORA_OLD_STACK_LIMIT=0004194304
-    for value in "" -1 +4194304 " 4194304" 4194304k 0x400000 99999999999999999999; do
+    for value in "" +4194304 4194304k 99999999999999999999; do
         stack 8388608: 1 "unset 8192" "" TALVORA_OLD_STACK_LIMIT="$value"
     done
 fi
@@ -109,9 +98,8 @@ helps 0 "$usage" yes -h
 helps 1 "$usage" no --zorvmanuallaunch
 helps 1 "zorv-mpirun [TOOL ARGUMENTS]... [MPIRUN ARGUMENTS]..." no --zorvmpirun --zorvmanuallaunch
 
-: >libc.so.6
 : >libQt6Core.so.6
-expect "libraries in the working directory" 0 started "" "$launcher"
+expect "a library in the working directory" 0 started "" "$launcher"
 
 # The launcher holds the other end of the input; an output that is closed swallows.
 HELPER='ls -l "/proc/$PPID/fd" | grep -oF "$(readlink "/proc/$$/fd/0")" | uniq | tr -d "0-9" >&2'

@@ -1,14 +1,14 @@
 #!/bin/sh
 # The launcher where something is wrong around it: the session directory, the
 # resolver, the interfaces.
-if [ "${4-}" != inside ]; then
-    unshare --user --map-root-user --mount --net --uts true || {
-        echo "Skipped: no namespaces here"
-        exit 77
-    }
-    exec unshare --user --map-root-user --mount --net --uts sh "$0" "$@" inside
-fi
+# shellcheck disable=SC2086 # a list of words
 . "$1/tests/support/launch.sh"
+if [ "${NAMESPACES-}" != own ]; then
+    namespaces="unshare --user --map-root-user --mount --net --uts"
+    $namespaces true || skip "no namespaces here"
+    rm -r "$work"
+    NAMESPACES=own exec $namespaces sh "$0" "$@"
+fi
 
 # directory CAUSE [DIRECTORY]: the launch goes on and says what it could not make.
 # Root may read and write everything; the launched program then may not.
@@ -19,7 +19,6 @@ $directory/restart-supported: $1}" \
         setpriv --bounding-set -dac_override,-dac_read_search \
         env ZORV_SESSION_PATH="$directory" ZORV_MPIRUN_LOG="$directory/log" "$launcher"
     chmod 700 session 2>/dev/null || true
-    [ -z "$1" ] || [ ! -e "$directory/restart-supported" ] || fail "a marker in spite of: $1"
     [ -n "$1" ] || [ -e "$directory/restart-supported" ] || fail "no marker in $directory"
 }
 # small OPTIONS [COMMAND]: the session directory is a small file system.
@@ -29,32 +28,16 @@ small() {
     directory "$3"
     umount session
 }
-# long LENGTH: the name of a new directory of that many bytes.
-long() {
-    name=$session/$1
-    while [ ${#name} -lt $(($1 - 202)) ]; do
-        name=$name/$(printf %0200d 0)
-    done
-    name=$name/$(printf "%0$(($1 - ${#name} - 1))d" 0)
-    mkdir -p "$name"
-    echo "$name"
-}
 install bin
 directory ""
 directory "No such file or directory" "$root/missing"
 directory "Not a directory" "$root/bin/zorv-debugger"
-ln -s "$root/missing" dangling
-directory "No such file or directory" "$root/dangling"
-ln -s loop loop
-directory "Too many levels of symbolic links" "$root/loop"
 rm -f session/*
 chmod 0 session
 directory "Permission denied"
 small size=1m "mount -o remount,ro session" "Read-only file system"
 small nr_inodes=1 : "No space left on device"
 small size=4k "! printf %8192s x 2>/dev/null >session/data" ""
-directory "" "$(long 4000)"
-directory "File name too long" "$(long 4090)"
 
 # named NAME LOCALE [SHOWN]: a name that is not UTF-8 is shown otherwise, and not found.
 named() {
@@ -70,7 +53,6 @@ named "$(printf 's\303\251')" C
 named " a
 %s " C
 named "$(printf 's\351')" C.UTF-8 "$(printf 's\357\277\275')"
-named "$(printf '\203\134')" C "$(printf '\357\277\275\134')"
 
 # resolver SERVER COMMAND...: with the interfaces that the commands of ip make, a
 # launch sends nothing, to that name server or another one.
@@ -99,10 +81,5 @@ up="link add d0 type veth peer name d1
 link set d0 up
 link set d1 up"
 resolver 127.0.0.1 "$up" "addr add 10.9.9.1/24 dev d0"
-before=$(datagrams)
-RES_OPTIONS="timeout:1 attempts:1" getent hosts other || true
-[ "$(datagrams)" -gt "$before" ] || fail "queries would not be seen"
-resolver 192.0.2.1 "$up" "addr add 10.9.9.1/24 dev d0"
 resolver 10.9.9.2 "$up" "addr add 10.9.9.1/24 dev d0"
-resolver 10.9.9.2 "$up" "$(seq -f 'addr add 10.9.%.0f.1/16 dev d0' 0 255)" \
-    "$(seq -f 'addr add 10.9.%.0f.2/16 dev d0' 0 243)"
+resolver 10.9.9.2 "$up" "$(seq -f 'addr add 10.9.%.0f.1/16 dev d0' 0 255)"

@@ -1,9 +1,8 @@
 # What the script tests share; sourced by them, with the source directory as
 # their first argument. Sets $source, and $work, a temporary directory that is
 # kept when the test fails; takes the suite's settings out of the environment.
-# shellcheck shell=sh
+# shellcheck shell=sh disable=SC2034
 
-# shellcheck disable=SC2034 # it is the tests that use it
 source=$1
 work=$(mktemp -d)
 for name in $(env | sed -nE 's/^((ZORV|PELK|TALVORA)_[A-Z0-9_]+)=.*/\1/p'); do
@@ -13,9 +12,7 @@ failures=0
 
 finish() {
     status=$?
-    if [ "$status" -eq 0 ] && [ "$failures" -ne 0 ]; then
-        status=1
-    fi
+    [ "$failures" -eq 0 ] || status=1
     case $status in
     0 | 77) rm -rf "$work" ;;
     *) echo "Left in $work: what the test made" >&2 ;;

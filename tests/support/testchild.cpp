@@ -1,21 +1,8 @@
 // The child of every process test: does what its arguments say, in order, or,
-// when it is set, what the words of the variable TESTCHILD say.
-//
-//   --flood N            writes N bytes to standard output
-//   --append FILE        appends its process id as a line to FILE
-//   --restart-again DIR  asks for a restart through the session directory DIR and
-//                        writes a record of 64 bytes to DIR/restarts, what its
-//                        parent uses and a digest of what it has from it, until
-//                        there are as many records as the variable RESTARTS says
-//   --fork-sleep         leaves a child behind that holds the streams for a minute
-//   --record FILE        writes its arguments to FILE, each with a NUL byte
-//   --record-state FILE  writes what it has from its parent to FILE, as lines
-//   --record-signal FILE writes the number of the next signal to FILE, and ends by it
-//
-// The other actions say what they do, see the tables of them at the end.
+// when it is set, what the words of the variable TESTCHILD say. See the table at
+// the end.
 
 #include <algorithm>
-#include <cerrno>
 #include <climits>
 #include <csignal>
 #include <cstdio>
@@ -38,38 +25,33 @@ namespace fs = std::filesystem;
 namespace {
 
 using Value = const std::string&;
-// Each with a NUL byte.
 std::string allArguments;
 std::string signalFile;
 
 // The file appears whole or not at all.
 void writeFile(Value name, Value content)
 {
-    if (!(std::ofstream(name + ".new") << content << std::flush)) {
-        perror(name.c_str());
-        _exit(99);
-    }
+    std::ofstream(name + ".new") << content;
     fs::rename(name + ".new", name);
 }
 
-// By write() alone, which can be watched.
+// Writes that many bytes, in lines of 100; by write() alone, which can be watched.
 void flood(int fd, Value bytes)
 {
     std::string text(std::stoul(bytes), 'x');
     for (size_t i = 99; i < text.size(); i += 100) {
         text[i] = '\n';
     }
-    size_t written = 0;
-    while (written < text.size()) {
-        const ssize_t count = write(fd, text.data() + written, text.size() - written);
-        if (count == -1 && errno != EINTR) {
+    ssize_t count = 0;
+    for (size_t written = 0; written < text.size(); written += size_t(count)) {
+        count = write(fd, text.data() + written, text.size() - written);
+        if (count == -1) {
             _exit(99);
         }
-        written += count == -1 ? 0 : static_cast<size_t>(count);
     }
 }
 
-// The lines of a file of /proc that contain `part`; NUL bytes end lines as well.
+// The lines of a file of /proc that contain the part; NUL bytes end lines as well.
 std::string linesOf(Value file, Value part)
 {
     std::ifstream stream("/proc/" + file);
@@ -83,6 +65,7 @@ std::string linesOf(Value file, Value part)
     return result;
 }
 
+// What is inherited from the parent.
 std::string inheritedState()
 {
     std::string state = "descriptors";
@@ -94,6 +77,9 @@ std::string inheritedState()
            fs::current_path().string() + '\n';
 }
 
+// Asks for a restart through the session directory and writes a record of 64 bytes to
+// "restarts" there, what the parent uses and a digest of what it has from it, until
+// there are as many as the variable RESTARTS says.
 void restartAgain(Value directory)
 {
     const std::string parent = std::to_string(getppid());
@@ -102,16 +88,17 @@ void restartAgain(Value directory)
     };
     const fs::directory_iterator descriptors("/proc/" + parent + "/fd");
     const std::string records = directory + "/restarts";
-    std::ofstream(records, std::ios::app)
-        << std::setw(10) << std::distance(begin(descriptors), {}) << ' ' << std::setw(10)
-        << number("Threads:") << ' ' << std::setw(10) << number("VmRSS:") << ' ' << std::setw(30)
-        << std::hash<std::string>()(inheritedState() + allArguments) << '\n';
+    std::ostringstream record;
+    record << std::distance(begin(descriptors), {}) << ' ' << number("Threads:") << ' '
+           << number("VmRSS:") << ' ' << std::hash<std::string>()(inheritedState() + allArguments);
+    std::ofstream(records, std::ios::app) << std::left << std::setw(63) << record.str() << '\n';
     fs::remove(directory + "/restart-hold");
     if (fs::file_size(records) / 64 < std::stoul(getenv("RESTARTS"))) {
         std::ofstream(directory + "/restart");
     }
 }
 
+// Ends by the next signal, after writing its number to the file.
 void recordNextSignal(Value file)
 {
     signalFile = file;
@@ -131,6 +118,7 @@ void waitForFile(Value file)
     }
 }
 
+// Leaves a child behind that holds the streams.
 void forkAndSleep(unsigned seconds)
 {
     if (fork() == 0) {
@@ -139,26 +127,24 @@ void forkAndSleep(unsigned seconds)
     }
 }
 
-const std::map<std::string, std::function<void()>> plainActions = {
-    {"--cat", [] { std::cout << std::cin.rdbuf() << std::flush; }},
-    {"--close-output", [] { close(STDOUT_FILENO), close(STDERR_FILENO); }},
-    {"--fork-exit", [] { forkAndSleep(0); }},
-    {"--fork-sleep", [] { forkAndSleep(60); }},
-    {"--sleep", [] { sleep(UINT_MAX); }},
-};
-const std::map<std::string, std::function<void(Value)>> actionsWithValue = {
-    {"--append", [](Value value) { std::ofstream(value, std::ios::app) << getpid() << '\n'; }},
-    {"--exit", [](Value value) { exit(std::stoi(value)); }},
-    {"--flood", [](Value value) { flood(STDOUT_FILENO, value); }},
-    {"--flood-error", [](Value value) { flood(STDERR_FILENO, value); }},
-    {"--ignore", [](Value value) { signal(std::stoi(value), SIG_IGN); }},
-    {"--print", [](Value value) { std::cout << value << std::endl; }},
-    {"--print-error", [](Value value) { std::cerr << value << std::endl; }},
-    {"--record", [](Value value) { writeFile(value, allArguments); }},
+// The values of those that need one follow them, and do not begin with "--".
+const std::map<std::string, std::function<void(Value)>> table = {
+    {"--append", [](Value file) { std::ofstream(file, std::ios::app) << getpid() << '\n'; }},
+    {"--cat", [](Value) { std::cout << std::cin.rdbuf() << std::flush; }},
+    {"--close-output", [](Value) { close(STDOUT_FILENO), close(STDERR_FILENO); }},
+    {"--exit", [](Value status) { exit(std::stoi(status)); }},
+    {"--flood", [](Value bytes) { flood(STDOUT_FILENO, bytes); }},
+    {"--flood-error", [](Value bytes) { flood(STDERR_FILENO, bytes); }},
+    {"--fork-exit", [](Value) { forkAndSleep(0); }},
+    {"--fork-sleep", [](Value) { forkAndSleep(60); }},
+    {"--ignore", [](Value signo) { signal(std::stoi(signo), SIG_IGN); }},
+    {"--print", [](Value text) { std::cout << text << std::endl; }},
+    {"--print-error", [](Value text) { std::cerr << text << std::endl; }},
     {"--record-signal", recordNextSignal},
-    {"--record-state", [](Value value) { writeFile(value, inheritedState()); }},
+    {"--record-state", [](Value file) { writeFile(file, inheritedState()); }},
     {"--restart-again", restartAgain},
-    {"--signal", [](Value value) { raise(std::stoi(value)); }},
+    {"--signal", [](Value signo) { raise(std::stoi(signo)); }},
+    {"--sleep", [](Value) { sleep(UINT_MAX); }},
     {"--wait-file", waitForFile},
 };
 
@@ -166,25 +152,22 @@ const std::map<std::string, std::function<void(Value)>> actionsWithValue = {
 
 int main(int argc, char** argv)
 {
-    for (int i = 0; i < argc; ++i) {
-        allArguments += std::string(argv[i]) + '\0';
+    std::vector<std::string> words(argv + 1, argv + argc);
+    for (Value word : words) {
+        allArguments += word + '\0';
     }
-    std::vector<std::string> actions(argv + 1, argv + argc);
     if (const char* variable = getenv("TESTCHILD")) {
-        std::istringstream words(variable);
-        actions.assign(std::istream_iterator<std::string>(words), {});
+        std::istringstream stream(variable);
+        words.assign(std::istream_iterator<std::string>(stream), {});
     }
-    for (size_t i = 0; i < actions.size(); ++i) {
-        const auto plain = plainActions.find(actions[i]);
-        const auto withValue = actionsWithValue.find(actions[i]);
-        if (plain != plainActions.end()) {
-            plain->second();
-        } else if (withValue != actionsWithValue.end() && i + 1 < actions.size()) {
-            withValue->second(actions[++i]);
-        } else if (actions[i] != "--zorvmpirun") {
-            fprintf(stderr, "testchild: unknown action '%s'\n", actions[i].c_str());
+    for (auto word = words.begin(); word != words.end();) {
+        const auto action = table.find(*word++);
+        if (action == table.end()) {
+            std::cerr << "testchild: unknown action " << *--word << std::endl;
             return 99;
         }
+        const bool hasValue = word != words.end() && word->compare(0, 2, "--") != 0;
+        action->second(hasValue ? *word++ : "");
     }
     return 0;
 }
