@@ -15,8 +15,9 @@
 
 namespace {
 
-// A session file is one element of a few hundred bytes.
-constexpr qsizetype largestFile = qsizetype(1024) * 1024;
+// A session file is one element of a few hundred bytes. The XML reader's time grows
+// with the square of the number of attributes.
+constexpr qsizetype largestFile = 65536;
 
 using FileState = UserData::FileState;
 
@@ -46,6 +47,22 @@ FileState readRegularFile(const QString& fileName, QByteArray* content)
     }
     sc_close(fd);
     return state;
+}
+
+// Whether entities are declared that refer to others. The XML reader bounds the text
+// that comes of them, but not how often it expands those that stand for nothing: that
+// can double with each entity, and would never end. What is looked at, in any
+// encoding, is all that may belong to the declarations.
+bool hasNestedEntities(QByteArray content)
+{
+    content.replace('\0', "");
+    const qsizetype first = content.indexOf("<!ENTITY");
+    const qsizetype last = content.lastIndexOf(']');
+    if (first == -1 || last < first) {
+        return false;
+    }
+    const QByteArray declarations = content.mid(first, last - first);
+    return declarations.contains('&') || declarations.contains('%');
 }
 
 // The attributes of the root element when it is a session; none when it is
@@ -86,17 +103,20 @@ UserData::UserData()
 bool UserData::load(const QString& fileName, const QString& xml)
 {
     mSessionFileName = fileName;
+    QByteArray content = xml.toUtf8();
+    mFileState = xml.isNull() ? readRegularFile(fileName, &content) : FileState::Read;
+    if (mFileState == FileState::Read && hasNestedEntities(content)) {
+        mFileState = FileState::NotWellFormed;
+    }
     QXmlStreamAttributes attributes;
-    if (!xml.isNull()) {
-        QXmlStreamReader reader(xml);
-        mFileState = readDocument(reader, &attributes);
-    } else {
-        QByteArray content;
-        mFileState = readRegularFile(fileName, &content);
-        if (mFileState == FileState::Read) {
-            QXmlStreamReader reader(content);
-            mFileState = readDocument(reader, &attributes);
+    if (mFileState == FileState::Read) {
+        QXmlStreamReader reader;
+        if (xml.isNull()) {
+            reader.addData(content);
+        } else {
+            reader.addData(xml);
         }
+        mFileState = readDocument(reader, &attributes);
     }
     if (mFileState == FileState::Read) {
         mFileState = takeAttributes(attributes);

@@ -19,11 +19,11 @@ public:
         Missing, ///< or a link that leads nowhere
         Unreadable,
         NotRegular,
-        TooLarge, ///< more than a mebibyte
-        NotWellFormed,
-        NoSession,  ///< well-formed, but its root element is something else
-        BadPort,    ///< its port is no unsigned 32-bit number
-        BadSession, ///< its session is none
+        TooLarge,      ///< more than 64 KiB
+        NotWellFormed, ///< or with entities that refer to others
+        NoSession,     ///< well-formed, but its root element is something else
+        BadPort,       ///< its port is no unsigned 32-bit number
+        BadSession,    ///< its session is none
     };
 
     /// The fields of which it is known where their value comes from.
@@ -53,8 +53,8 @@ public:
     /// the record's file name becomes `fileName` in any case. Each attribute
     /// that the file has replaces its field, the others keep theirs.
     ///
-    /// False when the file is missing, is no regular file, is larger than a
-    /// mebibyte or is not well-formed: nothing else changes then. False also
+    /// False when the file is missing, is no regular file, is larger than
+    /// 64 KiB or is not well-formed: nothing else changes then. False also
     /// for a port or session that is no unsigned 32-bit number; the field
     /// becomes 0, and attributes later in the order port, host, cookie, session
     /// are not read. An `xml` that is not well-formed counts as one without

@@ -22,7 +22,7 @@
 namespace {
 
 constexpr long mostResidentKiB = 128L * 1024;
-constexpr int largestFile = 1024 * 1024;
+constexpr int largestFile = 65536;
 
 const QByteArrayList seeds = [] {
     QByteArrayList contents;
@@ -61,6 +61,11 @@ const std::function<void(QByteArray&, qsizetype, long)> changes[] = {
     [](auto& content, auto, long) { content = recoded(content); },
     [](auto& content, auto, long n) { content += QByteArray(n, '\0'); },
     [](auto& content, auto at, long n) { content.insert(at, pickFrom(pieces).repeated(n)); },
+    [](auto& content, auto at, long n) {
+        for (long i = 0; i < n; ++i) {
+            content.insert(at, " a" + QByteArray::number(qlonglong(i)) + "=''");
+        }
+    },
     [](auto& content, auto, long n) {
         content = QByteArray("<a>").repeated(n) + content + QByteArray("</a>").repeated(n);
     },
@@ -72,7 +77,7 @@ QByteArray mutation()
     for (long left = 1 + pick(2); left > 0 && !content.isEmpty(); --left) {
         // Mostly small, so that many are tried; some up to the largest that is read,
         // and beyond.
-        const long number = pick(pick(600) == 0 ? largestFile / 3 : 1000);
+        const long number = pick(pick(60) == 0 ? largestFile / 3 : 1000);
         pickFrom(changes)(content, pick(content.size()), number);
     }
     return content;
@@ -100,6 +105,14 @@ Fields fieldsOf(const UserData& record)
             {"cookie", record.sessionCookie()},
             {"(explicit port)", record.isExplicitPort()},
             {"(file)", record.sessionFileName()}};
+}
+
+// Those that refer to others, in what may be their declarations.
+bool hasNestedEntities(QByteArray content)
+{
+    content.replace('\0', "").truncate(content.lastIndexOf(']') + 1);
+    content.remove(0, content.indexOf("<!ENTITY"));
+    return content.startsWith("<!ENTITY") && content.count('&') + content.count('%') > 0;
 }
 
 // Whether the file is to be read at all, and the fields then.
@@ -144,7 +157,8 @@ void trySessionFile(long number)
     record.load(QStringLiteral("none"),
                 QStringLiteral("<session host='before' port='7' session='9' cookie='kept'/>"));
     Fields expected = fieldsOf(record);
-    const bool good = !truncated && content.size() <= largestFile && judge(content, &expected);
+    const bool good = !truncated && content.size() <= largestFile && !hasNestedEntities(content) &&
+                      judge(content, &expected);
     if (!good && qgetenv("INTERPOSE_BREAK") == "reader") {
         // The control: the reader stops at the first ">".
         content = content.left(content.indexOf('>')) + "/>";
@@ -153,7 +167,7 @@ void trySessionFile(long number)
     const QString name = writeInputFile(bytes, size_t(content.size()));
     expected["(file)"] = name;
     // The signal ends a campaign that hangs.
-    alarm(10);
+    alarm(5);
     const bool loaded = record.load(name);
     alarm(0);
     if (loaded != good || fieldsOf(record) != expected) {
