@@ -17,7 +17,16 @@ define_property(TARGET PROPERTY QT_DEFAULT_PLUGINS
     INITIALIZE_FROM_VARIABLE ZORV_QT_DEFAULT_PLUGINS)
 set(ZORV_QT_DEFAULT_PLUGINS 0)
 
+# The functions that a launch calls stand side by side in the program, so that few
+# of its pages are read and mapped: tools/order-functions has found out which.
+find_program(ZORV_LLD ld.lld)
+if(NOT ZORV_LLD)
+    message(FATAL_ERROR "The portable build is linked by lld, which is not here.")
+endif()
+option(ZORV_KEEP_SYMBOLS "Keep the symbols in the portable programs" OFF)
 add_compile_options(-ffunction-sections -fdata-sections)
-add_link_options(-s -Wl,--gc-sections -static-libgcc -static-libstdc++)
+add_link_options(-fuse-ld=lld -static-libgcc -static-libstdc++ -Wl,--gc-sections
+    "-Wl,--symbol-ordering-file=${PROJECT_SOURCE_DIR}/cmake/portable.order"
+    -Wl,--no-warn-symbol-ordering $<$<NOT:$<BOOL:${ZORV_KEEP_SYMBOLS}>>:-s>)
 # No library to be looked for, no place to look.
 set(CMAKE_INSTALL_RPATH "")
