@@ -26,11 +26,11 @@ const char* const help =
     "these arguments, and what is wrong with that. Starts nothing and changes nothing.\n"
     "The installation is the one that zorv-mpirun-info itself is in.\n"
     "\n"
-    "  --json           print JSON, for scripts\n"
-    "  --route-to NAME  also look up a host, names and addresses with commas between\n"
-    "                   them, and print its addresses, those to try first before others\n"
-    "  --help           print this help\n"
-    "  --version        print the version\n"
+    "  --json       print JSON, for scripts\n"
+    "  --host NAME  also look up a host, names and addresses with commas between them,\n"
+    "               and print its addresses, those to try first before others\n"
+    "  --help       print this help\n"
+    "  --version    print the version\n"
     "\n"
     "These options come first. All that follows is taken as a command line of\n"
     "zorv-mpirun; the word zorv-mpirun in front of it is needed only when it begins with\n"
@@ -45,7 +45,7 @@ struct Request
     bool json = false;
     bool help = false;
     bool version = false;
-    QString routeTo;
+    QString host;
     // As the launcher would be given it, its name first.
     QStringList commandLine = {FileName::zorvMpirun};
 };
@@ -62,12 +62,12 @@ bool takeRequest(const QStringList& arguments, Request* request)
             request->help = true;
         } else if (argument == QLatin1String("--version")) {
             request->version = true;
-        } else if (argument != QLatin1String("--route-to")) {
+        } else if (argument != QLatin1String("--host")) {
             break;
         } else if (++i == arguments.size()) {
             return false;
         } else {
-            request->routeTo = arguments.at(i);
+            request->host = arguments.at(i);
         }
     }
     if (i < arguments.size() && QFileInfo(arguments.at(i)).fileName() == FileName::zorvMpirun) {
@@ -92,7 +92,7 @@ Report makeReport(const Request& request)
     describeVersion(&report);
     describeInstallation(&report, chooseInstallationLayout());
     describeHost(&report);
-    describeRoutability(&report, request.routeTo);
+    describeRoutability(&report, request.host);
     describeSystem(&report);
     describeSettings(&report);
     g_messages.clear();
@@ -124,7 +124,7 @@ int main(int argc, char** argv)
     QCoreApplication app(argc, argv);
     Request request;
     if (!takeRequest(arguments, &request)) {
-        qWarning("option '--route-to' requires an argument");
+        qWarning("option '--host' requires an argument");
         return Trouble;
     }
     if (request.help) {

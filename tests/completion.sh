@@ -35,5 +35,5 @@ offers "short spellings end the options" "" "" -host x --zorvp
 
 info=FUNCTION=_zorv_mpirun_info
 offers "the report's own options" "--json" $info --j
-offers "the launcher's, after the report's" "--zorvport" $info --json --route-to x zorv-mpirun --zorvpor
+offers "the launcher's, after the report's" "--zorvport" $info --json --host x zorv-mpirun --zorvpor
 offers "the launcher's command line has begun" "" $info zorv-mpirun --j

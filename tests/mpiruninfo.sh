@@ -68,8 +68,8 @@ reports "$unusable" "/sessions/latest (dead link), a link to " "rm sessions/alph
 reports "$unusable" "(with a port that is no number)" "session port=\'c00kie\'"
 reports "restart-file-left" "/sessions/restart: with this restart file" ": >sessions/restart"
 # Too long a name for any server to be asked.
-reports "host-unknown" "x: no address found" : --route-to "$(printf '%064d' 0 | tr 0 x)"
-reports "" "127.42.42.2, 127.42.42.1" : --route-to 127.42.42.2,127.42.42.1
+reports "host-unknown" "x: no address found" : --host "$(printf '%064d' 0 | tr 0 x)"
+reports "" "127.42.42.2, 127.42.42.1" : --host 127.42.42.2,127.42.42.1
 reports "" "arguments of mpi launcher: 2 " : /opt/bin/zorv-mpirun --zorvsession 3 --help --json
 
 # The cookie is in other places than the session file.
@@ -88,5 +88,5 @@ reports "" "hosts: alpha, 10.0.0.1 (environment) port: 4244 (derived) session: 3
     "echo '<session session=\"3\" cookie=\"c00kie\"/>' >sessions/alpha-latest
     export ZORV_HOST=alpha,10.0.0.1 PELK_SHARED_DIRECTORY=/tmp" --zorvtarball /t -np
 
-expect "half an option" 2 "" "option '--route-to' requires an argument" "$info" --route-to
+expect "half an option" 2 "" "option '--host' requires an argument" "$info" --host
 "$info" --json --help | grep -q "^Usage: zorv-mpirun-info " || fail "no help"
