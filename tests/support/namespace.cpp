@@ -23,7 +23,7 @@ bool Namespace::enter()
     const bool entered = unshare(CLONE_NEWUSER | CLONE_NEWNET | CLONE_NEWNS | CLONE_NEWUTS) == 0 &&
                          write("/proc/self/setgroups", "deny") &&
                          write("/proc/self/uid_map", user) && write("/proc/self/gid_map", group) &&
-                         mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+                         mount("none", "/", "none", MS_REC | MS_PRIVATE, nullptr) == 0;
     if (!entered) {
         perror("No namespaces here");
     }
