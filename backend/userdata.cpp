@@ -8,6 +8,7 @@
 
 #include <QDateTime>
 #include <QFileInfo>
+#include <QStringConverter>
 #include <QXmlStreamReader>
 
 #include <cerrno>
@@ -49,20 +50,21 @@ FileState readRegularFile(const QString& fileName, QByteArray* content)
     return state;
 }
 
-// Whether entities are declared that refer to others. The XML reader bounds the text
-// that comes of them, but not how often it expands those that stand for nothing: that
-// can double with each entity, and would never end. What is looked at, in any
-// encoding, is all that may belong to the declarations.
-bool hasNestedEntities(QByteArray content)
+// Whether entities are declared, in bytes that are ASCII's but for NULs. The XML reader
+// bounds the text that one reference gives, but not what many of them give, nor how
+// often those that stand for nothing are expanded.
+bool declaresEntities(QByteArray content)
 {
-    content.replace('\0', "");
-    const qsizetype first = content.indexOf("<!ENTITY");
-    const qsizetype last = content.lastIndexOf(']');
-    if (first == -1 || last < first) {
-        return false;
-    }
-    const QByteArray declarations = content.mid(first, last - first);
-    return declarations.contains('&') || declarations.contains('%');
+    return content.replace('\0', "").contains("<!ENTITY");
+}
+
+// Whether the document is in an encoding that every Qt knows. Those that some know
+// besides may spell a declaration in other bytes. Reads the start of the document.
+bool hasCommonEncoding(QXmlStreamReader& reader)
+{
+    reader.readNext();
+    const QByteArray name = reader.documentEncoding().toLatin1();
+    return name.isEmpty() || QStringConverter::encodingForName(name.constData()).has_value();
 }
 
 // The attributes of the root element when it is a session; none when it is
@@ -105,9 +107,6 @@ bool UserData::load(const QString& fileName, const QString& xml)
     mSessionFileName = fileName;
     QByteArray content = xml.toUtf8();
     mFileState = xml.isNull() ? readRegularFile(fileName, &content) : FileState::Read;
-    if (mFileState == FileState::Read && hasNestedEntities(content)) {
-        mFileState = FileState::NotWellFormed;
-    }
     QXmlStreamAttributes attributes;
     if (mFileState == FileState::Read) {
         QXmlStreamReader reader;
@@ -116,7 +115,9 @@ bool UserData::load(const QString& fileName, const QString& xml)
         } else {
             reader.addData(xml);
         }
-        mFileState = readDocument(reader, &attributes);
+        const bool readable =
+            !declaresEntities(content) && (!xml.isNull() || hasCommonEncoding(reader));
+        mFileState = readable ? readDocument(reader, &attributes) : FileState::NotWellFormed;
     }
     if (mFileState == FileState::Read) {
         mFileState = takeAttributes(attributes);

@@ -20,7 +20,7 @@ public:
         Unreadable,
         NotRegular,
         TooLarge,      ///< more than 64 KiB
-        NotWellFormed, ///< or with entities that refer to others
+        NotWellFormed, ///< or with entities of its own, or in a rare encoding
         NoSession,     ///< well-formed, but its root element is something else
         BadPort,       ///< its port is no unsigned 32-bit number
         BadSession,    ///< its session is none
