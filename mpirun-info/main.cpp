@@ -12,7 +12,9 @@
 #include "zorv-debugger/zorvdebuggeroptions.h"
 
 #include <QCoreApplication>
+#include <QDir>
 #include <QFileInfo>
+#include <QStandardPaths>
 
 #include <cstdio>
 
@@ -26,15 +28,16 @@ const char* const help =
     "these arguments, and what is wrong with that. Starts nothing and changes nothing.\n"
     "The installation is the one that zorv-mpirun-info itself is in.\n"
     "\n"
-    "  --json       print JSON, for scripts\n"
-    "  --host NAME  also look up a host, names and addresses with commas between them,\n"
-    "               and print its addresses, those to try first before others\n"
-    "  --help       print this help\n"
-    "  --version    print the version\n"
+    "  --json        print JSON, for scripts\n"
+    "  --host NAMES  also look up a host, names and addresses with commas between\n"
+    "                them, and print its addresses, those to try first before others\n"
+    "  --help        print this help\n"
+    "  --version     print the version\n"
     "\n"
     "These options come first. All that follows is taken as a command line of\n"
     "zorv-mpirun; the word zorv-mpirun in front of it is needed only when it begins with\n"
-    "one of the options above. One that asks zorv-mpirun for its help gets that help.\n"
+    "one of the options above, as --host may in manual-launch mode. A command line with\n"
+    "which zorv-mpirun would print its help prints it here.\n"
     "\n"
     "The session cookie is never printed.\n"
     "\n"
@@ -49,6 +52,19 @@ struct Request
     // As the launcher would be given it, its name first.
     QStringList commandLine = {FileName::zorvMpirun};
 };
+
+// Whether a word names the launcher: by its own name, or by another one that leads to
+// the launcher beside this program.
+bool namesLauncher(const QString& word)
+{
+    const QString program =
+        word.contains(QLatin1Char('/')) ? word : QStandardPaths::findExecutable(word);
+    const QString found = QFileInfo(program).canonicalFilePath();
+    const QDir here(QCoreApplication::applicationDirPath());
+    return QFileInfo(word).fileName() == FileName::zorvMpirun ||
+           (!found.isEmpty() &&
+            found == QFileInfo(here.filePath(FileName::zorvMpirun)).canonicalFilePath());
+}
 
 // False when an option lacks its value.
 bool takeRequest(const QStringList& arguments, Request* request)
@@ -70,7 +86,7 @@ bool takeRequest(const QStringList& arguments, Request* request)
             request->host = arguments.at(i);
         }
     }
-    if (i < arguments.size() && QFileInfo(arguments.at(i)).fileName() == FileName::zorvMpirun) {
+    if (i < arguments.size() && namesLauncher(arguments.at(i))) {
         ++i;
     }
     request->commandLine += arguments.mid(i);

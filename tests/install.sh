@@ -20,7 +20,7 @@ same "outside of the prefix" "$work/stage/opt/suite" \
 # A blank in the name, as users make them.
 root="$work/moved to"
 mv "$work/stage/opt/suite" "$root"
-for file in man/man1/zorv-mpirun.1 bash-completion/completions/zorv-mpirun \
+for file in man/man1/zorv-mpirun.1 man/man1/zorv-mpirun-info.1 bash-completion/completions/zorv-mpirun \
     doc/zorv-mpirun/docs/settings.md doc/zorv-mpirun/examples/front-end; do
     (cd "$root/share" && [ -f $file ]) || fail "share/$file is not installed"
 done

@@ -70,6 +70,7 @@ reports "restart-file-left" "/sessions/restart: with this restart file" ": >sess
 # Too long a name for any server to be asked.
 reports "host-unknown" "x: no address found" : --host "$(printf '%064d' 0 | tr 0 x)"
 reports "" "127.42.42.2, 127.42.42.1" : --host 127.42.42.2,127.42.42.1
+reports "$rejected" "invalid --zorvport argument" "ln -s zorv-mpirun bin/mpirun" bin/mpirun --zorvport x
 reports "" "arguments of mpi launcher: 2 " : /opt/bin/zorv-mpirun --zorvsession 3 --help --json
 
 # The cookie is in other places than the session file.

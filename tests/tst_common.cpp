@@ -5,7 +5,6 @@
 #include "common/compatibility_simple.h"
 #include "common/mlib.h"
 #include "mpirun/restartableprocess.h"
-#include "tests/support/network.h"
 #include "tests/support/settings.h"
 #include "tests/support/texts.h"
 
@@ -13,9 +12,11 @@
 #include <QTest>
 
 #include <cerrno>
+#include <pwd.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <vector>
 
 using namespace Qt::StringLiterals;
 

@@ -3,7 +3,6 @@
 
 #include "common/compatibility_simple.h"
 #include "tests/support/namespace.h"
-#include "tests/support/network.h"
 #include "tests/support/settings.h"
 #include "tests/support/texts.h"
 

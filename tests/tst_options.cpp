@@ -2,7 +2,6 @@
 // and of the debugger helper.
 
 #include "common/compatibility_simple/localhost.h"
-#include "tests/support/network.h"
 #include "tests/support/settings.h"
 #include "tests/support/texts.h"
 #include "zorv-debugger/zorvdebuggeroptions.h"

@@ -3,7 +3,6 @@
 #include "backend/backendoptions.h"
 #include "backend/backenduserdata.h"
 #include "common/talvoraglobals.h"
-#include "tests/support/network.h"
 #include "tests/support/settings.h"
 #include "tests/support/texts.h"
 

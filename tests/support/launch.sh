@@ -2,7 +2,7 @@
 # launcher and the test child as arguments. Sets $launcher, the launcher in an
 # installation in $root, the current directory. The helper runs the commands of
 # the exported $HELPER; there is a session as long as ZORV_HOST is not empty.
-# shellcheck shell=sh disable=SC2034
+# shellcheck shell=sh disable=SC2016,SC2034
 
 set -eu
 . "$1/tests/support/script.sh"

@@ -1,6 +1,6 @@
-// The child of every process test: does what its arguments say, in order, or,
-// when it is set, what the words of the variable TESTCHILD say. See the table at
-// the end.
+// The child of tests that need more of it than a line of shell: does what its arguments
+// say, in order, or, when it is set, what the words of the variable TESTCHILD say. See
+// the table at the end.
 
 #include <algorithm>
 #include <climits>

@@ -1,9 +1,20 @@
-// The texts of lists, of files and of messages, for tests to compare.
+// Short forms for texts in tests; the texts of lists, of files and of messages.
 
 #pragma once
 
 #include <QFile>
 #include <QStringList>
+
+inline QString text(const char* latin1)
+{
+    return QString::fromLatin1(latin1);
+}
+
+/// The words of a text.
+inline QStringList list(const char* words)
+{
+    return text(words).split(QLatin1Char(' '), Qt::SkipEmptyParts);
+}
 
 /// Each text of a list in angle brackets; one that is null shows as "null".
 inline QString bracketed(const QStringList& texts)
