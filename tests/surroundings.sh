@@ -35,7 +35,7 @@ directory "Not a directory" "$root/bin/zorv-debugger"
 rm -f session/*
 chmod 0 session
 directory "Permission denied"
-small size=1m "mount -o remount,ro session" "Read-only file system"
+small size=1m "mount -o remount,bind,ro session" "Read-only file system"
 small nr_inodes=1 : "No space left on device"
 small size=4k "! printf %8192s x 2>/dev/null >session/data" ""
 
