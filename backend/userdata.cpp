@@ -50,9 +50,9 @@ FileState readRegularFile(const QString& fileName, QByteArray* content)
     return state;
 }
 
-// Whether entities are declared, in bytes that are ASCII's but for NULs. The XML reader
-// bounds the text that one reference gives, but not what many of them give, nor how
-// often those that stand for nothing are expanded.
+// Whether entities are declared, in ASCII or with the NULs that UTF-16 and UTF-32 put
+// between. The XML reader bounds the text that one reference gives, but not what many of
+// them give, nor how often those that stand for nothing are expanded.
 bool declaresEntities(QByteArray content)
 {
     return content.replace('\0', "").contains("<!ENTITY");
