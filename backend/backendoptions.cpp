@@ -3,7 +3,7 @@
 #include "backend/backendoptions.h"
 
 #include "backend/optiontable.h"
-#include "common/compatibility_simple/hostname.h"
+#include "common/compatibility_simple/system/hostname.h"
 #include "common/env/zorvenv.h"
 
 BackendOptions::BackendOptions()

@@ -1,9 +1,9 @@
-// The names of this host. In a file of its own: a program that does not ask for
-// them links nothing that looks them up.
+// The names of this host. They are a target of their own, as their look-ups need the
+// network library.
 
 #include "backend/backendoptions.h"
 
-#include "common/compatibility_simple/localhost.h"
+#include "common/compatibility_simple/network/localhost.h"
 
 QStringList BackendOptions::myNamesAndAddresses() const
 {

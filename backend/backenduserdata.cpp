@@ -5,7 +5,7 @@
 #include "backend/backendoptions.h"
 #include "backend/userdata_p.h"
 
-#include "common/compatibility_simple/pathexpansion.h"
+#include "common/compatibility_simple/system/pathexpansion.h"
 #include "common/env/zorvenv.h"
 
 #include <QFileInfo>

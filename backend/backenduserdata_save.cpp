@@ -1,11 +1,11 @@
-// How a session record becomes a session file. In a file of its own: a program
-// that saves none links no XML writer.
+// Writes a session record as a session file. A target of its own, as it needs the XML
+// library.
 
 #include "backend/backenduserdata.h"
 #include "backend/userdata_p.h"
 
-#include "common/compatibility_simple/fileio.h"
-#include "common/compatibility_simple/processhelpers.h"
+#include "common/compatibility_simple/calls/calls.h"
+#include "common/compatibility_simple/files/fileio.h"
 
 #include <QDomDocument>
 #include <QFile>

@@ -3,8 +3,8 @@
 #include "backend/userdata.h"
 #include "backend/userdata_p.h"
 
-#include "common/compatibility_simple/fileio.h"
-#include "common/compatibility_simple/processhelpers.h"
+#include "common/compatibility_simple/calls/calls.h"
+#include "common/compatibility_simple/files/fileio.h"
 
 #include <QDateTime>
 #include <QFileInfo>

@@ -4,8 +4,8 @@
 #include "backend/userdata_p.h"
 
 #include "branding/filenames.h"
-#include "common/compatibility_simple/hostname.h"
-#include "common/compatibility_simple/processhelpers.h"
+#include "common/compatibility_simple/calls/calls.h"
+#include "common/compatibility_simple/system/hostname.h"
 #include "common/env/zorvenv.h"
 #include "common/talvoraglobals.h"
 

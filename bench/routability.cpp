@@ -2,7 +2,7 @@
 // interface addresses, and with the interface addresses, for the same
 // candidates. The interfaces are real, in a namespace.
 
-#include "common/compatibility_simple/routability.h"
+#include "common/compatibility_simple/network/routability.h"
 #include "tests/support/namespace.h"
 
 #include <benchmark/benchmark.h>

@@ -2,8 +2,8 @@
 
 #include "branding/filenames.h"
 
+#include "branding/common/filenames_common_c.h"
 #include "branding/filenames_c.h"
-#include "common/filenames_common_c.h"
 
 namespace FileName {
 

@@ -2,7 +2,7 @@
 
 #include "common/ProcInfo.h"
 
-#include "common/compatibility_simple/processhelpers.h"
+#include "common/compatibility_simple/process/signals.h"
 
 #include <QDir>
 #include <QFile>

@@ -2,9 +2,9 @@
 
 #include "common/logger.h"
 
-#include "common/compatibility_simple/fileio.h"
-#include "common/compatibility_simple/overwrite.h"
-#include "common/compatibility_simple/processhelpers.h"
+#include "common/compatibility_simple/calls/calls.h"
+#include "common/compatibility_simple/files/fileio.h"
+#include "common/compatibility_simple/files/overwrite.h"
 #include "common/env/zorvenv.h"
 #include "zorv-util/clock.h"
 

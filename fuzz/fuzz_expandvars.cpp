@@ -1,7 +1,7 @@
 // A text and an environment of any content, split at the first line feeds: what needs
 // no expansion is left alone.
 
-#include "common/compatibility_simple/pathexpansion.h"
+#include "common/compatibility_simple/system/pathexpansion.h"
 
 #include <QByteArray>
 #include <QList>

@@ -1,6 +1,6 @@
 // A file of any content: it is a script exactly when it begins with "#!".
 
-#include "common/compatibility_simple/processhelpers.h"
+#include "common/compatibility_simple/process/processhelpers.h"
 #include "fuzz/inputfile.h"
 
 #include <cstring>

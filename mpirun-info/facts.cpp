@@ -4,11 +4,11 @@
 
 #include "mpirun-info/report.h"
 
-#include "common/compatibility_simple/addresses.h"
-#include "common/compatibility_simple/localhost.h"
-#include "common/compatibility_simple/routability.h"
-#include "common/compatibility_simple/systemidentity.h"
-#include "common/compatibility_simple/versionstrings.h"
+#include "common/compatibility_simple/network/addresses.h"
+#include "common/compatibility_simple/network/localhost.h"
+#include "common/compatibility_simple/network/routability.h"
+#include "common/compatibility_simple/system/systemidentity.h"
+#include "common/compatibility_simple/system/versionstrings.h"
 #include "common/env/zorvenv.h"
 #include "common/talvoraglobals.h"
 #include "version/hgid.h"

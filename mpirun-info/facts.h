@@ -2,7 +2,7 @@
 
 #pragma once
 
-#include "mpirun/installation.h"
+#include "common/installation.h"
 
 #include <QString>
 

@@ -2,7 +2,7 @@
 
 #include "mpirun/launchcontext.h"
 
-#include "common/compatibility_simple/processhelpers.h"
+#include "common/compatibility_simple/process/signals.h"
 
 #include <cerrno>
 #include <cstdio>

@@ -1,14 +1,14 @@
 // The launcher: starts the suite's debugger helper in place of an MPI job
 // launcher, stays its parent, and restarts it when the front end asks.
 
-#include "mpirun/emptyfile.h"
-#include "mpirun/installation.h"
+#include "common/compatibility_simple/files/emptyfile.h"
+#include "common/installation.h"
 #include "mpirun/launchcontext.h"
 #include "mpirun/restartableprocess.h"
 #include "mpirun/restartwatcher.h"
 
 #include "backend/backenduserdata.h"
-#include "common/compatibility_simple/stacklimit.h"
+#include "common/compatibility_simple/process/stacklimit.h"
 #include "common/logger.h"
 #include "common/mlib.h"
 #include "zorv-debugger/zorvdebuggeroptions.h"

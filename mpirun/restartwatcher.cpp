@@ -2,7 +2,7 @@
 
 #include "mpirun/restartwatcher.h"
 
-#include "mpirun/emptyfile.h"
+#include "common/compatibility_simple/files/emptyfile.h"
 
 #include <QFile>
 

@@ -1,7 +1,7 @@
 // Settings, and command lines: the walk over them, the options of back-end programs
 // and of the debugger helper.
 
-#include "common/compatibility_simple/localhost.h"
+#include "common/compatibility_simple/network/localhost.h"
 #include "tests/support/settings.h"
 #include "tests/support/texts.h"
 #include "zorv-debugger/zorvdebuggeroptions.h"

@@ -4,7 +4,7 @@
 
 #include "backend/optiontable.h"
 #include "branding/filenames.h"
-#include "common/compatibility_simple/processhelpers.h"
+#include "common/compatibility_simple/calls/calls.h"
 #include "common/env/zorvenv.h"
 #include "common/logger.h"
 

@@ -1,9 +1,9 @@
 // What machine this is: operating system, processor, Cray, Blue Gene.
 
-#include "common/compatibility_simple/systemidentity.h"
+#include "common/compatibility_simple/system/systemidentity.h"
 
 #include "branding/filenames.h"
-#include "common/compatibility_simple/processhelpers.h"
+#include "common/compatibility_simple/process/processhelpers.h"
 #include "common/env/zorvenv.h"
 #include "common/talvoraglobals.h"
 

@@ -1,10 +1,10 @@
 // Which addresses and names are loopback, and which denote the same host.
 
-#include "common/compatibility_simple/addresses.h"
-#include "common/compatibility_simple/addresses_p.h"
+#include "common/compatibility_simple/network/addresses.h"
+#include "common/compatibility_simple/network/addresses_p.h"
 
-#include "common/compatibility_simple/resolver.h"
-#include "common/compatibility_simple/systemidentity.h"
+#include "common/compatibility_simple/network/resolver.h"
+#include "common/compatibility_simple/system/systemidentity.h"
 #include "common/env/zorvenv.h"
 
 namespace {

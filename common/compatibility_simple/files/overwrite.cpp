@@ -1,9 +1,9 @@
 // Writing files anew where other users may have put something at their names.
 
-#include "common/compatibility_simple/overwrite.h"
+#include "common/compatibility_simple/files/overwrite.h"
 
-#include "common/compatibility_simple/fileio.h"
-#include "common/compatibility_simple/processhelpers.h"
+#include "common/compatibility_simple/calls/calls.h"
+#include "common/compatibility_simple/files/fileio.h"
 
 #include <QFile>
 #include <QFileInfo>

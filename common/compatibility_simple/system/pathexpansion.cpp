@@ -1,6 +1,6 @@
 // Expansion of what users write in paths: a tilde and variable references.
 
-#include "common/compatibility_simple/pathexpansion.h"
+#include "common/compatibility_simple/system/pathexpansion.h"
 
 #include <QDir>
 #include <QRegularExpression>

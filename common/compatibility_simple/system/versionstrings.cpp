@@ -1,6 +1,6 @@
 // Which version the program is.
 
-#include "common/compatibility_simple/versionstrings.h"
+#include "common/compatibility_simple/system/versionstrings.h"
 
 #include "common/env/zorvenv.h"
 #include "version/hgid.h"

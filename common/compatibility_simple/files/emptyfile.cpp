@@ -1,9 +1,9 @@
 // The empty files that tell the front end of the launcher.
 
-#include "mpirun/emptyfile.h"
+#include "common/compatibility_simple/files/emptyfile.h"
 
-#include "common/compatibility_simple/overwrite.h"
-#include "common/compatibility_simple/processhelpers.h"
+#include "common/compatibility_simple/calls/calls.h"
+#include "common/compatibility_simple/files/overwrite.h"
 
 bool createEmptyFile(const QString& fileName)
 {

@@ -1,6 +1,6 @@
 // What this host is called.
 
-#include "common/compatibility_simple/hostname.h"
+#include "common/compatibility_simple/system/hostname.h"
 
 #include <QSysInfo>
 

@@ -1,6 +1,6 @@
 // The installation that the running program belongs to.
 
-#include "mpirun/installation.h"
+#include "common/installation.h"
 
 #include "branding/filenames.h"
 #include "common/talvoraglobals.h"

@@ -1,8 +1,8 @@
 // The addresses of this host's interfaces, in the order of preference.
 
-#include "common/compatibility_simple/interfaces_p.h"
+#include "common/compatibility_simple/network/interfaces_p.h"
 
-#include "common/compatibility_simple/addresses.h"
+#include "common/compatibility_simple/network/addresses.h"
 
 #include <QRegularExpression>
 

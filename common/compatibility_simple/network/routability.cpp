@@ -1,10 +1,10 @@
 // Which of a host's addresses to try first.
 
-#include "common/compatibility_simple/routability.h"
+#include "common/compatibility_simple/network/routability.h"
 
-#include "common/compatibility_simple/addresses.h"
-#include "common/compatibility_simple/addresses_p.h"
-#include "common/compatibility_simple/interfaces_p.h"
+#include "common/compatibility_simple/network/addresses.h"
+#include "common/compatibility_simple/network/addresses_p.h"
+#include "common/compatibility_simple/network/interfaces_p.h"
 #include "common/env/zorvenv.h"
 
 #include <QtAlgorithms>

@@ -1,11 +1,11 @@
 // Who this host is: its names, its addresses, and its loopback form.
 
-#include "common/compatibility_simple/localhost.h"
+#include "common/compatibility_simple/network/localhost.h"
 
-#include "common/compatibility_simple/addresses.h"
-#include "common/compatibility_simple/addresses_p.h"
-#include "common/compatibility_simple/interfaces_p.h"
-#include "common/compatibility_simple/resolver.h"
+#include "common/compatibility_simple/network/addresses.h"
+#include "common/compatibility_simple/network/addresses_p.h"
+#include "common/compatibility_simple/network/interfaces_p.h"
+#include "common/compatibility_simple/network/resolver.h"
 #include "common/env/zorvenv.h"
 
 namespace {

@@ -1,8 +1,8 @@
 // Reading and writing with system calls that signals may interrupt.
 
-#include "common/compatibility_simple/fileio.h"
+#include "common/compatibility_simple/files/fileio.h"
 
-#include "common/compatibility_simple/processhelpers.h"
+#include "common/compatibility_simple/calls/calls.h"
 
 #include <QFile>
 

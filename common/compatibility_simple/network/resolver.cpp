@@ -1,6 +1,6 @@
 // Name look-ups, with the canonical name that QHostInfo's own do not give.
 
-#include "common/compatibility_simple/resolver.h"
+#include "common/compatibility_simple/network/resolver.h"
 
 #include <arpa/inet.h>
 #include <cstring>

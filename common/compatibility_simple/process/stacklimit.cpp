@@ -1,9 +1,9 @@
 // The stack size limit that the launcher itself runs under.
 
-#include "common/compatibility_simple/stacklimit.h"
+#include "common/compatibility_simple/process/stacklimit.h"
 
 #include "common/ProcInfo.h"
-#include "common/compatibility_simple/processhelpers.h"
+#include "common/compatibility_simple/calls/calls.h"
 #include "common/env/zorvenv.h"
 
 #include <QByteArray>

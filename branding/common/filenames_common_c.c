@@ -1,6 +1,6 @@
 /* The raw texts of the file names that are the same in every product of the suite. */
 
-#include "common/filenames_common_c.h"
+#include "branding/common/filenames_common_c.h"
 
 char* FileNameZorvDebugger = "zorv-debugger";
 char* FileNameZorvDebuggerS64FX = "zorv-debugger-fx10.s64fx";

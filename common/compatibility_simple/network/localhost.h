@@ -10,7 +10,7 @@
 
 #pragma once
 
-#include "common/compatibility_simple/hostname.h"
+#include "common/compatibility_simple/system/hostname.h"
 
 #include <QHostAddress>
 #include <QList>

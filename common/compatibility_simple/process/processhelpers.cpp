@@ -1,0 +1,85 @@
+#include "common/compatibility_simple/process/processhelpers.h"
+
+#include "common/compatibility_simple/calls/calls.h"
+#include "common/compatibility_simple/files/fileio.h"
+#include "common/mlib.h"
+#include "zorv-util/qblockingprocess.h"
+
+#include <QFile>
+#include <QObject>
+
+#include <ctime>
+
+namespace {
+
+constexpr int longestInterpreterLine = 1023;
+
+// The first bytes of a file, fewer when it is shorter; empty when it cannot be
+// read.
+QByteArray firstBytes(const QString& path, int count)
+{
+    const int fd = openToRead(path);
+    if (fd == -1) {
+        return QByteArray();
+    }
+    QByteArray bytes(count, '\0');
+    const bool complete = readUpTo(fd, &bytes);
+    sc_close(fd);
+    return complete ? bytes : QByteArray();
+}
+
+} // namespace
+
+int convertPid(int pid)
+{
+    return pid;
+}
+
+int sc_usleep(int microseconds)
+{
+    const timespec duration = {microseconds / 1000000, microseconds % 1000000 * 1000L};
+    nanosleep(&duration, nullptr);
+    return 0;
+}
+
+QStringList sc_helper_exec(const QString& command, bool merge, bool quiet, const QString& inputFile,
+                           int waitMs)
+{
+    QBlockingProcess process;
+    process.setProcessChannelMode(merge ? QProcess::MergedChannels : QProcess::SeparateChannels);
+    process.setStandardInputFile(inputFile.isEmpty() ? QProcess::nullDevice() : inputFile);
+    process.startCommand(command);
+    if (!process.waitForStarted(waitMs)) {
+        if (!quiet) {
+            const QString text = QObject::tr("Failed to run '%0'").arg(command);
+            qWarning("%s", text.toLocal8Bit().constData());
+        }
+        return QStringList();
+    }
+    QStringList lines;
+    for (QByteArray line = process.readLine(); !line.isEmpty(); line = process.readLine()) {
+        if (line.endsWith('\n')) {
+            line.chop(1);
+        }
+        lines += QString::fromLocal8Bit(line);
+    }
+    process.waitForFinished(waitMs);
+    return lines;
+}
+
+bool sc_isScript(const QString& path)
+{
+    return firstBytes(path, 2) == "#!";
+}
+
+QStringList sc_getScriptBinaryPathAndArguments(const QString& path)
+{
+    QByteArray line = firstBytes(path, longestInterpreterLine);
+    const qsizetype end = line.indexOf('\n');
+    if (end != -1) {
+        line.truncate(end);
+    }
+    // The kernel, too, takes the line as a C string.
+    const QString text = QFile::decodeName(line.constData());
+    return text.startsWith(QLatin1String("#!")) ? parseArgs(text.mid(2)) : QStringList();
+}
