@@ -1,0 +1,184 @@
+"""Fixtures of the black-box tests; see README.md for how to add a test."""
+
+import json
+import os
+import re
+import resource
+import shlex
+import shutil
+import signal
+import tempfile
+from pathlib import Path
+
+import pytest
+
+from support.installation import Build, Installation, Session
+from support.processes import (Fifo, Process, become_subreaper, command_line, kill_descendants,
+                               running_descendants, wait_until)
+
+SOURCE = Path(__file__).resolve().parent.parent
+
+
+def pytest_addoption(parser):
+    parser.addoption("--build", type=Path,
+                     help="the build directory to test; default: the newest in build/")
+
+
+def pytest_configure(config):
+    if config.option.build is None:
+        launchers = sorted(SOURCE.glob("build/*/mpirun/zorv-mpirun"),
+                           key=lambda path: path.stat().st_mtime)
+        if not launchers:
+            raise pytest.UsageError("no launcher in build/; build it, or give --build DIRECTORY")
+        config.option.build = launchers[-1].parent.parent
+    config.option.build = config.option.build.resolve()
+    if not Build(config.option.build).launcher.exists():
+        raise pytest.UsageError(f"no launcher in {config.option.build}")
+    # The same surroundings for every user: no settings of the suite, no umask, no
+    # ignored or blocked signals, no core dumps; what CTest sets for this build.
+    for name in list(os.environ):
+        if re.match("(ZORV|PELK|TALVORA)_", name):
+            del os.environ[name]
+    presets = json.loads((SOURCE / "CMakePresets.json").read_text())["testPresets"]
+    for preset in presets:
+        if preset["name"] == config.option.build.name:
+            os.environ.update(preset.get("environment", {}) | dict(os.environ))
+    os.umask(0o022)
+    signal.pthread_sigmask(signal.SIG_SETMASK, ())
+    # Python ignores two for itself, and not for its children.
+    for number in signal.valid_signals() - {signal.SIGPIPE, signal.SIGXFSZ}:
+        if signal.getsignal(number) == signal.SIG_IGN:
+            signal.signal(number, signal.SIG_DFL)
+    resource.setrlimit(resource.RLIMIT_CORE, (0, resource.getrlimit(resource.RLIMIT_CORE)[1]))
+    become_subreaper()
+
+
+def pytest_report_header(config):
+    return f"build: {config.option.build}"
+
+
+@pytest.hookimpl(hookwrapper=True)
+def pytest_runtest_makereport(item):
+    report = (yield).get_result()
+    if report.when == "call" or not report.passed:
+        item.outcome = report.outcome
+    if report.failed:
+        report.sections.append(("scratch folder", f"kept: {item.scratch}"))
+
+
+def open_descriptors() -> dict[str, str]:
+    """What is open in this process."""
+    found = {}
+    for number in os.listdir("/proc/self/fd"):
+        try:
+            found[number] = os.readlink(f"/proc/self/fd/{number}")
+        except FileNotFoundError:
+            pass  # the one that listed the others
+    return found
+
+
+def leftovers(scratch: Path, descriptors: dict[str, str]) -> list[str]:
+    """What a test has left behind: processes, descriptors, files outside its folders."""
+    found = []
+    try:
+        wait_until(lambda: not running_descendants(), "the end of all processes", seconds=5)
+    except pytest.fail.Exception:
+        found += [f"process {pid}: {command_line(pid)}" for pid in running_descendants()]
+    found += [f"descriptor {number}: {target}" for number, target in open_descriptors().items()
+              if descriptors.get(number) != target]
+    return found + [f"file {path}" for name in ("cwd", "home", "tmp")
+                    for path in (scratch / name).iterdir()]
+
+
+@pytest.fixture(autouse=True)
+def scratch(request):
+    """A folder of the test's own; kept when the test fails.
+
+    `cwd`, `home` and `tmp` in it are the working directory, HOME and TMPDIR of what the
+    test starts. The test fails if it leaves something in them, or leaves processes or
+    descriptors behind.
+    """
+    folder = Path(tempfile.mkdtemp(prefix="zorv-test-"))
+    request.node.scratch = folder
+    for name in ("cwd", "home", "tmp"):
+        (folder / name).mkdir()
+    descriptors = open_descriptors()
+    yield folder
+    # There is no outcome when the user interrupts the tests.
+    outcome = getattr(request.node, "outcome", "interrupted")
+    found = leftovers(folder, descriptors) if outcome in ("passed", "skipped") else []
+    kill_descendants()
+    if found:
+        pytest.fail("\n".join(["left behind:", *found]), pytrace=False)
+    if outcome != "failed":
+        shutil.rmtree(folder)
+
+
+@pytest.fixture(scope="session")
+def build(request) -> Build:
+    """The build directory under test."""
+    return Build(request.config.option.build)
+
+
+@pytest.fixture
+def environment(scratch) -> dict[str, str]:
+    """The environment of what the test starts; the test may change it."""
+    environment = {**os.environ, "HOME": str(scratch / "home"), "TMPDIR": str(scratch / "tmp")}
+    del environment["PYTEST_CURRENT_TEST"]
+    return environment
+
+
+@pytest.fixture
+def start(scratch, environment):
+    """start(*command, env={}, cwd=None): starts a program and returns its Process."""
+    def start(*command, env=None, cwd=None) -> Process:
+        settings = {name: value for name, value in {**environment, **(env or {})}.items()
+                    if value is not None}
+        return Process(command, scratch, settings, cwd or scratch / "cwd")
+    return start
+
+
+@pytest.fixture
+def run(start):
+    """run(*command, env={}, cwd=None): runs a program and returns its end."""
+    return lambda *command, **options: start(*command, **options).wait()
+
+
+@pytest.fixture
+def installation(scratch, build, start, environment) -> Installation:
+    """An installation of the suite, with the built launcher and a helper."""
+    return Installation(scratch / "root", build, start, environment)
+
+
+@pytest.fixture
+def session(installation) -> Session:
+    """The session of a front end on the host "alpha", for what the test starts."""
+    session = Session(installation.root / "session")
+    installation.environment.update(ZORV_HOST="alpha", ZORV_SESSION_PATH=str(session.folder))
+    return session
+
+
+@pytest.fixture
+def make_fifo(scratch):
+    """make_fifo(name): makes a FIFO, through which a helper tells and is told."""
+    fifos = []
+
+    def make_fifo(name: str) -> Fifo:
+        fifos.append(Fifo(scratch / name))
+        return fifos[-1]
+    yield make_fifo
+    for fifo in fifos:
+        fifo.close()
+
+
+@pytest.fixture
+def needs(run):
+    """needs(*command): skips the test where the command does not work."""
+    def needs(*command):
+        try:
+            ended = run(*command)
+        except FileNotFoundError:
+            pytest.skip(f"{command[0]} is not installed")
+        if ended.status != 0:
+            pytest.skip(f"{shlex.join(command)}: {ended.errors.strip()}")
+    return needs

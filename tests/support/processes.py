@@ -1,0 +1,151 @@
+"""Starting processes, waiting for them, and finding those that were left behind."""
+
+import ctypes
+import os
+import re
+import shlex
+import signal
+import subprocess
+import time
+from collections.abc import Callable, Mapping, Sequence
+from dataclasses import dataclass
+from pathlib import Path
+from tempfile import NamedTemporaryFile
+from typing import TypeVar
+
+import pytest
+
+T = TypeVar("T")
+
+
+def wait_until(condition: Callable[[], T], what: str, seconds: float = 30) -> T:
+    """Waits until the condition gives something true, and returns that."""
+    end = time.monotonic() + seconds
+    while not (value := condition()):
+        if time.monotonic() > end:
+            pytest.fail(f"not within {seconds} s: {what}")
+        time.sleep(0.01)
+    return value
+
+
+def read_text(file: Path) -> str:
+    """The content of a file, whatever bytes it has."""
+    return file.read_text("utf-8", "surrogateescape")
+
+
+def without_call(messages: str) -> str:
+    """Messages without the call that did not start a helper, in which Qt versions differ."""
+    return re.sub(r": execv[a-z]*: ", ": ", messages)
+
+
+@dataclass(frozen=True)
+class Ended:
+    """The end of a process. The status is negative for a signal, as in subprocess."""
+
+    status: int
+    output: str = ""
+    errors: str = ""
+
+
+class Process:
+    """A program that was started, with its output in files of a folder."""
+
+    def __init__(self, command: Sequence, folder: Path, env: Mapping[str, str], cwd: Path):
+        self.command = [str(word) for word in command]
+        settings = [f"{name}={value}" for name, value in env.items()
+                    if os.environ.get(name) != value]
+        # Shown when the test fails.
+        print(f"\n$ cd {cwd}\n$ {shlex.join(['env', *settings, *self.command])[:2000]}")
+        with NamedTemporaryFile(prefix="output-", dir=folder, delete=False) as output, \
+                NamedTemporaryFile(prefix="errors-", dir=folder, delete=False) as errors:
+            self._process = subprocess.Popen(
+                self.command, stdin=subprocess.DEVNULL, stdout=output, stderr=errors, env=env,
+                cwd=cwd)
+        self._output, self._errors = Path(output.name), Path(errors.name)
+        self.pid = self._process.pid
+
+    def send(self, number: int):
+        """Sends a signal."""
+        os.kill(self.pid, number)
+
+    def sleeps(self) -> int:
+        """How often the process has gone to sleep."""
+        status = Path(f"/proc/{self.pid}/status").read_text()
+        return int(re.search(r"^voluntary_ctxt_switches:\s*(\d+)", status, re.MULTILINE)[1])
+
+    def wait(self) -> Ended:
+        """Waits for the end."""
+        status = self._process.wait()
+        return Ended(status, read_text(self._output), without_call(read_text(self._errors)))
+
+
+class Fifo:
+    """A FIFO that has no end when a writer closes it, as it is open here for both."""
+
+    def __init__(self, path: Path):
+        self.path = path
+        os.mkfifo(path)
+        self._file = path.open("r+b", buffering=0)
+
+    def line(self) -> str:
+        """Waits for a line."""
+        return self._file.readline().decode().rstrip("\n")
+
+    def write_line(self, text: str = ""):
+        """Writes a line, for one reader."""
+        self._file.write(f"{text}\n".encode())
+
+    def close(self):
+        self._file.close()
+
+
+def become_subreaper():
+    """Makes orphaned descendants children of this process, see prctl(2)."""
+    set_child_subreaper = 36
+    libc = ctypes.CDLL(None, use_errno=True)
+    if libc.prctl(set_child_subreaper, 1, 0, 0, 0) != 0:
+        raise OSError(ctypes.get_errno(), "prctl")
+
+
+def children(pid: int) -> list[int]:
+    """The children of a process; none of one that has ended."""
+    try:
+        return [int(child) for task in Path(f"/proc/{pid}/task").iterdir()
+                for child in (task / "children").read_text().split()]
+    except (FileNotFoundError, ProcessLookupError):
+        return []
+
+
+def descendants(pid: int) -> list[int]:
+    """The children of a process, their children and so on."""
+    found = children(pid)
+    for child in list(found):
+        found += descendants(child)
+    return found
+
+
+def running_descendants() -> list[int]:
+    """The descendants of this process that have not ended; reaps its children."""
+    for child in children(os.getpid()):
+        os.waitpid(child, os.WNOHANG)
+    return descendants(os.getpid())
+
+
+def command_line(pid: int) -> str:
+    """The words of the process's command, or nothing when it has ended."""
+    try:
+        return Path(f"/proc/{pid}/cmdline").read_bytes().replace(b"\0", b" ").decode(
+            errors="replace")
+    except (FileNotFoundError, ProcessLookupError):
+        return ""
+
+
+def kill_descendants():
+    """Ends all descendants of this process."""
+    while remaining := running_descendants():
+        for pid in remaining:
+            try:
+                os.kill(pid, signal.SIGKILL)
+            except ProcessLookupError:
+                pass
+        time.sleep(0.001)

@@ -1,0 +1,194 @@
+"""What the launcher does with its helper: start it, pass things on, report failures."""
+
+import os
+import resource
+
+import pytest
+
+from support.installation import Installation
+from support.processes import Ended
+
+
+@pytest.mark.parametrize("programs, executable, incomplete", [
+    pytest.param("bin", "bin/zorv-mpirun", True, id="installation"),
+    pytest.param("bin", "link", True, id="installation, through a link"),
+    pytest.param("Bin", "Bin/zorv-mpirun", False, id="flat folder of another name"),
+])
+def test_starts_the_helper_beside_it(
+        scratch, build, start, environment, run, programs, executable, incomplete):
+    """The helper is the one beside the launcher; only an installation misses folders.
+
+    Messages look the same with the variables of other Qt programs.
+    """
+    installation = Installation(scratch / "root", build, start, environment, programs)
+    root = installation.root
+    (root / "lib").rmdir()
+    (root / "libexec").rmdir()
+    (root / "link").symlink_to("bin/zorv-mpirun")
+    installation.set_helper('echo "$0"')
+    missing = "".join(f"Unable to find directory '{root}/{name}'.\nYour Velmor product "
+                      "installation may be incomplete or corrupted.\n"
+                      for name in ("lib", "libexec"))
+    assert run(root / executable, env={"QT_LOGGING_RULES": "*=false",
+                                       "QT_MESSAGE_PATTERN": "pattern"}) == Ended(
+        0, f"{installation.helper}\n", missing if incomplete else "")
+
+
+@pytest.mark.parametrize("arguments", [
+    pytest.param([], id="none"),
+    pytest.param(["a b", "", "'c\"", "d\ne", "\\", "$HOME", "*"], id="blanks, quotes, line ends"),
+    pytest.param([os.fsdecode(bytes(range(1, 256)))], id="every byte"),
+    pytest.param([str(number) for number in range(10000)], id="many"),
+    pytest.param(["x" * 131000], id="long"),
+    pytest.param(["-qmljsdebugger=x", "--qmljsdebugger", "y", "-platform", "z"],
+                 id="options that Qt takes for itself"),
+    pytest.param(["--zorvport", "4242", "--zorvmpirun", "-np", "2", "a.out", "--zorvport"],
+                 id="options of the launcher"),
+    pytest.param(["-platform", "z", "--zorvport", "none"], id="rejected option after others"),
+    pytest.param(["-h"], id="help of the MPI launcher"),
+])
+def test_passes_arguments_on_unchanged(installation, scratch, arguments):
+    """The helper gets --zorvmpirun and then every argument of the launcher."""
+    record = scratch / "record"
+    installation.set_helper(f"cat /proc/$$/cmdline >{record}")
+    assert installation.launch(*arguments) == Ended(0)
+    seen = os.fsdecode(record.read_bytes()).split("\0")[:-1]
+    assert seen == ["/bin/sh", str(installation.helper), "--zorvmpirun", *arguments]
+
+
+def test_reports_a_helper_that_is_missing(installation):
+    """A missing helper is named, and the status is 1."""
+    installation.helper.unlink()
+    assert installation.launch() == Ended(
+        1, "", f"{installation.helper}: No such file or directory\n")
+
+
+def test_reports_a_helper_that_is_no_program(installation):
+    """A helper that cannot be executed is named, and the status is 1."""
+    installation.helper.write_bytes(b"\001\002garbage")
+    assert installation.launch() == Ended(1, "", f"{installation.helper}: Exec format error\n")
+
+
+@pytest.mark.parametrize("under", [
+    pytest.param(["env", "-C", "/"], id="working directory"),
+    pytest.param(["sh", "-c", 'exec env -u _ "$@" 3</dev/null 9</dev/null', "sh"],
+                 id="open descriptors"),
+    pytest.param(["sh", "-c", 'exec env -u _ "$@" <&- >&- 2>&-', "sh"],
+                 id="closed standard streams"),
+    pytest.param(["env", "--ignore-signal=HUP,INT,PIPE,USR2,CHLD"], id="ignored signals"),
+    pytest.param(["env", "--block-signal=TERM,USR1,CHLD"], id="blocked signals"),
+    pytest.param(["prlimit", "--nofile=16"], id="few descriptors"),
+    pytest.param(["prlimit", "--nofile=1048576"], id="many descriptors"),
+])
+def test_helper_inherits_what_the_launcher_got(installation, run, needs, scratch, under):
+    """A helper finds the same through the launcher as without it, and all standard streams."""
+    needs(*under, "true")
+    state = scratch / "state"
+    installation.set_test_child("--record-state", state)
+
+    def recorded() -> list[str]:
+        """The lines of the record; the first one lists the descriptors."""
+        lines = state.read_text().splitlines()
+        state.unlink()
+        numbers = {int(word) for word in lines[0].split()[1:]} | {0, 1, 2}
+        return [f"descriptors {sorted(numbers)}", *lines[1:]]
+    run(*under, installation.helper)
+    direct = recorded()
+    assert installation.launch(under=under) == Ended(0)
+    assert recorded() == direct
+
+
+@pytest.fixture
+def launch_with_stack(installation, needs, scratch):
+    """launch_with_stack(limits, env={}): the launcher's end, and how often it was executed.
+
+    The helper prints its argument, its stack limit in KiB and what the launcher may leave
+    in the environment.
+    """
+    needs("strace", "-o", "/dev/null", "true")
+    installation.set_helper('echo "$2 $(ulimit -Ss) ${TALVORA_OLD_STACK_LIMIT-unset}"')
+    trace = scratch / "trace"
+
+    def launch_with_stack(limits, env=None):
+        # The sanitizers cannot look for leaks under strace.
+        ended = installation.launch(
+            "argument", env={"ASAN_OPTIONS": "detect_leaks=0", **(env or {})},
+            under=["prlimit", f"--stack={limits}", "strace", "-o", trace, "-e", "trace=execve"])
+        return ended, trace.read_text().count("execve(")
+    return launch_with_stack
+
+
+@pytest.mark.skipif(resource.getrlimit(resource.RLIMIT_STACK)[1] != resource.RLIM_INFINITY,
+                    reason="the stack has a hard limit here")
+@pytest.mark.parametrize("soft_limit, env, executions, seen", [
+    pytest.param(8384512, {}, 2, "8188 unset", id="below 8 MiB"),
+    pytest.param(8388608, {}, 1, "8192 unset", id="8 MiB"),
+    pytest.param(67112960, {}, 2, "65540 unset", id="above 64 MiB"),
+    pytest.param("unlimited", {}, 1, "unlimited unset", id="unlimited"),
+    pytest.param(4194304, {"ZORV_IGNORE_STACK_LIMIT": ""}, 1, "4096 unset", id="switched off"),
+    pytest.param(4194304, {"ZORV_IGNORE_STACK_LIMIT": "Off"}, 2, "4096 unset", id="not off"),
+    pytest.param(8388608, {"TALVORA_OLD_STACK_LIMIT": "0004194304"}, 1, "4096 unset",
+                 id="second execution"),
+    *(pytest.param(8388608, {"TALVORA_OLD_STACK_LIMIT": value}, 1, "8192 unset",
+                   id=f"remembered limit {value!r} is ignored")
+      for value in ("", "+4194304", "4194304k", "99999999999999999999")),
+])
+def test_executes_itself_again_for_an_unusual_stack_limit(
+        launch_with_stack, soft_limit, env, executions, seen):
+    """The launcher runs with a stack of a usual size; the helper gets the user's limit."""
+    assert launch_with_stack(f"{soft_limit}:", env) == (
+        Ended(0, f"argument {seen}\n"), executions)
+
+
+def test_reports_a_stack_limit_that_cannot_be_raised(launch_with_stack):
+    """A hard limit below what the launcher wants is reported, and the launch goes on."""
+    assert launch_with_stack("4194304:10485760") == (
+        Ended(0, "argument 4096 4194304\n", "setrlimit: Invalid argument\n"), 1)
+
+
+@pytest.mark.parametrize("arguments, env, status, first_line", [
+    pytest.param(["-h"], {"ZORV_MANUAL_LAUNCH": "yes"}, 0,
+                 "Usage: zorv-client [OPTION]... [PROGRAM] [ARGUMENTS]...",
+                 id="-h in a manual launch"),
+    pytest.param(["--zorvmanuallaunch"], {"ZORV_MANUAL_LAUNCH": "no"}, 1,
+                 "Usage: zorv-client [OPTION]... [PROGRAM] [ARGUMENTS]...",
+                 id="manual launch without a program"),
+    pytest.param(["--zorvmpirun", "--zorvmanuallaunch"], {"ZORV_MANUAL_LAUNCH": "no"}, 1,
+                 "zorv-mpirun [TOOL ARGUMENTS]... [MPIRUN ARGUMENTS]...",
+                 id="manual launch in place of mpirun"),
+])
+def test_help_ends_the_launcher(installation, arguments, env, status, first_line):
+    """The launcher prints help instead of starting the helper."""
+    ended = installation.launch(*arguments, env=env)
+    assert (ended.status, ended.output.splitlines()[0]) == (status, first_line)
+    assert "started" not in ended.output
+
+
+def test_loads_no_library_from_the_working_directory(installation, scratch):
+    """A file with the name of a library of the launcher stays unused."""
+    (scratch / "cwd/libQt6Core.so.6").touch()
+    assert installation.launch() == Ended(0, "started\n")
+    (scratch / "cwd/libQt6Core.so.6").unlink()
+
+
+def test_holds_the_other_end_of_the_helpers_input(installation):
+    """The helper's input is a pipe of the launcher, which has no end while both run."""
+    installation.set_helper(
+        'input=$(readlink "/proc/$$/fd/0")\n'
+        'ls -l "/proc/$PPID/fd" | grep -oF "$input" | uniq | tr -d "0-9"')
+    assert installation.launch() == Ended(0, "pipe:[]\n")
+
+
+def test_closed_output_swallows_what_the_helper_writes(installation):
+    """Writing to a standard output that was closed at the start does not fail."""
+    installation.set_helper("echo started || echo lost >&2")
+    assert installation.launch(under=["sh", "-c", '"$@" >&-', "sh"]) == Ended(0)
+
+
+def test_messages_that_nobody_reads_do_not_end_the_launcher(installation, scratch):
+    """A standard error without a reader costs the launcher its messages only."""
+    os.mkfifo(scratch / "gone")
+    (installation.root / "lib").rmdir()
+    without_reader = 'exec 8<>"$0" 7>"$0" 8<&-; exec "$@" 2>&7 7>&-'
+    assert installation.launch(under=["sh", "-c", without_reader, scratch / "gone"]) == Ended(
+        0, "started\n")
