@@ -3,8 +3,7 @@
 #include "backend/userdata.h"
 #include "backend/userdata_p.h"
 
-#include "common/compatibility_simple/calls/calls.h"
-#include "common/compatibility_simple/files/fileio.h"
+#include "common/compatibility_simple/files/read.h"
 
 #include <QDateTime>
 #include <QFileInfo>
@@ -12,7 +11,7 @@
 #include <QXmlStreamReader>
 
 #include <cerrno>
-#include <sys/stat.h>
+#include <utility>
 
 namespace {
 
@@ -22,32 +21,28 @@ constexpr qsizetype largestFile = 65536;
 
 using FileState = UserData::FileState;
 
-FileState readRegularFile(const QString& fileName, QByteArray* content)
+FileState stateAfter(const FileError& error)
 {
-    const int fd = openToRead(fileName);
-    if (fd == -1) {
-        return errno == ENOENT || errno == ENOTDIR ? FileState::Missing : FileState::Unreadable;
+    switch (error.code) {
+    case ENOENT:
+    case ENOTDIR:
+        return FileState::Missing;
+    case ENXIO:
+        return FileState::NotRegular;
+    default:
+        return FileState::Unreadable;
     }
-    struct stat status;
-    FileState state = FileState::Read;
-    if (fstat(fd, &status) == -1) {
-        state = FileState::Unreadable;
-    } else if (!S_ISREG(status.st_mode)) {
-        state = FileState::NotRegular;
-    } else if (status.st_size > largestFile) {
-        state = FileState::TooLarge;
+}
+
+FileState readFile(const QString& fileName, QByteArray* content)
+{
+    // One byte more than allowed shows a file that is too large.
+    Result<QByteArray> result = readRegularFile(fileName, largestFile + 1);
+    if (!result) {
+        return stateAfter(result.error());
     }
-    // One byte more than may be there shows a file that has grown.
-    if (state == FileState::Read) {
-        content->resize(largestFile + 1);
-        if (!readUpTo(fd, content)) {
-            state = FileState::Unreadable;
-        } else if (content->size() > largestFile) {
-            state = FileState::TooLarge;
-        }
-    }
-    sc_close(fd);
-    return state;
+    *content = std::move(*result);
+    return content->size() > largestFile ? FileState::TooLarge : FileState::Read;
 }
 
 // Whether entities are declared, in ASCII or with the NULs that UTF-16 and UTF-32 put
@@ -106,7 +101,7 @@ bool UserData::load(const QString& fileName, const QString& xml)
 {
     mSessionFileName = fileName;
     QByteArray content = xml.toUtf8();
-    mFileState = xml.isNull() ? readRegularFile(fileName, &content) : FileState::Read;
+    mFileState = xml.isNull() ? readFile(fileName, &content) : FileState::Read;
     QXmlStreamAttributes attributes;
     if (mFileState == FileState::Read) {
         QXmlStreamReader reader;

@@ -1,10 +1,10 @@
 // The session record: where the session's files are and what they are called.
 
 #include "backend/userdata.h"
-#include "backend/userdata_p.h"
 
 #include "branding/filenames.h"
 #include "common/compatibility_simple/calls/calls.h"
+#include "common/compatibility_simple/files/replace.h"
 #include "common/compatibility_simple/system/hostname.h"
 #include "common/env/zorvenv.h"
 #include "common/talvoraglobals.h"
@@ -12,9 +12,6 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QRandomGenerator>
-
-#include <unistd.h>
 
 namespace {
 
@@ -31,17 +28,6 @@ QString joined(const QString& directory, const QString& name)
 void removeFile(const QString& path)
 {
     sc_unlink(QFile::encodeName(path).constData());
-}
-
-// A reader finds the old target or the new one at any instant.
-void replaceLink(const QString& target, const QString& link)
-{
-    const QString temporary = temporaryName(link);
-    if (symlink(QFile::encodeName(target).constData(), QFile::encodeName(temporary).constData()) ==
-            0 &&
-        sc_rename(temporary, link) != 0) {
-        removeFile(temporary);
-    }
 }
 
 void makeDirectories(const QString& base)
@@ -87,11 +73,6 @@ QString existingCopy(const QString& name, bool create)
 }
 
 } // namespace
-
-QString temporaryName(const QString& path)
-{
-    return path + QLatin1Char('.') + QString::number(QRandomGenerator::system()->generate64(), 16);
-}
 
 QString UserData::getSessionDirectory(const QString& sharedDirectory, bool create)
 {
@@ -202,8 +183,7 @@ bool UserData::makeMetaSession()
         return metaSession;
     }
     const QString link = joined(getSessionDirectory(false), QStringLiteral("meta"));
-    removeFile(link);
-    metaSession = QFile::link(mSessionFileName, link);
+    metaSession = replaceLink(mSessionFileName, link);
     return metaSession;
 }
 

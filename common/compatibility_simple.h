@@ -5,9 +5,10 @@
 
 #include "common/compatibility_simple/calls/calls.h"
 #include "common/compatibility_simple/files/emptyfile.h"
-#include "common/compatibility_simple/files/fileio.h"
 #include "common/compatibility_simple/files/metadata.h"
 #include "common/compatibility_simple/files/overwrite.h"
+#include "common/compatibility_simple/files/read.h"
+#include "common/compatibility_simple/files/replace.h"
 #include "common/compatibility_simple/network/addresses.h"
 #include "common/compatibility_simple/network/localhost.h"
 #include "common/compatibility_simple/network/resolver.h"

@@ -3,8 +3,8 @@
 #include "common/logger.h"
 
 #include "common/compatibility_simple/calls/calls.h"
-#include "common/compatibility_simple/files/fileio.h"
 #include "common/compatibility_simple/files/overwrite.h"
+#include "common/compatibility_simple/files/read.h"
 #include "common/env/zorvenv.h"
 #include "zorv-util/clock.h"
 
@@ -210,14 +210,15 @@ void installLogMsgHandler(const QString& fileName)
         qWarning("Log file name is empty");
         return;
     }
-    QString error;
-    const int fd = openToOverwrite(fileName, Links::FollowedWhenTrusted, &error);
-    if (fd == -1) {
-        qCritical("%s: %s", fileName.toLocal8Bit().constData(), error.toLocal8Bit().constData());
+    Result<Descriptor> file = openToOverwrite(fileName);
+    if (!file) {
+        qCritical("%s: %s", fileName.toLocal8Bit().constData(),
+                  file.error().text.toLocal8Bit().constData());
         return;
     }
     // Fails only for a file that is open already.
-    static_cast<void>(logFile().open(fd, QIODevice::WriteOnly, QFileDevice::AutoCloseHandle));
+    static_cast<void>(
+        logFile().open(file->release(), QIODevice::WriteOnly, QFileDevice::AutoCloseHandle));
     addMsgHandler(fileMsgHandler);
 }
 

@@ -9,11 +9,11 @@ chown 54321 "$work/probe" 2>/dev/null || skip "only root can be several users"
 export ZORV_MPIRUN_LOG="$session/log"
 
 # shared [OWNER]: a new installation, with a session directory that anybody may write.
-# Not a sticky one, in which the kernel would help (fs.protected_* in proc(5)).
+# A sticky one: nobody can take away what the launcher has made.
 shared() {
     install bin
     chmod 755 "$work" .
-    chmod 777 session
+    chmod 1777 session
     chown "${1-0}" session
     echo precious >mine
 }
@@ -33,12 +33,10 @@ refused() {
 }
 foreign="belongs to another user"
 for name in "$log" "$marker"; do
-    link=$foreign
-    [ "$name" = "$log" ] || link="Too many levels of symbolic links"
-    refused "$name" 'ln -s "$root/mine" "$name"' "$link"
-    refused "$name" 'ln -s "$root/nothing" "$name"' "$link"
-    refused "$name" 'mkfifo "$name"' "is no regular file"
-    refused "$name" 'mkfifo "$name"; exec 3<>"$name"' "is no regular file"
+    refused "$name" 'ln -s "$root/mine" "$name"' "$foreign"
+    refused "$name" 'ln -s "$root/nothing" "$name"' "$foreign"
+    refused "$name" 'mkfifo "$name"' "is a FIFO without a reader, or a socket"
+    refused "$name" 'mkfifo "$name"; exec 3<>"$name"' "$foreign"
     refused "$name" 'echo text >"$name"' "$foreign"
     refused "$name" 'ln mine "$name"' "has other names, where others can write" 0
 done

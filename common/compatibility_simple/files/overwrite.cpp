@@ -1,9 +1,6 @@
-// Writing files anew where other users may have put something at their names.
-
 #include "common/compatibility_simple/files/overwrite.h"
 
-#include "common/compatibility_simple/calls/calls.h"
-#include "common/compatibility_simple/files/fileio.h"
+#include "common/compatibility_simple/files/read.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -15,101 +12,127 @@
 
 namespace {
 
-const QString foreign = QStringLiteral("belongs to another user");
-const QString severalNames = QStringLiteral("has other names, where others can write");
-const QString noFile = QStringLiteral("is no regular file");
+constexpr int mostAttempts = 100;
+constexpr const char foreign[] = "belongs to another user";
+constexpr const char severalNames[] = "has other names, where others can write";
 
-// The directory that holds the file. One that cannot be examined belongs to
-// nobody, and everybody can write to it.
-struct Directory
+// The directory that holds a file, and whom to trust in it.
+class Directory
 {
+public:
     explicit Directory(const QString& fileName)
     {
-        struct stat status = {};
-        known = stat(QFile::encodeName(QFileInfo(fileName).path()).constData(), &status) == 0;
-        owner = status.st_uid;
-        shared = !known || (status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
+        struct stat status;
+        if (stat(QFile::encodeName(QFileInfo(fileName).path()).constData(), &status) == 0) {
+            mOwner = status.st_uid;
+            mMode = status.st_mode;
+        }
     }
-    bool isTrusted(uid_t user) const { return user == geteuid() || (known && user == owner); }
 
-    bool known;
-    uid_t owner;
-    bool shared;
+    bool isShared() const { return (mMode & (S_IWGRP | S_IWOTH)) != 0; }
+
+    // Whether a link of that owner may have been planted.
+    bool isLinkPlanted(uid_t owner) const
+    {
+        return isShared() && owner != 0 && owner != geteuid() && owner != mOwner;
+    }
+
+    // The same of what is no link.
+    bool isFilePlanted(uid_t owner) const { return (mMode & S_ISVTX) != 0 && isLinkPlanted(owner); }
+
+private:
+    // A directory that cannot be examined counts as one like /tmp.
+    uid_t mOwner = 0;
+    mode_t mMode = S_ISVTX | S_IWOTH;
 };
 
-// Without O_TRUNC: whether the file may be emptied is to be seen first.
-int openOnce(const QByteArray& name, int flags)
+Result<Descriptor> openToWrite(const QByteArray& name, int flags)
 {
-    return uninterrupted([&] {
-        return sc_open(name.constData(),
-                       O_WRONLY | O_CREAT | O_NONBLOCK | O_NOCTTY | O_CLOEXEC | flags, 0666);
-    });
-}
-
-// A FIFO without a reader and a socket cannot be opened at all.
-QString openError()
-{
-    return errno == ENXIO ? noFile : qt_error_string(errno);
-}
-
-// Why an open file is not to be overwritten; empty when it may be.
-QString objection(const struct stat& status, const Directory& directory)
-{
-    if (!directory.isTrusted(status.st_uid)) {
-        return foreign;
+    Descriptor fd(uninterrupted(
+        [&] { return sc_open(name.constData(), O_WRONLY | O_NOCTTY | O_CLOEXEC | flags, 0666); }));
+    if (fd.isOpen()) {
+        return fd;
     }
-    return status.st_nlink > 1 && directory.shared ? severalNames : QString();
+    if (errno == ENXIO) {
+        return FileError{ENXIO, QStringLiteral("is a FIFO without a reader, or a socket")};
+    }
+    return FileError::last();
 }
 
-// Empties the file and makes its descriptor an ordinary one. Where a trusted link
-// led is the choice of whoever made the link.
-QString prepare(int fd, const Directory& directory, bool throughLink)
+// Creates the file or, without following a link, opens the one that exists.
+Result<Descriptor> createOrOpen(const QByteArray& name, bool* created)
+{
+    for (int attempt = 1;; ++attempt) {
+        Result<Descriptor> newFile = openToWrite(name, O_CREAT | O_EXCL);
+        *created = bool(newFile);
+        if (newFile) {
+            return newFile;
+        }
+        // Without O_CREAT: with it, the kernel may refuse a file of root's.
+        Result<Descriptor> file = openToWrite(name, O_NOFOLLOW | O_NONBLOCK);
+        if (file || file.error().code != ENOENT) {
+            return file;
+        }
+        // Another launcher may just have removed the file.
+        if (newFile.error().code != EEXIST || attempt == mostAttempts) {
+            return newFile;
+        }
+    }
+}
+
+bool isLink(const QByteArray& name, struct stat* status)
+{
+    return lstat(name.constData(), status) == 0 && S_ISLNK(status->st_mode);
+}
+
+FileError refusal(const char* reason)
+{
+    return {EACCES, QString::fromLatin1(reason)};
+}
+
+// Empties an existing file and makes the descriptor block. Where a trusted link leads
+// is the choice of the one who made it.
+Result<Descriptor> prepare(Descriptor fd, const Directory& directory, bool throughLink)
 {
     struct stat status;
-    if (fstat(fd, &status) == -1) {
-        return qt_error_string(errno);
+    if (fstat(fd.get(), &status) == -1) {
+        return FileError::last();
     }
-    if (S_ISREG(status.st_mode)) {
-        QString reason = throughLink ? QString() : objection(status, directory);
-        if (!reason.isEmpty()) {
-            return reason;
-        }
-    } else if (!S_ISCHR(status.st_mode)) {
-        return noFile;
+    if (!throughLink && directory.isFilePlanted(status.st_uid)) {
+        return refusal(foreign);
     }
-    const bool ready =
-        (!S_ISREG(status.st_mode) || uninterrupted([&] { return ftruncate(fd, 0); }) == 0) &&
-        fcntl(fd, F_SETFL, O_WRONLY) == 0;
-    return ready ? QString() : qt_error_string(errno);
+    const bool isRegular = S_ISREG(status.st_mode);
+    if (!throughLink && isRegular && directory.isShared() && status.st_nlink > 1) {
+        return refusal(severalNames);
+    }
+    if ((isRegular && uninterrupted([&] { return ftruncate(fd.get(), 0); }) == -1) ||
+        fcntl(fd.get(), F_SETFL, O_WRONLY) == -1) {
+        return FileError::last();
+    }
+    return fd;
 }
 
 } // namespace
 
-int openToOverwrite(const QString& fileName, Links links, QString* error)
+Result<Descriptor> openToOverwrite(const QString& fileName)
 {
     const QByteArray name = QFile::encodeName(fileName);
+    // Another user cannot have planted what this call creates, whoever owns it on a
+    // file server that maps users.
+    bool created = false;
+    Result<Descriptor> file = createOrOpen(name, &created);
+    if (created) {
+        return file;
+    }
     const Directory directory(fileName);
-    bool throughLink = false;
-    int fd = openOnce(name, O_NOFOLLOW);
+    // A link on the way to the directory can be the cause as well.
     struct stat link;
-    // The error may come from a directory's link as well.
-    if (fd == -1 && errno == ELOOP && links == Links::FollowedWhenTrusted &&
-        lstat(name.constData(), &link) == 0 && S_ISLNK(link.st_mode)) {
-        if (!directory.isTrusted(link.st_uid)) {
-            *error = foreign;
-            return -1;
+    const bool throughLink = !file && file.error().code == ELOOP && isLink(name, &link);
+    if (throughLink) {
+        if (directory.isLinkPlanted(link.st_uid)) {
+            return refusal(foreign);
         }
-        throughLink = true;
-        fd = openOnce(name, 0);
+        file = openToWrite(name, O_CREAT | O_NONBLOCK);
     }
-    if (fd == -1) {
-        *error = openError();
-        return -1;
-    }
-    *error = prepare(fd, directory, throughLink);
-    if (!error->isEmpty()) {
-        sc_close(fd);
-        return -1;
-    }
-    return fd;
+    return file ? prepare(std::move(*file), directory, throughLink) : std::move(file);
 }

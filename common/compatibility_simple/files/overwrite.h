@@ -1,21 +1,24 @@
-// Writing files anew where other users may have put something at their names.
-
 #pragma once
+
+#include "common/compatibility_simple/files/descriptor.h"
+#include "common/compatibility_simple/files/result.h"
 
 #include <QString>
 
-/// What becomes of a symbolic link at the name of a file that is written anew.
-enum class Links { Refused, FollowedWhenTrusted };
-
-/// Opens a file for writing; it is made when it is missing and emptied otherwise.
-/// Never waits, whatever is at its name.
+/// Opens a file for writing. Creates it when it is missing and empties it otherwise, as
+/// open(2) does with O_CREAT and O_TRUNC, and follows a symbolic link. Never waits for
+/// the reader of a FIFO: one without a reader is an error.
 ///
-/// Trusted is what belongs to this user or to the owner of the directory. All
-/// else was put there by somebody else and is refused: a link, or a file that
-/// would be overwritten. So is, in a directory that others can write, a file with
-/// several names, which may be one of this user's own elsewhere, and everything
-/// that is neither a regular file nor a character device.
+/// In a directory that others can write, another user may have planted the entry, to
+/// read what is written or to have one of this user's own files overwritten. Refused
+/// there are
+/// - in a sticky directory, an entry of another user, as the kernel refuses it with
+///   fs.protected_regular and fs.protected_fifos
+///   (Documentation/admin-guide/sysctl/fs.rst);
+/// - a symbolic link of another user;
+/// - an existing file with several names.
+/// Root and the owner of the directory count as this user. What is refused is left
+/// unchanged.
 ///
-/// Returns a descriptor, close-on-exec, for the caller to close; -1 with the cause
-/// in `error` otherwise, and what was there is unchanged then.
-int openToOverwrite(const QString& fileName, Links links, QString* error);
+/// The descriptor is close-on-exec and blocks.
+Result<Descriptor> openToOverwrite(const QString& fileName);

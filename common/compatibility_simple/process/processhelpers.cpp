@@ -1,7 +1,6 @@
 #include "common/compatibility_simple/process/processhelpers.h"
 
-#include "common/compatibility_simple/calls/calls.h"
-#include "common/compatibility_simple/files/fileio.h"
+#include "common/compatibility_simple/files/read.h"
 #include "common/mlib.h"
 #include "zorv-util/qblockingprocess.h"
 
@@ -14,18 +13,11 @@ namespace {
 
 constexpr int longestInterpreterLine = 1023;
 
-// The first bytes of a file, fewer when it is shorter; empty when it cannot be
-// read.
+// The first bytes of a file, fewer when it is shorter; empty when it cannot be read.
 QByteArray firstBytes(const QString& path, int count)
 {
-    const int fd = openToRead(path);
-    if (fd == -1) {
-        return QByteArray();
-    }
-    QByteArray bytes(count, '\0');
-    const bool complete = readUpTo(fd, &bytes);
-    sc_close(fd);
-    return complete ? bytes : QByteArray();
+    const Result<QByteArray> bytes = readRegularFile(path, count);
+    return bytes ? *bytes : QByteArray();
 }
 
 } // namespace

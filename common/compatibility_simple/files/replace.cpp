@@ -1,0 +1,70 @@
+#include "common/compatibility_simple/files/replace.h"
+
+#include "common/compatibility_simple/files/descriptor.h"
+#include "common/compatibility_simple/files/read.h"
+
+#include <QFile>
+#include <QFileInfo>
+#include <QRandomGenerator>
+
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+// A name that no other entry of the directory has. It is short: the name of the entry
+// that it becomes may already be as long as the file system allows.
+QString temporaryName(const QString& path)
+{
+    return QFileInfo(path).path() + QStringLiteral("/.zorv-") +
+           QString::number(QRandomGenerator::system()->generate64(), 16);
+}
+
+// Puts the entry that `make` makes under a temporary name in the place of `path`.
+template <typename Make> bool replaceBy(const QString& path, const Make& make)
+{
+    const QString temporary = temporaryName(path);
+    const QByteArray name = QFile::encodeName(temporary);
+    if (make(name.constData()) && sc_rename(temporary, path) == 0) {
+        return true;
+    }
+    sc_unlink(name.constData());
+    return false;
+}
+
+bool writeAll(int fd, const QByteArray& content)
+{
+    QFile file;
+    return file.open(fd, QIODevice::WriteOnly | QIODevice::Unbuffered) &&
+           file.write(content) == content.size();
+}
+
+// A full disk or quota may show only when the data is on the disk. Some file systems
+// do not support fsync(2): EINVAL.
+bool synchronize(int fd)
+{
+    return uninterrupted([&] { return fsync(fd); }) == 0 || errno == EINVAL;
+}
+
+bool writeNewFile(const char* name, const QByteArray& content)
+{
+    Descriptor fd(sc_open(name, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IWUSR));
+    // The umask may have taken the owner's write bit.
+    return fd.isOpen() && fchmod(fd.get(), S_IWUSR) == 0 && writeAll(fd.get(), content) &&
+           synchronize(fd.get()) && fchmod(fd.get(), S_IRUSR | S_IWUSR) == 0 && fd.close();
+}
+
+} // namespace
+
+bool replaceFile(const QString& fileName, const QByteArray& content)
+{
+    return replaceBy(fileName, [&](const char* name) { return writeNewFile(name, content); });
+}
+
+bool replaceLink(const QString& target, const QString& link)
+{
+    const QByteArray text = QFile::encodeName(target);
+    return replaceBy(link, [&](const char* name) { return symlink(text.constData(), name) == 0; });
+}
