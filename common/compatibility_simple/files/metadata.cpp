@@ -2,7 +2,7 @@
 
 #include <QFile>
 
-#include <poll.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/time.h>
 
@@ -23,11 +23,7 @@ bool sc_setModifiedTime(const QString& path, const QDateTime& time)
     return utimes(name.constData(), times) == 0;
 }
 
-bool sc_isFileDescriptorOpen(int fd, QIODevice::OpenMode mode)
+bool sc_isFileDescriptorOpen(int fd, QIODevice::OpenMode)
 {
-    if (fd < 0) {
-        return false;
-    }
-    pollfd request = {fd, short(mode & QIODevice::ReadOnly ? POLLIN : POLLOUT), 0};
-    return poll(&request, 1, 0) >= 0 && !(request.revents & POLLNVAL);
+    return fcntl(fd, F_GETFD) != -1;
 }

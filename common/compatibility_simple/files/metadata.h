@@ -1,5 +1,3 @@
-// What the system keeps of a file besides its content.
-
 #pragma once
 
 #include <QDateTime>
@@ -10,6 +8,6 @@
 /// microseconds. False when the file cannot be examined or changed.
 bool sc_setModifiedTime(const QString& path, const QDateTime& time);
 
-/// Whether a descriptor is open, looked at for reading when `mode` includes
-/// reading and for writing otherwise; never waits.
+/// Whether a descriptor is open, of whatever kind and number. The mode makes no
+/// difference: a descriptor that is open for reading only is open. Never waits.
 bool sc_isFileDescriptorOpen(int fd, QIODevice::OpenMode mode);
