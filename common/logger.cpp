@@ -216,10 +216,14 @@ void installLogMsgHandler(const QString& fileName)
                   file.error().text.toLocal8Bit().constData());
         return;
     }
+    if (logFile().isOpen()) {
+        logFile().close();
+    } else {
+        addMsgHandler(fileMsgHandler);
+    }
     // Fails only for a file that is open already.
     static_cast<void>(
         logFile().open(file->release(), QIODevice::WriteOnly, QFileDevice::AutoCloseHandle));
-    addMsgHandler(fileMsgHandler);
 }
 
 void addMsgHandler(QtMsgHandler handler)

@@ -38,10 +38,10 @@ void installQtMsgHandler();
 /// trailing ".log" is replaced by `suffix` and ".log".
 QString logFileName(const char* environmentVariable, const QString& prefix, const QString& suffix);
 
-/// Opens the log file, emptying an existing one, and adds a handler that
-/// appends each message to it as one line. An empty name is warned of, a file
-/// that cannot be opened (see openToOverwrite(), which also refuses what somebody
-/// else has put there) reported as critical; no handler is added then.
+/// Opens the log file as openToOverwrite() does, and adds a handler that appends each
+/// message to it as one line. A second call closes the first log and goes on in the
+/// second. An empty name is reported as a warning, a file that cannot be opened as
+/// critical; nothing else changes then.
 void installLogMsgHandler(const QString& fileName);
 
 /// Adds a handler at the end of the list; one that is added twice is called
