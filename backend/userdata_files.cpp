@@ -189,11 +189,15 @@ bool UserData::makeMetaSession()
 
 void UserData::deleteSessionFile()
 {
-    removeFile(mSessionFileName);
-    const QDir directory = QFileInfo(mSessionFileName).dir();
-    removeFile(directory.filePath(QStringLiteral("latest")));
-    if (!hostNamesAndAddresses.isEmpty()) {
-        removeFile(directory.filePath(getCanonicalHostName() + QStringLiteral("-latest")));
+    if (!mSessionFileName.isEmpty()) {
+        removeFile(mSessionFileName);
+        const QString directory = QFileInfo(mSessionFileName).path();
+        removeFile(joined(directory, QStringLiteral("latest")));
+        // A name with a slash would lead out of the directory.
+        const QString host = getCanonicalHostName();
+        if (!hostNamesAndAddresses.isEmpty() && !host.contains(QLatin1Char('/'))) {
+            removeFile(joined(directory, host + QStringLiteral("-latest")));
+        }
     }
     if (metaSession) {
         removeFile(joined(getSessionDirectory(false), QStringLiteral("meta")));
