@@ -32,12 +32,10 @@ unsigned int BackendUserData::portOfSession(int session)
 bool BackendUserData::load(const BackendOptions& options)
 {
     // What comes later overrides what came before.
-    mSource = Source::GlobalFile;
-    UserData::load(getGlobalFile(), QString());
+    UserData::load(getGlobalFile(), QString(), Source::GlobalFile);
     chooseSessionFile(options);
     takeEnvironment();
-    mSource = Source::SessionFile;
-    UserData::load(mSessionFileName, QString());
+    UserData::load(mSessionFileName, QString(), Source::SessionFile);
     takeOptions(options);
     complete();
     return isValid();
@@ -45,39 +43,36 @@ bool BackendUserData::load(const BackendOptions& options)
 
 void BackendUserData::chooseSessionFile(const BackendOptions& options)
 {
-    mSource = Source::Environment;
-    setSessionFileName(envPath("SESSION_FILE"));
+    setSessionFileName(envPath("SESSION_FILE"), Source::Environment);
     takeHostAndSessionOfEnvironment();
-    mSource = Source::Option;
     if (!options.frontendHostNamesAndAddresses().isEmpty()) {
-        setHosts(options.frontendHostNamesAndAddresses());
+        setHosts(options.frontendHostNamesAndAddresses(), Source::Option);
     }
     if (!options.sessionFileName().isEmpty()) {
-        setSessionFileName(options.sessionFileName());
+        setSessionFileName(options.sessionFileName(), Source::Option);
     }
     if (options.session() != 0) {
-        setSession(options.session());
+        setSession(options.session(), Source::Option);
     }
-    mSource = options.isSharedDirectoryOption() ? Source::Option : Source::Environment;
     if (!options.getSharedDirectory().isEmpty()) {
-        setSharedDirectoryFrom(options.getSharedDirectory());
+        const bool isOption = options.isSharedDirectoryOption();
+        setSharedDirectoryFrom(options.getSharedDirectory(),
+                               isOption ? Source::Option : Source::Environment);
     }
-    mSource = Source::Derived;
     if (mSessionFileName.isEmpty()) {
-        setSessionFileName(getSessionFile(mSession, false));
+        setSessionFileName(getSessionFile(mSession, false), Source::Derived);
     }
 }
 
 void BackendUserData::takeHostAndSessionOfEnvironment()
 {
-    mSource = Source::Environment;
     const QString hostEnv = envString("HOST");
     const std::optional<int> sessionEnv = numberFrom(envString("SESSION"));
     if (!hostEnv.isEmpty()) {
-        setHosts(hostEnv);
+        setHosts(hostEnv, Source::Environment);
     }
     if (sessionEnv) {
-        setSession(*sessionEnv);
+        setSession(*sessionEnv, Source::Environment);
     }
 }
 
@@ -88,108 +83,106 @@ void BackendUserData::takeEnvironment()
     const QString cookieEnv = envString("SESSION_COOKIE");
     const QString tarballEnv = envPath("TARBALL");
     if (!cookieEnv.isEmpty()) {
-        setCookie(cookieEnv);
+        setCookie(cookieEnv, Source::Environment);
     }
     if (portEnv) {
-        setExplicitPort(*portEnv);
+        setExplicitPort(*portEnv, Source::Environment);
     }
     if (!tarballEnv.isEmpty()) {
-        setTarball(tarballEnv);
+        setTarball(tarballEnv, Source::Environment);
     }
     mUseSessionCookies = true;
     if (envFlag("NO_SESSION_COOKIE")) {
-        doNotUseCookies();
+        doNotUseCookies(Source::Environment);
     }
 }
 
 void BackendUserData::takeOptions(const BackendOptions& options)
 {
-    mSource = Source::Option;
     if (!options.frontendHostNamesAndAddresses().isNull()) {
-        setHosts(options.frontendHostNamesAndAddresses());
+        setHosts(options.frontendHostNamesAndAddresses(), Source::Option);
     }
     if (options.port() != 0) {
-        setExplicitPort(options.port());
+        setExplicitPort(options.port(), Source::Option);
     }
     if (!options.sessionCookie().isNull()) {
-        setCookie(options.sessionCookie());
+        setCookie(options.sessionCookie(), Source::Option);
     }
     if (options.session() != 0) {
-        setSession(options.session());
+        setSession(options.session(), Source::Option);
     }
     if (options.isNoSessionCookie()) {
-        doNotUseCookies();
+        doNotUseCookies(Source::Option);
     }
     if (!options.tarballFileName().isNull()) {
-        setTarball(options.tarballFileName());
+        setTarball(options.tarballFileName(), Source::Option);
     }
 }
 
-void BackendUserData::setHosts(const QString& commaSeparated)
+void BackendUserData::setHosts(const QString& commaSeparated, Source source)
 {
     hostNamesAndAddresses = commaSeparated.split(QLatin1Char(','));
-    took(Hosts);
+    setSource(Hosts, source);
 }
 
-void BackendUserData::setExplicitPort(int number)
+void BackendUserData::setExplicitPort(int number, Source source)
 {
     port = static_cast<quint32>(number);
     mExplicitPort = true;
-    took(Port);
+    setSource(Port, source);
 }
 
-void BackendUserData::setSession(int number)
+void BackendUserData::setSession(int number, Source source)
 {
     mSession = number;
-    took(Session);
+    setSource(Session, source);
 }
 
-void BackendUserData::setCookie(const QString& cookie)
+void BackendUserData::setCookie(const QString& cookie, Source source)
 {
     mSessionCookie = cookie;
-    took(Cookie);
+    setSource(Cookie, source);
 }
 
-void BackendUserData::doNotUseCookies()
+void BackendUserData::doNotUseCookies(Source source)
 {
     mUseSessionCookies = false;
-    took(CookieUse);
+    setSource(CookieUse, source);
 }
 
-void BackendUserData::setTarball(const QString& fileName)
+void BackendUserData::setTarball(const QString& fileName, Source source)
 {
     mTarballFileName = fileName;
-    took(Tarball);
+    setSource(Tarball, source);
 }
 
-void BackendUserData::setSessionFileName(const QString& fileName)
+void BackendUserData::setSessionFileName(const QString& fileName, Source source)
 {
     mSessionFileName = fileName;
-    took(SessionFileName);
+    setSource(SessionFileName, source);
 }
 
-void BackendUserData::setSharedDirectoryFrom(const QString& directory)
+void BackendUserData::setSharedDirectoryFrom(const QString& directory, Source source)
 {
     const QString expanded = expandVars(directory);
     const QString canonical = QFileInfo(expanded).canonicalFilePath();
     setSharedDirectory(canonical.isEmpty() ? expanded : canonical);
-    took(SharedDirectory);
+    setSource(SharedDirectory, source);
 }
 
 void BackendUserData::complete()
 {
-    mSource = Source::Derived;
     if (mSession == -1) {
         if (port > portOfSessionZero && port <= portOfSessionZero + highestNumberedSession) {
-            setSession(static_cast<int>(port) - portOfSessionZero);
+            setSession(static_cast<int>(port) - portOfSessionZero, Source::Derived);
         }
     } else if (port == 0) {
         port = portOfSession(mSession);
-        took(Port);
+        setSource(Port, Source::Derived);
     }
     if (mSharedDirectory.isEmpty() &&
         QFileInfo(mSessionFileName).fileName() == QLatin1String("session")) {
         setSharedDirectory(mSessionFileName);
-        took(SharedDirectory);
+        setSource(SharedDirectory, Source::Derived);
     }
 }

@@ -53,12 +53,12 @@ private:
     void takeOptions(const BackendOptions& options);
     void complete();
 
-    void setHosts(const QString& commaSeparated);
-    void setExplicitPort(int number);
-    void setSession(int number);
-    void setCookie(const QString& cookie);
-    void doNotUseCookies();
-    void setTarball(const QString& fileName);
-    void setSessionFileName(const QString& fileName);
-    void setSharedDirectoryFrom(const QString& directory);
+    void setHosts(const QString& commaSeparated, Source source);
+    void setExplicitPort(int number, Source source);
+    void setSession(int number, Source source);
+    void setCookie(const QString& cookie, Source source);
+    void doNotUseCookies(Source source);
+    void setTarball(const QString& fileName, Source source);
+    void setSessionFileName(const QString& fileName, Source source);
+    void setSharedDirectoryFrom(const QString& directory, Source source);
 };

@@ -34,48 +34,59 @@ FileState stateAfter(const FileError& error)
     }
 }
 
-FileState readFile(const QString& fileName, QByteArray* content)
+// The text of a document, in the encoding that it declares or that its first bytes show,
+// see appendix F of the XML recommendation. Empty when this Qt does not know the encoding
+// or the bytes are not in it.
+QString decoded(const QByteArray& document)
 {
-    // One byte more than allowed shows a file that is too large.
-    Result<QByteArray> result = readRegularFile(fileName, largestFile + 1);
-    if (!result) {
-        return stateAfter(result.error());
-    }
-    *content = std::move(*result);
-    return content->size() > largestFile ? FileState::TooLarge : FileState::Read;
-}
-
-// Whether entities are declared, in ASCII or with the NULs that UTF-16 and UTF-32 put
-// between. The XML reader bounds the text that one reference gives, but not what many of
-// them give, nor how often those that stand for nothing are expanded.
-bool declaresEntities(QByteArray content)
-{
-    return content.replace('\0', "").contains("<!ENTITY");
-}
-
-// Whether the document is in an encoding that every Qt knows. Those that some know
-// besides may spell a declaration in other bytes. Reads the start of the document.
-bool hasCommonEncoding(QXmlStreamReader& reader)
-{
+    QXmlStreamReader reader(document);
     reader.readNext();
     const QByteArray name = reader.documentEncoding().toLatin1();
-    return name.isEmpty() || QStringConverter::encodingForName(name.constData()).has_value();
+    const auto seen = QStringConverter::encodingForData(document, u'<');
+    QStringDecoder decoder = name.isEmpty() ? QStringDecoder(seen.value_or(QStringConverter::Utf8))
+                                            : QStringDecoder(name.constData());
+    const QString text = decoder(document);
+    // Of UTF-32, the decoder takes numbers that are no characters.
+    const bool isText = !reader.hasError() && !decoder.hasError() && text.isValidUtf16();
+    return isText ? text : QString();
 }
 
-// The attributes of the root element when it is a session; none when it is
-// something else. Reads to the end.
-FileState readDocument(QXmlStreamReader& reader, QXmlStreamAttributes* attributes)
+FileState readText(const QString& fileName, QString* text)
 {
+    // One byte more than allowed shows a file that is too large.
+    const Result<QByteArray> content = readRegularFile(fileName, largestFile + 1);
+    if (!content) {
+        return stateAfter(content.error());
+    }
+    if (content->size() > largestFile) {
+        return FileState::TooLarge;
+    }
+    *text = decoded(*content);
+    return FileState::Read;
+}
+
+// The attributes of the root element when it is a session; none when it is something
+// else. Reads the whole document.
+FileState parse(QString document, QXmlStreamAttributes* attributes)
+{
+    // The reader bounds the text that one reference to an entity gives, but not what many
+    // of them give, nor how often those that stand for nothing are expanded. In lower case
+    // a declaration is an error. Where it is no markup, as in a comment, nothing changes.
+    document.replace(QLatin1String("<!ENTITY"), QLatin1String("<!entity"));
+    QXmlStreamReader reader(document);
     reader.setNamespaceProcessing(false);
     FileState state = FileState::NoSession;
-    bool atRoot = true;
+    int doctypes = 0;
+    int elements = 0;
     while (!reader.atEnd()) {
-        if (reader.readNext() == QXmlStreamReader::StartElement && atRoot) {
-            atRoot = false;
-            if (reader.qualifiedName() == TAGNAME) {
-                *attributes = reader.attributes();
-                state = FileState::Read;
-            }
+        const QXmlStreamReader::TokenType token = reader.readNext();
+        if (token == QXmlStreamReader::DTD && (elements > 0 || ++doctypes > 1)) {
+            return FileState::NotWellFormed;
+        }
+        if (token == QXmlStreamReader::StartElement && ++elements == 1 &&
+            reader.qualifiedName() == TAGNAME) {
+            *attributes = reader.attributes();
+            state = FileState::Read;
         }
     }
     return reader.hasError() ? FileState::NotWellFormed : state;
@@ -99,34 +110,31 @@ UserData::UserData()
 
 bool UserData::load(const QString& fileName, const QString& xml)
 {
+    return load(fileName, xml, Source::Default);
+}
+
+bool UserData::load(const QString& fileName, const QString& xml, Source source)
+{
     mSessionFileName = fileName;
-    QByteArray content = xml.toUtf8();
-    mFileState = xml.isNull() ? readFile(fileName, &content) : FileState::Read;
+    QString text = xml;
     QXmlStreamAttributes attributes;
+    mFileState = xml.isNull() ? readText(fileName, &text) : FileState::Read;
     if (mFileState == FileState::Read) {
-        QXmlStreamReader reader;
-        if (xml.isNull()) {
-            reader.addData(content);
-        } else {
-            reader.addData(xml);
-        }
-        const bool readable =
-            !declaresEntities(content) && (!xml.isNull() || hasCommonEncoding(reader));
-        mFileState = readable ? readDocument(reader, &attributes) : FileState::NotWellFormed;
+        mFileState = parse(text, &attributes);
     }
     if (mFileState == FileState::Read) {
-        mFileState = takeAttributes(attributes);
+        mFileState = takeAttributes(attributes, source);
     }
     return mFileState == FileState::Read || mFileState == FileState::NoSession ||
            (mFileState == FileState::NotWellFormed && !xml.isNull());
 }
 
-UserData::FileState UserData::takeAttributes(const QXmlStreamAttributes& attributes)
+UserData::FileState UserData::takeAttributes(const QXmlStreamAttributes& attributes, Source source)
 {
     bool ok = true;
     if (attributes.hasAttribute(XML_PORT)) {
         port = attributes.value(XML_PORT).toUInt(&ok);
-        took(Port);
+        setSource(Port, source);
         if (!ok) {
             return FileState::BadPort;
         }
@@ -134,15 +142,15 @@ UserData::FileState UserData::takeAttributes(const QXmlStreamAttributes& attribu
     }
     if (attributes.hasAttribute(XML_HOST)) {
         hostNamesAndAddresses = attributes.value(XML_HOST).toString().split(QLatin1Char(','));
-        took(Hosts);
+        setSource(Hosts, source);
     }
     if (attributes.hasAttribute(XML_SESSION_COOKIE)) {
         mSessionCookie = attributes.value(XML_SESSION_COOKIE).toString();
-        took(Cookie);
+        setSource(Cookie, source);
     }
     if (attributes.hasAttribute(XML_SESSION)) {
         mSession = static_cast<qint32>(attributes.value(XML_SESSION).toUInt(&ok));
-        took(Session);
+        setSource(Session, source);
     }
     return ok ? FileState::Read : FileState::BadSession;
 }

@@ -104,8 +104,6 @@ public:
     QString getSessionUniqueId() const;
     /// `name` and the unique id; no directory.
     QString getSessionSpecificFileName(const QString& name) const;
-    /// The session file in the installation root.
-    QString getGlobalFile() const;
     /// The job's topology. Without `create`, a file of that name in TMPDIR is
     /// preferred when it exists.
     QString topologyFileName(bool create) const;
@@ -123,13 +121,17 @@ public:
     void deleteSessionFile();
 
 protected:
+    /// The session file in the installation root.
+    QString getGlobalFile() const;
     /// The session file of a session of this front end: the "latest" link of
     /// the host when the number is below 1, of all hosts when there is no host.
     /// `create` names the session's own file in any case and points the
     /// "latest" links at it, each atomically.
     QString getSessionFile(int session, bool create) const;
-    /// Says of a field that its value is from here on that of mSource.
-    void took(Field field) { mSources[field] = mSource; }
+    /// As the public load(), for fields whose source is to be known.
+    bool load(const QString& fileName, const QString& xml, Source source);
+    /// Records where the value of a field comes from.
+    void setSource(Field field, Source source) { mSources[field] = source; }
 
     QStringList hostNamesAndAddresses;
     QString mSessionCookie;
@@ -142,11 +144,9 @@ protected:
     bool mExplicitPort;
     bool mUseSessionCookies;
     bool metaSession;
-    /// The source that fields are being taken from.
-    Source mSource = Source::Default;
 
 private:
-    FileState takeAttributes(const QXmlStreamAttributes& attributes);
+    FileState takeAttributes(const QXmlStreamAttributes& attributes, Source source);
 
     FileState mFileState = FileState::NotTried;
     Source mSources[FieldCount] = {};

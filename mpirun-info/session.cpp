@@ -18,6 +18,13 @@ namespace {
 using FileState = UserData::FileState;
 using Source = UserData::Source;
 
+// The report names the installation's session file, too.
+class ReportedSession : public BackendUserData
+{
+public:
+    using BackendUserData::getGlobalFile;
+};
+
 struct Field
 {
     UserData::Field field;
@@ -276,7 +283,7 @@ void describeCommandLine(Report* report, const ZORVDebuggerOptions& options,
 
 void describeSession(Report* report, const ZORVDebuggerOptions& options)
 {
-    BackendUserData session;
+    ReportedSession session;
     static_cast<void>(session.load(options));
     report->hide(session.sessionCookie());
     report->beginSection("session");
