@@ -3,7 +3,6 @@
 #include "backend/backenduserdata.h"
 
 #include "backend/backendoptions.h"
-#include "backend/userdata_p.h"
 
 #include "common/compatibility_simple/system/pathexpansion.h"
 #include "common/env/zorvenv.h"

@@ -1,5 +1,3 @@
-// How a process that belongs to a session finds out which one it is.
-
 #pragma once
 
 #include "backend/userdata.h"

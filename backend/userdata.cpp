@@ -11,7 +11,6 @@
 #include <QXmlStreamReader>
 
 #include <cerrno>
-#include <utility>
 
 namespace {
 
@@ -20,19 +19,6 @@ namespace {
 constexpr qsizetype largestFile = 65536;
 
 using FileState = UserData::FileState;
-
-FileState stateAfter(const FileError& error)
-{
-    switch (error.code) {
-    case ENOENT:
-    case ENOTDIR:
-        return FileState::Missing;
-    case ENXIO:
-        return FileState::NotRegular;
-    default:
-        return FileState::Unreadable;
-    }
-}
 
 // The text of a document, in the encoding that it declares or that its first bytes show,
 // see appendix F of the XML recommendation. Empty when this Qt does not know the encoding
@@ -56,7 +42,11 @@ FileState readText(const QString& fileName, QString* text)
     // One byte more than allowed shows a file that is too large.
     const Result<QByteArray> content = readRegularFile(fileName, largestFile + 1);
     if (!content) {
-        return stateAfter(content.error());
+        const int code = content.error().code;
+        if (code == ENXIO) {
+            return FileState::NotRegular;
+        }
+        return code == ENOENT || code == ENOTDIR ? FileState::Missing : FileState::Unreadable;
     }
     if (content->size() > largestFile) {
         return FileState::TooLarge;
@@ -98,15 +88,6 @@ bool isOfToday(const QString& fileName)
 }
 
 } // namespace
-
-UserData::UserData()
-    : port(0)
-    , mSession(-1)
-    , mExplicitPort(false)
-    , mUseSessionCookies(true)
-    , metaSession(false)
-{
-}
 
 bool UserData::load(const QString& fileName, const QString& xml)
 {
@@ -153,54 +134,4 @@ UserData::FileState UserData::takeAttributes(const QXmlStreamAttributes& attribu
         setSource(Session, source);
     }
     return ok ? FileState::Read : FileState::BadSession;
-}
-
-QStringList UserData::getHostNamesAndAddresses() const
-{
-    return hostNamesAndAddresses;
-}
-
-QString UserData::getCanonicalHostName() const
-{
-    return hostNamesAndAddresses.value(0);
-}
-
-unsigned int UserData::getPort() const
-{
-    return port;
-}
-
-bool UserData::isExplicitPort() const
-{
-    return mExplicitPort;
-}
-
-int UserData::getSession() const
-{
-    return mSession;
-}
-
-QString UserData::sessionCookie() const
-{
-    return mSessionCookie;
-}
-
-bool UserData::getUseSessionCookies() const
-{
-    return mUseSessionCookies;
-}
-
-QString UserData::sessionFileName() const
-{
-    return mSessionFileName;
-}
-
-void UserData::setSharedDirectory(const QString& directory)
-{
-    mSharedDirectory = directory;
-}
-
-QString UserData::getSharedDirectory() const
-{
-    return mSharedDirectory;
 }

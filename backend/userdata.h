@@ -12,7 +12,7 @@ class QXmlStreamAttributes;
 class UserData
 {
 public:
-    /// What came of reading a session file.
+    /// The result of reading a session file.
     enum class FileState {
         NotTried,
         Read,
@@ -20,7 +20,7 @@ public:
         Unreadable,
         NotRegular,
         TooLarge,      ///< more than 64 KiB
-        NotWellFormed, ///< or with entities of its own, or in a rare encoding
+        NotWellFormed, ///< or with entities of its own, or in an unknown encoding
         NoSession,     ///< well-formed, but its root element is something else
         BadPort,       ///< its port is no unsigned 32-bit number
         BadSession,    ///< its session is none
@@ -47,8 +47,6 @@ public:
         Derived, ///< from other fields
     };
 
-    UserData();
-
     /// Reads a session file, or the same XML from `xml` when that is not null;
     /// the record's file name becomes `fileName` in any case. Each attribute
     /// that the file has replaces its field, the others keep theirs.
@@ -60,7 +58,7 @@ public:
     /// are not read. An `xml` that is not well-formed counts as one without
     /// content: true.
     bool load(const QString& fileName, const QString& xml = QString());
-    /// What came of the last load().
+    /// The result of the last load().
     FileState fileState() const { return mFileState; }
 
     /// Whether there is a host and the port is below 65536.
@@ -69,24 +67,24 @@ public:
     bool hasUsablePort() const { return port < 65536; }
     Source source(Field field) const { return mSources[field]; }
 
-    QStringList getHostNamesAndAddresses() const;
+    QStringList getHostNamesAndAddresses() const { return hostNamesAndAddresses; }
     /// The preferred name of the front end's host, null when there is none.
-    QString getCanonicalHostName() const;
+    QString getCanonicalHostName() const { return hostNamesAndAddresses.value(0); }
     /// The front end's TCP port, 0 when it is not known.
-    unsigned int getPort() const;
+    unsigned int getPort() const { return port; }
     /// Whether the port was given explicitly or comes from a file of today.
-    bool isExplicitPort() const;
+    bool isExplicitPort() const { return mExplicitPort; }
     /// The session number, -1 when it is not known.
-    int getSession() const;
-    QString sessionCookie() const;
+    int getSession() const { return mSession; }
+    QString sessionCookie() const { return mSessionCookie; }
     /// Whether the cookie is part of the session's identity.
-    bool getUseSessionCookies() const;
-    QString sessionFileName() const;
+    bool getUseSessionCookies() const { return mUseSessionCookies; }
+    QString sessionFileName() const { return mSessionFileName; }
 
     /// The directory that replaces the home directory as the root of the
     /// session directory.
-    void setSharedDirectory(const QString& directory);
-    QString getSharedDirectory() const;
+    void setSharedDirectory(const QString& directory) { mSharedDirectory = directory; }
+    QString getSharedDirectory() const { return mSharedDirectory; }
 
     // Names of the session's files. They are text: nothing is tested for
     // existence unless said. `create` makes the directories that are missing; a
@@ -95,7 +93,10 @@ public:
     /// The setting SESSION_PATH, or the directory .talvora/session in the shared
     /// or home directory. A SESSION_PATH is never created.
     static QString getSessionDirectory(const QString& sharedDirectory, bool create);
-    QString getSessionDirectory(bool create) const;
+    QString getSessionDirectory(bool create) const
+    {
+        return getSessionDirectory(mSharedDirectory, create);
+    }
     /// The restart file; with a suffix that is not null, the file that goes
     /// with it: "supported" is the launcher's marker, "hold" the hold file.
     QString getRestartFileName(const QString& suffix) const;
@@ -139,11 +140,11 @@ protected:
     QString mMyHostName;
     QString mSharedDirectory;
     mutable QString mTarballFileName;
-    quint32 port;
-    qint32 mSession;
-    bool mExplicitPort;
-    bool mUseSessionCookies;
-    bool metaSession;
+    quint32 port = 0;
+    qint32 mSession = -1;
+    bool mExplicitPort = false;
+    bool mUseSessionCookies = true;
+    bool metaSession = false;
 
 private:
     FileState takeAttributes(const QXmlStreamAttributes& attributes, Source source);

@@ -43,9 +43,7 @@ void makeDirectories(const QString& base)
 
 QString userName()
 {
-    const QString variable =
-        qEnvironmentVariableIsSet("LOGNAME") ? QStringLiteral("LOGNAME") : QStringLiteral("USER");
-    return QString::fromLocal8Bit(qgetenv(variable.toLatin1().constData()));
+    return qEnvironmentVariable(qEnvironmentVariableIsSet("LOGNAME") ? "LOGNAME" : "USER");
 }
 
 // The string hash of the front end, which builds the same names: hashpjw, as
@@ -85,11 +83,6 @@ QString UserData::getSessionDirectory(const QString& sharedDirectory, bool creat
         makeDirectories(base);
     }
     return joined(joined(base, FileName::suiteDotConfigDir), QStringLiteral("session"));
-}
-
-QString UserData::getSessionDirectory(bool create) const
-{
-    return getSessionDirectory(mSharedDirectory, create);
 }
 
 QString UserData::getSessionFile(int session, bool create) const

@@ -150,11 +150,9 @@ QByteArray recordHeader(QtMsgType type)
 bool waitForRoom(int fd)
 {
     pollfd request = {fd, POLLOUT, 0};
-    while (poll(&request, 1, -1) == -1) {
-        if (errno != EINTR) {
-            perror("select");
-            return false;
-        }
+    if (uninterrupted([&] { return poll(&request, 1, -1); }) == -1) {
+        perror("select");
+        return false;
     }
     return true;
 }
@@ -304,19 +302,13 @@ ssize_t blocking_write(int fd, const void* buf, size_t count)
 {
     const char* bytes = static_cast<const char*>(buf);
     size_t written = 0;
-    for (;;) {
+    do {
         const ssize_t result = writeSome(fd, bytes + written, count - written);
-        if (result >= 0) {
-            written += static_cast<size_t>(result);
-            if (written >= count) {
-                return static_cast<ssize_t>(written);
-            }
-        } else if (errno != EAGAIN) {
+        if (result == -1 && errno != EAGAIN) {
             perror("write");
             return -1;
         }
-        if (!waitForRoom(fd)) {
-            return static_cast<ssize_t>(written);
-        }
-    }
+        written += static_cast<size_t>(qMax<ssize_t>(result, 0));
+    } while (written < count && waitForRoom(fd));
+    return static_cast<ssize_t>(written);
 }

@@ -1,5 +1,3 @@
-// Qt's messages: where they go, the log file, and XML log records.
-
 #pragma once
 
 #include <QByteArray>

@@ -19,9 +19,8 @@ using FileState = UserData::FileState;
 using Source = UserData::Source;
 
 // The report names the installation's session file, too.
-class ReportedSession : public BackendUserData
+struct ReportedSession : BackendUserData
 {
-public:
     using BackendUserData::getGlobalFile;
 };
 

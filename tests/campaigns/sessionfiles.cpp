@@ -35,12 +35,14 @@ const QByteArrayList seeds = [] {
 const QByteArrayList pieces =
     QByteArray("< > /> & &amp; &e; \" ' ]]> <!-- --> <?x?> = <session> </session> port= "
                "session=\"-1\" <![CDATA[ &#0; &#x110000; \xff\xfe \xed\xa0\x80 <!DOCTYPE\na\n[ "
+               "<!DOCTYPE\na> "
                "host=\"\" xmlns:a=\"b\" \na:b='c' \xef\xbb\xbf 4294967296 \nport='4242x' a,")
         .split(' ');
 
 QByteArray recoded(const QByteArray& content)
 {
-    const char* const names[] = {"UTF-8", "UTF-16", "UTF-32", "ISO-8859-1", "EBCDIC-US", "x"};
+    const char* const names[] = {"UTF-8",        "UTF-16",    "UTF-32", "ISO-8859-1",
+                                 "windows-1252", "EBCDIC-US", "x"};
     const QByteArray start =
         QByteArray("<?xml version=\"1.0\" encoding=\"") + pickFrom(names) + "\"?>";
     const auto encoding = QStringConverter::Encoding(pick(QStringConverter::Latin1 + 1));

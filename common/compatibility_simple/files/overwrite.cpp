@@ -12,39 +12,30 @@
 
 namespace {
 
-constexpr int mostAttempts = 100;
-constexpr const char foreign[] = "belongs to another user";
-constexpr const char severalNames[] = "has other names, where others can write";
+const QString foreign = QStringLiteral("belongs to another user");
+const QString severalNames = QStringLiteral("has other names, where others can write");
 
-// The directory that holds a file, and whom to trust in it.
-class Directory
+// The directory that holds a file. One that cannot be examined counts as one like /tmp.
+struct stat directoryOf(const QString& fileName)
 {
-public:
-    explicit Directory(const QString& fileName)
-    {
-        struct stat status;
-        if (stat(QFile::encodeName(QFileInfo(fileName).path()).constData(), &status) == 0) {
-            mOwner = status.st_uid;
-            mMode = status.st_mode;
-        }
+    struct stat status;
+    if (stat(QFile::encodeName(QFileInfo(fileName).path()).constData(), &status) == -1) {
+        status.st_mode = S_ISVTX | S_IWOTH;
+        status.st_uid = 0;
     }
+    return status;
+}
 
-    bool isShared() const { return (mMode & (S_IWGRP | S_IWOTH)) != 0; }
+bool isShared(const struct stat& directory)
+{
+    return (directory.st_mode & (S_IWGRP | S_IWOTH)) != 0;
+}
 
-    // Whether a link of that owner may have been planted.
-    bool isLinkPlanted(uid_t owner) const
-    {
-        return isShared() && owner != 0 && owner != geteuid() && owner != mOwner;
-    }
-
-    // The same of what is no link.
-    bool isFilePlanted(uid_t owner) const { return (mMode & S_ISVTX) != 0 && isLinkPlanted(owner); }
-
-private:
-    // A directory that cannot be examined counts as one like /tmp.
-    uid_t mOwner = 0;
-    mode_t mMode = S_ISVTX | S_IWOTH;
-};
+// Whether an entry of that owner may have been planted in the directory.
+bool isPlanted(uid_t owner, const struct stat& directory)
+{
+    return isShared(directory) && owner != 0 && owner != geteuid() && owner != directory.st_uid;
+}
 
 Result<Descriptor> openToWrite(const QByteArray& name, int flags)
 {
@@ -62,48 +53,38 @@ Result<Descriptor> openToWrite(const QByteArray& name, int flags)
 // Creates the file or, without following a link, opens the one that exists.
 Result<Descriptor> createOrOpen(const QByteArray& name, bool* created)
 {
-    for (int attempt = 1;; ++attempt) {
+    for (int attempts = 100;; --attempts) {
         Result<Descriptor> newFile = openToWrite(name, O_CREAT | O_EXCL);
-        *created = bool(newFile);
+        *created = newFile.has_value();
         if (newFile) {
             return newFile;
         }
         // Without O_CREAT: with it, the kernel may refuse a file of root's.
-        Result<Descriptor> file = openToWrite(name, O_NOFOLLOW | O_NONBLOCK);
-        if (file || file.error().code != ENOENT) {
-            return file;
+        Result<Descriptor> oldFile = openToWrite(name, O_NOFOLLOW | O_NONBLOCK);
+        if (oldFile || oldFile.error().code != ENOENT) {
+            return oldFile;
         }
         // Another launcher may just have removed the file.
-        if (newFile.error().code != EEXIST || attempt == mostAttempts) {
+        if (newFile.error().code != EEXIST || attempts == 0) {
             return newFile;
         }
     }
 }
 
-bool isLink(const QByteArray& name, struct stat* status)
-{
-    return lstat(name.constData(), status) == 0 && S_ISLNK(status->st_mode);
-}
-
-FileError refusal(const char* reason)
-{
-    return {EACCES, QString::fromLatin1(reason)};
-}
-
-// Empties an existing file and makes the descriptor block. Where a trusted link leads
-// is the choice of the one who made it.
-Result<Descriptor> prepare(Descriptor fd, const Directory& directory, bool throughLink)
+// Empties an existing file and makes the descriptor block.
+Result<Descriptor> prepare(Descriptor fd, const struct stat& directory, bool throughLink)
 {
     struct stat status;
     if (fstat(fd.get(), &status) == -1) {
         return FileError::last();
     }
-    if (!throughLink && directory.isFilePlanted(status.st_uid)) {
-        return refusal(foreign);
-    }
     const bool isRegular = S_ISREG(status.st_mode);
-    if (!throughLink && isRegular && directory.isShared() && status.st_nlink > 1) {
-        return refusal(severalNames);
+    // Where a trusted link leads is the choice of the one who made it.
+    if (!throughLink && (directory.st_mode & S_ISVTX) != 0 && isPlanted(status.st_uid, directory)) {
+        return FileError{EACCES, foreign};
+    }
+    if (!throughLink && isShared(directory) && isRegular && status.st_nlink > 1) {
+        return FileError{EACCES, severalNames};
     }
     if ((isRegular && uninterrupted([&] { return ftruncate(fd.get(), 0); }) == -1) ||
         fcntl(fd.get(), F_SETFL, O_WRONLY) == -1) {
@@ -117,20 +98,20 @@ Result<Descriptor> prepare(Descriptor fd, const Directory& directory, bool throu
 Result<Descriptor> openToOverwrite(const QString& fileName)
 {
     const QByteArray name = QFile::encodeName(fileName);
-    // Another user cannot have planted what this call creates, whoever owns it on a
-    // file server that maps users.
+    // What this call creates is not planted, even if a file server gives it another owner.
     bool created = false;
     Result<Descriptor> file = createOrOpen(name, &created);
     if (created) {
         return file;
     }
-    const Directory directory(fileName);
+    const struct stat directory = directoryOf(fileName);
     // A link on the way to the directory can be the cause as well.
     struct stat link;
-    const bool throughLink = !file && file.error().code == ELOOP && isLink(name, &link);
+    const bool throughLink = !file && file.error().code == ELOOP &&
+                             lstat(name.constData(), &link) == 0 && S_ISLNK(link.st_mode);
     if (throughLink) {
-        if (directory.isLinkPlanted(link.st_uid)) {
-            return refusal(foreign);
+        if (isPlanted(link.st_uid, directory)) {
+            return FileError{EACCES, foreign};
         }
         file = openToWrite(name, O_CREAT | O_NONBLOCK);
     }

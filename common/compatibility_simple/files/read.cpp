@@ -22,15 +22,15 @@ Result<QByteArray> readRegularFile(const QString& fileName, qsizetype limit)
     }
     QByteArray content(limit, '\0');
     qsizetype length = 0;
-    ssize_t count = 0;
-    do {
+    ssize_t count = 1;
+    while (count > 0 && length < limit) {
         count = uninterrupted(
             [&] { return read(fd.get(), content.data() + length, size_t(limit - length)); });
         if (count == -1) {
             return FileError::last();
         }
         length += count;
-    } while (count > 0 && length < limit);
+    }
     content.truncate(length);
     return content;
 }

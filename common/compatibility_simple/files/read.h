@@ -11,12 +11,11 @@
 /// Returns its last result, with errno as it left it.
 template <typename Call> auto uninterrupted(const Call& call)
 {
-    for (;;) {
-        const auto result = call();
-        if (result != -1 || errno != EINTR) {
-            return result;
-        }
+    auto result = call();
+    while (result == -1 && errno == EINTR) {
+        result = call();
     }
+    return result;
 }
 
 /// The content of a regular file, at most its first `limit` bytes. Never waits for the

@@ -16,11 +16,11 @@ struct FileError
 };
 
 /// The value of an operation, or why there is none.
-template <typename T> class [[nodiscard]] Result
+template <typename T> class [[nodiscard]] Result : public std::optional<T>
 {
 public:
     Result(T&& value)
-        : mValue(std::move(value))
+        : std::optional<T>(std::move(value))
     {
     }
     Result(FileError&& error)
@@ -28,17 +28,9 @@ public:
     {
     }
 
-    /// Whether there is a value.
-    explicit operator bool() const { return mValue.has_value(); }
-    /// The value. There has to be one.
-    T& operator*() { return *mValue; }
-    const T& operator*() const { return *mValue; }
-    T* operator->() { return &*mValue; }
-    const T* operator->() const { return &*mValue; }
     /// Why there is no value.
     const FileError& error() const { return mError; }
 
 private:
-    std::optional<T> mValue;
     FileError mError = {};
 };
