@@ -1,0 +1,466 @@
+// Files: what is opened and what is refused, what readers see of a file that is replaced.
+
+#include "common/compatibility_simple/files/descriptor.h"
+#include "common/compatibility_simple/files/emptyfile.h"
+#include "common/compatibility_simple/files/metadata.h"
+#include "common/compatibility_simple/files/overwrite.h"
+#include "common/compatibility_simple/files/read.h"
+#include "common/compatibility_simple/files/replace.h"
+#include "tests/support/texts.h"
+
+#include <QDir>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <atomic>
+#include <csignal>
+#include <fcntl.h>
+#include <memory>
+#include <sys/fsuid.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <thread>
+#include <unistd.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr uid_t root = 0;
+constexpr uid_t user = 54321;
+constexpr uid_t owner = 54322; // of a directory
+constexpr uid_t stranger = 54323;
+
+// Runs as another user while it lives.
+class Becoming
+{
+public:
+    explicit Becoming(uid_t uid) { mChanged = seteuid(uid) == 0; }
+    ~Becoming() { mChanged = seteuid(root) == 0; }
+
+private:
+    bool mChanged;
+};
+
+enum class Entry { None, File, SecondName, Link, DeadLink, Fifo, ReadFifo, Socket };
+
+QByteArray content(const QString& fileName)
+{
+    QFile file(fileName);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : "cannot be read";
+}
+
+mode_t modeOf(const QString& fileName)
+{
+    struct stat status = {};
+    stat(QFile::encodeName(fileName).constData(), &status);
+    return status.st_mode & 07777;
+}
+
+void makeSocket(const char* name)
+{
+    const Descriptor fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    qstrncpy(address.sun_path, name, sizeof address.sun_path);
+    QCOMPARE(bind(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+}
+
+// Makes an entry called "shared/name"; a link, and a file of two names, is the file
+// "target" as well.
+void make(Entry entry)
+{
+    const char* const name = "shared/name";
+    switch (entry) {
+    case Entry::None:
+        break;
+    case Entry::File:
+        QVERIFY(writeFile(text(name), "old"));
+        break;
+    case Entry::SecondName:
+        QCOMPARE(link("target", name), 0);
+        break;
+    case Entry::Link:
+        QCOMPARE(symlink("../target", name), 0);
+        break;
+    case Entry::DeadLink:
+        QVERIFY(QFile::remove(u"target"_s));
+        QCOMPARE(symlink("../target", name), 0);
+        break;
+    case Entry::Fifo:
+    case Entry::ReadFifo:
+        QCOMPARE(mkfifo(name, 0666), 0);
+        break;
+    case Entry::Socket:
+        makeSocket(name);
+        break;
+    }
+}
+
+QStringList namesIn(const QString& directory)
+{
+    return QDir(directory).entryList(QDir::AllEntries | QDir::System | QDir::Hidden |
+                                     QDir::NoDotAndDotDot);
+}
+
+int openDescriptors()
+{
+    return int(namesIn(u"/proc/self/fd"_s).size());
+}
+
+} // namespace
+
+// Each row has a working directory of its own.
+class FilesTest : public QObject
+{
+    Q_OBJECT
+
+    std::unique_ptr<QTemporaryDir> mDirectory;
+    int mOpenDescriptors = 0;
+
+private Q_SLOTS:
+    void init()
+    {
+        mDirectory = std::make_unique<QTemporaryDir>();
+        QVERIFY(QDir::setCurrent(mDirectory->path()));
+        umask(0);
+        mOpenDescriptors = openDescriptors();
+    }
+
+    void cleanup() { QCOMPARE(openDescriptors(), mOpenDescriptors); }
+
+    void overwriting_data()
+    {
+        QTest::addColumn<mode_t>("directoryMode");
+        QTest::addColumn<uid_t>("directoryOwner");
+        QTest::addColumn<Entry>("entry");
+        QTest::addColumn<uid_t>("entryOwner");
+        QTest::addColumn<QString>("error");
+        const QString none;
+        const QString foreign = u"belongs to another user"_s;
+        const QString severalNames = u"has other names, where others can write"_s;
+        const QString noReader = u"is a FIFO without a reader, or a socket"_s;
+
+        QTest::newRow("new file in a sticky directory")
+            << mode_t(01777) << root << Entry::None << user << none;
+        QTest::newRow("own file in a sticky directory")
+            << mode_t(01777) << root << Entry::File << user << none;
+        QTest::newRow("stranger's file in a sticky directory")
+            << mode_t(01777) << root << Entry::File << stranger << foreign;
+        QTest::newRow("stranger's file in a sticky directory of a group")
+            << mode_t(01775) << root << Entry::File << stranger << foreign;
+        QTest::newRow("stranger's file in a sticky directory that only its owner writes")
+            << mode_t(01755) << owner << Entry::File << stranger << none;
+        QTest::newRow("colleague's file in a directory of a group")
+            << mode_t(0775) << owner << Entry::File << stranger << none;
+        QTest::newRow("file of a sticky directory's owner")
+            << mode_t(01777) << owner << Entry::File << owner << none;
+        QTest::newRow("root's file in a sticky directory of somebody else")
+            << mode_t(01777) << owner << Entry::File << root << none;
+
+        QTest::newRow("own link in a sticky directory")
+            << mode_t(01777) << root << Entry::Link << user << none;
+        QTest::newRow("own dead link in a sticky directory")
+            << mode_t(01777) << root << Entry::DeadLink << user << none;
+        QTest::newRow("stranger's link in a sticky directory")
+            << mode_t(01777) << root << Entry::Link << stranger << foreign;
+        QTest::newRow("stranger's dead link in a sticky directory")
+            << mode_t(01777) << root << Entry::DeadLink << stranger << foreign;
+        QTest::newRow("stranger's link in a directory of a group")
+            << mode_t(0775) << owner << Entry::Link << stranger << foreign;
+        QTest::newRow("stranger's link in a directory that only its owner writes")
+            << mode_t(0755) << owner << Entry::Link << stranger << none;
+        QTest::newRow("link of a sticky directory's owner")
+            << mode_t(01777) << owner << Entry::Link << owner << none;
+
+        QTest::newRow("own file of two names in a shared directory")
+            << mode_t(0777) << root << Entry::SecondName << user << severalNames;
+        QTest::newRow("own file of two names in a directory of a group")
+            << mode_t(0775) << root << Entry::SecondName << user << severalNames;
+        QTest::newRow("own file of two names in an own directory")
+            << mode_t(0755) << user << Entry::SecondName << user << none;
+
+        QTest::newRow("own FIFO with a reader in a sticky directory")
+            << mode_t(01777) << root << Entry::ReadFifo << user << none;
+        QTest::newRow("stranger's FIFO with a reader in a sticky directory")
+            << mode_t(01777) << root << Entry::ReadFifo << stranger << foreign;
+        QTest::newRow("colleague's FIFO with a reader in a directory of a group")
+            << mode_t(0775) << owner << Entry::ReadFifo << stranger << none;
+        QTest::newRow("FIFO without a reader")
+            << mode_t(0755) << user << Entry::Fifo << user << noReader;
+        QTest::newRow("socket") << mode_t(0755) << user << Entry::Socket << user << noReader;
+    }
+
+    void overwriting()
+    {
+        QFETCH(mode_t, directoryMode);
+        QFETCH(uid_t, directoryOwner);
+        QFETCH(Entry, entry);
+        QFETCH(uid_t, entryOwner);
+        QFETCH(QString, error);
+        if (geteuid() != root) {
+            QSKIP("Only root can be several users");
+        }
+        // The target is the user's, in a directory where nobody else can plant anything.
+        QVERIFY(writeFile(u"target"_s, "old") && QDir().mkdir(u"shared"_s));
+        QCOMPARE(chown(".", user, 0) + chown("target", user, 0), 0);
+        make(entry);
+        QCOMPARE(chmod(".", 0755) + chmod("shared", directoryMode), 0);
+        QCOMPARE(chown("shared", directoryOwner, 0), 0);
+        if (entry != Entry::None) {
+            QCOMPARE(lchown("shared/name", entryOwner, 0), 0);
+        }
+        const Descriptor reader(
+            entry == Entry::ReadFifo ? open("shared/name", O_RDONLY | O_NONBLOCK | O_CLOEXEC) : -1);
+        const bool isRegular = entry != Entry::Fifo && entry != Entry::ReadFifo &&
+                               entry != Entry::Socket && entry != Entry::DeadLink;
+
+        const Becoming other(user);
+        Result<Descriptor> file = openToOverwrite(u"shared/name"_s);
+        QCOMPARE(file ? QString() : file.error().text, error);
+        if (isRegular) {
+            QCOMPARE(content(u"shared/name"_s), file ? QByteArray() : QByteArray("old"));
+        }
+        if (entry == Entry::DeadLink) {
+            QCOMPARE(QFile::exists(u"target"_s), file.has_value());
+        }
+        if (file) {
+            QCOMPARE(fcntl(file->get(), F_GETFD), FD_CLOEXEC);
+            QCOMPARE(fcntl(file->get(), F_GETFL) & O_NONBLOCK, 0);
+            QCOMPARE(write(file->get(), "new", 3), 3);
+        }
+    }
+
+    // A file server that maps users gives a new file another owner than the process.
+    void newFileOfAMappedUserIsTrusted()
+    {
+        if (geteuid() != root) {
+            QSKIP("Only root can make files of another user");
+        }
+        QCOMPARE(chmod(".", 01777) + chown(".", owner, 0), 0);
+        setfsuid(stranger);
+        const Result<Descriptor> file = openToOverwrite(u"name"_s);
+        setfsuid(root);
+        QCOMPARE(file ? QString() : file.error().text, QString());
+        struct stat status;
+        QCOMPARE(fstat(file->get(), &status), 0);
+        QCOMPARE(status.st_uid, stranger);
+    }
+
+    void overwritesAFileThatOthersMakeAndRemove()
+    {
+        std::atomic<bool> done = false;
+        std::thread others([&done] {
+            while (!done) {
+                const Descriptor fd(open("name", O_WRONLY | O_CREAT | O_CLOEXEC, 0666));
+                unlink("name");
+            }
+        });
+        QString error;
+        for (int i = 0; i < 2000 && error.isEmpty(); ++i) {
+            const Result<Descriptor> file = openToOverwrite(u"name"_s);
+            error = file ? QString() : file.error().text;
+        }
+        done = true;
+        others.join();
+        QCOMPARE(error, QString());
+    }
+
+    void emptyFileIsReportedWhenItCannotBeMade()
+    {
+        QVERIFY(writeFile(u"file"_s, "old"));
+        const MessageCollector messages;
+        QVERIFY(createEmptyFile(u"file"_s));
+        QCOMPARE(content(u"file"_s), QByteArray());
+        QCOMPARE(messages.texts(), QString());
+        QVERIFY(!createEmptyFile(u"missing/file"_s));
+        QCOMPARE(messages.texts(), u"<missing/file: No such file or directory>"_s);
+    }
+
+    void reading_data()
+    {
+        QTest::addColumn<QString>("fileName");
+        QTest::addColumn<QByteArray>("expected");
+        QTest::addColumn<int>("error");
+        QTest::newRow("whole file") << u"short"_s << QByteArray("short") << 0;
+        QTest::newRow("beginning of a longer file") << u"long"_s << QByteArray("begin") << 0;
+        QTest::newRow("file of a size that the kernel does not tell")
+            << u"/proc/sys/kernel/ostype"_s << QByteArray("Linux") << 0;
+        QTest::newRow("missing file") << u"missing"_s << QByteArray() << ENOENT;
+        QTest::newRow("file as a directory") << u"short/file"_s << QByteArray() << ENOTDIR;
+        QTest::newRow("directory") << u"."_s << QByteArray() << ENXIO;
+        QTest::newRow("FIFO without a writer") << u"fifo"_s << QByteArray() << ENXIO;
+        QTest::newRow("socket") << u"socket"_s << QByteArray() << ENXIO;
+        QTest::newRow("memory that cannot be read") << u"/proc/self/mem"_s << QByteArray() << EIO;
+    }
+
+    void reading()
+    {
+        QFETCH(QString, fileName);
+        QFETCH(QByteArray, expected);
+        QFETCH(int, error);
+        QVERIFY(writeFile(u"short"_s, "short") && writeFile(u"long"_s, "beginning"));
+        QCOMPARE(mkfifo("fifo", 0666), 0);
+        makeSocket("socket");
+        const Result<QByteArray> result = readRegularFile(fileName, 5);
+        QCOMPARE(result ? 0 : result.error().code, error);
+        QCOMPARE(result ? *result : QByteArray(), expected);
+    }
+
+    void replacing_data()
+    {
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<QByteArray>("linkTarget");
+        QTest::newRow("new file") << u"file"_s << QByteArray();
+        QTest::newRow("name of the greatest length") << QString(255, u'n') << QByteArray();
+        QTest::newRow("link to a file") << u"file"_s << QByteArray("other");
+        QTest::newRow("name that looks like a place marker") << u"%1/%2"_s << QByteArray();
+    }
+
+    void replacing()
+    {
+        QFETCH(QString, name);
+        QFETCH(QByteArray, linkTarget);
+        QVERIFY(QDir().mkdir(u"%1"_s) && writeFile(u"other"_s, "old"));
+        if (!linkTarget.isNull()) {
+            QCOMPARE(symlink(linkTarget.constData(), name.toLatin1().constData()), 0);
+        }
+        for (const char* text : {"first", "second"}) {
+            umask(0777);
+            const bool replaced = replaceFile(name, text);
+            umask(0);
+            QVERIFY(replaced);
+            QCOMPARE(content(name), QByteArray(text));
+            QCOMPARE(modeOf(name), mode_t(0600));
+        }
+        QCOMPARE(content(u"other"_s), QByteArray("old"));
+        QVERIFY(!QFileInfo(name).isSymLink());
+        QCOMPARE(namesIn(QFileInfo(name).path()).filter(u".zorv"_s), QStringList());
+    }
+
+    // The kernel's signal comes when a part is written and the rest is not.
+    void nobodyReadsAReplacedFileBeforeItIsComplete()
+    {
+        static QStringList names;
+        static mode_t mode;
+        names.clear();
+        QVERIFY(writeFile(u"file"_s, "old"));
+        signal(SIGXFSZ, [](int) {
+            names = namesIn(u"."_s);
+            mode = modeOf(names.first());
+        });
+        rlimit limit;
+        getrlimit(RLIMIT_FSIZE, &limit);
+        const rlimit tenBytes = {10, limit.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &tenBytes);
+        const bool replaced = replaceFile(u"file"_s, "more than ten bytes");
+        setrlimit(RLIMIT_FSIZE, &limit);
+        QCOMPARE(names.size(), 2);
+        QCOMPARE(mode, mode_t(0200));
+        QVERIFY(!replaced);
+        QCOMPARE(namesIn(u"."_s), QStringList(u"file"_s));
+        QCOMPARE(content(u"file"_s), QByteArray("old"));
+    }
+
+    void replacingALink_data()
+    {
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<bool>("expected");
+        QTest::newRow("new link") << u"new"_s << true;
+        QTest::newRow("name of the greatest length") << QString(255, u'n') << true;
+        QTest::newRow("link that leads elsewhere") << u"link"_s << true;
+        QTest::newRow("file") << u"file"_s << true;
+        QTest::newRow("directory") << u"directory"_s << false;
+        QTest::newRow("directory that is missing") << u"missing/link"_s << false;
+    }
+
+    void replacingALink()
+    {
+        QFETCH(QString, name);
+        QFETCH(bool, expected);
+        QVERIFY(writeFile(u"file"_s, "old") && QFile::link(u"file"_s, u"link"_s));
+        QVERIFY(QDir().mkdir(u"directory"_s));
+        QCOMPARE(replaceLink(u"some/target"_s, name), expected);
+        char target[100] = {};
+        const ssize_t length = readlink(QFile::encodeName(name).constData(), target, sizeof target);
+        QCOMPARE(QByteArray(target), QByteArray(expected ? "some/target" : ""));
+        QCOMPARE(length, expected ? 11 : -1);
+        QCOMPARE(namesIn(u"."_s).filter(u".zorv"_s), QStringList());
+    }
+
+    void modifiedTime_data()
+    {
+        QTest::addColumn<QDateTime>("time");
+        const QDateTime epoch = QDateTime::fromSecsSinceEpoch(0);
+        QTest::newRow("after 1970") << epoch.addMSecs(1234567890123);
+        QTest::newRow("before 1970") << epoch.addMSecs(-1500);
+    }
+
+    void modifiedTime()
+    {
+        QFETCH(QDateTime, time);
+        QVERIFY(writeFile(u"file"_s, "text"));
+        const timespec times[2] = {{42, 43000}, {44, 0}};
+        QCOMPARE(utimensat(AT_FDCWD, "file", times, 0), 0);
+        QVERIFY(sc_setModifiedTime(u"file"_s, time));
+        struct stat status;
+        QCOMPARE(stat("file", &status), 0);
+        QCOMPARE(status.st_mtim.tv_sec * 1000 + status.st_mtim.tv_nsec / 1000000,
+                 time.toMSecsSinceEpoch());
+        QCOMPARE(status.st_atim.tv_sec, 42);
+        QCOMPARE(status.st_atim.tv_nsec, 43000);
+        QVERIFY(!sc_setModifiedTime(u"missing"_s, time));
+    }
+
+    void openDescriptor_data()
+    {
+        QTest::addColumn<int>("flags");
+        QTest::addColumn<int>("number");
+        QTest::newRow("for reading") << O_RDONLY << 100;
+        QTest::newRow("for writing") << O_WRONLY << 100;
+        QTest::newRow("for neither") << O_PATH << 100;
+        QTest::newRow("number above those of select(2)") << O_RDONLY << FD_SETSIZE + 100;
+    }
+
+    void openDescriptor()
+    {
+        QFETCH(int, flags);
+        QFETCH(int, number);
+        const Descriptor original(open("/dev/null", flags | O_CLOEXEC));
+        Descriptor copy(fcntl(original.get(), F_DUPFD_CLOEXEC, number));
+        if (!copy.isOpen()) {
+            QSKIP("The limit of open files is too low");
+        }
+        const int fd = copy.get();
+        for (const QIODevice::OpenMode mode : {QIODevice::ReadOnly, QIODevice::WriteOnly}) {
+            QVERIFY(sc_isFileDescriptorOpen(fd, mode));
+        }
+        QVERIFY(copy.close());
+        for (const QIODevice::OpenMode mode : {QIODevice::ReadOnly, QIODevice::WriteOnly}) {
+            QVERIFY(!sc_isFileDescriptorOpen(fd, mode));
+            QVERIFY(!sc_isFileDescriptorOpen(-1, mode));
+        }
+    }
+
+    void movedDescriptorIsClosedOnce()
+    {
+        Descriptor first(open("/dev/null", O_RDONLY | O_CLOEXEC));
+        const int number = first.get();
+        Descriptor second(std::move(first));
+        QCOMPARE(second.get(), number);
+        Descriptor third;
+        third = std::move(second);
+        QCOMPARE(third.get(), number);
+        // Closed by the assignment, and not closed when it was released.
+        third = Descriptor(open("/dev/null", O_RDONLY | O_CLOEXEC));
+        QVERIFY(!sc_isFileDescriptorOpen(number, QIODevice::ReadOnly));
+        const int released = third.release();
+        third = Descriptor();
+        QCOMPARE(close(released), 0);
+    }
+};
+
+QTEST_GUILESS_MAIN(FilesTest)
+#include "tst_files.moc"
