@@ -18,9 +18,7 @@
 #include <memory>
 #include <sys/fsuid.h>
 #include <sys/resource.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <thread>
 #include <unistd.h>
 
@@ -44,7 +42,7 @@ private:
     bool mChanged;
 };
 
-enum class Entry { None, File, SecondName, Link, DeadLink, Fifo, ReadFifo, Socket };
+enum class Entry { File, SecondName, Link, DeadLink, Fifo, ReadFifo };
 
 QByteArray content(const QString& fileName)
 {
@@ -59,23 +57,12 @@ mode_t modeOf(const QString& fileName)
     return status.st_mode & 07777;
 }
 
-void makeSocket(const char* name)
-{
-    const Descriptor fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    qstrncpy(address.sun_path, name, sizeof address.sun_path);
-    QCOMPARE(bind(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-}
-
 // Makes an entry called "shared/name"; a link, and a file of two names, is the file
 // "target" as well.
 void make(Entry entry)
 {
     const char* const name = "shared/name";
     switch (entry) {
-    case Entry::None:
-        break;
     case Entry::File:
         QVERIFY(writeFile(text(name), "old"));
         break;
@@ -86,15 +73,11 @@ void make(Entry entry)
         QCOMPARE(symlink("../target", name), 0);
         break;
     case Entry::DeadLink:
-        QVERIFY(QFile::remove(u"target"_s));
-        QCOMPARE(symlink("../target", name), 0);
+        QCOMPARE(symlink("../missing", name), 0);
         break;
     case Entry::Fifo:
     case Entry::ReadFifo:
         QCOMPARE(mkfifo(name, 0666), 0);
-        break;
-    case Entry::Socket:
-        makeSocket(name);
         break;
     }
 }
@@ -138,59 +121,35 @@ private Q_SLOTS:
         QTest::addColumn<Entry>("entry");
         QTest::addColumn<uid_t>("entryOwner");
         QTest::addColumn<QString>("error");
-        const QString none;
+        const auto add = [](const char* name, mode_t directoryMode, uid_t directoryOwner,
+                            Entry entry, uid_t entryOwner, const QString& error = {}) {
+            QTest::newRow(name) << directoryMode << directoryOwner << entry << entryOwner << error;
+        };
         const QString foreign = u"belongs to another user"_s;
         const QString severalNames = u"has other names, where others can write"_s;
         const QString noReader = u"is a FIFO without a reader, or a socket"_s;
 
-        QTest::newRow("new file in a sticky directory")
-            << mode_t(01777) << root << Entry::None << user << none;
-        QTest::newRow("own file in a sticky directory")
-            << mode_t(01777) << root << Entry::File << user << none;
-        QTest::newRow("stranger's file in a sticky directory")
-            << mode_t(01777) << root << Entry::File << stranger << foreign;
-        QTest::newRow("stranger's file in a sticky directory of a group")
-            << mode_t(01775) << root << Entry::File << stranger << foreign;
-        QTest::newRow("stranger's file in a sticky directory that only its owner writes")
-            << mode_t(01755) << owner << Entry::File << stranger << none;
-        QTest::newRow("colleague's file in a directory of a group")
-            << mode_t(0775) << owner << Entry::File << stranger << none;
-        QTest::newRow("file of a sticky directory's owner")
-            << mode_t(01777) << owner << Entry::File << owner << none;
-        QTest::newRow("root's file in a sticky directory of somebody else")
-            << mode_t(01777) << owner << Entry::File << root << none;
+        add("own file, sticky directory", 01777, root, Entry::File, user);
+        add("stranger's file, sticky directory", 01777, root, Entry::File, stranger, foreign);
+        add("stranger's file, sticky for a group", 01775, root, Entry::File, stranger, foreign);
+        add("stranger's file, sticky for its owner alone", 01755, owner, Entry::File, stranger);
+        add("colleague's file, directory of a group", 0775, owner, Entry::File, stranger);
+        add("directory owner's file, sticky directory", 01777, owner, Entry::File, owner);
+        add("root's file, another's sticky directory", 01777, owner, Entry::File, root);
 
-        QTest::newRow("own link in a sticky directory")
-            << mode_t(01777) << root << Entry::Link << user << none;
-        QTest::newRow("own dead link in a sticky directory")
-            << mode_t(01777) << root << Entry::DeadLink << user << none;
-        QTest::newRow("stranger's link in a sticky directory")
-            << mode_t(01777) << root << Entry::Link << stranger << foreign;
-        QTest::newRow("stranger's dead link in a sticky directory")
-            << mode_t(01777) << root << Entry::DeadLink << stranger << foreign;
-        QTest::newRow("stranger's link in a directory of a group")
-            << mode_t(0775) << owner << Entry::Link << stranger << foreign;
-        QTest::newRow("stranger's link in a directory that only its owner writes")
-            << mode_t(0755) << owner << Entry::Link << stranger << none;
-        QTest::newRow("link of a sticky directory's owner")
-            << mode_t(01777) << owner << Entry::Link << owner << none;
+        add("own link, sticky directory", 01777, root, Entry::Link, user);
+        add("own dead link, sticky directory", 01777, root, Entry::DeadLink, user);
+        add("stranger's link, sticky directory", 01777, root, Entry::Link, stranger, foreign);
+        add("stranger's dead link", 01777, root, Entry::DeadLink, stranger, foreign);
+        add("stranger's link, directory of a group", 0775, owner, Entry::Link, stranger, foreign);
+        add("stranger's link, another's own directory", 0755, owner, Entry::Link, stranger);
+        add("directory owner's link, sticky directory", 01777, owner, Entry::Link, owner);
 
-        QTest::newRow("own file of two names in a shared directory")
-            << mode_t(0777) << root << Entry::SecondName << user << severalNames;
-        QTest::newRow("own file of two names in a directory of a group")
-            << mode_t(0775) << root << Entry::SecondName << user << severalNames;
-        QTest::newRow("own file of two names in an own directory")
-            << mode_t(0755) << user << Entry::SecondName << user << none;
-
-        QTest::newRow("own FIFO with a reader in a sticky directory")
-            << mode_t(01777) << root << Entry::ReadFifo << user << none;
-        QTest::newRow("stranger's FIFO with a reader in a sticky directory")
-            << mode_t(01777) << root << Entry::ReadFifo << stranger << foreign;
-        QTest::newRow("colleague's FIFO with a reader in a directory of a group")
-            << mode_t(0775) << owner << Entry::ReadFifo << stranger << none;
-        QTest::newRow("FIFO without a reader")
-            << mode_t(0755) << user << Entry::Fifo << user << noReader;
-        QTest::newRow("socket") << mode_t(0755) << user << Entry::Socket << user << noReader;
+        add("file of two names, group's", 0775, root, Entry::SecondName, user, severalNames);
+        add("file of two names, own directory", 0755, user, Entry::SecondName, user);
+        add("own FIFO with a reader, sticky directory", 01777, root, Entry::ReadFifo, user);
+        add("stranger's FIFO with a reader", 01777, root, Entry::ReadFifo, stranger, foreign);
+        add("FIFO without a reader", 0755, user, Entry::Fifo, user, noReader);
     }
 
     void overwriting()
@@ -209,22 +168,17 @@ private Q_SLOTS:
         make(entry);
         QCOMPARE(chmod(".", 0755) + chmod("shared", directoryMode), 0);
         QCOMPARE(chown("shared", directoryOwner, 0), 0);
-        if (entry != Entry::None) {
-            QCOMPARE(lchown("shared/name", entryOwner, 0), 0);
-        }
+        QCOMPARE(lchown("shared/name", entryOwner, 0), 0);
         const Descriptor reader(
             entry == Entry::ReadFifo ? open("shared/name", O_RDONLY | O_NONBLOCK | O_CLOEXEC) : -1);
-        const bool isRegular = entry != Entry::Fifo && entry != Entry::ReadFifo &&
-                               entry != Entry::Socket && entry != Entry::DeadLink;
 
         const Becoming other(user);
         Result<Descriptor> file = openToOverwrite(u"shared/name"_s);
         QCOMPARE(file ? QString() : file.error().text, error);
-        if (isRegular) {
-            QCOMPARE(content(u"shared/name"_s), file ? QByteArray() : QByteArray("old"));
-        }
         if (entry == Entry::DeadLink) {
-            QCOMPARE(QFile::exists(u"target"_s), file.has_value());
+            QCOMPARE(QFile::exists(u"missing"_s), file.has_value());
+        } else if (entry != Entry::Fifo && entry != Entry::ReadFifo) {
+            QCOMPARE(content(u"shared/name"_s), file ? QByteArray() : QByteArray("old"));
         }
         if (file) {
             QCOMPARE(fcntl(file->get(), F_GETFD), FD_CLOEXEC);
@@ -285,15 +239,12 @@ private Q_SLOTS:
         QTest::addColumn<QByteArray>("expected");
         QTest::addColumn<int>("error");
         QTest::newRow("whole file") << u"short"_s << QByteArray("short") << 0;
-        QTest::newRow("beginning of a longer file") << u"long"_s << QByteArray("begin") << 0;
-        QTest::newRow("file of a size that the kernel does not tell")
-            << u"/proc/sys/kernel/ostype"_s << QByteArray("Linux") << 0;
+        QTest::newRow("start of a longer file") << u"long"_s << QByteArray("begin") << 0;
+        QTest::newRow("size not told") << u"/proc/sys/kernel/ostype"_s << QByteArray("Linux") << 0;
         QTest::newRow("missing file") << u"missing"_s << QByteArray() << ENOENT;
-        QTest::newRow("file as a directory") << u"short/file"_s << QByteArray() << ENOTDIR;
         QTest::newRow("directory") << u"."_s << QByteArray() << ENXIO;
         QTest::newRow("FIFO without a writer") << u"fifo"_s << QByteArray() << ENXIO;
-        QTest::newRow("socket") << u"socket"_s << QByteArray() << ENXIO;
-        QTest::newRow("memory that cannot be read") << u"/proc/self/mem"_s << QByteArray() << EIO;
+        QTest::newRow("error") << u"/proc/self/mem"_s << QByteArray() << EIO;
     }
 
     void reading()
@@ -303,7 +254,6 @@ private Q_SLOTS:
         QFETCH(int, error);
         QVERIFY(writeFile(u"short"_s, "short") && writeFile(u"long"_s, "beginning"));
         QCOMPARE(mkfifo("fifo", 0666), 0);
-        makeSocket("socket");
         const Result<QByteArray> result = readRegularFile(fileName, 5);
         QCOMPARE(result ? 0 : result.error().code, error);
         QCOMPARE(result ? *result : QByteArray(), expected);
@@ -312,32 +262,24 @@ private Q_SLOTS:
     void replacing_data()
     {
         QTest::addColumn<QString>("name");
-        QTest::addColumn<QByteArray>("linkTarget");
-        QTest::newRow("new file") << u"file"_s << QByteArray();
-        QTest::newRow("name of the greatest length") << QString(255, u'n') << QByteArray();
-        QTest::newRow("link to a file") << u"file"_s << QByteArray("other");
-        QTest::newRow("name that looks like a place marker") << u"%1/%2"_s << QByteArray();
+        QTest::newRow("file") << u"file"_s;
+        QTest::newRow("link to a file") << u"link"_s;
+        QTest::newRow("name of the greatest length") << QString(255, u'n');
     }
 
     void replacing()
     {
         QFETCH(QString, name);
-        QFETCH(QByteArray, linkTarget);
-        QVERIFY(QDir().mkdir(u"%1"_s) && writeFile(u"other"_s, "old"));
-        if (!linkTarget.isNull()) {
-            QCOMPARE(symlink(linkTarget.constData(), name.toLatin1().constData()), 0);
-        }
-        for (const char* text : {"first", "second"}) {
-            umask(0777);
-            const bool replaced = replaceFile(name, text);
-            umask(0);
-            QVERIFY(replaced);
-            QCOMPARE(content(name), QByteArray(text));
-            QCOMPARE(modeOf(name), mode_t(0600));
-        }
-        QCOMPARE(content(u"other"_s), QByteArray("old"));
+        QVERIFY(writeFile(u"file"_s, "old") && QFile::link(u"file"_s, u"link"_s));
+        umask(0777);
+        const bool replaced = replaceFile(name, "new");
+        umask(0);
+        QVERIFY(replaced);
         QVERIFY(!QFileInfo(name).isSymLink());
-        QCOMPARE(namesIn(QFileInfo(name).path()).filter(u".zorv"_s), QStringList());
+        QCOMPARE(content(name), QByteArray("new"));
+        QCOMPARE(modeOf(name), mode_t(0600));
+        QCOMPARE(content(u"file"_s), name == u"file"_s ? QByteArray("new") : QByteArray("old"));
+        QCOMPARE(namesIn(u"."_s).filter(u".zorv"_s), QStringList());
     }
 
     // The kernel's signal comes when a part is written and the rest is not.
@@ -367,51 +309,39 @@ private Q_SLOTS:
     void replacingALink_data()
     {
         QTest::addColumn<QString>("name");
-        QTest::addColumn<bool>("expected");
-        QTest::newRow("new link") << u"new"_s << true;
-        QTest::newRow("name of the greatest length") << QString(255, u'n') << true;
-        QTest::newRow("link that leads elsewhere") << u"link"_s << true;
-        QTest::newRow("file") << u"file"_s << true;
-        QTest::newRow("directory") << u"directory"_s << false;
-        QTest::newRow("directory that is missing") << u"missing/link"_s << false;
+        QTest::addColumn<QByteArray>("target");
+        QTest::newRow("file") << u"file"_s << QByteArray("some/target");
+        QTest::newRow("name of the greatest length")
+            << QString(255, u'n') << QByteArray("some/target");
+        QTest::newRow("directory") << u"directory"_s << QByteArray();
     }
 
     void replacingALink()
     {
         QFETCH(QString, name);
-        QFETCH(bool, expected);
-        QVERIFY(writeFile(u"file"_s, "old") && QFile::link(u"file"_s, u"link"_s));
-        QVERIFY(QDir().mkdir(u"directory"_s));
-        QCOMPARE(replaceLink(u"some/target"_s, name), expected);
-        char target[100] = {};
-        const ssize_t length = readlink(QFile::encodeName(name).constData(), target, sizeof target);
-        QCOMPARE(QByteArray(target), QByteArray(expected ? "some/target" : ""));
-        QCOMPARE(length, expected ? 11 : -1);
+        QFETCH(QByteArray, target);
+        QVERIFY(writeFile(u"file"_s, "old") && QDir().mkdir(u"directory"_s));
+        QCOMPARE(replaceLink(u"some/target"_s, name), !target.isNull());
+        char seen[100] = {};
+        QCOMPARE(readlink(name.toLatin1().constData(), seen, sizeof seen),
+                 target.isNull() ? -1 : target.size());
+        QCOMPARE(QByteArray(seen), target);
         QCOMPARE(namesIn(u"."_s).filter(u".zorv"_s), QStringList());
-    }
-
-    void modifiedTime_data()
-    {
-        QTest::addColumn<QDateTime>("time");
-        const QDateTime epoch = QDateTime::fromSecsSinceEpoch(0);
-        QTest::newRow("after 1970") << epoch.addMSecs(1234567890123);
-        QTest::newRow("before 1970") << epoch.addMSecs(-1500);
     }
 
     void modifiedTime()
     {
-        QFETCH(QDateTime, time);
+        const QDateTime beforeTheEpoch = QDateTime::fromMSecsSinceEpoch(-1500);
         QVERIFY(writeFile(u"file"_s, "text"));
         const timespec times[2] = {{42, 43000}, {44, 0}};
         QCOMPARE(utimensat(AT_FDCWD, "file", times, 0), 0);
-        QVERIFY(sc_setModifiedTime(u"file"_s, time));
+        QVERIFY(sc_setModifiedTime(u"file"_s, beforeTheEpoch));
+        QCOMPARE(QFileInfo(u"file"_s).lastModified(), beforeTheEpoch);
         struct stat status;
         QCOMPARE(stat("file", &status), 0);
-        QCOMPARE(status.st_mtim.tv_sec * 1000 + status.st_mtim.tv_nsec / 1000000,
-                 time.toMSecsSinceEpoch());
         QCOMPARE(status.st_atim.tv_sec, 42);
         QCOMPARE(status.st_atim.tv_nsec, 43000);
-        QVERIFY(!sc_setModifiedTime(u"missing"_s, time));
+        QVERIFY(!sc_setModifiedTime(u"missing"_s, beforeTheEpoch));
     }
 
     void openDescriptor_data()
@@ -419,8 +349,7 @@ private Q_SLOTS:
         QTest::addColumn<int>("flags");
         QTest::addColumn<int>("number");
         QTest::newRow("for reading") << O_RDONLY << 100;
-        QTest::newRow("for writing") << O_WRONLY << 100;
-        QTest::newRow("for neither") << O_PATH << 100;
+        QTest::newRow("for neither reading nor writing") << O_PATH << 100;
         QTest::newRow("number above those of select(2)") << O_RDONLY << FD_SETSIZE + 100;
     }
 
@@ -434,31 +363,11 @@ private Q_SLOTS:
             QSKIP("The limit of open files is too low");
         }
         const int fd = copy.get();
-        for (const QIODevice::OpenMode mode : {QIODevice::ReadOnly, QIODevice::WriteOnly}) {
-            QVERIFY(sc_isFileDescriptorOpen(fd, mode));
-        }
-        QVERIFY(copy.close());
-        for (const QIODevice::OpenMode mode : {QIODevice::ReadOnly, QIODevice::WriteOnly}) {
-            QVERIFY(!sc_isFileDescriptorOpen(fd, mode));
-            QVERIFY(!sc_isFileDescriptorOpen(-1, mode));
-        }
-    }
-
-    void movedDescriptorIsClosedOnce()
-    {
-        Descriptor first(open("/dev/null", O_RDONLY | O_CLOEXEC));
-        const int number = first.get();
-        Descriptor second(std::move(first));
-        QCOMPARE(second.get(), number);
-        Descriptor third;
-        third = std::move(second);
-        QCOMPARE(third.get(), number);
-        // Closed by the assignment, and not closed when it was released.
-        third = Descriptor(open("/dev/null", O_RDONLY | O_CLOEXEC));
-        QVERIFY(!sc_isFileDescriptorOpen(number, QIODevice::ReadOnly));
-        const int released = third.release();
-        third = Descriptor();
-        QCOMPARE(close(released), 0);
+        QVERIFY(sc_isFileDescriptorOpen(fd, QIODevice::ReadOnly));
+        QVERIFY(sc_isFileDescriptorOpen(fd, QIODevice::WriteOnly));
+        copy = Descriptor();
+        QVERIFY(!sc_isFileDescriptorOpen(fd, QIODevice::ReadOnly));
+        QVERIFY(!sc_isFileDescriptorOpen(-1, QIODevice::ReadOnly));
     }
 };
 
