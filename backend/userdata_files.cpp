@@ -184,12 +184,12 @@ void UserData::deleteSessionFile()
 {
     if (!mSessionFileName.isEmpty()) {
         removeFile(mSessionFileName);
-        const QString directory = QFileInfo(mSessionFileName).path();
-        removeFile(joined(directory, QStringLiteral("latest")));
+        const QDir directory = QFileInfo(mSessionFileName).dir();
+        removeFile(directory.filePath(QStringLiteral("latest")));
         // A name with a slash would lead out of the directory.
         const QString host = getCanonicalHostName();
         if (!hostNamesAndAddresses.isEmpty() && !host.contains(QLatin1Char('/'))) {
-            removeFile(joined(directory, host + QStringLiteral("-latest")));
+            removeFile(directory.filePath(host + QStringLiteral("-latest")));
         }
     }
     if (metaSession) {

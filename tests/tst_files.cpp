@@ -162,9 +162,9 @@ private Q_SLOTS:
         if (geteuid() != root) {
             QSKIP("Only root can be several users");
         }
-        // The target is the user's, in a directory where nobody else can plant anything.
+        // Where a link leads is of no importance.
         QVERIFY(writeFile(u"target"_s, "old") && QDir().mkdir(u"shared"_s));
-        QCOMPARE(chown(".", user, 0) + chown("target", user, 0), 0);
+        QCOMPARE(chown(".", user, 0) + chown("target", stranger, 0), 0);
         make(entry);
         QCOMPARE(chmod(".", 0755) + chmod("shared", directoryMode), 0);
         QCOMPARE(chown("shared", directoryOwner, 0), 0);
@@ -213,7 +213,7 @@ private Q_SLOTS:
             }
         });
         QString error;
-        for (int i = 0; i < 2000 && error.isEmpty(); ++i) {
+        for (int i = 0; i < 20000 && error.isEmpty(); ++i) {
             const Result<Descriptor> file = openToOverwrite(u"name"_s);
             error = file ? QString() : file.error().text;
         }

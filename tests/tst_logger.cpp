@@ -37,6 +37,7 @@ const QMap<QByteArray, void (*)()> childActions = {
     {"message of a static destructor", [] { qWarning("main"); }},
     {"fatal message", [] { qFatal("no ASSERT"); }},
     {"failed assertion", [] { qFatal("ASSERT: \"x\" in file y"); }},
+    {"assertion that is not fatal", [] { qWarning("ASSERT"); }},
     {"deadlock", [] { qDebug("Deadlock detected"); }},
     {"missing signal", [] { QObject::connect(qApp, "2no()", qApp, SLOT(quit())); }},
     {"missing slot", [] { QObject::connect(qApp, SIGNAL(aboutToQuit()), qApp, "1no()"); }},
@@ -121,6 +122,7 @@ private Q_SLOTS:
         ends("message of a text codec", "", 7);
         ends("message of a static destructor", "main\nfarewell\n", 7);
         ends("fatal message", "no ASSERT\n", 1);
+        ends("assertion that is not fatal", "ASSERT\n", 7);
         aborts("failed assertion", "ASSERT: \"x\" in file y\n");
         aborts("deadlock", "Deadlock detected\n");
         aborts("missing signal", "QObject::connect: No such signal QCoreApplication::no()\n");

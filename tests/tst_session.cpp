@@ -159,6 +159,13 @@ private Q_SLOTS:
         add("larger file", QByteArray("<session host='b'/>").leftJustified(65537),
             FileState::TooLarge, hostA);
 
+        add("UTF-16 without a declaration",
+            QStringEncoder(QStringConverter::Utf16BE)(u"<session host='b'/>"_s), FileState::Read,
+            hostB);
+        add("number in UTF-32 that is no character",
+            QByteArray(QStringEncoder(QStringConverter::Utf32BE)(u"<session host='b'/>"_s))
+                .replace("\0\0\0b"_ba, "\0q\0o"_ba),
+            FileState::NotWellFormed, hostA);
         add("DOCTYPE", "<!DOCTYPE s><session host='b'/>", FileState::Read, hostB);
         add("second DOCTYPE", "<!DOCTYPE s><!DOCTYPE s><session host='b'/>",
             FileState::NotWellFormed, hostA);

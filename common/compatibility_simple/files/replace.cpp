@@ -3,6 +3,7 @@
 #include "common/compatibility_simple/files/descriptor.h"
 #include "common/compatibility_simple/files/read.h"
 
+#include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QRandomGenerator>
@@ -18,8 +19,8 @@ namespace {
 // that it becomes may already be as long as the file system allows.
 QString temporaryName(const QString& path)
 {
-    return QFileInfo(path).path() + QStringLiteral("/.zorv-") +
-           QString::number(QRandomGenerator::system()->generate64(), 16);
+    const QString number = QString::number(QRandomGenerator::system()->generate64(), 16);
+    return QFileInfo(path).dir().filePath(QStringLiteral(".zorv-") + number);
 }
 
 // Puts the entry that `make` makes under a temporary name in the place of `path`.
@@ -51,9 +52,8 @@ bool synchronize(int fd)
 bool writeNewFile(const char* name, const QByteArray& content)
 {
     Descriptor fd(sc_open(name, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IWUSR));
-    // The umask may have taken the owner's write bit.
-    return fd.isOpen() && fchmod(fd.get(), S_IWUSR) == 0 && writeAll(fd.get(), content) &&
-           synchronize(fd.get()) && fchmod(fd.get(), S_IRUSR | S_IWUSR) == 0 && fd.close();
+    return fd.isOpen() && writeAll(fd.get(), content) && synchronize(fd.get()) &&
+           fchmod(fd.get(), S_IRUSR | S_IWUSR) == 0 && fd.close();
 }
 
 } // namespace
