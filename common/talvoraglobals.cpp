@@ -19,7 +19,7 @@ public:
     ~TalvoraGlobalsInstance() = default;
 };
 
-Q_GLOBAL_STATIC(TalvoraGlobalsInstance, sTalvoraGlobalsInstance)
+Q_GLOBAL_STATIC_WITH_ARGS(TalvoraGlobalsInstance, sTalvoraGlobalsInstance, ())
 
 } // namespace
 
