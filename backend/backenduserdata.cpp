@@ -1,4 +1,4 @@
-// How a process that belongs to a session finds out which one it is.
+// Resolves the session from options, files and settings.
 
 #include "backend/backenduserdata.h"
 
@@ -30,7 +30,7 @@ unsigned int BackendUserData::portOfSession(int session)
 
 bool BackendUserData::load(const BackendOptions& options)
 {
-    // What comes later overrides what came before.
+    // Each source overrides those before it.
     UserData::load(getGlobalFile(), QString(), Source::GlobalFile);
     chooseSessionFile(options);
     takeEnvironment();

@@ -6,25 +6,22 @@
 
 class BackendOptions;
 
-/// A session record resolved from everything that may name the session, and
-/// written back as a session file. The precedence, highest first: command-line
-/// options; the session file; the environment; the session file in the
-/// installation root. Options and environment also decide which session file
-/// is read.
+/// The session record of a process that belongs to a session. It is resolved from, in the
+/// order of precedence, the command-line options, the session file, the environment and
+/// the session file in the installation's root directory. Options and environment also
+/// decide which session file is read.
 ///
-/// The front end of session N listens on port 4241 + N, so a known port of the
-/// sessions 1 to 21 gives an unknown session, and a session an unknown port.
+/// The front end of session N listens on port 4241 + N. So a port of the sessions 1 to 21
+/// gives an unknown session, and a session gives an unknown port.
 class BackendUserData : public UserData
 {
 public:
-    /// Fills a freshly constructed record; creates nothing and prints nothing.
-    /// False when no usable session was found (see isValid()). Numbers in the
-    /// environment that do not parse, and session files that cannot be read,
-    /// count as absent.
+    /// Fills a newly constructed record. Creates no file and prints nothing. Returns
+    /// isValid(). Settings that are not numbers and session files that cannot be read
+    /// are ignored.
     bool load(const BackendOptions& options);
 
-    /// The number that a port or session setting is; none when it does not
-    /// parse, and load() takes no notice of it.
+    /// The number of a port or session setting; none when load() ignores it.
     static std::optional<int> numberFrom(const QString& setting);
     /// The port at which the front end of a session listens.
     static unsigned int portOfSession(int session);
@@ -32,19 +29,15 @@ public:
     /// The record as the text of a session file.
     [[nodiscard]] QString toXml() const;
 
-    /// Writes the record as a session file, whose name becomes the record's:
-    /// `fileName`, or, when that is null, the session directory's file for this
-    /// session, at which the "latest" links are pointed. The file has the
-    /// permission bits 0600, whatever the umask, and takes the place of what
-    /// was there, a link included, in one step: a reader finds all of the old
-    /// one or all of the new. False when it could not be written; there is no
-    /// file of that name then, unless it is one that this user may not remove. A
-    /// "latest" link that cannot be replaced keeps leading where it led.
+    /// Writes the record as a session file of that name, as replaceFile() does. A null
+    /// name stands for the session's own file in the session directory; the "latest" links
+    /// then lead to it. The name becomes the record's file name. Returns false when the
+    /// file cannot be written; an old file of that name is removed then.
     [[nodiscard]] bool save(const QString& fileName);
 
 private:
-    // The steps of load(). Options decide which file is read, too, and are then
-    // overridden by the environment until their own turn.
+    // The steps of load(). chooseSessionFile() uses the options; then the environment
+    // overrides them until takeOptions().
     void chooseSessionFile(const BackendOptions& options);
     void takeEnvironment();
     void takeHostAndSessionOfEnvironment();

@@ -1,4 +1,4 @@
-// Writes a session record as a session file. A target of its own, as it needs the XML
+// Writes a session record as a session file. Alone in its target: only this needs the XML
 // library.
 
 #include "backend/backenduserdata.h"

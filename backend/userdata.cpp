@@ -1,4 +1,4 @@
-// The session record and the session file that it is read from.
+// Reads session files.
 
 #include "backend/userdata.h"
 #include "backend/userdata_p.h"
@@ -14,7 +14,7 @@
 
 namespace {
 
-// A session file is one element of a few hundred bytes. The XML reader's time grows
+// A session file is one element of a few hundred bytes. The time of the XML reader grows
 // with the square of the number of attributes.
 constexpr qsizetype largestFile = 65536;
 
@@ -32,14 +32,14 @@ QString decoded(const QByteArray& document)
     QStringDecoder decoder = name.isEmpty() ? QStringDecoder(seen.value_or(QStringConverter::Utf8))
                                             : QStringDecoder(name.constData());
     const QString text = decoder(document);
-    // Of UTF-32, the decoder takes numbers that are no characters.
+    // In UTF-32, the decoder accepts numbers that are no characters.
     const bool isText = !reader.hasError() && !decoder.hasError() && text.isValidUtf16();
     return isText ? text : QString();
 }
 
 FileState readText(const QString& fileName, QString* text)
 {
-    // One byte more than allowed shows a file that is too large.
+    // One more byte than the limit shows that the file is too large.
     const Result<QByteArray> content = readRegularFile(fileName, largestFile + 1);
     if (!content) {
         const int code = content.error().code;
@@ -55,13 +55,12 @@ FileState readText(const QString& fileName, QString* text)
     return FileState::Read;
 }
 
-// The attributes of the root element when it is a session; none when it is something
-// else. Reads the whole document.
+// Reads the whole document. Gives the attributes of the root element when it is a session.
 FileState parse(QString document, QXmlStreamAttributes* attributes)
 {
-    // The reader bounds the text that one reference to an entity gives, but not what many
-    // of them give, nor how often those that stand for nothing are expanded. In lower case
-    // a declaration is an error. Where it is no markup, as in a comment, nothing changes.
+    // The reader limits the text of one reference to an entity, but not that of many
+    // references, nor the number of references to empty entities. In lower case, a
+    // declaration is an error; in a comment, the case makes no difference.
     document.replace(QLatin1String("<!ENTITY"), QLatin1String("<!entity"));
     QXmlStreamReader reader(document);
     reader.setNamespaceProcessing(false);

@@ -1,5 +1,3 @@
-// The session record: where a session's front end is to be reached.
-
 #pragma once
 
 #include <QString>
@@ -7,8 +5,8 @@
 
 class QXmlStreamAttributes;
 
-/// What a process knows of the front end whose session it belongs to, read
-/// from a session file, and the names of the session's files.
+/// The session record: what a process knows about the front end of its session, as a
+/// session file tells it, and the names of the session's files.
 class UserData
 {
 public:
@@ -16,17 +14,17 @@ public:
     enum class FileState {
         NotTried,
         Read,
-        Missing, ///< or a link that leads nowhere
+        Missing, ///< or a link whose target is missing
         Unreadable,
         NotRegular,
         TooLarge,      ///< more than 64 KiB
-        NotWellFormed, ///< or with entities of its own, or in an unknown encoding
-        NoSession,     ///< well-formed, but its root element is something else
-        BadPort,       ///< its port is no unsigned 32-bit number
-        BadSession,    ///< its session is none
+        NotWellFormed, ///< or declares entities, or is in an unknown encoding
+        NoSession,     ///< well-formed, but the root element is not a session
+        BadPort,       ///< the port is not an unsigned 32-bit number
+        BadSession,    ///< the session is not an unsigned 32-bit number
     };
 
-    /// The fields of which it is known where their value comes from.
+    /// The fields whose source is recorded.
     enum Field {
         Hosts,
         Port,
@@ -47,89 +45,98 @@ public:
         Derived, ///< from other fields
     };
 
-    /// Reads a session file, or the same XML from `xml` when that is not null;
-    /// the record's file name becomes `fileName` in any case. Each attribute
-    /// that the file has replaces its field, the others keep theirs.
+    /// Reads a session file, or the same XML from `xml` when that is not null. In any
+    /// case `fileName` becomes the record's file name. An attribute replaces its field;
+    /// a field without an attribute keeps its value.
     ///
-    /// False when the file is missing, is no regular file, is larger than
-    /// 64 KiB or is not well-formed: nothing else changes then. False also
-    /// for a port or session that is no unsigned 32-bit number; the field
-    /// becomes 0, and attributes later in the order port, host, cookie, session
-    /// are not read. An `xml` that is not well-formed counts as one without
-    /// content: true.
+    /// Returns false when the file is missing, is not a regular file, is larger than
+    /// 64 KiB or is not well-formed; no field changes then. Returns false for a port or
+    /// session that is not an unsigned 32-bit number, too. That field becomes 0, and the
+    /// attributes after it, in the order port, host, cookie, session, are not read. An
+    /// `xml` that is not well-formed changes no field and returns true.
     bool load(const QString& fileName, const QString& xml = QString());
     /// The result of the last load().
     FileState fileState() const { return mFileState; }
 
-    /// Whether there is a host and the port is below 65536.
+    /// Whether a host is known and the port is below 65536.
     bool isValid() const { return hasHost() && hasUsablePort(); }
+    /// Whether a host is known.
     bool hasHost() const { return !hostNamesAndAddresses.isEmpty(); }
+    /// Whether the port is below 65536. 0, an unknown port, is.
     bool hasUsablePort() const { return port < 65536; }
+    /// Where the value of a field comes from.
     Source source(Field field) const { return mSources[field]; }
 
+    /// The names and addresses of the front end's host, the preferred one first.
     QStringList getHostNamesAndAddresses() const { return hostNamesAndAddresses; }
-    /// The preferred name of the front end's host, null when there is none.
+    /// The preferred name of the front end's host; null when none is known.
     QString getCanonicalHostName() const { return hostNamesAndAddresses.value(0); }
-    /// The front end's TCP port, 0 when it is not known.
+    /// The front end's TCP port; 0 when it is not known.
     unsigned int getPort() const { return port; }
-    /// Whether the port was given explicitly or comes from a file of today.
+    /// Whether the port comes from a setting, an option or a file of today's date.
     bool isExplicitPort() const { return mExplicitPort; }
-    /// The session number, -1 when it is not known.
+    /// The session number; -1 when it is not known.
     int getSession() const { return mSession; }
+    /// The secret that the front end expects; null or empty when there is none.
     QString sessionCookie() const { return mSessionCookie; }
     /// Whether the cookie is part of the session's identity.
     bool getUseSessionCookies() const { return mUseSessionCookies; }
+    /// The session file that was read or written last; null when there is none.
     QString sessionFileName() const { return mSessionFileName; }
 
-    /// The directory that replaces the home directory as the root of the
-    /// session directory.
+    /// Sets the directory that replaces the home directory as the root of the session
+    /// directory; null or empty for the home directory.
     void setSharedDirectory(const QString& directory) { mSharedDirectory = directory; }
+    /// The directory that setSharedDirectory() set.
     QString getSharedDirectory() const { return mSharedDirectory; }
 
-    // Names of the session's files. They are text: nothing is tested for
-    // existence unless said. `create` makes the directories that are missing; a
-    // failure to do so is left to whoever uses the name.
+    // The names of the session's files. The files need not exist. With `create`, missing
+    // directories are made; a failure shows when the name is used.
 
-    /// The setting SESSION_PATH, or the directory .talvora/session in the shared
-    /// or home directory. A SESSION_PATH is never created.
+    /// The setting SESSION_PATH, which is never created, or else .talvora/session in the
+    /// shared directory, or in the home directory when that is empty.
     static QString getSessionDirectory(const QString& sharedDirectory, bool create);
+    /// The same for the record's shared directory.
     QString getSessionDirectory(bool create) const
     {
         return getSessionDirectory(mSharedDirectory, create);
     }
-    /// The restart file; with a suffix that is not null, the file that goes
-    /// with it: "supported" is the launcher's marker, "hold" the hold file.
+    /// The restart file for a null suffix, the launcher's marker for "supported", the hold
+    /// file for "hold".
     QString getRestartFileName(const QString& suffix) const;
-    /// HOST-SESSION and, when there is a cookie in use, its hash: the same
-    /// text that the front end makes.
+    /// HOST-SESSION, followed by the hash of the cookie when one is in use. The front end
+    /// makes the same text.
     QString getSessionUniqueId() const;
-    /// `name` and the unique id; no directory.
+    /// `name` and the unique id, without a directory.
     QString getSessionSpecificFileName(const QString& name) const;
-    /// The job's topology. Without `create`, a file of that name in TMPDIR is
-    /// preferred when it exists.
+    /// The topology of the job. Without `create`, an existing file of that name in TMPDIR
+    /// is preferred.
     QString topologyFileName(bool create) const;
-    /// The installation's tarball; else as topologyFileName(), remembered.
+    /// The tarball that a setting or option names, or else a name as topologyFileName()
+    /// makes it. A name in the session directory is kept for later calls.
     QString tarballFileName(bool create) const;
-    /// The list of the job's hosts; creates the session directory.
+    /// The list of the job's hosts. Makes the session directory.
     QString hostFileName() const;
-    /// The lock file of a program on a host, this one when null; no directory.
+    /// The lock file of a program on a host, without a directory. A null host name stands
+    /// for this host.
     QString getLockFileName(const QString& prefix, const QString& hostName) const;
 
-    /// Points the session directory's "meta" link at the session file, once.
-    /// Whether the link is there.
+    /// Makes the link "meta" in the session directory lead to the session file, once.
+    /// Returns whether it does; false for a record without a session file, too.
     bool makeMetaSession();
-    /// Removes the session file and the links that lead to it.
+    /// Removes the session file, the "latest" links in its directory, wherever they lead,
+    /// and the "meta" link that this record made. Does nothing without a session file.
     void deleteSessionFile();
 
 protected:
-    /// The session file in the installation root.
+    /// The session file in the installation's root directory.
     QString getGlobalFile() const;
-    /// The session file of a session of this front end: the "latest" link of
-    /// the host when the number is below 1, of all hosts when there is no host.
-    /// `create` names the session's own file in any case and points the
-    /// "latest" links at it, each atomically.
+    /// The session file of one of the front end's sessions. Without `create`, the "latest"
+    /// link of the host when the number is below 1, and that of all hosts when no host is
+    /// known. With `create`, the session's own file in any case, and both "latest" links
+    /// are replaced by links to it.
     QString getSessionFile(int session, bool create) const;
-    /// As the public load(), for fields whose source is to be known.
+    /// The public load(), which also records the source of the fields that it sets.
     bool load(const QString& fileName, const QString& xml, Source source);
     /// Records where the value of a field comes from.
     void setSource(Field field, Source source) { mSources[field] = source; }

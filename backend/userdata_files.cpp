@@ -1,4 +1,4 @@
-// The session record: where the session's files are and what they are called.
+// The names of the session's files, and the links among them.
 
 #include "backend/userdata.h"
 
@@ -15,8 +15,7 @@
 
 namespace {
 
-// A file of this name beside the programs switches to session files that only
-// this host sees.
+// A file of this name beside the programs switches to session files on this host only.
 const QString LOCAL_ONLY_FILENAME = QStringLiteral("use_local_zorv_session");
 const QString FILENAME = QStringLiteral(".zorv_session");
 
@@ -46,8 +45,8 @@ QString userName()
     return qEnvironmentVariable(qEnvironmentVariableIsSet("LOGNAME") ? "LOGNAME" : "USER");
 }
 
-// The string hash of the front end, which builds the same names: hashpjw, as
-// in the System V ABI's symbol tables, over UTF-16 code units.
+// The string hash of the front end, which makes the same names: the hash of symbol tables
+// in the System V ABI, over UTF-16 code units.
 quint32 cookieHash(const QString& cookie)
 {
     quint32 hash = 0;
@@ -59,8 +58,8 @@ quint32 cookieHash(const QString& cookie)
     return hash;
 }
 
-// The file of that name in TMPDIR, where a job may have been given a copy of
-// its own; null when there is none or the file is to be created.
+// The file of that name in TMPDIR, where a job may have a copy of its own. Null when
+// there is none or the file is to be created.
 QString existingCopy(const QString& name, bool create)
 {
     if (create || !qEnvironmentVariableIsSet("TMPDIR")) {

@@ -1,4 +1,4 @@
-// Qt's messages: where they go, the log file, and XML log records.
+// Qt's messages, the log file and XML log records.
 
 #include "common/logger.h"
 
@@ -33,8 +33,7 @@ const char* appName = nullptr;
 int pid = 0;
 QLoggingCategory::CategoryFilter previousFilter = nullptr;
 
-// The handlers and the log file serve messages from static destructors, too:
-// they are never destroyed.
+// The handlers and the log file are never destroyed: static destructors may log.
 std::list<QtMsgHandler>& msgHandlers()
 {
     static auto* const handlers = new std::list<QtMsgHandler>;
@@ -47,8 +46,8 @@ QFile& logFile()
     return *file;
 }
 
-// The launcher's own messages are in the default category. Qt's warnings, on
-// some of which we abort, are in categories of their own.
+// The launcher's own messages are in the default category. Qt's warnings, some of which
+// abort the process, are in other categories.
 void enableMessages(QLoggingCategory* category)
 {
     if (previousFilter) {
@@ -62,8 +61,8 @@ void enableMessages(QLoggingCategory* category)
     }
 }
 
-// In one write where there is room for it, and complete where standard error is
-// a terminal that another program has left non-blocking.
+// One write, so that lines of several processes do not mix. Standard error may be a
+// terminal that another program has left non-blocking.
 void printLine(const char* message)
 {
     const QByteArray line = QByteArray(message) + '\n';
@@ -107,7 +106,7 @@ void installHandler(QtMessageHandler handler)
     qInstallMessageHandler(handler);
     if (!previousFilter) {
         previousFilter = QLoggingCategory::installFilter(enableMessages);
-        // Now that the filter knows its predecessor, once more for all categories.
+        // Applies the filter, which now knows its predecessor, to all categories again.
         QLoggingCategory::installFilter(enableMessages);
     }
 }
@@ -146,7 +145,7 @@ QByteArray recordHeader(QtMsgType type)
     return header + " type=\"" + Logger::typeToString(type) + "\">";
 }
 
-// Waits until the descriptor takes data again.
+// Waits until the descriptor accepts data again.
 bool waitForRoom(int fd)
 {
     pollfd request = {fd, POLLOUT, 0};
@@ -157,8 +156,8 @@ bool waitForRoom(int fd)
     return true;
 }
 
-// As sc_write(), but an interrupted write is repeated; one that would block is
-// tried again with a single byte, which may still find room where more does not.
+// Repeats an interrupted write. Tries a single byte when a write would block: there may
+// be room for one and not for more.
 ssize_t writeSome(int fd, const char* bytes, size_t count)
 {
     const ssize_t result = uninterrupted([&] { return sc_write(fd, bytes, count); });
@@ -181,7 +180,7 @@ void installQtMsgHandler()
 {
     const QString name = QFileInfo(QCoreApplication::applicationFilePath()).fileName();
     if (!name.isEmpty()) {
-        // The program's name outlives every record: it is never freed.
+        // Never freed: static destructors may log.
         appName = qstrdup(name.left(longestAppName).toLocal8Bit().constData());
     }
     pid = sc_getpid();

@@ -11,29 +11,27 @@
 /// A receiver of messages; the text is in the local 8-bit encoding.
 using QtMsgHandler = void (*)(QtMsgType type, const char* message);
 
-/// Owns the process's message output, until the process has ended: static
-/// destructors may log. Everything here belongs to the main thread.
+/// Message output of the process. It works until the process has ended: static
+/// destructors may log. Use it from the main thread only.
 namespace Logger {
 
-/// Prints each of Qt's messages to standard error as one line, as it is. For
-/// the time before installQtMsgHandler(): Qt's own output may go to a system
-/// log, and its form and extent follow variables that a user may have set for
-/// another program.
+/// Prints each of Qt's messages to standard error as one line, without changes. Use it
+/// before installQtMsgHandler() is possible: Qt's own handler may write to a system log,
+/// and obeys variables that a user may have set for another program.
 void installPlainMsgHandler();
 
-/// Takes Qt's messages over: each is printed to standard error as one line and
-/// passed to the added handlers. A message that tells of a missing signal or
-/// slot or of a deadlock aborts the process; a fatal one aborts it when it
-/// begins with "ASSERT" and ends it with status 1 otherwise. Messages of Qt's
-/// text codecs are dropped. To be called once, early.
+/// Prints each of Qt's messages to standard error as one line, and passes it to the added
+/// handlers. A message about a missing signal or slot or a deadlock aborts the process. A
+/// fatal message aborts it when it begins with "ASSERT", and ends it with status 1
+/// otherwise. Messages of Qt's text codecs are dropped. Call it once, early.
 void installQtMsgHandler();
 
-/// The name of a program's log file, or a null string when none is wanted.
+/// The name of a program's log file; a null string when the user wants none.
 ///
-/// The setting `environmentVariable` (looked up under the suite's prefixes, never
-/// cached; may be null) gives the name; failing that, the setting LOGS, when it
-/// is an existing directory, gives the directory for a file called `prefix`. A
-/// trailing ".log" is replaced by `suffix` and ".log".
+/// The setting `environmentVariable`, which has one of the suite's prefixes and is never
+/// cached, gives the name. When it is null or not set, the setting LOGS gives the
+/// directory, which must exist, of a file called `prefix`. A trailing ".log" is removed;
+/// `suffix` and ".log" are added.
 QString logFileName(const char* environmentVariable, const QString& prefix, const QString& suffix);
 
 /// Opens the log file as openToOverwrite() does, and adds a handler that appends each
@@ -42,14 +40,13 @@ QString logFileName(const char* environmentVariable, const QString& prefix, cons
 /// critical; nothing else changes then.
 void installLogMsgHandler(const QString& fileName);
 
-/// Adds a handler at the end of the list; one that is added twice is called
-/// twice.
+/// Adds a handler at the end of the list. A handler that is added twice is called twice.
 void addMsgHandler(QtMsgHandler handler);
-/// Removes the first occurrence of a handler, if there is one.
+/// Removes the first occurrence of a handler, if any.
 void removeMsgHandler(QtMsgHandler handler);
 
-/// Calls every handler, in the order in which they were added. A handler may
-/// add and remove handlers and log: the call in progress keeps its list.
+/// Calls every handler, in the order in which they were added. A handler may add and
+/// remove handlers, and may log: the call in progress keeps its list.
 void log(QtMsgType type, const char* message);
 /// log() with a format as for vprintf(3); nothing is logged when it fails.
 void vlog(QtMsgType type, const char* format, va_list arguments)
@@ -57,22 +54,20 @@ void vlog(QtMsgType type, const char* format, va_list arguments)
 /// log() with a format as for printf(3).
 void logf(QtMsgType type, const char* format, ...) __attribute__((format(printf, 2, 3)));
 
-/// "debug", "warning", "critical", "fatal", and "unknown" for all else.
+/// "debug", "warning", "critical" or "fatal"; "unknown" for any other type.
 const char* typeToString(QtMsgType type);
 
-/// Writes xmlLogBytes() to a descriptor, which may be non-blocking; does
-/// nothing for -1.
+/// Writes xmlLogBytes() to a descriptor, which may be non-blocking. Does nothing for -1.
 void xmlLog(int fd, QtMsgType type, const char* message);
 
-/// One log record: an element "debug" with the local time (hours to
-/// milliseconds), the type and, once installQtMsgHandler() was called, the
-/// program's name and process id. The message is not escaped, and no line end
-/// follows.
+/// One log record: an element "debug" with the local time (hours to milliseconds), the
+/// type and, after installQtMsgHandler(), the program's name and process id. The message
+/// is not escaped. No line end follows.
 QByteArray xmlLogBytes(QtMsgType type, const char* message);
 
 } // namespace Logger
 
-/// Writes all of a buffer to a descriptor, waiting for room where it is
-/// non-blocking. Returns `count`; -1 when a write failed; the number of bytes
-/// written so far when the wait failed. Failures are printed to standard error.
+/// Writes a whole buffer to a descriptor. Waits for room when it is non-blocking. Returns
+/// `count`; -1 when a write fails; the number of bytes written when the wait fails.
+/// Prints the error to standard error.
 ssize_t blocking_write(int fd, const void* buf, size_t count);
