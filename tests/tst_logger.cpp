@@ -99,6 +99,14 @@ class LoggerTest : public QObject
     std::unique_ptr<QTemporaryDir> mDirectory;
 
 private Q_SLOTS:
+    // Tells the logger the name of the program; the messages stay the test's.
+    void initTestCase()
+    {
+        const auto previous = qInstallMessageHandler(nullptr);
+        Logger::installQtMsgHandler();
+        qInstallMessageHandler(previous);
+    }
+
     void init()
     {
         clearSettings({"TEST_LOG", "LOGS"});
@@ -165,9 +173,6 @@ private Q_SLOTS:
     {
         QFETCH(QtMsgType, type);
         QFETCH(QString, name);
-        const auto previous = qInstallMessageHandler(nullptr);
-        Logger::installQtMsgHandler();
-        qInstallMessageHandler(previous);
         const QTime before = QTime::currentTime();
         const QByteArray bytes = Logger::xmlLogBytes(type, "a <b/> & c");
         const QTime after = QTime::currentTime();
