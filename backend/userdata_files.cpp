@@ -73,7 +73,7 @@ QString existingCopy(const QString& name, bool create)
 
 QString UserData::getSessionDirectory(const QString& sharedDirectory, bool create)
 {
-    const QString sessionPath = envPath("SESSION_PATH");
+    QString sessionPath = envPath("SESSION_PATH");
     if (!sessionPath.isEmpty()) {
         return sessionPath;
     }
@@ -93,15 +93,15 @@ QString UserData::getSessionFile(int session, bool create) const
     }
     const QString directory = getSessionDirectory(create);
     const QString host = getCanonicalHostName();
-    const QString latest = joined(directory, QStringLiteral("latest"));
-    const QString hostLatest = joined(directory, host + QStringLiteral("-latest"));
+    QString latest = joined(directory, QStringLiteral("latest"));
+    QString hostLatest = joined(directory, host + QStringLiteral("-latest"));
     if (!create && host.isEmpty()) {
         return latest;
     }
     if (!create && session < 1) {
         return hostLatest;
     }
-    const QString fileName = joined(directory, host + QLatin1Char('-') + number);
+    QString fileName = joined(directory, host + QLatin1Char('-') + number);
     if (create) {
         replaceLink(fileName, latest);
         replaceLink(fileName, hostLatest);
@@ -150,7 +150,7 @@ QString UserData::tarballFileName(bool create) const
         return mTarballFileName;
     }
     const QString name = getSessionSpecificFileName(QStringLiteral("tarball"));
-    const QString copy = existingCopy(name, create);
+    QString copy = existingCopy(name, create);
     if (!copy.isNull()) {
         return copy;
     }
