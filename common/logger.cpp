@@ -210,7 +210,7 @@ void installLogMsgHandler(const QString& fileName)
     Result<Descriptor> file = openToOverwrite(fileName);
     if (!file) {
         qCritical("%s: %s", fileName.toLocal8Bit().constData(),
-                  file.error().text.toLocal8Bit().constData());
+                  file.error().text().toLocal8Bit().constData());
         return;
     }
     if (logFile().isOpen()) {

@@ -174,7 +174,7 @@ private Q_SLOTS:
 
         const Becoming other(user);
         Result<Descriptor> file = openToOverwrite(u"shared/name"_s);
-        QCOMPARE(file ? QString() : file.error().text, error);
+        QCOMPARE(file ? QString() : file.error().text(), error);
         if (entry == Entry::DeadLink) {
             QCOMPARE(QFile::exists(u"missing"_s), file.has_value());
         } else if (entry != Entry::Fifo && entry != Entry::ReadFifo) {
@@ -197,7 +197,7 @@ private Q_SLOTS:
         setfsuid(stranger);
         const Result<Descriptor> file = openToOverwrite(u"name"_s);
         setfsuid(root);
-        QCOMPARE(file ? QString() : file.error().text, QString());
+        QCOMPARE(file ? QString() : file.error().text(), QString());
         struct stat status;
         QCOMPARE(fstat(file->get(), &status), 0);
         QCOMPARE(status.st_uid, stranger);
@@ -215,7 +215,7 @@ private Q_SLOTS:
         QString error;
         for (int i = 0; i < 20000 && error.isEmpty(); ++i) {
             const Result<Descriptor> file = openToOverwrite(u"name"_s);
-            error = file ? QString() : file.error().text;
+            error = file ? QString() : file.error().text();
         }
         done = true;
         others.join();

@@ -9,10 +9,12 @@
 /// Why an operation on a file failed.
 struct FileError
 {
-    int code;     ///< an errno value
-    QString text; ///< the system's text for it, or a more exact one
+    int code;       ///< an errno value
+    QString reason; ///< more exact than the system's text for the code; null when there is none
 
-    static FileError last() { return {errno, qt_error_string(errno)}; }
+    static FileError last() { return {errno, QString()}; }
+    /// The reason, or else the system's text for the code.
+    QString text() const { return reason.isNull() ? qt_error_string(code) : reason; }
 };
 
 /// The value of an operation, or why there is none.
