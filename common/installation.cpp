@@ -1,5 +1,3 @@
-// The installation that the running program belongs to.
-
 #include "common/installation.h"
 
 #include "branding/filenames.h"
@@ -7,20 +5,84 @@
 
 #include <QCoreApplication>
 #include <QDir>
-#include <QFileInfo>
+#include <QFile>
+
+#include <climits>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr const char* ownExecutable = "/proc/self/exe";
+
+bool isSameFile(const char* path1, const char* path2)
+{
+    struct stat status1;
+    struct stat status2;
+    return stat(path1, &status1) == 0 && stat(path2, &status2) == 0 &&
+           status1.st_dev == status2.st_dev && status1.st_ino == status2.st_ino;
+}
+
+// The directory of the running program; empty when its file is no longer at its path.
+// The kernel then appends " (deleted)", see proc(5). Not QCoreApplication's: that falls
+// back to the working directory, and a QString cannot hold bytes that are no UTF-8.
+QByteArray ownDirectory()
+{
+    char path[PATH_MAX];
+    const ssize_t length = readlink(ownExecutable, path, sizeof path - 1);
+    if (length == -1) {
+        // Without /proc, the command line or PATH names the program.
+        const QString directory = QCoreApplication::applicationDirPath();
+        return QDir::isAbsolutePath(directory) ? QFile::encodeName(directory) : QByteArray();
+    }
+    path[length] = '\0';
+    if (!isSameFile(path, ownExecutable)) {
+        return QByteArray();
+    }
+    const QByteArray file(path);
+    return file.left(qMax<qsizetype>(file.lastIndexOf('/'), 1));
+}
+
+QByteArray parentOf(const QByteArray& directory)
+{
+    return directory.left(qMax<qsizetype>(directory.lastIndexOf('/'), 1));
+}
+
+// A text that names the directory. Where its bytes are no UTF-8, that is a descriptor's
+// entry in /proc, which stays valid for the life of the process.
+QString textOf(const QByteArray& directory)
+{
+    const QString text = QFile::decodeName(directory);
+    if (QFile::encodeName(text) == directory) {
+        return text;
+    }
+    const int fd = open(directory.constData(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+    return fd == -1 ? text : QStringLiteral("/proc/self/fd/%1").arg(fd);
+}
+
+} // namespace
 
 InstallationLayout chooseInstallationLayout()
 {
-    const QFileInfo applicationDir(QCoreApplication::applicationDirPath());
-    if (applicationDir.fileName() != QLatin1String("bin")) {
-        TalvoraGlobals::instance()->setLocationsAsFlatPath(applicationDir.filePath());
+    const QByteArray directory = ownDirectory();
+    if (directory.isEmpty()) {
+        return InstallationLayout::Unknown;
+    }
+    if (!directory.endsWith("/bin")) {
+        TalvoraGlobals::instance()->setLocationsAsFlatPath(textOf(directory));
         return InstallationLayout::Flat;
     }
-    TalvoraGlobals::instance()->setLocationsFromInstallPath(QDir(applicationDir.path()).path());
+    TalvoraGlobals::instance()->setLocationsFromInstallPath(textOf(parentOf(directory)));
     return InstallationLayout::Installed;
 }
 
-QString helperPath()
+QByteArray helperPath()
 {
-    return QDir(TalvoraGlobals::instance()->binPath()).filePath(FileName::zorvDebugger);
+    const QByteArray directory = ownDirectory();
+    if (directory.isEmpty()) {
+        return QByteArray();
+    }
+    const QByteArray name = QFile::encodeName(FileName::zorvDebugger);
+    return directory.endsWith('/') ? directory + name : directory + '/' + name;
 }

@@ -1,17 +1,18 @@
-// The installation that the running program belongs to.
-
 #pragma once
 
-#include <QString>
+#include <QByteArray>
 
 enum class InstallationLayout {
     Installed, ///< the program is in the directory bin of the installation
-    Flat,      ///< all is in the program's own directory
+    Flat,      ///< everything is in the program's own directory
+    Unknown,   ///< the program's file has been replaced or removed, or has no name
 };
 
-/// Fills TalvoraGlobals by the directory that the executable is in. To be called
-/// once, with an application object. Warns of missing directories.
+/// Fills TalvoraGlobals from the directory of the running program. Call it once, after
+/// the application object was created. Warns of missing directories. Changes nothing if
+/// the layout is unknown.
 InstallationLayout chooseInstallationLayout();
 
-/// The helper that the launcher starts.
-QString helperPath();
+/// The path of the helper, in the bytes of the file system; empty if the layout is
+/// unknown.
+QByteArray helperPath();

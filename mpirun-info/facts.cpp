@@ -48,7 +48,7 @@ void describeDirectory(Report* report, const char* key, const QString& path)
 
 void describeHelper(Report* report)
 {
-    const QFileInfo helper(helperPath());
+    const QFileInfo helper(QFile::decodeName(helperPath()));
     const char* state = "present";
     if (!helper.exists()) {
         state = helper.isSymLink() ? "dead link" : "missing";

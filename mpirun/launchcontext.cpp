@@ -1,8 +1,9 @@
-// What the launcher was started with and its helper must find unchanged.
-
 #include "mpirun/launchcontext.h"
 
+#include "common/compatibility_simple/calls/calls.h"
+#include "common/compatibility_simple/files/read.h"
 #include "common/compatibility_simple/process/signals.h"
+#include "common/compatibility_simple/process/stacklimit.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -11,25 +12,18 @@
 
 namespace {
 
+constexpr int statusOfFailedExec = 127;
+
+// Of all other signals that the launcher handles, an exec resets the action.
+constexpr int changedSignals[] = {SIGCHLD, SIGPIPE, SIGXFSZ};
+
 void openMissingStandardStreams()
 {
     for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
-        // open() gives the lowest free number, which is fd: those below are open.
+        // open() returns the lowest free number, which is fd: those below are open.
         if (fcntl(fd, F_GETFD) == -1 && errno == EBADF && open("/dev/null", O_RDWR) == -1) {
             perror("/dev/null");
         }
-    }
-}
-
-// Calls the function for each signal whose disposition the launcher changes, or Qt
-// in it. All others an exec leaves as they are.
-template <typename Function> void forChangedSignals(const Function& function)
-{
-    for (int signo : handledSignals) {
-        function(signo);
-    }
-    for (int signo : {SIGCHLD, SIGPIPE}) {
-        function(signo);
     }
 }
 
@@ -38,29 +32,32 @@ template <typename Function> void forChangedSignals(const Function& function)
 LaunchContext::LaunchContext(int argc, const char* const* argv)
     : mArguments(argv, argv + argc)
     , mHelperArguments({nullptr, "--zorvmpirun"})
+    , mStackLimit(userStackLimit())
 {
     if (argc > 1) {
         mHelperArguments.insert(mHelperArguments.end(), argv + 1, argv + argc);
     }
     mHelperArguments.push_back(nullptr);
     sigprocmask(SIG_SETMASK, nullptr, &mSignalMask);
-    mOwnSignalMask = mSignalMask;
-    sigdelset(&mOwnSignalMask, SIGCHLD);
     sigemptyset(&mIgnoredSignals);
-    forChangedSignals([this](int signo) {
+    for (int signo : changedSignals) {
         struct sigaction action;
         if (sigaction(signo, nullptr, &action) == 0 && action.sa_handler == SIG_IGN) {
             sigaddset(&mIgnoredSignals, signo);
         }
-    });
+    }
 }
 
 void LaunchContext::prepareProcess() const
 {
     openMissingStandardStreams();
     signal(SIGCHLD, SIG_DFL);
+    sigset_t endOfChild;
+    sigemptyset(&endOfChild);
+    sigaddset(&endOfChild, SIGCHLD);
+    sigprocmask(SIG_UNBLOCK, &endOfChild, nullptr);
     ignoreSigPipe();
-    releaseSignals();
+    signal(SIGXFSZ, SIG_IGN);
 }
 
 QStringList LaunchContext::arguments() const
@@ -78,33 +75,28 @@ void LaunchContext::setHelper(const QByteArray& path)
     mHelperArguments.front() = mHelper.constData();
 }
 
-void LaunchContext::holdSignals() const
+void LaunchContext::execHelper(int errorPipe) const
 {
-    sigset_t signals;
-    sigemptyset(&signals);
-    for (int signo : handledSignals) {
-        sigaddset(&signals, signo);
-    }
-    sigprocmask(SIG_BLOCK, &signals, nullptr);
-}
-
-void LaunchContext::releaseSignals() const
-{
-    sigprocmask(SIG_SETMASK, &mOwnSignalMask, nullptr);
-}
-
-void LaunchContext::execHelper() const
-{
-    // Dispositions first: a signal that waits must find its default action,
-    // not the launcher's handler, when the mask lets it in.
+    // Before the signal mask: a signal that waits must find its action of the start.
     restoreDispositions();
+    restoreStackLimit();
     sigprocmask(SIG_SETMASK, &mSignalMask, nullptr);
-    execv(mHelperArguments.front(), const_cast<char* const*>(mHelperArguments.data()));
+    sc_execv(mHelperArguments.front(), const_cast<char* const*>(mHelperArguments.data()));
+    const int error = errno;
+    uninterrupted([&] { return sc_write(errorPipe, &error, sizeof error); });
+    _exit(statusOfFailedExec);
 }
 
 void LaunchContext::restoreDispositions() const
 {
-    forChangedSignals([this](int signo) {
+    for (int signo : changedSignals) {
         signal(signo, sigismember(&mIgnoredSignals, signo) == 1 ? SIG_IGN : SIG_DFL);
-    });
+    }
+}
+
+void LaunchContext::restoreStackLimit() const
+{
+    if (mStackLimit) {
+        setrlimit(RLIMIT_STACK, &*mStackLimit);
+    }
 }

@@ -1,72 +1,33 @@
 // The launcher: starts the suite's debugger helper in place of an MPI job
 // launcher, stays its parent, and restarts it when the front end asks.
 
-#include "common/compatibility_simple/files/emptyfile.h"
-#include "common/installation.h"
+#include "mpirun/affinity.h"
+#include "mpirun/execreport.h"
 #include "mpirun/launchcontext.h"
 #include "mpirun/restartableprocess.h"
 #include "mpirun/restartwatcher.h"
+#include "mpirun/signalhandling.h"
 
 #include "backend/backenduserdata.h"
+#include "branding/filenames.h"
+#include "common/compatibility_simple/files/emptyfile.h"
 #include "common/compatibility_simple/process/stacklimit.h"
+#include "common/env/zorvenv.h"
+#include "common/installation.h"
 #include "common/logger.h"
-#include "common/mlib.h"
 #include "zorv-debugger/zorvdebuggeroptions.h"
 
 #include <QCoreApplication>
 #include <QFile>
+#include <QSignalBlocker>
 #include <QSysInfo>
 
-#include <atomic>
-#include <csignal>
-#include <sys/wait.h>
-#include <unistd.h>
+#include <cerrno>
 
 namespace {
 
 constexpr int startTimeoutMs = 30000;
-
-// What the signal handler reads: the helper that runs, or 0, and the marker that
-// says that this launcher can restart its helper, or null. Never freed.
-std::atomic<pid_t> pid = 0;
-std::atomic<char*> g_restartSupportedFileName = nullptr;
-static_assert(std::atomic<pid_t>::is_always_lock_free);
-static_assert(std::atomic<char*>::is_always_lock_free);
-
-// Whether `pid` still names a child of ours: once it has been waited for, the
-// number may be somebody else's.
-bool isOurChild(pid_t child)
-{
-    siginfo_t info;
-    return waitid(P_PID, static_cast<id_t>(child), &info, WEXITED | WNOHANG | WNOWAIT) == 0;
-}
-
-// Takes the marker away, passes the signal on, and lets it end the launcher.
-// Only calls that are safe in a handler, see signal-safety(7); waitid(2), which
-// that page leaves out, is a plain system call.
-void sighandler(int signo)
-{
-    signal(signo, SIG_DFL);
-    if (const char* marker = g_restartSupportedFileName) {
-        unlink(marker);
-    }
-    if (pid != 0 && isOurChild(pid)) {
-        kill(pid, signo);
-    }
-    raise(signo);
-    // The first process of a container is spared by default actions, see
-    // pid_namespaces(7).
-    if (getpid() == 1) {
-        _exit(128 + signo);
-    }
-}
-
-void installSignalHandlers()
-{
-    for (int signo : handledSignals) {
-        signal(signo, sighandler);
-    }
-}
+constexpr int statusOfFailure = 1;
 
 void openLog()
 {
@@ -79,82 +40,133 @@ void openLog()
     }
 }
 
-// The name is known to the handler first, so that the marker is gone with the
-// launcher from its first instant on. One that cannot be made is reported, and the
-// launch goes on.
-void createMarker(const QString& fileName)
+// From the marker on, a signal removes it: one that comes before the handlers are
+// installed waits for them. A marker that cannot be made is reported, and the launch
+// goes on.
+void createMarker(const BackendUserData& session)
 {
-    g_restartSupportedFileName = m_strdup(QFile::encodeName(fileName).constData());
-    static_cast<void>(createEmptyFile(fileName));
+    holdSignals();
+    if (session.isValid()) {
+        const QString fileName = session.getRestartFileName(QStringLiteral("supported"));
+        setMarker(QFile::encodeName(fileName));
+        static_cast<void>(createEmptyFile(fileName));
+    }
+    handleEndingSignals();
+    releaseSignals();
 }
 
-// Makes a start of the helper and waits for its outcome; a helper that did not start
-// is reported. Signals wait until the helper's id is known, so that none ends the
-// launcher without reaching the helper.
-template <typename Start>
-bool startHelper(RestartableProcess& process, const LaunchContext& context, const QString& path,
-                 const Start& start)
+void setUpHelper(RestartableProcess* process)
 {
-    context.holdSignals();
-    start();
-    pid = static_cast<pid_t>(process.processId());
-    context.releaseSignals();
-    if (process.waitForStarted(startTimeoutMs)) {
-        return true;
+    process->setProcessChannelMode(QProcess::ForwardedChannels);
+    if (envFlag("HELPER_INPUT")) {
+        process->setInputChannelMode(QProcess::ForwardedInputChannel);
     }
-    qCritical("%s: %s", path.toLocal8Bit().constData(),
-              process.errorString().toLocal8Bit().constData());
-    return false;
+}
+
+// Starts the helper, with `start`, and waits for the outcome. Signals wait until the
+// process id of the helper is known, so that none ends the launcher without reaching the
+// helper. Returns an empty text, or why the helper did not start.
+template <typename Start>
+QString startHelper(RestartableProcess& process, const LaunchContext& context, const Start& start)
+{
+    ExecReport report;
+    if (!report.isOpen()) {
+        return qt_error_string(errno);
+    }
+    const int errorPipe = report.writeEnd();
+    process.setChildProcessModifier([&context, errorPipe] { context.execHelper(errorPipe); });
+    holdSignals();
+    start();
+    setSignalledHelper(static_cast<pid_t>(process.processId()));
+    releaseSignals();
+    if (!process.waitForStarted(startTimeoutMs)) {
+        return process.errorString();
+    }
+    const int error = report.error();
+    if (error == 0) {
+        return QString();
+    }
+    // To QProcess, the child that could not exec has started and ends now.
+    const QSignalBlocker blocker(process);
+    process.waitForFinished();
+    return qt_error_string(error);
+}
+
+template <typename Start>
+bool startOrReport(RestartableProcess& process, const LaunchContext& context,
+                   const QByteArray& path, const Start& start)
+{
+    const QString error = startHelper(process, context, start);
+    if (!error.isEmpty()) {
+        qCritical("%s: %s", path.constData(), error.toLocal8Bit().constData());
+    }
+    return error.isEmpty();
+}
+
+// What the launcher returns after the helper: 0, or with the setting HELPER_STATUS what
+// a shell makes of the helper's end, 128 + N after signal N.
+int launcherStatus(const QProcess& process)
+{
+    if (!envFlag("HELPER_STATUS")) {
+        return 0;
+    }
+    // QProcess gives the number of the signal as the exit code.
+    return process.exitStatus() == QProcess::CrashExit ? 128 + process.exitCode()
+                                                       : process.exitCode();
+}
+
+void noteEndOfHelper()
+{
+    endIfSignalled();
+    setSignalledHelper(0);
+    reapOrphans();
 }
 
 } // namespace
 
 int main(int argc, char** argv)
 {
-    // 1. A sensible stack, and what we were started with, before anything
+    // 1. A sensible stack, and what the launcher was started with, before anything
     // changes it.
+    restoreAffinity();
     fixStackLimit(argc, argv);
     LaunchContext context(argc, argv);
     context.prepareProcess();
+    handlePassedSignals();
 
     // 2. The application.
     Logger::installPlainMsgHandler();
     QCoreApplication app(argc, argv);
 
     // 3. The installation that this executable belongs to.
-    chooseInstallationLayout();
+    if (chooseInstallationLayout() == InstallationLayout::Unknown) {
+        qCritical("%s: cannot find the installation: the program's file was replaced or removed",
+                  FileName::zorvMpirun.toLocal8Bit().constData());
+        return statusOfFailure;
+    }
 
-    // 4. The log, the command line, and the session that they belong to.
+    // 4. The log, the command line, the session that they belong to, and its marker.
     openLog();
     ZORVDebuggerOptions options;
     if (!options.parse(context.arguments())) {
-        return 1;
+        return statusOfFailure;
     }
     BackendUserData session;
     session.load(options);
+    createMarker(session);
 
-    // From the marker on, a signal takes it away: one that comes before the
-    // handlers are there waits for them.
-    context.holdSignals();
-    if (session.isValid()) {
-        createMarker(session.getRestartFileName(QStringLiteral("supported")));
-    }
-    installSignalHandlers();
-    context.releaseSignals();
-
-    // 5. The helper and its arguments.
-    const QString path = helperPath();
+    // 5. The helper and its arguments, which are in the context.
+    const QByteArray path = helperPath();
+    context.setHelper(path);
     RestartableProcess process;
-    const QStringList arguments =
-        QStringList(QStringLiteral("--zorvmpirun")) + context.arguments().mid(1);
-    context.setHelper(QFile::encodeName(path));
-    process.setProcessChannelMode(QProcess::ForwardedChannels);
-    process.setChildProcessModifier([&context] { context.execHelper(); });
+    setUpHelper(&process);
 
     // 6. The start.
-    const auto start = [&] { process.start(path, arguments, QIODevice::ReadWrite); };
-    if (!startHelper(process, context, path, start)) {
-        return 1;
+    const auto start = [&] {
+        process.start(QFile::decodeName(path), QStringList(), QIODevice::ReadWrite);
+    };
+    if (!startOrReport(process, context, path, start)) {
+        return statusOfFailure;
     }
 
     // 7. What follows when the helper ends.
@@ -164,12 +176,13 @@ int main(int argc, char** argv)
         watcher.setRestartHoldFileName(session.getRestartFileName(QStringLiteral("hold")));
     }
     QObject::connect(&watcher, &RestartWatcher::restart, &process, [&] {
-        if (!startHelper(process, context, path, [&] { process.restart(); })) {
-            QCoreApplication::exit(1);
+        if (!startOrReport(process, context, path, [&] { process.restart(); })) {
+            QCoreApplication::exit(statusOfFailure);
         }
     });
-    QObject::connect(&watcher, &RestartWatcher::quit, &app, &QCoreApplication::quit);
-    QObject::connect(&process, &QProcess::finished, &process, [] { pid = 0; });
+    QObject::connect(&watcher, &RestartWatcher::quit, &app,
+                     [&] { QCoreApplication::exit(launcherStatus(process)); });
+    QObject::connect(&process, &QProcess::finished, &process, noteEndOfHelper);
     QObject::connect(&process, &QProcess::finished, &watcher,
                      &RestartWatcher::checkForQuickRestart);
 

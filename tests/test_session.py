@@ -3,14 +3,16 @@
 import os
 from dataclasses import dataclass
 from pathlib import Path
-from signal import SIGABRT, SIGBUS, SIGFPE, SIGHUP, SIGINT, SIGKILL, SIGSEGV, SIGTERM
+from signal import (SIGABRT, SIGBUS, SIGFPE, SIGHUP, SIGILL, SIGINT, SIGKILL, SIGQUIT, SIGSEGV,
+                    SIGSTKFLT, SIGSYS, SIGTERM, SIGTRAP)
 
 import pytest
 
 from support.processes import Ended, Fifo, Process, children, wait_until, without_call
 
 every_signal = pytest.mark.parametrize(
-    "number", [SIGABRT, SIGBUS, SIGFPE, SIGHUP, SIGINT, SIGSEGV, SIGTERM],
+    "number", [SIGABRT, SIGBUS, SIGFPE, SIGHUP, SIGILL, SIGINT, SIGQUIT, SIGSEGV, SIGSTKFLT, SIGSYS,
+               SIGTERM, SIGTRAP],
     ids=lambda number: number.name)
 
 
@@ -140,14 +142,10 @@ def test_signal_reaches_the_helper_without_a_session(installation, recording_hel
 
 
 @every_signal
-@pytest.mark.parametrize("under", [
-    pytest.param(["env"], id="default"),
-    pytest.param(["env", "--ignore-signal=ABRT,BUS,FPE,HUP,INT,SEGV,TERM"], id="ignored"),
-])
 def test_signal_reaches_the_helper_and_removes_the_marker(
-        installation, session, recording_helper, number, under):
-    """The signal ends the launcher and its helper, ignored at the start or not."""
-    launcher = installation.start(under=under)
+        installation, session, recording_helper, number):
+    """The signal ends the launcher and its helper."""
+    launcher = installation.start()
     recording_helper.started.line()
     assert session.files() == ["restart-supported"]
     launcher.send(number)

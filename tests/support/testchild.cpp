@@ -102,12 +102,31 @@ void restartAgain(Value directory)
 void recordNextSignal(Value file)
 {
     signalFile = file;
-    for (int signo : {SIGABRT, SIGINT, SIGTERM, SIGSEGV, SIGFPE, SIGBUS, SIGHUP}) {
+    for (int signo : {SIGABRT, SIGINT, SIGTERM, SIGSEGV, SIGFPE, SIGBUS, SIGHUP, SIGQUIT, SIGILL,
+                      SIGTRAP, SIGSYS, SIGSTKFLT}) {
         signal(signo, [](int number) {
             writeFile(signalFile, std::to_string(number));
             signal(number, SIG_DFL);
             raise(number);
         });
+    }
+}
+
+// Blocks all signals, and appends the number and the value of each one that comes to the
+// file, until SIGTERM ends it.
+void recordSignals(Value file)
+{
+    sigset_t all;
+    sigfillset(&all);
+    sigprocmask(SIG_BLOCK, &all, nullptr);
+    std::ofstream record(file, std::ios::app);
+    record << "started " << getpid() << std::endl;
+    siginfo_t info = {};
+    while (info.si_signo != SIGTERM) {
+        if (sigwaitinfo(&all, &info) != -1) {
+            const int value = info.si_code == SI_QUEUE ? info.si_value.sival_int : 0;
+            record << info.si_signo << ' ' << value << std::endl;
+        }
     }
 }
 
@@ -141,6 +160,7 @@ const std::map<std::string, std::function<void(Value)>> table = {
     {"--print", [](Value text) { std::cout << text << std::endl; }},
     {"--print-error", [](Value text) { std::cerr << text << std::endl; }},
     {"--record-signal", recordNextSignal},
+    {"--record-signals", recordSignals},
     {"--record-state", [](Value file) { writeFile(file, inheritedState()); }},
     {"--restart-again", restartAgain},
     {"--signal", [](Value signo) { raise(std::stoi(signo)); }},

@@ -25,6 +25,8 @@ constexpr rlim_t highestAccepted = 64 * mebibyte;
 constexpr rlim_t limitOfFreshCopy = 16 * mebibyte;
 constexpr const char* rememberedLimit = "TALVORA_OLD_STACK_LIMIT";
 
+std::optional<rlimit> g_userLimit;
+
 bool setSoftLimit(rlimit limits, rlim_t soft)
 {
     limits.rlim_cur = soft;
@@ -96,6 +98,12 @@ void fixStackLimit(int argc, const char* const* argv)
     }
     sc_setenv(rememberedLimit, QByteArray::number(qulonglong(limits.rlim_cur)).constData(), true);
     if (setSoftLimit(limits, limitOfFreshCopy)) {
+        g_userLimit = limits;
         replaceProcess(argc, argv);
     }
+}
+
+std::optional<rlimit> userStackLimit()
+{
+    return g_userLimit;
 }

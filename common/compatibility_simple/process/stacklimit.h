@@ -2,6 +2,9 @@
 
 #pragma once
 
+#include <optional>
+#include <sys/resource.h>
+
 /// Sees to it that the program runs under a sensible stack limit, without its
 /// children noticing. When the soft RLIMIT_STACK is finite and outside 8 MiB to
 /// 64 MiB, the process is replaced, once, by a fresh copy of itself started
@@ -16,3 +19,8 @@
 /// process is not replaced; failures of system calls are printed to standard
 /// error, and the program carries on under the limit that it has.
 void fixStackLimit(int argc, const char* const* argv);
+
+/// The user's stack limit where the program runs under another one, because
+/// fixStackLimit() could not replace the process. Arguments that fit under the user's
+/// limit need not fit under this one, see execve(2).
+std::optional<rlimit> userStackLimit();

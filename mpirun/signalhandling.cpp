@@ -1,0 +1,363 @@
+#include "mpirun/signalhandling.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <ucontext.h>
+#include <unistd.h>
+
+// The handlers make async-signal-safe calls only, see signal-safety(7). waitid(2), which
+// that page leaves out, and the calls through syscall(2) are plain system calls.
+
+namespace {
+
+constexpr int endingSignals[] = {
+    SIGABRT,   SIGINT, SIGTERM, SIGSEGV, SIGFPE, SIGBUS, SIGHUP, SIGQUIT, SIGILL, SIGTRAP, SIGSYS,
+#ifdef SIGSTKFLT
+    SIGSTKFLT,
+#endif
+};
+constexpr int stoppingSignals[] = {SIGTSTP, SIGTTIN, SIGTTOU};
+constexpr int passedSignals[] = {SIGUSR1,   SIGUSR2, SIGCONT, SIGWINCH, SIGURG, SIGALRM,
+                                 SIGVTALRM, SIGPROF, SIGXCPU, SIGPWR,   SIGIO};
+constexpr int terminalSignals[] = {SIGINT,  SIGQUIT, SIGHUP,   SIGTSTP,
+                                   SIGTTIN, SIGTTOU, SIGWINCH, SIGCONT};
+constexpr int faultSignals[] = {SIGSEGV, SIGFPE, SIGBUS, SIGILL, SIGTRAP, SIGSYS};
+
+// The helper that runs, or 0, and the marker, or null; the latter is never freed.
+std::atomic<pid_t> pid = 0;
+std::atomic<char*> g_restartSupportedFileName = nullptr;
+static_assert(std::atomic<pid_t>::is_always_lock_free);
+static_assert(std::atomic<char*>::is_always_lock_free);
+
+// The signal that ends the launcher when the helper has ended, or 0.
+std::atomic<int> g_endingSignal = 0;
+// Signals that the terminal sent and another thread handed over.
+std::atomic<bool> g_handedOverFromTerminal[NSIG] = {};
+
+// Set before the handlers are installed.
+pid_t g_launcher = 0;
+bool g_reapsOrphans = false;
+sigset_t g_ownMask;
+sigset_t g_handledSignals;
+
+// What waited when signals were released, while that goes on.
+sigset_t g_waitedForRelease;
+
+template <std::size_t Size> bool contains(const int (&signals)[Size], int signo)
+{
+    return std::find(std::begin(signals), std::end(signals), signo) != std::end(signals);
+}
+
+bool reapsOrphans()
+{
+    int isSubreaper = 0;
+    prctl(PR_GET_CHILD_SUBREAPER, &isSubreaper, 0, 0, 0);
+    return isSubreaper != 0 || getpid() == 1;
+}
+
+// Whether `pid` still names a child that has not been waited for: after that, the
+// number may name another process.
+bool isOurChild(siginfo_t* info)
+{
+    info->si_pid = 0;
+    return pid != 0 &&
+           waitid(P_PID, static_cast<id_t>(pid.load()), info, WEXITED | WNOHANG | WNOWAIT) == 0;
+}
+
+bool hasHelper()
+{
+    siginfo_t info;
+    return isOurChild(&info);
+}
+
+bool helperRuns()
+{
+    siginfo_t info;
+    return isOurChild(&info) && info.si_pid == 0;
+}
+
+bool isFromTerminal(int signo, const siginfo_t& info)
+{
+    // The kernel sends other signals, too, such as those of a timer.
+    const bool handedOver =
+        info.si_code == SI_TKILL && info.si_pid == g_launcher && g_handedOverFromTerminal[signo];
+    return (info.si_code == SI_KERNEL || handedOver) && contains(terminalSignals, signo);
+}
+
+// Whether the helper has the same signal from the terminal.
+bool helperHasIt(int signo, const siginfo_t& info)
+{
+    // A signal that waited may be older than the helper.
+    if (!isFromTerminal(signo, info) || sigismember(&g_waitedForRelease, signo) == 1) {
+        return false;
+    }
+    // The kernel tells a hang-up to the leader of the session alone.
+    const bool isHangUp = signo == SIGHUP || signo == SIGCONT;
+    return getpgid(pid) == getpgrp() && !(isHangUp && getsid(0) == g_launcher);
+}
+
+void sendToHelper(int signo, const siginfo_t& info)
+{
+    // sigqueue(3) fails when the receiver's queue is full.
+    if (info.si_code != SI_QUEUE || sigqueue(pid, signo, info.si_value) == -1) {
+        kill(pid, signo);
+    }
+}
+
+void unblockAndRaise(int signo)
+{
+    sigset_t signals;
+    sigset_t previous;
+    sigemptyset(&signals);
+    sigaddset(&signals, signo);
+    raise(signo);
+    sigprocmask(SIG_UNBLOCK, &signals, &previous);
+    sigprocmask(SIG_SETMASK, &previous, nullptr);
+}
+
+// Default actions spare the first process of a PID namespace, see pid_namespaces(7).
+void endBySignal(int signo)
+{
+    signal(signo, SIG_DFL);
+    raise(signo);
+    if (getpid() == 1) {
+        _exit(128 + signo);
+    }
+}
+
+// A handler may run on a thread that a preloaded library has started, which does not
+// hold signals back when the main thread does. The main thread gets the signal instead.
+void handOver(int signo, const siginfo_t& info)
+{
+    if (info.si_code == SI_QUEUE) {
+        siginfo_t copy = info;
+        syscall(SYS_rt_tgsigqueueinfo, g_launcher, g_launcher, signo, &copy);
+        return;
+    }
+    // The kernel does not let a thread send a signal with the code SI_KERNEL.
+    g_handedOverFromTerminal[signo] = info.si_code == SI_KERNEL;
+    syscall(SYS_tgkill, g_launcher, g_launcher, signo);
+}
+
+// Whether the calling handler has to act. In the child between fork and exec, the signal
+// has its default action, as in the helper.
+bool isForThisThread(int signo, const siginfo_t& info)
+{
+    if (getpid() != g_launcher) {
+        endBySignal(signo);
+        return false;
+    }
+    const bool isFault = contains(faultSignals, signo) && info.si_code > 0;
+    if (!isFault && syscall(SYS_gettid) != g_launcher) {
+        handOver(signo, info);
+        return false;
+    }
+    return true;
+}
+
+// A fault cannot wait for the helper's end: its instruction would be executed again. Nor
+// can abort(3), which ends the process when the handler returns.
+bool canWaitForHelper(int signo, const siginfo_t& info)
+{
+    return g_reapsOrphans && signo != SIGABRT &&
+           !(contains(faultSignals, signo) && info.si_code > 0) && helperRuns();
+}
+
+void removeMarker()
+{
+    if (const char* marker = g_restartSupportedFileName) {
+        unlink(marker);
+    }
+}
+
+// Ends the launcher: removes the marker, sends the signal to the helper, and raises it.
+void sighandler(int signo, siginfo_t* info, void*)
+{
+    const int savedErrno = errno;
+    if (isForThisThread(signo, *info)) {
+        const bool waits = canWaitForHelper(signo, *info);
+        removeMarker();
+        if (hasHelper() && !helperHasIt(signo, *info)) {
+            sendToHelper(signo, *info);
+        }
+        if (waits) {
+            int none = 0;
+            g_endingSignal.compare_exchange_strong(none, signo);
+        } else {
+            endBySignal(signo);
+        }
+    }
+    errno = savedErrno;
+}
+
+void stoppingHandler(int signo, siginfo_t* info, void*)
+{
+    const int savedErrno = errno;
+    if (isForThisThread(signo, *info)) {
+        if (helperRuns() && !helperHasIt(signo, *info)) {
+            sendToHelper(signo, *info);
+        }
+        struct sigaction handler;
+        sigaction(signo, nullptr, &handler);
+        signal(signo, SIG_DFL);
+        unblockAndRaise(signo);
+        sigaction(signo, &handler, nullptr);
+    }
+    errno = savedErrno;
+}
+
+void passingHandler(int signo, siginfo_t* info, void* context)
+{
+    const int savedErrno = errno;
+    if (isForThisThread(signo, *info)) {
+        if (!helperRuns()) {
+            // Waits, blocked, for releaseSignals() after the next start. A process may
+            // send itself a signal with any code.
+            sigaddset(&static_cast<ucontext_t*>(context)->uc_sigmask, signo);
+            syscall(SYS_rt_tgsigqueueinfo, g_launcher, g_launcher, signo, info);
+        } else if (!helperHasIt(signo, *info)) {
+            sendToHelper(signo, *info);
+        }
+    }
+    errno = savedErrno;
+}
+
+void orphanHandler(int)
+{
+    const int savedErrno = errno;
+    reapOrphans();
+    errno = savedErrno;
+}
+
+bool isIgnored(int signo)
+{
+    struct sigaction action;
+    return sigaction(signo, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
+}
+
+// Handlers do not interrupt each other. A system call that one interrupts is restarted.
+void install(int signo, void (*handler)(int, siginfo_t*, void*))
+{
+    struct sigaction action = {};
+    action.sa_sigaction = handler;
+    action.sa_mask = g_handledSignals;
+    action.sa_flags = SA_SIGINFO | SA_RESTART;
+    sigaction(signo, &action, nullptr);
+}
+
+void installUnlessIgnored(int signo, void (*handler)(int, siginfo_t*, void*))
+{
+    if (!isIgnored(signo)) {
+        install(signo, handler);
+    }
+}
+
+void fillHandledSignals()
+{
+    sigemptyset(&g_handledSignals);
+    for (int signo : endingSignals) {
+        sigaddset(&g_handledSignals, signo);
+    }
+    for (int signo : stoppingSignals) {
+        sigaddset(&g_handledSignals, signo);
+    }
+    for (int signo : passedSignals) {
+        sigaddset(&g_handledSignals, signo);
+    }
+    for (int signo = SIGRTMIN; signo <= SIGRTMAX; ++signo) {
+        sigaddset(&g_handledSignals, signo);
+    }
+    if (g_reapsOrphans) {
+        sigaddset(&g_handledSignals, SIGCHLD);
+    }
+}
+
+} // namespace
+
+void handlePassedSignals()
+{
+    g_launcher = getpid();
+    g_reapsOrphans = reapsOrphans();
+    sigprocmask(SIG_SETMASK, nullptr, &g_ownMask);
+    for (int signo : passedSignals) {
+        sigdelset(&g_ownMask, signo);
+    }
+    for (int signo = SIGRTMIN; signo <= SIGRTMAX; ++signo) {
+        sigdelset(&g_ownMask, signo);
+    }
+    sigemptyset(&g_waitedForRelease);
+    fillHandledSignals();
+    for (int signo : stoppingSignals) {
+        installUnlessIgnored(signo, stoppingHandler);
+    }
+    for (int signo : passedSignals) {
+        installUnlessIgnored(signo, passingHandler);
+    }
+    for (int signo = SIGRTMIN; signo <= SIGRTMAX; ++signo) {
+        installUnlessIgnored(signo, passingHandler);
+    }
+    if (g_reapsOrphans) {
+        signal(SIGCHLD, orphanHandler);
+    }
+    releaseSignals();
+}
+
+void handleEndingSignals()
+{
+    for (int signo : endingSignals) {
+        if (signo == SIGHUP) {
+            installUnlessIgnored(signo, sighandler);
+        } else {
+            install(signo, sighandler);
+        }
+    }
+}
+
+void holdSignals()
+{
+    sigprocmask(SIG_BLOCK, &g_handledSignals, nullptr);
+}
+
+void releaseSignals()
+{
+    sigpending(&g_waitedForRelease);
+    sigprocmask(SIG_SETMASK, &g_ownMask, nullptr);
+    sigemptyset(&g_waitedForRelease);
+}
+
+void setSignalledHelper(pid_t helper)
+{
+    pid = helper;
+}
+
+void setMarker(const QByteArray& fileName)
+{
+    g_restartSupportedFileName = strdup(fileName.constData());
+}
+
+void reapOrphans()
+{
+    while (g_reapsOrphans) {
+        siginfo_t info;
+        info.si_pid = 0;
+        // The helper is waited for by its QProcess.
+        if (waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT) == -1 || info.si_pid == 0 ||
+            info.si_pid == pid) {
+            return;
+        }
+        waitid(P_PID, static_cast<id_t>(info.si_pid), &info, WEXITED | WNOHANG);
+    }
+}
+
+void endIfSignalled()
+{
+    if (const int signo = g_endingSignal) {
+        endBySignal(signo);
+    }
+}

@@ -1,0 +1,220 @@
+"""Signals that are passed on, that stop, that a terminal sends, and process 1."""
+
+import os
+import re
+import signal
+from pathlib import Path
+from signal import SIGCONT, SIGHUP, SIGINT, SIGKILL, SIGTERM, SIGTSTP, SIGUSR1
+
+import pytest
+
+from support.processes import Ended, children, wait_until
+from support.terminal import Terminal
+
+passed = ["SIGUSR1", "SIGUSR2", "SIGCONT", "SIGWINCH", "SIGURG", "SIGALRM", "SIGVTALRM",
+          "SIGPROF", "SIGXCPU", "SIGPWR", "SIGIO", "SIGRTMIN", "SIGRTMAX"]
+
+
+class SignalLog:
+    """What a helper tells of the signals that it gets, in a FIFO."""
+
+    def __init__(self, fifo):
+        self.fifo = fifo
+
+    def wait_for_start(self) -> int:
+        """Waits for the start of a helper, and returns its process."""
+        return int(re.fullmatch(r"started (\d+)", self.fifo.line())[1])
+
+    def next(self) -> tuple[int, int]:
+        """Waits for a signal, and returns its number and value."""
+        number, value = self.fifo.line().split()
+        return int(number), int(value)
+
+
+@pytest.fixture
+def signals(installation, make_fifo) -> SignalLog:
+    """Makes the helper one that records all signals and that SIGTERM ends."""
+    log = SignalLog(make_fifo("signals"))
+    installation.set_test_child("--record-signals", log.fifo.path)
+    return log
+
+
+def end(launcher, signals):
+    """Ends the launcher with SIGTERM, which the helper gets as well."""
+    launcher.send(SIGTERM)
+    assert launcher.wait() == Ended(-SIGTERM)
+    assert signals.next() == (SIGTERM, 0)
+
+
+def state(pid: int) -> str:
+    """The letter of the process state, see proc(5)."""
+    return re.search(r"^State:\s*(\S)", Path(f"/proc/{pid}/status").read_text(), re.M)[1]
+
+
+@pytest.mark.parametrize("name", passed)
+def test_signal_is_passed_on_and_the_launcher_lives(installation, signals, name):
+    """The helper gets the signal once, and nothing ends."""
+    launcher = installation.start()
+    signals.wait_for_start()
+    number = getattr(signal, name)
+    launcher.send(number)
+    assert signals.next() == (number, 0)
+    end(launcher, signals)
+
+
+def test_value_of_a_queued_signal_is_passed_on(installation, signals, run):
+    """A value that sigqueue(3) sends reaches the helper, in order."""
+    launcher = installation.start()
+    signals.wait_for_start()
+    number = signal.SIGRTMIN + 3
+    for value in (7, 42):
+        assert run("/bin/kill", "-s", number, "-q", value, launcher.pid).status == 0
+    assert [signals.next(), signals.next()] == [(number, 7), (number, 42)]
+    end(launcher, signals)
+
+
+@pytest.mark.parametrize("number", [SIGUSR1, signal.SIGRTMIN], ids=["SIGUSR1", "SIGRTMIN"])
+def test_signal_between_two_helpers_waits_for_the_next(installation, session, signals, number):
+    """A signal that comes while the launcher waits at a hold reaches the next helper."""
+    session.hold.touch()
+    launcher = installation.start(under=["env", f"--block-signal={int(number)}"])
+    os.kill(signals.wait_for_start(), SIGKILL)
+    wait_until(lambda: not children(launcher.pid), "the launcher sees the end of its helper")
+    launcher.send(number)
+    session.restart.touch()
+    session.hold.unlink()
+    signals.wait_for_start()
+    assert signals.next() == (number, 0)
+    end(launcher, signals)
+
+
+def test_signal_that_nobody_waits_for_ends_with_the_launcher(installation, session, signals):
+    """A signal after the last helper is dropped, and the launcher ends as always."""
+    session.hold.touch()
+    launcher = installation.start()
+    os.kill(signals.wait_for_start(), SIGKILL)
+    wait_until(lambda: not children(launcher.pid), "the launcher sees the end of its helper")
+    launcher.send(SIGUSR1)
+    session.hold.unlink()
+    assert launcher.wait() == Ended(0)
+
+
+@pytest.fixture
+def terminal(installation, environment, scratch):
+    """terminal(*under): starts the launcher in a terminal."""
+    terminals = []
+
+    def start(*under) -> Terminal:
+        terminals.append(Terminal([*under, installation.launcher], environment, scratch / "cwd"))
+        return terminals[-1]
+    yield start
+    for terminal in terminals:
+        terminal.close()
+
+
+def test_interrupt_of_the_terminal_reaches_the_helper_once(terminal, signals):
+    """Ctrl-C goes to the whole process group, and the launcher does not repeat it."""
+    shell = terminal()
+    helper = signals.wait_for_start()
+    shell.type("\x03")
+    shell.wait_for("status 130")
+    os.kill(helper, SIGTERM)
+    assert [signals.next(), signals.next()] == [(SIGINT, 0), (SIGTERM, 0)]
+
+
+def test_interrupt_of_the_terminal_reaches_a_helper_in_another_group(
+        installation, terminal, signals):
+    """The launcher passes Ctrl-C on to a helper that the terminal does not reach."""
+    installation.helper.rename(installation.root / "testchild")
+    installation.set_helper(f"exec setsid {installation.root}/testchild")
+    shell = terminal()
+    helper = signals.wait_for_start()
+    shell.type("\x03")
+    shell.wait_for("status 130")
+    assert signals.next() == (SIGINT, 0)
+    os.kill(helper, SIGTERM)
+    assert signals.next() == (SIGTERM, 0)
+
+
+def test_suspend_of_the_terminal_stops_both_and_fg_continues_them(
+        installation, terminal, make_fifo):
+    """Ctrl-Z and fg work as with any program."""
+    started = make_fifo("started")
+    installation.set_helper(f"echo $$ >{started.path}; exec sleep 600")
+    shell = terminal()
+    helper = int(started.line())
+    shell.type("\x1a")
+    shell.wait_for("status 148")
+    assert state(helper) == "T"
+    shell.type("\n")
+    wait_until(lambda: state(helper) != "T", "the helper continues")
+    shell.type("\x03")
+    shell.wait_for("status 130")
+
+
+def test_stop_signal_stops_the_helper_and_the_launcher(installation, terminal, signals):
+    """A stop signal to the launcher alone reaches the helper as itself; SIGCONT wakes both."""
+    terminal()
+    helper = signals.wait_for_start()
+    launcher = int(re.search(r"^PPid:\s*(\d+)", Path(f"/proc/{helper}/status").read_text(),
+                             re.M)[1])
+    os.kill(launcher, SIGTSTP)
+    assert signals.next() == (SIGTSTP, 0)
+    wait_until(lambda: state(launcher) == "T", "the launcher stops")
+    os.kill(launcher, SIGCONT)
+    assert signals.next() == (SIGCONT, 0)
+    os.kill(launcher, SIGTERM)
+    assert signals.next() == (SIGTERM, 0)
+
+
+def test_hang_up_that_is_ignored_at_the_start_stays_ignored(installation, signals):
+    """The user of nohup wants both to live on."""
+    launcher = installation.start(under=["env", "--ignore-signal=HUP"])
+    signals.wait_for_start()
+    launcher.send(SIGHUP)
+    end(launcher, signals)
+
+
+def test_interrupt_that_is_ignored_at_the_start_ends_both(installation, make_fifo):
+    """A job that a shell script put in the background leaves no helper behind."""
+    started = make_fifo("started")
+    installation.set_helper(f"echo $$ >{started.path}; exec sleep 600")
+    launcher = installation.start(under=["env", "--ignore-signal=INT,QUIT"])
+    started.line()
+    launcher.send(SIGINT)
+    assert launcher.wait() == Ended(-SIGINT)
+
+
+def test_message_beyond_the_limit_of_a_file_ends_no_launch(installation):
+    """SIGXFSZ does not end the launcher, and the helper has its default action."""
+    (installation.root / "lib").rmdir()
+    installation.set_helper("echo too much; exit 0")
+    under = ["sh", "-c", 'ulimit -f 0; exec "$@"', "sh"]
+    ended = installation.launch(under=under, env={"ZORV_HELPER_STATUS": "1"})
+    assert ended == Ended(128 + signal.SIGXFSZ)
+
+
+process_1 = ["unshare", "--map-root-user", "--pid", "--fork", "--mount-proc"]
+
+
+def test_process_1_waits_for_the_clean_up_of_the_helper(installation, session, needs, scratch):
+    """The kernel kills all others when process 1 ends, so it ends after the helper."""
+    needs(*process_1, "true")
+    cleaned = scratch / "cleaned"
+    installation.set_helper(f"""trap 'sleep 0.2; : >{cleaned}; exit 0' TERM
+        kill -s TERM "$PPID"
+        while :; do sleep 0.1; done""")
+    assert installation.launch(under=process_1) == Ended(128 + SIGTERM)
+    assert cleaned.exists()
+    assert session.files() == []
+
+
+def test_process_1_reaps_what_is_left_to_it(installation, needs):
+    """No zombies of orphans stay in a container."""
+    needs(*process_1, "true")
+    installation.set_helper("""for i in 1 2 3 4 5 6 7 8 9 10; do
+            sh -c 'sh -c "exit 0" &'
+        done
+        while grep -qs "^State:.Z" /proc/[0-9]*/status; do sleep 0.01; done
+        echo reaped""")
+    assert installation.launch(under=process_1) == Ended(0, "reaped\n")
