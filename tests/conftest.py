@@ -13,6 +13,7 @@ from pathlib import Path
 import pytest
 
 from support.installation import Build, Installation, Session
+from support.namespace import Namespace
 from support.processes import (Fifo, Process, become_subreaper, command_line, kill_descendants,
                                running_descendants, wait_until)
 
@@ -22,6 +23,8 @@ SOURCE = Path(__file__).resolve().parent.parent
 def pytest_addoption(parser):
     parser.addoption("--build", type=Path,
                      help="the build directory to test; default: the newest in build/")
+    parser.addoption("--discard-scratch", action="store_true",
+                     help="remove the scratch folders of failed tests, too")
 
 
 def pytest_configure(config):
@@ -39,8 +42,7 @@ def pytest_configure(config):
     for name in list(os.environ):
         if re.match("(ZORV|PELK|TALVORA)_", name):
             del os.environ[name]
-    presets = json.loads((SOURCE / "CMakePresets.json").read_text())["testPresets"]
-    for preset in presets:
+    for preset in json.loads((SOURCE / "CMakePresets.json").read_text())["testPresets"]:
         if preset["name"] == config.option.build.name:
             os.environ.update(preset.get("environment", {}) | dict(os.environ))
     os.umask(0o022)
@@ -62,7 +64,7 @@ def pytest_runtest_makereport(item):
     report = (yield).get_result()
     if report.when == "call" or not report.passed:
         item.outcome = report.outcome
-    if report.failed:
+    if report.failed and not item.config.option.discard_scratch:
         report.sections.append(("scratch folder", f"kept: {item.scratch}"))
 
 
@@ -110,7 +112,7 @@ def scratch(request):
     kill_descendants()
     if found:
         pytest.fail("\n".join(["left behind:", *found]), pytrace=False)
-    if outcome != "failed":
+    if outcome != "failed" or request.config.option.discard_scratch:
         shutil.rmtree(folder)
 
 
@@ -120,12 +122,18 @@ def build(request) -> Build:
     return Build(request.config.option.build)
 
 
+@pytest.fixture(scope="session")
+def source() -> Path:
+    """The project's source directory."""
+    return SOURCE
+
+
 @pytest.fixture
 def environment(scratch) -> dict[str, str]:
     """The environment of what the test starts; the test may change it."""
-    environment = {**os.environ, "HOME": str(scratch / "home"), "TMPDIR": str(scratch / "tmp")}
-    del environment["PYTEST_CURRENT_TEST"]
-    return environment
+    inherited = {name: value for name, value in os.environ.items()
+                 if not name.startswith("PYTEST_")}
+    return {**inherited, "HOME": str(scratch / "home"), "TMPDIR": str(scratch / "tmp")}
 
 
 @pytest.fixture
@@ -160,7 +168,7 @@ def session(installation) -> Session:
 
 @pytest.fixture
 def make_fifo(scratch):
-    """make_fifo(name): makes a FIFO, through which a helper tells and is told."""
+    """make_fifo(name): makes a FIFO, through which a helper tells of its start."""
     fifos = []
 
     def make_fifo(name: str) -> Fifo:
@@ -172,13 +180,32 @@ def make_fifo(scratch):
 
 
 @pytest.fixture
+def namespace():
+    """Namespaces of the test's own; skips the test where they are forbidden."""
+    namespace = Namespace()
+    yield namespace
+    namespace.close()
+
+
+@pytest.fixture
+def another_user(scratch) -> int:
+    """Another user, to whom the test can give files; skips the test of who is not root."""
+    user = 54321
+    try:
+        (scratch / "probe").touch()
+        os.chown(scratch / "probe", user, -1)
+    except PermissionError:
+        pytest.skip("only root can be several users")
+    return user
+
+
+@pytest.fixture
 def needs(run):
     """needs(*command): skips the test where the command does not work."""
     def needs(*command):
-        try:
-            ended = run(*command)
-        except FileNotFoundError:
+        if not shutil.which(command[0]):
             pytest.skip(f"{command[0]} is not installed")
+        ended = run(*command)
         if ended.status != 0:
             pytest.skip(f"{shlex.join(command)}: {ended.errors.strip()}")
     return needs

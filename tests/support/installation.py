@@ -3,30 +3,20 @@
 import platform
 import shutil
 from collections.abc import Callable, Mapping, Sequence
-from dataclasses import dataclass
 from pathlib import Path
 from typing import Optional
 
 from support.processes import Ended, Process
 
 
-@dataclass(frozen=True)
 class Build:
     """A build directory, and the programs in it."""
 
-    folder: Path
-
-    @property
-    def launcher(self) -> Path:
-        return self.folder / "mpirun/zorv-mpirun"
-
-    @property
-    def report(self) -> Path:
-        return self.folder / "mpirun-info/zorv-mpirun-info"
-
-    @property
-    def testchild(self) -> Path:
-        return self.folder / "tests/testchild"
+    def __init__(self, folder: Path):
+        self.folder = folder
+        self.launcher = folder / "mpirun/zorv-mpirun"
+        self.report = folder / "mpirun-info/zorv-mpirun-info"
+        self.testchild = folder / "tests/testchild"
 
     def variable(self, name: str) -> str:
         """The value of a variable of CMake's cache, or nothing."""

@@ -11,21 +11,17 @@ from collections.abc import Callable, Mapping, Sequence
 from dataclasses import dataclass
 from pathlib import Path
 from tempfile import NamedTemporaryFile
-from typing import TypeVar
 
 import pytest
 
-T = TypeVar("T")
 
-
-def wait_until(condition: Callable[[], T], what: str, seconds: float = 30) -> T:
-    """Waits until the condition gives something true, and returns that."""
+def wait_until(condition: Callable[[], bool], what: str, seconds: float = 30):
+    """Waits until the condition holds."""
     end = time.monotonic() + seconds
-    while not (value := condition()):
+    while not condition():
         if time.monotonic() > end:
             pytest.fail(f"not within {seconds} s: {what}")
         time.sleep(0.01)
-    return value
 
 
 def read_text(file: Path) -> str:
@@ -55,7 +51,7 @@ class Process:
         settings = [f"{name}={value}" for name, value in env.items()
                     if os.environ.get(name) != value]
         # Shown when the test fails.
-        print(f"\n$ cd {cwd}\n$ {shlex.join(['env', *settings, *self.command])[:2000]}")
+        print(f"$ cd {cwd} && {shlex.join(['env', *settings, *self.command])[:2000]}")
         with NamedTemporaryFile(prefix="output-", dir=folder, delete=False) as output, \
                 NamedTemporaryFile(prefix="errors-", dir=folder, delete=False) as errors:
             self._process = subprocess.Popen(
@@ -90,10 +86,6 @@ class Fifo:
     def line(self) -> str:
         """Waits for a line."""
         return self._file.readline().decode().rstrip("\n")
-
-    def write_line(self, text: str = ""):
-        """Writes a line, for one reader."""
-        self._file.write(f"{text}\n".encode())
 
     def close(self):
         self._file.close()
@@ -134,8 +126,7 @@ def running_descendants() -> list[int]:
 def command_line(pid: int) -> str:
     """The words of the process's command, or nothing when it has ended."""
     try:
-        return Path(f"/proc/{pid}/cmdline").read_bytes().replace(b"\0", b" ").decode(
-            errors="replace")
+        return read_text(Path(f"/proc/{pid}/cmdline")).replace("\0", " ")
     except (FileNotFoundError, ProcessLookupError):
         return ""
 

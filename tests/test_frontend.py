@@ -1,0 +1,48 @@
+"""The example front end with the real launcher.
+
+It makes its session directory in TMPDIR, where no test may leave anything.
+"""
+
+from signal import SIGTERM
+
+import pytest
+
+from support.processes import wait_until
+
+
+@pytest.fixture
+def front_end(installation, source) -> list[str]:
+    """The command that starts the launcher through the front end."""
+    return ["sh", source / "examples/front-end", installation.launcher]
+
+
+def test_has_the_helper_run_twice(installation, front_end, run, scratch):
+    """The front end asks for one restart, and ends when the launcher does."""
+    helpers = scratch / "helpers"
+    installation.set_helper(f"echo $$ >>{helpers}; exit 3")
+    assert run(*front_end).status == 0
+    assert len(set(helpers.read_text().split())) == 2
+
+
+def test_reports_a_launcher_that_was_ended(installation, front_end, run):
+    """The front end's status is the launcher's when a signal comes before the restart."""
+    installation.set_helper("kill -TERM $PPID")
+    assert run(*front_end).status == 128 + SIGTERM
+
+
+def test_reports_a_launcher_without_a_helper(installation, front_end, run):
+    """The front end's status is the launcher's when there is no helper."""
+    installation.helper.unlink()
+    assert run(*front_end).status == 1
+
+
+def test_signal_ends_launcher_and_helper(installation, front_end, start, scratch, make_fifo):
+    """A signal to the front end ends the launcher, which passes it on."""
+    started, record = make_fifo("started"), scratch / "signal"
+    installation.set_test_child("--record-signal", record, "--append", started.path, "--sleep")
+    process = start(*front_end)
+    started.line()
+    process.send(SIGTERM)
+    assert process.wait().status == 128 + SIGTERM
+    wait_until(record.exists, "the helper records a signal")
+    assert int(record.read_text()) == SIGTERM

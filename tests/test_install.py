@@ -1,0 +1,136 @@
+"""What cmake --install makes, moved elsewhere; and a package, in a root directory of its own."""
+
+import os
+import re
+import shutil
+from pathlib import Path
+
+import pytest
+
+from support.processes import Ended
+
+
+@pytest.fixture
+def stage(build, run, scratch) -> Path:
+    """Where cmake --install has put the prefix /opt/suite."""
+    stage = scratch / "stage"
+    assert run(build.variable("CMAKE_COMMAND"), "--install", build.folder, "--prefix",
+               "/opt/suite", env={"DESTDIR": str(stage)}).status == 0
+    return stage
+
+
+@pytest.fixture
+def installed(stage, build) -> Path:
+    """The installation, moved to a folder with a blank in its name, with a helper."""
+    shutil.copy(build.testchild, stage / "opt/suite/bin/zorv-debugger")
+    return (stage / "opt/suite").rename(stage / "moved to")
+
+
+@pytest.fixture
+def launch(run, scratch):
+    """launch(*command): runs a launcher with an environment of its own; HOME is "user"."""
+    home = scratch / "user"
+    return lambda *command: run("env", "-i", f"HOME={home}", f"PATH={os.environ['PATH']}",
+                                "TESTCHILD=--print helper", *command, "-np", "2")
+
+
+def needed_libraries(run, *programs: Path) -> set[str]:
+    """The libraries that the programs name as needed."""
+    return set(re.findall(r"NEEDED\s+(\S+)", run("objdump", "-p", *programs).output))
+
+
+def test_installs_nothing_outside_the_prefix(stage):
+    """All files are below the prefix."""
+    assert [str(path.relative_to(stage)) for path in stage.rglob("*")
+            if not path.is_relative_to(stage / "opt/suite")] == ["opt"]
+
+
+def test_installs_documents(stage):
+    """Manual pages, the completion, documents and the example are installed."""
+    share = stage / "opt/suite/share"
+    for name in ("man/man1/zorv-mpirun.1", "man/man1/zorv-mpirun-info.1",
+                 "bash-completion/completions/zorv-mpirun", "doc/zorv-mpirun/docs/settings.md",
+                 "doc/zorv-mpirun/examples/front-end"):
+        assert (share / name).is_file(), name
+
+
+def test_launcher_needs_no_network_and_xml_libraries(stage, run):
+    """They would bring twelve more libraries with them, at every launch."""
+    libraries = needed_libraries(run, stage / "opt/suite/bin/zorv-mpirun")
+    assert [name for name in libraries if re.match("libQt6(Network|Xml)", name)] == []
+
+
+def test_moved_installation_launches(installed, launch):
+    """The launcher finds its helper, wherever it was moved to."""
+    assert launch(installed / "bin/zorv-mpirun") == Ended(0, "helper\n")
+
+
+def test_session_of_the_installation_serves_every_user(installed, launch, scratch):
+    """The front end that the installation's session file names is that of every launch."""
+    sessions = scratch / "user/.talvora/session"
+    sessions.mkdir(parents=True)
+    (installed / "session").write_text('<session host="front" port="4242"/>\n')
+    assert launch(installed / "bin/zorv-mpirun") == Ended(0, "helper\n")
+    assert os.listdir(sessions) == ["restart-supported"]
+
+
+def test_module_finds_the_installation(installed, run):
+    """The module puts the launcher and its manual page into the search paths."""
+    script = Path("/usr/share/modules/init/sh")
+    if not script.exists():
+        pytest.skip("Environment Modules are not installed")
+    load = '. "$1"; module use "$2"; module load zorv-mpirun; ' \
+           'command -v zorv-mpirun; echo "${MANPATH%%:*}"'
+    assert run("sh", "-c", load, "sh", script, installed / "share/modulefiles") == Ended(
+        0, f"{installed}/bin/zorv-mpirun\n{installed}/share/man\n")
+
+
+@pytest.fixture
+def as_root(needs) -> list[str]:
+    """What to put in front of a command that root runs."""
+    as_root = [] if os.getuid() == 0 else ["unshare", "--map-root-user"]
+    needs(*as_root, "true")
+    return as_root
+
+
+def unpack_tarball(run, package: Path, root: Path) -> tuple[Path, set[str]]:
+    """Unpacks the tarball; returns its prefix and what it depends on, without being told."""
+    assert run("tar", "-xzf", package, "-C", root).status == 0
+    return next(root.glob("zorv-mpirun-*")), {"libc6"}
+
+
+def install_debian_package(run, as_root, package: Path, root: Path) -> tuple[Path, set[str]]:
+    """Installs the Debian package; returns its prefix and the packages it depends on."""
+    (root / "var/lib/dpkg/info").mkdir(parents=True)
+    (root / "var/lib/dpkg/status").touch()
+    assert run(*as_root, "dpkg", f"--root={root}", "--log=/dev/null", "--force-depends", "-i",
+               package).status == 0
+    depends = run("dpkg-deb", "-f", package, "Depends").output
+    return root / "opt/velmor/kinnet", set(re.findall(r"(?:^|, )([^ ,]+)", depends))
+
+
+@pytest.mark.timeout(300)
+def test_package_launches_with_nothing_but_its_libraries(
+        build, run, needs, launch, as_root, scratch):
+    """The package names all that it needs; with it, launcher and report work."""
+    needs("dpkg-shlibdeps", "--version")
+    if build.variable("ZORV_SANITIZE") == "ON":
+        pytest.skip("the sanitizers are in no package")
+    is_tarball = build.variable("ZORV_PORTABLE") == "ON"
+    assert run(Path(build.variable("CMAKE_COMMAND")).with_name("cpack"), "--config",
+               build.folder / "CPackConfig.cmake", "-G", "TGZ" if is_tarball else "DEB",
+               "-B", scratch / "package").status == 0
+    clean = scratch / "clean"
+    clean.mkdir()
+    package = next((scratch / "package").glob("*.tar.gz" if is_tarball else "*.deb"))
+    prefix, depends = (unpack_tarball(run, package, clean) if is_tarball else
+                       install_debian_package(run, as_root, package, clean))
+    for library in needed_libraries(run, *prefix.glob("bin/*")):
+        owners = re.findall("^([^:]+):", run("dpkg", "-S", f"*/{library}").output, re.MULTILINE)
+        assert depends & set(owners), library
+    shutil.copy(build.testchild, prefix / "bin/zorv-debugger")
+    files = set(re.findall(r"\s(/\S+) \(", run("ldd", *prefix.glob("bin/*")).output))
+    assert run("cp", "--parents", "-L", "-t", clean, *files).status == 0
+    inside = Path("/") / prefix.relative_to(clean)
+    assert launch(*as_root, "chroot", clean, inside / "bin/zorv-mpirun") == Ended(0, "helper\n")
+    assert run(*as_root, "chroot", clean, inside / "bin/zorv-mpirun-info").status == 0
