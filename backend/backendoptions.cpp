@@ -46,27 +46,10 @@ Options::ParseResult BackendOptions::parseOption(const QString& option,
 {
     using B = BackendOptions;
     constexpr bool forwarded = true;
-    // clang-format off
     static const OptionRow<B> table[] = {
-        {"--zorvyourname", "--yourname", &B::mMyName, false, &B::preferMyName},
-        {"--zorvdebug", "-d -debug --debug", &B::mDebug, forwarded},
-        {"--zorvverbose", "-v -verbose --verbose", &B::mVerbose, forwarded},
-        {"--zorvroot", "-r -root --root", &B::mRoot},
-        {"--zorvprogress", "-progress --progress", &B::mProgress, forwarded},
-        {"--zorvlog", "-log --log", &B::mLogFileName},
-        {"--zorvclientlog", "-clientlog --clientlog", &B::mClientLogFileName},
-        {"--zorvshareddirectory", "-s -shareddirectory --shareddirectory", &B::mSharedDirectory, forwarded, &B::noteSharedDirectory},
-        {"--zorvreplay", "-p -replay --replay", &B::mReplayFileName},
-        {"--zorvhost", "-zorvhost --host -host", &B::mFrontendHostName, forwarded},
-        {"--zorvsessionfile", "-zorvsessionfile --sessionfile -sessionfile", &B::mSessionFileName, forwarded},
-        {"--zorvsession", "-zorvsession --session -session", &B::mSession, forwarded},
-        {"--zorvport", "-zorvport --port -port", &B::mPort, forwarded},
-        {"--zorvsessioncookie", "-zorvsessioncookie --sessioncookie -sessioncookie", &B::mSessionCookie, forwarded},
-        {"--zorvtarball", "--tarball -tarball", &B::mTarballFileName, forwarded},
-        {"--zorvnosessioncookie", "", &B::mNoSessionCookie, forwarded},
-        {"--zorvwaitfortopologyfile", "", &B::mWaitForTopologyFile, forwarded},
+#define BACKEND_OPTION(name, simpleNames, value, text, ...) {name, simpleNames, __VA_ARGS__},
+#include "backend/options.def"
     };
-    // clang-format on
     return parseByTable(table, this, option, it, end, &mBackendArguments);
 }
 

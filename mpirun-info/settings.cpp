@@ -21,41 +21,15 @@ struct Setting
 };
 
 constexpr Setting settings[] = {
-    {"ALLOW_NEWLINE_IN_ARGS", Kind::Switch},
-    {"BG_TMPDIR", Kind::Path},
-    {"DEBUG", Kind::Presence},
-    {"DEBUG_SC_KILL", Kind::Text},
-    {"DEBUGGER_MULTIPLEXER_CLIENT_LOG", Kind::Path},
-    {"DEBUGGER_MULTIPLEXER_DEBUG", Kind::Presence},
-    {"DEBUGGER_MULTIPLEXER_LOG", Kind::Path},
-    {"DEBUGGER_MULTIPLEXER_VERBOSE", Kind::Presence},
-    {"FAKE_BLUEGENE", Kind::Text},
-    {"FORCE_BGQ_SUPPORT", Kind::Switch},
-    {"FORCE_IP_HOSTNAME", Kind::Switch},
-    {"HOST", Kind::Text},
-    {"IGNORE_STACK_LIMIT", Kind::Switch},
-    {"LOCALHOST", Kind::Text},
-    {"LOCALHOST_IPV6", Kind::Switch},
-    {"LOGS", Kind::Path},
-    {"MANUAL_LAUNCH", Kind::Switch},
-    {"MPIRUN_LOG", Kind::Path},
-    {"NETWORK_INTERFACES", Kind::Text},
-    {"NO_SESSION_COOKIE", Kind::Switch},
-    {"PORT", Kind::Text},
-    {"RELEASE_VERSION", Kind::Text},
-    {"SESSION", Kind::Text},
-    {"SESSION_COOKIE", Kind::Secret},
-    {"SESSION_FILE", Kind::Path},
-    {"SESSION_PATH", Kind::Path},
-    {"SHARED_DIRECTORY", Kind::Text},
-    {"TARBALL", Kind::Path},
-    {"VERSION", Kind::Text},
+#define SETTING(name, kind, ...) {name, Kind::kind},
+#include "common/env/settings.def"
 };
 
-// Those that are read by this one name.
+// The variables that are read by this one name.
 constexpr const char* plainVariables[] = {
-    "BGQDRV",  "BG_NODE_TYPE", "HOME", "HOSTNAME",
-    "LOGNAME", "TMPDIR",       "USER", "TALVORA_OLD_STACK_LIMIT"};
+#define VARIABLE(name, text) name,
+#include "common/env/settings.def"
+};
 
 QJsonValue valueOf(Kind kind, const char* value)
 {

@@ -68,14 +68,8 @@ Options::ParseResult ZORVDebuggerOptions::parseOption(const QString& option,
 {
     using D = ZORVDebuggerOptions;
     static const OptionRow<D> table[] = {
-        {"--zorvattach", "-a -attach --attach", &D::mAttachPid},
-        {"--zorvcount", "", &D::mCount},
-        {"--zorvoffset", "", &D::mOffset},
-        {"--zorvexplicittarget", "", &D::mExplicitTarget},
-        {"--zorvmanuallaunch", "", &D::mManualLaunch, false, &D::beginManualLaunch},
-        {"--zorvmpirun", "", &D::mMpirun},
-        {"--zorvforked", "", &D::mForked, false, &D::beginForked},
-        {"--zorvensureoneperhost", "", &D::mEnsureOnePerHost},
+#define DEBUGGER_OPTION(name, simpleNames, value, text, ...) {name, simpleNames, __VA_ARGS__},
+#include "backend/options.def"
     };
     const ParseResult result = parseByTable(table, this, option, it, end, nullptr);
     return result == Unrecognised ? BackendOptions::parseOption(option, it, end) : result;

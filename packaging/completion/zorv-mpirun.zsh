@@ -1,0 +1,113 @@
+#compdef zorv-mpirun zorv-mpirun-info
+# Zsh completion of zorv-mpirun's own options and of zorv-mpirun-info's. The options
+# stand at the front; from the first other word on, the command line is that of the MPI
+# launcher and the program, and words are completed as file names.
+
+# Of each option: the spelling that always counts, what its value is (none for a
+# switch), the spellings that count in manual-launch mode only, and a description.
+local -a launcher_options=(
+# generated: options (by tools/generate-from-tables, from backend/options.def)
+    --zorvhost host '-zorvhost --host -host' 'The front end'"'"'s host'
+    --zorvport text '-zorvport --port -port' 'The TCP port that the front end listens on'
+    --zorvsession text '-zorvsession --session -session' 'The number of the session'
+    --zorvsessionfile file '-zorvsessionfile --sessionfile -sessionfile' 'The session file to read'
+    --zorvsessioncookie text '-zorvsessioncookie --sessioncookie -sessioncookie' 'The session'"'"'s secret'
+    --zorvnosessioncookie none '' 'The session has no secret'
+    --zorvshareddirectory directory '-s -shareddirectory --shareddirectory' 'Stands for the home directory'
+    --zorvtarball file '--tarball -tarball' 'The tarball of the installation, for hosts that do not see it'
+    --zorvyourname host --yourname 'The name that the front end uses for this host'
+    --zorvattach process '-a -attach --attach' 'The process that the helper is to attach to'
+    --zorvcount text '' 'How many processes the helper looks after'
+    --zorvoffset text '' 'The number of the helper'"'"'s first process, counted over all helpers'
+    --zorvexplicittarget none '' 'The target is given on the command line'
+    --zorvensureoneperhost none '' 'One helper on each host'
+    --zorvforked none '' 'The helper was started by forking'
+    --zorvmpirun none '' 'The helper stands in for an MPI launcher'
+    --zorvmanuallaunch none '' 'Manual-launch mode from here on'
+    --zorvdebug none '-d -debug --debug' 'The helper prints what it does'
+    --zorvverbose none '-v -verbose --verbose' 'The helper prints more of what it does'
+    --zorvroot none '-r -root --root' 'The helper is the root of the tree of back-end processes'
+    --zorvprogress none '-progress --progress' 'The helper reports the progress of the start'
+    --zorvlog file '-log --log' 'The helper'"'"'s log file'
+    --zorvclientlog file '-clientlog --clientlog' 'The helper'"'"'s client log file'
+    --zorvreplay file '-p -replay --replay' 'A file to replay'
+    --zorvwaitfortopologyfile none '' 'The helper waits for the file that describes the job'
+# end of generated
+)
+
+local -A long simple
+local -a described described_simple
+local name kind others other text
+for name kind others text in "${launcher_options[@]}"; do
+    long[$name]=$kind
+    described+=("$name:$text")
+    for other in ${=others}; do
+        simple[$other]=$kind
+        described_simple+=("$other:$text")
+    done
+done
+described_simple+=(-{h,-help,\?}':Print a help text' '--:End the options')
+
+# Whether the environment turns manual-launch mode on.
+local manual=${ZORV_MANUAL_LAUNCH-${PELK_MANUAL_LAUNCH-${TALVORA_MANUAL_LAUNCH-off}}}
+if [[ ${manual:l} == (no|off|disable|disabled|0) ]]; then
+    manual=
+else
+    manual=yes
+fi
+
+# zorv-mpirun-info takes options of its own and then a launcher's command line.
+local launcher=yes
+integer i=2
+if [[ $service == zorv-mpirun-info ]]; then
+    launcher=
+    while (( i < CURRENT )) && [[ -z $launcher ]]; do
+        case $words[i] in
+        (--json|--help|--version) (( i++ )) ;;
+        (--host) (( i += 2 )) ;;
+        (zorv-mpirun|*/zorv-mpirun) launcher=yes; (( i++ )) ;;
+        (*) break ;;
+        esac
+    done
+    if (( i > CURRENT )); then
+        _hosts
+        return
+    fi
+    if (( i == CURRENT )) && [[ -z $launcher ]]; then
+        described+=('--json:Print JSON, for scripts' '--host:Also look up a host'
+            '--help:Print a help text' '--version:Print the version')
+    fi
+fi
+
+# What the word at the cursor is: an option (none), or the value of one.
+local state=none word
+for (( ; i < CURRENT; i++ )); do
+    word=$words[i]
+    if [[ $state != none ]]; then
+        state=none
+    elif [[ -n $long[(e)$word] ]]; then
+        state=$long[(e)$word]
+        [[ $word != --zorvmanuallaunch ]] || manual=yes
+    elif [[ -n $manual && -n $simple[(e)$word] ]]; then
+        state=$simple[(e)$word]
+    else
+        _default
+        return
+    fi
+done
+
+case $state in
+(host) _hosts ;;
+(directory) _files -/ ;;
+(file) _files ;;
+(process) _pids ;;
+(text) _message value ;;
+(none)
+    if [[ $PREFIX == -* ]]; then
+        [[ -z $manual ]] || described+=("${described_simple[@]}")
+        _describe -o option described
+    else
+        _default
+    fi
+    ;;
+esac
