@@ -1,67 +1,116 @@
-"""The bash completion, driven as bash drives it."""
-
-import re
+"""The completion of the options, as the shells do it with the installed files."""
 
 import pytest
 
-DRIVER = """
-. "$1"
-function=$2
-shift 2
-COMP_WORDS=(program "$@")
-COMP_CWORD=$#
-"$function"
-printf '%s\\n' "${COMPREPLY[@]}"
+from support.tables import options
+
+# In bash and zsh, Alt-* puts all that is offered in the place of the word before it.
+BASH = """
+. "$SHARE/bash-completion/completions/zorv-mpirun"
+. "$SHARE/bash-completion/completions/zorv-mpirun-info"
+"""
+ZSH = """
+fpath=("$SHARE/zsh/site-functions" $fpath)
+autoload -Uz compinit && compinit -D -u
+_all() { _main_complete; compstate[insert]=all; compstate[list]=; }
+zle -C all complete-word _all
+bindkey '\\e*' all
+"""
+# The programs write their arguments down.
+PROGRAMS = """
+zorv-mpirun() { printf '%s\\n' "$@" >"$RECORD"; exit; }
+zorv-mpirun-info() { zorv-mpirun "$@"; }
+"""
+FISH = """
+set -a fish_complete_path "$SHARE"/fish/vendor_completions.d
+complete -C "$argv" | string replace -r '\\t.*' ''
 """
 
 
-@pytest.fixture
-def offers(run, needs, source):
-    """offers(*words, env={}, function=...): what is offered for the last word, sorted."""
-    needs("bash", "--version")
-    script = source / "packaging/bash-completion/zorv-mpirun"
+@pytest.fixture(params=["bash", "zsh", "fish"])
+def complete(request, build, run, needs, environment, scratch):
+    """complete(*words, env={}): what the shell offers for the last word, sorted.
 
-    def offers(*words, env=None, function="_zorv_mpirun"):
-        ended = run("bash", "--norc", "-c", DRIVER, "bash", script, function, *words, env=env)
-        assert (ended.status, ended.errors) == (0, "")
-        return sorted(ended.output.split())
-    return offers
+    The folder "here" is the working directory.
+    """
+    shell = request.param
+    here = scratch / "here"
+    here.mkdir()
+    needs(shell, "--version")
+    assert run(build.variable("CMAKE_COMMAND"), "--install", build.folder, "--prefix",
+               scratch / "installed").status == 0
+    environment |= {
+        "SHARE": f"{scratch}/installed/share", "RECORD": f"{scratch}/record",
+        # Fish completes only the options of programs that it finds.
+        "PATH": f"{scratch}/installed/bin:{environment['PATH']}",
+        # No history and no settings in HOME.
+        "HISTFILE": "", "ZDOTDIR": str(scratch), "XDG_CONFIG_HOME": f"{scratch}/fish",
+        "XDG_DATA_HOME": f"{scratch}/fish"}
+    (scratch / ".bashrc").write_text(BASH + PROGRAMS)
+    (scratch / ".zshrc").write_text(ZSH + PROGRAMS)
+    command = {"bash": f"bash --noprofile --rcfile {scratch}/.bashrc -i", "zsh": "zsh -d -i"}
+
+    def complete(*words, env=None) -> list[str]:
+        line = " ".join(words)
+        if shell == "fish":
+            offered = run("fish", "--no-config", "-c", FISH, line, env=env,
+                          cwd=here).output.splitlines()
+        else:
+            (scratch / "typed").write_text(f"{line}\033*\n")
+            run("sh", "-c", f"script -qec '{command[shell]}' /dev/null <{scratch}/typed", env=env,
+                cwd=here)
+            offered = (scratch / "record").read_text().splitlines()[len(words) - 2:]
+        # Fish also offers what is similar; bash and zsh leave a word alone for which
+        # they have nothing.
+        return sorted(word.rstrip("/") for word in offered
+                      if word.startswith(words[-1]) and word != words[-1])
+    return complete
 
 
-@pytest.fixture
-def spellings(source) -> tuple[set[str], set[str]]:
-    """The long spellings of the launcher's option tables, and the short ones."""
-    tables = "".join((source / name).read_text() for name in (
-        "backend/backendoptions.cpp", "zorv-debugger/zorvdebuggeroptions.cpp"))
-    rows = re.findall(r'\{"(--zorv[a-z]+)"(?:, "([^"]*)")?', tables)
-    return {long for long, _ in rows}, {word for _, short in rows for word in short.split()}
+def test_offers_every_option(complete):
+    """Every option is offered, and no other."""
+    assert complete("zorv-mpirun", "-") == sorted(option.name for option in options())
 
 
-def test_offers_every_option(offers, spellings):
-    """Every option of the program is offered, and no other."""
-    long, _ = spellings
-    assert offers("-") == sorted(long)
-
-
-def test_offers_every_spelling_in_a_manual_launch(offers, spellings):
-    """The option that makes a launch manual turns the short spellings on."""
-    long, short = spellings
-    assert offers("--zorvmanuallaunch", "-") == sorted(
-        long | short | {"-h", "--help", "-?", "--"})
+def test_offers_every_spelling_in_a_manual_launch(complete):
+    """The option that makes a launch manual turns the simple spellings on."""
+    assert complete("zorv-mpirun", "--zorvmanuallaunch", "-") == sorted(
+        ["-h", "--help", "-?", "--"] + [
+            name for option in options() for name in (option.name, *option.simple_names)])
 
 
 @pytest.mark.parametrize("words, env, offered", [
     pytest.param(["--zorvdebug", "--zorvhost", "x", "--zorvp"], {},
                  ["--zorvport", "--zorvprogress"], id="after a switch and a value"),
-    pytest.param(["--por"], {"PELK_MANUAL_LAUNCH": "1"}, ["--port"],
-                 id="manual launch by the environment"),
+    pytest.param(["--por"], {"PELK_MANUAL_LAUNCH": "1", "TALVORA_MANUAL_LAUNCH": "0"},
+                 ["--port"], id="manual launch by the environment"),
+    pytest.param(["--por"], {"ZORV_MANUAL_LAUNCH": "Off", "PELK_MANUAL_LAUNCH": "1"}, [],
+                 id="manual launch turned off by the environment"),
     pytest.param(["-host", "x", "--por"], {"TALVORA_MANUAL_LAUNCH": ""}, ["--port"],
-                 id="after a short spelling and its value"),
-    pytest.param(["-host", "x", "--zorvp"], {}, [], id="a short spelling ends the options"),
+                 id="after a simple spelling and its value"),
+    pytest.param(["-host", "x", "--zorvp"], {}, [], id="a simple spelling ends the options"),
 ])
-def test_offers_options_as_the_launcher_reads_them(offers, words, env, offered):
-    """Options stand at the front, and short spellings count in a manual launch."""
-    assert offers(*words, env=env) == offered
+def test_offers_options_as_the_launcher_reads_them(complete, words, env, offered):
+    """Options stand at the front, and simple spellings count in a manual launch."""
+    assert complete("zorv-mpirun", *words, env=env) == offered
+
+
+@pytest.mark.parametrize("words, offered", [
+    pytest.param(["--zorvlog", "mat"], ["match", "matches"], id="file"),
+    pytest.param(["--zorvshareddirectory", "mat"], ["matches"], id="directory"),
+    pytest.param(["--zorvport", "mat"], [], id="number"),
+    pytest.param(["-np", "mat"], ["match", "matches"], id="argument of the MPI launcher"),
+])
+def test_offers_files_where_they_are_taken(complete, scratch, words, offered):
+    """File names are offered for values that are files, and after the options."""
+    (scratch / "here/matches").mkdir()
+    (scratch / "here/match").touch()
+    assert complete("zorv-mpirun", *words) == offered
+
+
+def test_offers_processes(complete):
+    """The process to attach to is one that runs."""
+    assert "1" in complete("zorv-mpirun", "--zorvattach", "")
 
 
 @pytest.mark.parametrize("words, offered", [
@@ -70,6 +119,6 @@ def test_offers_options_as_the_launcher_reads_them(offers, words, env, offered):
                  id="option of the launcher"),
     pytest.param(["zorv-mpirun", "--j"], [], id="launcher's command line has begun"),
 ])
-def test_offers_the_reports_options_before_the_launchers(offers, words, offered):
+def test_offers_the_reports_options_before_the_launchers(complete, words, offered):
     """The report's options stand before the launcher's command line."""
-    assert offers(*words, function="_zorv_mpirun_info") == offered
+    assert complete("zorv-mpirun-info", *words) == offered

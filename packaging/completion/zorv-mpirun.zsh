@@ -100,7 +100,7 @@ case $state in
 (host) _hosts ;;
 (directory) _files -/ ;;
 (file) _files ;;
-(process) _pids ;;
+(process) compadd -- /proc/<->(:t) ;;
 (text) _message value ;;
 (none)
     if [[ $PREFIX == -* ]]; then

@@ -1,0 +1,28 @@
+"""The tables of settings and options, as far as tests need them."""
+
+import re
+from pathlib import Path
+from typing import NamedTuple
+
+SOURCE = Path(__file__).resolve().parent.parent.parent
+
+
+class Option(NamedTuple):
+    """An option; the value is what the manual page calls it, empty for a switch."""
+
+    name: str
+    simple_names: list[str]
+    value: str
+
+
+def options() -> list[Option]:
+    """The rows of the table of options."""
+    rows = re.findall(r'^\w+_OPTION\("([^"]+)", "([^"]*)", "([^"]*)"', (
+        SOURCE / "backend/options.def").read_text(), re.MULTILINE)
+    return [Option(name, simple_names.split(), value) for name, simple_names, value in rows]
+
+
+def settings() -> list[str]:
+    """The names in the table of settings, sorted."""
+    return sorted(re.findall(r'^SETTING\("([^"]+)"', (
+        SOURCE / "common/env/settings.def").read_text(), re.MULTILINE))
