@@ -1,8 +1,11 @@
 # What every target of the project has in common: the language level, the
 # warnings, the strict Qt definitions and, when asked for, the sanitizers.
 
+set(CMAKE_CXX_STANDARD 17)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+
 add_library(zorv_strict INTERFACE)
-target_compile_features(zorv_strict INTERFACE cxx_std_17)
 target_compile_definitions(zorv_strict INTERFACE
     QT_NO_CAST_FROM_ASCII
     QT_NO_CAST_TO_ASCII
