@@ -116,12 +116,6 @@ def scratch(request):
         shutil.rmtree(folder)
 
 
-@pytest.fixture
-def source() -> Path:
-    """The source directory."""
-    return SOURCE
-
-
 @pytest.fixture(scope="session")
 def build(request) -> Build:
     """The build directory under test."""
