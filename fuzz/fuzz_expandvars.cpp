@@ -13,10 +13,10 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
-    const auto length = static_cast<qsizetype>(qMin<size_t>(size, 256));
+    const auto length = static_cast<qsizetype>(qMin<size_t>(size, 128));
     QList<QByteArray> lines = QByteArray(reinterpret_cast<const char*>(data), length).split('\n');
     const QString text = QString::fromUtf8(lines.takeFirst());
-    // Values double the text at worst, each.
+    // With so many in so few bytes, the text stays below a few million characters.
     constexpr qsizetype mostVariables = 8;
     std::vector<char*> entries(mostVariables + 1);
     for (qsizetype i = 0; i < qMin(lines.size(), mostVariables); ++i) {

@@ -6,15 +6,15 @@
 #include <QRegularExpression>
 
 #include <cstring>
+#include <optional>
 #include <pwd.h>
 #include <unistd.h>
-#include <vector>
 
 namespace {
 
-// Values that refer to each other can double the text with each variable. What
-// has grown beyond this is no path and is expanded no further.
-constexpr qsizetype longestText = 65536;
+// Values that refer to each other can multiply the text with each variable. What would
+// get longer than this is no path and is expanded no further.
+constexpr qsizetype longestText = 16 * 1024 * 1024;
 
 // A variable's name is taken as a regular expression. Nearly all names have
 // nothing special to those and are searched for as they are.
@@ -65,50 +65,65 @@ struct Range
     qsizetype length;
 };
 
-std::vector<Range> literalReferences(const QString& text, const QString& name)
-{
-    std::vector<Range> references;
-    qsizetype position = text.indexOf(QLatin1Char('$'));
-    while (position != -1) {
-        const qsizetype length = referenceLength(text, position, name);
-        if (length > 0) {
-            references.push_back({position, length});
-        }
-        position = text.indexOf(QLatin1Char('$'), position + qMax<qsizetype>(length, 1));
-    }
-    return references;
-}
-
-std::vector<Range> patternReferences(const QString& text, const QString& name)
-{
-    const QRegularExpression pattern(QStringLiteral("(\\$%1\\b|\\$\\{%2\\})").arg(name, name),
-                                     QRegularExpression::UseUnicodePropertiesOption);
-    std::vector<Range> references;
-    if (pattern.isValid() && text.isValidUtf16()) {
-        // Checked once here, not again for the whole text at each match.
-        QRegularExpressionMatchIterator matches =
-            pattern.globalMatch(text, 0, QRegularExpression::NormalMatch,
-                                QRegularExpression::DontCheckSubjectStringMatchOption);
-        while (matches.hasNext()) {
-            const QRegularExpressionMatch match = matches.next();
-            references.push_back({match.capturedStart(), match.capturedLength()});
-        }
-    }
-    return references;
-}
-
+// The text with the value in place of every reference that `next` gives, in their order;
+// nothing when that is too long.
+//
 // Not QString::replace(), which would take a backslash in the value for a capture.
-QString replaced(const QString& text, const std::vector<Range>& references, const QString& value)
+template <typename Next>
+std::optional<QString> replaced(const QString& text, const QString& value, Next next)
 {
     QString result;
     qsizetype taken = 0;
-    for (const Range& reference : references) {
-        result += QStringView(text).mid(taken, reference.start - taken);
+    while (const std::optional<Range> reference = next()) {
+        result += QStringView(text).mid(taken, reference->start - taken);
         result += value;
-        taken = reference.start + reference.length;
+        taken = reference->start + reference->length;
+        if (result.size() > longestText) {
+            return std::nullopt;
+        }
     }
     result += QStringView(text).mid(taken);
-    return result;
+    return result.size() > longestText ? std::nullopt : std::optional<QString>(result);
+}
+
+std::optional<QString> replacedLiterally(const QString& text, const QString& name,
+                                         const QString& value)
+{
+    qsizetype position = 0;
+    return replaced(text, value, [&]() -> std::optional<Range> {
+        for (;;) {
+            const qsizetype start = text.indexOf(QLatin1Char('$'), position);
+            if (start == -1) {
+                return std::nullopt;
+            }
+            const qsizetype length = referenceLength(text, start, name);
+            position = start + qMax<qsizetype>(length, 1);
+            if (length > 0) {
+                return Range{start, length};
+            }
+        }
+    });
+}
+
+std::optional<QString> replacedByPattern(const QString& text, const QString& name,
+                                         const QString& value)
+{
+    const QRegularExpression pattern(QStringLiteral("(\\$%1\\b|\\$\\{%2\\})").arg(name, name),
+                                     QRegularExpression::UseUnicodePropertiesOption);
+    if (!pattern.isValid() || !text.isValidUtf16()) {
+        return text;
+    }
+    // Checked once here, not again for the whole text at each match.
+    QRegularExpressionMatchIterator matches =
+        pattern.globalMatch(text, 0, QRegularExpression::NormalMatch,
+                            QRegularExpression::DontCheckSubjectStringMatchOption);
+    return replaced(text, value, [&]() -> std::optional<Range> {
+        if (!matches.hasNext()) {
+            return std::nullopt;
+        }
+        const QRegularExpressionMatch match = matches.next();
+        return Range{match.capturedStart(), match.capturedLength()};
+    });
 }
 
 } // namespace
@@ -144,19 +159,20 @@ QString expandVars(const QString& text)
     QString result = tildeExpansion(text);
     // There is no list of variables at all after clearenv(3).
     if (environ && result.contains(QLatin1Char('$'))) {
-        for (char** entry = environ; *entry && result.size() <= longestText; ++entry) {
+        for (char** entry = environ; *entry; ++entry) {
             const char* equals = strchr(*entry, '=');
             if (!equals) {
                 continue;
             }
             const QString name = QString::fromLocal8Bit(*entry, equals - *entry);
             const QString value = QString::fromLocal8Bit(equals + 1);
-            const std::vector<Range> references = isLiteralPattern(name)
-                                                      ? literalReferences(result, name)
-                                                      : patternReferences(result, name);
-            if (!references.empty()) {
-                result = replaced(result, references, value);
+            const std::optional<QString> expanded = isLiteralPattern(name)
+                                                        ? replacedLiterally(result, name, value)
+                                                        : replacedByPattern(result, name, value);
+            if (!expanded) {
+                break;
             }
+            result = *expanded;
         }
     }
     return result.trimmed();

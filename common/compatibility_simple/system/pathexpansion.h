@@ -17,6 +17,6 @@ QString tildeExpansion(const QString& text);
 /// of the environment, and removes white space at both ends. References to
 /// other variables stay. The variables are applied one after another, in the
 /// environment's order, so a reference that a value brings in is expanded only
-/// by a later variable. A text that has grown beyond 65536 characters is expanded
-/// no further.
+/// by a later variable. Where that would make the text longer than 16777216 characters,
+/// this variable and those after it are not expanded.
 QString expandVars(const QString& text);
