@@ -3,6 +3,7 @@
 
 #include "common/ProcInfo.h"
 #include "common/compatibility_simple.h"
+#include "common/compatibility_simple/process/processhelpers_p.h"
 #include "common/mlib.h"
 #include "mpirun/restartableprocess.h"
 #include "tests/support/settings.h"
@@ -166,7 +167,7 @@ private Q_SLOTS:
         QCOMPARE(messages.texts(), QString());
         // A child that outlives its output is killed.
         const QString sleeper = mTestchild + u"--print a --close-output --sleep"_s;
-        QCOMPARE(bracketed(sc_helper_exec(sleeper, false, false, QString(), 1000)), u"<a>"_s);
+        QCOMPARE(bracketed(ProcessHelpers::outputLines(sleeper, false, false, QString(), 1000)), u"<a>"_s);
     }
 
     void interpreterLine()

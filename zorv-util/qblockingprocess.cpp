@@ -1,10 +1,10 @@
-// A process whose output is read like a file.
-
 #include "zorv-util/qblockingprocess.h"
 
 #include <cerrno>
+#include <cstring>
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -13,85 +13,165 @@ constexpr qsizetype readSize = 65536;
 
 // The end of the output tells of the end of the process, unless a descendant
 // holds it open; this is how often we then look for the process itself.
-constexpr int lookAgainMs = 100;
+constexpr qint64 lookAgainMs = 100;
+
+void closeDescriptor(int* fd)
+{
+    if (*fd != -1) {
+        ::close(*fd);
+        *fd = -1;
+    }
+}
 
 } // namespace
 
 QBlockingProcess::QBlockingProcess(QObject* parent)
     : QProcess(parent)
 {
+    QProcess::setChildProcessModifier([this] { replaceStreams(); });
+    connect(this, &QProcess::stateChanged, this, &QBlockingProcess::followState);
 }
 
 QBlockingProcess::~QBlockingProcess()
 {
-    closeOutput();
+    // The base ends a process that still runs.
+    disconnect(this, &QProcess::stateChanged, this, &QBlockingProcess::followState);
 }
 
-void QBlockingProcess::startCommand(const QString& command)
+bool QBlockingProcess::atEnd() const
 {
-    closeOutput();
-    mBuffer.clear();
+    return !isReadable() || const_cast<QBlockingProcess*>(this)->peek(1).isEmpty();
+}
+
+qint64 QBlockingProcess::bytesAvailable() const
+{
+    return QProcess::bytesAvailable() + mPipes[currentReadChannel()].received.size();
+}
+
+bool QBlockingProcess::canReadLine() const
+{
+    return QProcess::canReadLine() || mPipes[currentReadChannel()].received.contains('\n');
+}
+
+bool QBlockingProcess::waitForReadyRead(int msecs)
+{
+    return receive(QDeadlineTimer(msecs));
+}
+
+qint64 QBlockingProcess::readData(char* data, qint64 maxSize)
+{
+    QByteArray& received = mPipes[currentReadChannel()].received;
+    if (received.isEmpty() && !receive(QDeadlineTimer(QDeadlineTimer::Forever))) {
+        return -1;
+    }
+    const qsizetype size = qMin<qsizetype>(received.size(), maxSize);
+    memcpy(data, received.constData(), static_cast<size_t>(size));
+    received.remove(0, size);
+    return size;
+}
+
+// Before the fork the process is starting, after the exec it is running.
+void QBlockingProcess::followState(ProcessState state)
+{
+    if (state == Starting) {
+        openPipes();
+    } else {
+        mPipes[StandardOutput].closeWriteEnd();
+        mPipes[StandardError].closeWriteEnd();
+    }
+}
+
+void QBlockingProcess::openPipes()
+{
+    const ProcessChannelMode mode = processChannelMode();
+    mPipes[StandardOutput].close();
+    mPipes[StandardError].close();
+    if (mode != ForwardedChannels && mode != ForwardedOutputChannel) {
+        mPipes[StandardOutput].open();
+    }
+    if (mode == SeparateChannels || mode == ForwardedOutputChannel) {
+        mPipes[StandardError].open();
+    }
+}
+
+void QBlockingProcess::replaceStreams() const
+{
+    const bool merged = processChannelMode() == MergedChannels;
+    mPipes[StandardOutput].replaceStream(STDOUT_FILENO);
+    mPipes[merged ? StandardOutput : StandardError].replaceStream(STDERR_FILENO);
+}
+
+// Waits for data of the current read channel. The other one is received as well, or the
+// process could wait for us to do so.
+bool QBlockingProcess::receive(QDeadlineTimer deadline)
+{
+    if (state() == Starting) {
+        waitForStarted(static_cast<int>(deadline.remainingTime()));
+    }
+    Pipe& pipe = mPipes[currentReadChannel()];
+    const qsizetype size = pipe.received.size();
+    for (;;) {
+        // Looked at before the pipes: what a process wrote before its end is
+        // then there to be received.
+        const bool ended = state() == NotRunning;
+        mPipes[StandardOutput].receive();
+        mPipes[StandardError].receive();
+        if (pipe.received.size() > size || pipe.readEnd == -1 || ended || deadline.hasExpired()) {
+            return pipe.received.size() > size;
+        }
+        pollfd requests[] = {{mPipes[StandardOutput].readEnd, POLLIN, 0},
+                             {mPipes[StandardError].readEnd, POLLIN, 0}};
+        const qint64 remaining = deadline.isForever() ? lookAgainMs : deadline.remainingTime();
+        poll(requests, 2, static_cast<int>(qMin(remaining, lookAgainMs)));
+        waitForFinished(0);
+    }
+}
+
+void QBlockingProcess::Pipe::open()
+{
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) == -1) {
-        setErrorString(qt_error_string(errno));
+        qCritical("pipe: %s", strerror(errno));
         return;
     }
-    mOutput = ends[0];
-    fcntl(mOutput, F_SETFL, O_NONBLOCK);
-    const bool merged = processChannelMode() == MergedChannels;
-    setChildProcessModifier([writeEnd = ends[1], merged] {
-        dup2(writeEnd, STDOUT_FILENO);
-        if (merged) {
-            dup2(writeEnd, STDERR_FILENO);
-        }
-    });
-    setStandardErrorFile(merged ? QString() : nullDevice());
-    // QProcess::startCommand() crashes on a command without words.
-    const QStringList words = splitCommand(command);
-    start(words.value(0), words.mid(1), QIODevice::ReadOnly);
-    ::close(ends[1]);
+    readEnd = ends[0];
+    mWriteEnd = ends[1];
+    fcntl(readEnd, F_SETFL, O_NONBLOCK);
 }
 
-QByteArray QBlockingProcess::readLine()
+void QBlockingProcess::Pipe::close()
 {
-    qsizetype searched = 0;
-    qsizetype end = mBuffer.indexOf('\n');
-    while (end == -1 && readMore()) {
-        end = mBuffer.indexOf('\n', searched);
-        searched = mBuffer.size();
-    }
-    const QByteArray line = end == -1 ? mBuffer : mBuffer.left(end + 1);
-    mBuffer.remove(0, line.size());
-    return line;
+    closeWriteEnd();
+    closeDescriptor(&readEnd);
+    received.clear();
 }
 
-// False when no more comes.
-bool QBlockingProcess::readMore()
+void QBlockingProcess::Pipe::closeWriteEnd()
 {
-    const qsizetype size = mBuffer.size();
+    closeDescriptor(&mWriteEnd);
+}
+
+void QBlockingProcess::Pipe::receive()
+{
+    const qsizetype size = received.size();
     ssize_t count = -1;
-    while (mOutput != -1 && count == -1) {
-        // Looked at before the read: what a process wrote before its end is
-        // then there to be read.
-        const bool ended = state() == NotRunning;
-        mBuffer.resize(size + readSize);
-        count = ::read(mOutput, mBuffer.data() + size, readSize);
-        if (count == -1 && errno == EAGAIN && !ended) {
-            pollfd request = {mOutput, POLLIN, 0};
-            poll(&request, 1, lookAgainMs);
-            waitForFinished(0);
-        } else if (count == -1 && errno != EINTR) {
-            break;
-        }
+    if (readEnd != -1) {
+        received.resize(size + readSize);
+        do {
+            count = ::read(readEnd, received.data() + size, readSize);
+        } while (count == -1 && errno == EINTR);
+        received.resize(size + qMax<qsizetype>(count, 0));
     }
-    mBuffer.resize(size + qMax<qsizetype>(count, 0));
-    return count > 0;
+    if (count == 0) {
+        closeDescriptor(&readEnd);
+    }
 }
 
-void QBlockingProcess::closeOutput()
+// Of the streams that QProcess reads itself; files stay.
+void QBlockingProcess::Pipe::replaceStream(int fd) const
 {
-    if (mOutput != -1) {
-        ::close(mOutput);
-        mOutput = -1;
+    struct stat status;
+    if (mWriteEnd != -1 && fstat(fd, &status) == 0 && S_ISFIFO(status.st_mode)) {
+        dup2(mWriteEnd, fd);
     }
 }

@@ -1,15 +1,15 @@
-// A process whose output is read like a file.
-
 #pragma once
 
 #include <QByteArray>
+#include <QDeadlineTimer>
 #include <QProcess>
-#include <QString>
 
-/// A QProcess whose output is read like a file: readLine() waits for the line.
-/// Only readLine() gives output; what QProcess offers for reading finds none.
-/// The process channel mode decides whether standard error is part of the
-/// output; where it is not, it is discarded.
+/// A QProcess whose reads wait: read(), readLine(), readAll(), atEnd() and what is built
+/// on them, QTextStream for one, return when there is data, when the process has closed
+/// the stream, or when it has ended. There is no time limit.
+///
+/// Both output streams work so, in every process channel mode; a stream that is
+/// redirected to a file is left alone. No readyRead() signal is emitted.
 class QBlockingProcess : public QProcess
 {
     Q_OBJECT
@@ -18,22 +18,48 @@ public:
     explicit QBlockingProcess(QObject* parent = nullptr);
     ~QBlockingProcess() override;
 
-    /// Starts a command line, split as QProcess::startCommand() splits it. A
-    /// failure, an empty command being one, shows as with QProcess:
-    /// waitForStarted() is false.
-    void startCommand(const QString& command);
+    /// Waits for data; true when no more comes.
+    bool atEnd() const override;
+    qint64 bytesAvailable() const override;
+    bool canReadLine() const override;
+    /// False when the time is over or no more comes; -1 is no time limit.
+    bool waitForReadyRead(int msecs = 30000) override;
 
-    /// The next line of the output, with its line end where it has one. Waits,
-    /// without bound, until there is a line, the output is closed, or the
-    /// process has ended; empty when nothing is left.
-    QByteArray readLine();
+    /// The class sets one of its own.
+    void setChildProcessModifier(const std::function<void()>&) = delete;
+
+protected:
+    qint64 readData(char* data, qint64 maxSize) override;
 
 private:
-    bool readMore();
-    void closeOutput();
+    // QProcess does not tell that a process has closed its output and runs on; a pipe of
+    // our own does.
+    class Pipe
+    {
+    public:
+        Pipe() = default;
+        Pipe(const Pipe&) = delete;
+        Pipe& operator=(const Pipe&) = delete;
+        ~Pipe() { close(); }
 
-    // A pipe of our own: QProcess does not tell that a process has closed its
-    // output and runs on.
-    int mOutput = -1;
-    QByteArray mBuffer;
+        void open();
+        void close();
+        void closeWriteEnd();
+        void receive();
+        // In the child, between fork and exec.
+        void replaceStream(int fd) const;
+
+        int readEnd = -1;
+        QByteArray received;
+
+    private:
+        int mWriteEnd = -1;
+    };
+
+    void followState(ProcessState state);
+    void openPipes();
+    void replaceStreams() const;
+    bool receive(QDeadlineTimer deadline);
+
+    Pipe mPipes[2];
 };

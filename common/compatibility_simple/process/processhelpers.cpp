@@ -1,4 +1,5 @@
 #include "common/compatibility_simple/process/processhelpers.h"
+#include "common/compatibility_simple/process/processhelpers_p.h"
 
 #include "common/compatibility_simple/files/read.h"
 #include "common/mlib.h"
@@ -34,14 +35,25 @@ int sc_usleep(int microseconds)
     return 0;
 }
 
-QStringList sc_helper_exec(const QString& command, bool merge, bool quiet, const QString& inputFile,
-                           int waitMs)
+QStringList sc_helper_exec(const QString& command, bool merge, bool quiet, const QString& inputFile)
+{
+    return ProcessHelpers::outputLines(command, merge, quiet, inputFile, 30000);
+}
+
+QStringList ProcessHelpers::outputLines(const QString& command, bool merge, bool quiet,
+                                        const QString& inputFile, int limitMs)
 {
     QBlockingProcess process;
-    process.setProcessChannelMode(merge ? QProcess::MergedChannels : QProcess::SeparateChannels);
+    if (merge) {
+        process.setProcessChannelMode(QProcess::MergedChannels);
+    } else {
+        process.setStandardErrorFile(QProcess::nullDevice());
+    }
     process.setStandardInputFile(inputFile.isEmpty() ? QProcess::nullDevice() : inputFile);
-    process.startCommand(command);
-    if (!process.waitForStarted(waitMs)) {
+    // QProcess::startCommand() crashes on a command without words.
+    const QStringList words = QProcess::splitCommand(command);
+    process.start(words.value(0), words.mid(1), QIODevice::ReadOnly);
+    if (!process.waitForStarted(limitMs)) {
         if (!quiet) {
             const QString text = QObject::tr("Failed to run '%0'").arg(command);
             qWarning("%s", text.toLocal8Bit().constData());
@@ -49,13 +61,14 @@ QStringList sc_helper_exec(const QString& command, bool merge, bool quiet, const
         return QStringList();
     }
     QStringList lines;
-    for (QByteArray line = process.readLine(); !line.isEmpty(); line = process.readLine()) {
+    while (!process.atEnd()) {
+        QByteArray line = process.readLine();
         if (line.endsWith('\n')) {
             line.chop(1);
         }
         lines += QString::fromLocal8Bit(line);
     }
-    process.waitForFinished(waitMs);
+    process.waitForFinished(limitMs);
     return lines;
 }
 

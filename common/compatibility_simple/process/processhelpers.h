@@ -16,12 +16,11 @@ int sc_usleep(int microseconds);
 /// Runs a command line (split as QProcess splits it) and returns the lines of
 /// its standard output, without their line ends. `merge` adds its standard
 /// error, which is discarded otherwise; its standard input is `inputFile`, the
-/// null device when that is empty. `waitMs` bounds the start and, once the output
-/// has ended, the wait for the end of the command, which is then killed, with a
-/// warning from QProcess. A command that does not start gives an empty list and,
-/// unless `quiet`, a warning.
-QStringList sc_helper_exec(const QString& command, bool merge, bool quiet, const QString& inputFile,
-                           int waitMs = 30000);
+/// null device when that is empty. A command that does not start within 30
+/// seconds gives an empty list and, unless `quiet`, a warning. One that still runs
+/// 30 seconds after the end of its output is killed, with a warning from QProcess.
+QStringList sc_helper_exec(const QString& command, bool merge, bool quiet,
+                           const QString& inputFile);
 
 /// Whether the file begins with "#!"; false when it cannot be read.
 bool sc_isScript(const QString& path);
