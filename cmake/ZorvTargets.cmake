@@ -28,13 +28,24 @@ if(ZORV_BUILD_FUZZERS)
 endif()
 add_library(Zorv::Strict ALIAS zorv_strict)
 
-# zorv_add_library(<target> <Alias> SOURCES <file>... LIBRARIES <library>...)
+# zorv_add_library(<target> <Alias> [WHOLE] SOURCES <file>... LIBRARIES <library>...)
 #
-# A folder's static library, reached by the others as Zorv::<Alias>.
+# A folder's static library, reached by the others as Zorv::<Alias>. With WHOLE, all of
+# it is in every program that links to it, directly or not: the linker would take from
+# an archive only what something refers to. Its target <target>_objects compiles it.
 function(zorv_add_library target alias)
-    cmake_parse_arguments(PARSE_ARGV 2 arg "" "" "SOURCES;LIBRARIES")
-    add_library(${target} STATIC ${arg_SOURCES})
+    cmake_parse_arguments(PARSE_ARGV 2 arg "WHOLE" "" "SOURCES;LIBRARIES")
+    set(compiled ${target})
+    if(arg_WHOLE)
+        set(compiled ${target}_objects)
+        add_library(${compiled} OBJECT ${arg_SOURCES})
+        add_library(${target} INTERFACE)
+        target_link_libraries(${target} INTERFACE
+            $<TARGET_OBJECTS:${compiled}> Zorv::Strict Qt6::Core ${arg_LIBRARIES})
+    else()
+        add_library(${compiled} STATIC ${arg_SOURCES})
+    endif()
     add_library(Zorv::${alias} ALIAS ${target})
-    set_target_properties(${target} PROPERTIES AUTOMOC ON)
-    target_link_libraries(${target} PUBLIC Zorv::Strict Qt6::Core ${arg_LIBRARIES})
+    set_target_properties(${compiled} PROPERTIES AUTOMOC ON)
+    target_link_libraries(${compiled} PUBLIC Zorv::Strict Qt6::Core ${arg_LIBRARIES})
 endfunction()
