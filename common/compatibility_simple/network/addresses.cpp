@@ -25,7 +25,7 @@ bool firstIsLoopback(const QList<QHostAddress>& addresses)
 QList<QHostAddress> byFamilyWithoutLoopback(const QList<QHostAddress>& addresses)
 {
     QList<QHostAddress> result;
-    for (const auto family : addressFamilies) {
+    for (const auto family : NetworkInternals::addressFamilies) {
         for (const QHostAddress& address : addresses) {
             if (address.protocol() == family && !isLoopback(address)) {
                 result += address;
@@ -98,7 +98,7 @@ bool isLoopback(const QHostInfo& hostInfo)
            (isLoopbackText(hostInfo.hostName()) || firstIsLoopback(hostInfo.addresses()));
 }
 
-bool isLinkLocal(const QHostAddress& address)
+bool NetworkInternals::isLinkLocal(const QHostAddress& address)
 {
     if (address.protocol() != QAbstractSocket::IPv6Protocol) {
         return false;
@@ -157,7 +157,8 @@ QList<QHostAddress> mergeAddressLists(const QList<QHostAddress>& list1,
     return result;
 }
 
-QList<QHostAddress> resolveHostNamesAndAddresses0(const QStringList& hostNamesAndAddresses)
+QList<QHostAddress>
+NetworkInternals::resolveHostNamesAndAddresses0(const QStringList& hostNamesAndAddresses)
 {
     QList<QHostAddress> result;
     for (const QString& entry : hostNamesAndAddresses) {
@@ -171,7 +172,8 @@ QList<QHostAddress> resolveHostNamesAndAddresses(const QStringList& hostNamesAnd
     if (hostNamesAndAddresses.isEmpty()) {
         return QList<QHostAddress>();
     }
-    const QList<QHostAddress> others = resolveHostNamesAndAddresses0(hostNamesAndAddresses.mid(1));
+    const QList<QHostAddress> others =
+        NetworkInternals::resolveHostNamesAndAddresses0(hostNamesAndAddresses.mid(1));
     return mergeAddressLists(resolveHostNameOrAddress(hostNamesAndAddresses.first()), others);
 }
 
@@ -185,7 +187,7 @@ QStringList hostNameAndAddresses(const QString& hostName)
     const QHostInfo info = lookUpHost(hostName);
     const bool preferIPAddresses = sc_isBluegene() || envFlag("FORCE_IP_HOSTNAME");
     QStringList names = {hostName};
-    if (info.hostName() != hostName && !isLoopback(info)) {
+    if (info.hostName() != hostName && !isLoopback(info.hostName())) {
         names += info.hostName();
     }
     const QStringList addresses = texts(byFamilyWithoutLoopback(info.addresses()));

@@ -54,7 +54,7 @@ QList<QHostAddress> resolveHostNamesAndAddresses(const QStringList& hostNamesAnd
 
 /// A host's addresses that are not loopback, IPv4 before IPv6.
 QList<QHostAddress> hostAddresses(const QString& hostName);
-/// The name, its canonical form where that differs and is not loopback, and
-/// the texts of its hostAddresses(). The switch FORCE_IP_HOSTNAME, or a Blue
-/// Gene, puts the addresses first.
+/// The name, its canonical form where that differs and is not loopback (which may take
+/// a look-up of its own), and the texts of its hostAddresses(). The switch
+/// FORCE_IP_HOSTNAME, or a Blue Gene, puts the addresses first.
 QStringList hostNameAndAddresses(const QString& hostName);

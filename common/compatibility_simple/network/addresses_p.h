@@ -6,6 +6,8 @@
 #include <QList>
 #include <QStringList>
 
+namespace NetworkInternals {
+
 /// The address families in the order of preference.
 constexpr QAbstractSocket::NetworkLayerProtocol addressFamilies[] = {QAbstractSocket::IPv4Protocol,
                                                                      QAbstractSocket::IPv6Protocol};
@@ -14,3 +16,5 @@ constexpr QAbstractSocket::NetworkLayerProtocol addressFamilies[] = {QAbstractSo
 bool isLinkLocal(const QHostAddress& address);
 /// The addresses of all entries in turn, each address once.
 QList<QHostAddress> resolveHostNamesAndAddresses0(const QStringList& hostNamesAndAddresses);
+
+} // namespace NetworkInternals

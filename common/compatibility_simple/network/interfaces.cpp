@@ -6,7 +6,7 @@
 
 #include <QRegularExpression>
 
-QList<QNetworkInterface> filteredInterfaces(const QString& filter)
+QList<QNetworkInterface> NetworkInternals::filteredInterfaces(const QString& filter)
 {
     static const QRegularExpression separator(QStringLiteral(" *, *"));
     const QStringList names = filter.split(separator, Qt::SkipEmptyParts);
@@ -18,7 +18,7 @@ QList<QNetworkInterface> filteredInterfaces(const QString& filter)
     return interfaces;
 }
 
-QList<QList<QNetworkAddressEntry>> interfaceEntries(const QString& filter)
+QList<QList<QNetworkAddressEntry>> NetworkInternals::interfaceEntries(const QString& filter)
 {
     QList<QList<QNetworkAddressEntry>> passes(interfacePassCount);
     const QList<QNetworkInterface> interfaces = filteredInterfaces(filter);

@@ -7,6 +7,8 @@
 #include <QNetworkInterface>
 #include <QString>
 
+namespace NetworkInternals {
+
 /// Ethernet IPv4, ethernet IPv6, other IPv4, other IPv6.
 constexpr int interfacePassCount = 4;
 
@@ -18,3 +20,5 @@ QList<QNetworkInterface> filteredInterfaces(const QString& filter);
 /// The address entries of the same: element N has those of pass N, without
 /// loopback addresses.
 QList<QList<QNetworkAddressEntry>> interfaceEntries(const QString& filter);
+
+} // namespace NetworkInternals

@@ -13,10 +13,10 @@ namespace {
 QList<QHostAddress> interfaceAddresses(const QString& filter)
 {
     QList<QHostAddress> addresses;
-    const QList<QList<QNetworkAddressEntry>> passes = interfaceEntries(filter);
+    const QList<QList<QNetworkAddressEntry>> passes = NetworkInternals::interfaceEntries(filter);
     for (const QList<QNetworkAddressEntry>& entries : passes) {
         for (const QNetworkAddressEntry& entry : entries) {
-            if (!isLinkLocal(entry.ip())) {
+            if (!NetworkInternals::isLinkLocal(entry.ip())) {
                 addresses += entry.ip();
             }
         }
@@ -77,7 +77,8 @@ QList<QHostAddress> sc_localhostAddresses()
 QStringList localHostInterfaces()
 {
     QStringList names;
-    const QList<QNetworkInterface> interfaces = filteredInterfaces(envString("NETWORK_INTERFACES"));
+    const QList<QNetworkInterface> interfaces =
+        NetworkInternals::filteredInterfaces(envString("NETWORK_INTERFACES"));
     for (const QNetworkInterface& interface : interfaces) {
         names += interface.name();
     }

@@ -29,7 +29,8 @@ QStringList localHostInterfaces();
 /// This host's addresses, best first: those of its name, then its interfaces'.
 QList<QHostAddress> localHostAddresses();
 /// This host's names and the texts of its addresses, best first. Makes one
-/// look-up of the host's name and one of each IPv4 address of an interface.
+/// look-up of the host's name, one of its canonical name where that differs, and one of
+/// each IPv4 address of an interface.
 QStringList localHostNamesAndAddresses();
 
 /// Whether an address is loopback or one of localHostAddresses().

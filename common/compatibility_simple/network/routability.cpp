@@ -68,9 +68,9 @@ int bestPrefix(const QHostAddress& candidate, const QList<QNetworkAddressEntry>&
 QList<QHostAddress> sortAddressesByPotentialRoutability(const QList<QHostAddress>& addresses)
 {
     const QList<QList<QNetworkAddressEntry>> passes =
-        interfaceEntries(envString("NETWORK_INTERFACES"));
+        NetworkInternals::interfaceEntries(envString("NETWORK_INTERFACES"));
     QList<HostAddressAndPrefixLength> candidates;
-    for (int pass = 0; pass < interfacePassCount; ++pass) {
+    for (int pass = 0; pass < NetworkInternals::interfacePassCount; ++pass) {
         for (const QHostAddress& address : addresses) {
             if (!isLoopback(address)) {
                 candidates += {address, bestPrefix(address, passes.at(pass)), pass};
@@ -94,6 +94,6 @@ sortHostNamesAndAddressesByPotentialRoutability(const QStringList& hostNamesAndA
         return QList<QHostAddress>();
     }
     const QList<QHostAddress> others = sortAddressesByPotentialRoutability(
-        resolveHostNamesAndAddresses0(hostNamesAndAddresses.mid(1)));
+        NetworkInternals::resolveHostNamesAndAddresses0(hostNamesAndAddresses.mid(1)));
     return mergeAddressLists(resolveHostNameOrAddress(hostNamesAndAddresses.first()), others);
 }
