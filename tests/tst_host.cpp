@@ -189,7 +189,7 @@ const Question questions[] = {
      "nodeb/off nobody self nodeb/1 nodeb/off/bluegene",
      "nodeb,nodeb.cluster,10.0.0.7,fd00::7 nobody self 10.0.0.7,fd00::7,nodeb,nodeb.cluster "
      "10.0.0.7,fd00::7,nodeb,nodeb.cluster",
-     "nodeb nobody self nodeb nodeb"},
+     "nodeb nodeb.cluster nobody self self.cluster nodeb nodeb.cluster nodeb nodeb.cluster"},
     {"loopback is IPv4's, or IPv6's, or set", form, "/Off /1 localhost/1",
      "127.0.0.1=127.0.0.1 ::1=::1 localhost=127.0.0.1", "localhost"},
     // Of the link-local addresses (RFC 4291, 2.5.6) those in fe80::/16 alone are left out.
@@ -204,7 +204,7 @@ const Question questions[] = {
      "192.168.1.5 nodea\n10.0.0.5 nodea\n127.0.0.1 nodea\n"},
     {"IPv4 addresses of interfaces add their names",
      [](Word w) { setFilter(w); return joined(localHostNamesAndAddresses()); },
-     "eth0", "nodea,nodea.cluster,10.0.0.5,nodea-eth0,2001:db8::5,fe90::1%eth0", "nodea reverse",
+     "eth0", "nodea,nodea.cluster,10.0.0.5,nodea-eth0,2001:db8::5,fe90::1%eth0", "nodea nodea.cluster reverse",
      "10.0.0.5 nodea-eth0\n10.0.0.5 nodea.cluster nodea\n2001:db8::5 nodea-v6\n"},
     {"this host is loopback, and its names and addresses as they stand",
      [](Word w) { return yes(isThisHost(w)) + yes(isThisHost(QHostAddress(w))); },
