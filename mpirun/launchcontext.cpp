@@ -1,5 +1,7 @@
 #include "mpirun/launchcontext.h"
 
+#include "mpirun/signalhandling.h"
+
 #include "common/compatibility_simple/calls/calls.h"
 #include "common/compatibility_simple/files/read.h"
 #include "common/compatibility_simple/process/signals.h"
@@ -14,7 +16,7 @@ namespace {
 
 constexpr int statusOfFailedExec = 127;
 
-// Of all other signals that the launcher handles, an exec resets the action.
+// What the launcher changes besides the signals that it has handlers for.
 constexpr int changedSignals[] = {SIGCHLD, SIGPIPE, SIGXFSZ};
 
 void openMissingStandardStreams()
@@ -78,6 +80,7 @@ void LaunchContext::setHelper(const QByteArray& path)
 void LaunchContext::execHelper(int errorPipe) const
 {
     // Before the signal mask: a signal that waits must find its action of the start.
+    resetSignalHandlers();
     restoreDispositions();
     restoreStackLimit();
     sigprocmask(SIG_SETMASK, &mSignalMask, nullptr);

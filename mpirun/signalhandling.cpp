@@ -45,6 +45,7 @@ pid_t g_launcher = 0;
 bool g_reapsOrphans = false;
 sigset_t g_ownMask;
 sigset_t g_handledSignals;
+sigset_t g_signalsWithHandler;
 
 // What waited when signals were released, while that goes on.
 sigset_t g_waitedForRelease;
@@ -145,14 +146,9 @@ void handOver(int signo, const siginfo_t& info)
     syscall(SYS_tgkill, g_launcher, g_launcher, signo);
 }
 
-// Whether the calling handler has to act. In the child between fork and exec, the signal
-// has its default action, as in the helper.
+// Whether the calling handler has to act.
 bool isForThisThread(int signo, const siginfo_t& info)
 {
-    if (getpid() != g_launcher) {
-        endBySignal(signo);
-        return false;
-    }
     const bool isFault = contains(faultSignals, signo) && info.si_code > 0;
     if (!isFault && syscall(SYS_gettid) != g_launcher) {
         handOver(signo, info);
@@ -249,6 +245,7 @@ void install(int signo, void (*handler)(int, siginfo_t*, void*))
     action.sa_mask = g_handledSignals;
     action.sa_flags = SA_SIGINFO | SA_RESTART;
     sigaction(signo, &action, nullptr);
+    sigaddset(&g_signalsWithHandler, signo);
 }
 
 void installUnlessIgnored(int signo, void (*handler)(int, siginfo_t*, void*))
@@ -292,6 +289,7 @@ void handlePassedSignals()
         sigdelset(&g_ownMask, signo);
     }
     sigemptyset(&g_waitedForRelease);
+    sigemptyset(&g_signalsWithHandler);
     fillHandledSignals();
     for (int signo : stoppingSignals) {
         installUnlessIgnored(signo, stoppingHandler);
@@ -329,6 +327,15 @@ void releaseSignals()
     sigpending(&g_waitedForRelease);
     sigprocmask(SIG_SETMASK, &g_ownMask, nullptr);
     sigemptyset(&g_waitedForRelease);
+}
+
+void resetSignalHandlers()
+{
+    for (int signo = 1; signo <= SIGRTMAX; ++signo) {
+        if (sigismember(&g_signalsWithHandler, signo) == 1) {
+            signal(signo, SIG_DFL);
+        }
+    }
 }
 
 void setSignalledHelper(pid_t helper)

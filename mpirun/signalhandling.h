@@ -34,6 +34,12 @@ void holdSignals();
 /// Lets signals in again. Those that arrived meanwhile are handled before it returns.
 void releaseSignals();
 
+/// Sets the default action for all signals that the functions above handle. For the
+/// child between fork and exec, whose stack is too small for a handler: QProcess gives
+/// it 4 KiB, and with AVX-512 the kernel stores more than that (sigaltstack(2)). Makes
+/// async-signal-safe calls only.
+void resetSignalHandlers();
+
 /// Names the process that signals are sent to, a child of this process; 0 for none.
 void setSignalledHelper(pid_t helper);
 /// Names the marker file that a signal that ends the launcher removes.
