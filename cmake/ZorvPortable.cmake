@@ -1,8 +1,12 @@
 # The portable build: one file that needs no other. To be included before Qt is
 # looked for.
 
+set(target "")
+if(CMAKE_CROSSCOMPILING)
+    set(target --target "${ZORV_TARGET}")
+endif()
 execute_process(
-    COMMAND "${PROJECT_SOURCE_DIR}/tools/build-qt-static" --where
+    COMMAND "${PROJECT_SOURCE_DIR}/tools/build-qt-static" ${target} --where
     OUTPUT_VARIABLE folder
     OUTPUT_STRIP_TRAILING_WHITESPACE
     COMMAND_ERROR_IS_FATAL ANY)
@@ -11,6 +15,7 @@ if(NOT EXISTS "${ZORV_STATIC_QT}/lib/cmake/Qt6/Qt6Config.cmake")
     message(FATAL_ERROR "There is no Qt in ${ZORV_STATIC_QT}: tools/build-qt-static makes one.")
 endif()
 list(PREPEND CMAKE_PREFIX_PATH "${ZORV_STATIC_QT}")
+list(APPEND CMAKE_FIND_ROOT_PATH "${ZORV_STATIC_QT}")
 
 # A static Qt would put its plug-ins into every program, and none needs them.
 define_property(TARGET PROPERTY QT_DEFAULT_PLUGINS

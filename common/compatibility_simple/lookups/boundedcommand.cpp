@@ -1,7 +1,7 @@
 #include "common/compatibility_simple/lookups/boundedcommand.h"
 
 #include "common/compatibility_simple/calls/calls.h"
-#include "common/compatibility_simple/files/fileio.h"
+#include "common/compatibility_simple/files/read.h"
 
 #include <QDeadlineTimer>
 
