@@ -103,41 +103,52 @@ std::string Scratch::freshDirectory(const std::string& relative) const
     return path(relative);
 }
 
-Contestant Scratch::install(const std::string& name, const std::string& launcher) const
+Contestant Scratch::install(const std::string& name, const std::string& program) const
 {
     for (const char* directory : {"/bin", "/lib", "/libexec"}) {
         fs::create_directories(path(name) + directory);
     }
     const std::string bin = path(name) + "/bin/";
-    fs::copy_file(launcher, bin + "zorv-mpirun");
-    fs::copy_file(BENCH_HELPER, bin + "zorv-debugger");
-    return {name, {bin + "zorv-mpirun"}, bin + "zorv-debugger", true};
+    const std::string helper = bin + "zorv-debugger";
+    fs::copy_file(program, bin + "zorv-mpirun");
+    fs::copy_file(BENCH_HELPER, helper);
+    return {name, {bin + "zorv-mpirun"}, helper, false};
 }
 
 std::vector<Contestant> Scratch::contestants(const std::string& portable,
                                              const std::string& ordinary) const
 {
-    const std::string helper = BENCH_HELPER;
-    std::vector<Contestant> result = {{"bare", {BENCH_BARE, "1", helper}, helper, false}};
-    const std::map<std::string, Words> publicOnes = {{"dumb-init", {"--"}}, {"tini", {"-s", "--"}}};
-    for (const auto& [name, options] : publicOnes) {
-        const std::string program = findProgram(name);
-        if (program.empty()) {
-            printf("%s: left out, not installed\n", name.c_str());
+    struct Candidate
+    {
+        std::string name;
+        std::string program;
+        bool isLauncher;
+        // What comes before the helper, which a launcher finds by itself.
+        Words options;
+    };
+    const Candidate candidates[] = {
+        {"bare", BENCH_BARE, false, {"1"}},
+        {"dumb-init", findProgram("dumb-init"), false, {"--"}},
+        {"tini", findProgram("tini"), false, {"-s", "--"}},
+        {"tini-static", findProgram("tini-static"), false, {"-s", "--"}},
+        {"portable", portable, true, {}},
+        {"ordinary", ordinary, true, {}},
+    };
+    std::vector<Contestant> result;
+    for (const Candidate& candidate : candidates) {
+        if (access(candidate.program.c_str(), X_OK) == -1) {
+            printf("%s: left out, %s\n", candidate.name.c_str(),
+                   candidate.program.empty() ? "not given or not installed" : "no such program");
             continue;
         }
-        Words command = {program};
-        command.insert(command.end(), options.begin(), options.end());
-        command.push_back(helper);
-        result.push_back({name, command, helper, false});
-    }
-    for (const auto& [name, file] : Variables{{"portable", portable}, {"ordinary", ordinary}}) {
-        if (access(file.c_str(), X_OK) == 0) {
-            result.push_back(install(name, file));
-        } else {
-            printf("%s: left out, %s\n", name.c_str(),
-                   file.empty() ? "not given" : "no such program");
+        Contestant contestant = install(candidate.name, candidate.program);
+        contestant.isLauncher = candidate.isLauncher;
+        if (!contestant.isLauncher) {
+            Words& command = contestant.command;
+            command.insert(command.end(), candidate.options.begin(), candidate.options.end());
+            command.push_back(contestant.helper);
         }
+        result.push_back(contestant);
     }
     return result;
 }

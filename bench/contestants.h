@@ -21,7 +21,7 @@ struct Contestant
     bool isLauncher;
 };
 
-/// A directory with an installation for each launcher, a home and room for session
+/// A directory with an installation for each contestant, a home and room for session
 /// directories; removed with its object.
 class Scratch
 {
@@ -38,13 +38,16 @@ public:
     std::string freshDirectory(const std::string& relative) const;
 
     /// The bare program, the public ones that are found in PATH, and the launchers
-    /// of these files; what is not there is named on standard output. An empty name
-    /// stands for a launcher that was not given.
+    /// of these files, each with a helper of its own; what is not there is named on
+    /// standard output. An empty name stands for a launcher that was not given.
+    ///
+    /// All are fresh copies, made alike: how a file came into the page cache changes the
+    /// time that a launch takes by 5 to 10 %.
     std::vector<Contestant> contestants(const std::string& portable,
                                         const std::string& ordinary) const;
 
 private:
-    Contestant install(const std::string& name, const std::string& launcher) const;
+    Contestant install(const std::string& name, const std::string& program) const;
 
     std::string mRoot;
 };

@@ -33,13 +33,45 @@ Spread spreadOf(std::vector<double> values)
         const size_t above = std::min(below + 1, values.size() - 1);
         return values[below] + (place - std::floor(place)) * (values[above] - values[below]);
     };
-    return {at(0.25), at(0.5), at(0.75), values.size()};
+    const double halfWidth = 0.98 / std::sqrt(static_cast<double>(values.size()));
+    const Interval interval = {at(std::max(0.0, 0.5 - halfWidth)),
+                               at(std::min(1.0, 0.5 + halfWidth))};
+    return {at(0.25), at(0.5), at(0.75), values.size(), interval};
 }
 
-// Each measure once in every round, in a new order, so that what else happens on
-// the machine meets all of them alike.
-std::vector<Spread> alternate(const std::vector<std::function<double()>>& measures, size_t rounds,
-                              Clock::duration time)
+double medianOf(std::vector<double>& values)
+{
+    const auto middle = values.begin() + long(values.size() / 2);
+    std::nth_element(values.begin(), middle, values.end());
+    return *middle;
+}
+
+// Of the medians of values that were measured in the same rounds.
+Ratio ratioOf(const std::vector<double>& values, const std::vector<double>& others)
+{
+    constexpr size_t samples = 1000;
+    std::mt19937 random(1);
+    std::uniform_int_distribution<size_t> round(0, values.size() - 1);
+    std::vector<double> ratios;
+    std::vector<double> sample(values.size());
+    std::vector<double> otherSample(values.size());
+    for (size_t i = 0; i < samples; ++i) {
+        for (size_t j = 0; j < values.size(); ++j) {
+            const size_t picked = round(random);
+            sample[j] = values[picked];
+            otherSample[j] = others[picked];
+        }
+        ratios.push_back(medianOf(sample) / medianOf(otherSample));
+    }
+    std::sort(ratios.begin(), ratios.end());
+    return {spreadOf(values).median / spreadOf(others).median,
+            {ratios[samples / 40], ratios[samples - 1 - samples / 40]}};
+}
+
+// The values of each measure, which is made once in every round, in a new order, so
+// that what else happens on the machine meets all of them alike.
+std::vector<std::vector<double>> alternate(const std::vector<std::function<double()>>& measures,
+                                           size_t rounds, Clock::duration time)
 {
     std::vector<std::vector<double>> values(measures.size());
     std::vector<size_t> order(measures.size());
@@ -55,11 +87,7 @@ std::vector<Spread> alternate(const std::vector<std::function<double()>>& measur
             values[i].push_back(measures[i]());
         }
     }
-    std::vector<Spread> spreads;
-    for (const std::vector<double>& list : values) {
-        spreads.push_back(spreadOf(list));
-    }
-    return spreads;
+    return values;
 }
 
 struct Record
@@ -129,10 +157,10 @@ void grow(const std::vector<Contestant>& contestants, const Scratch& scratch,
             give(count, &command, &variables);
             measures.push_back([command, variables] { return costOf(command, variables).elapsed; });
         }
-        const std::vector<Spread> spreads =
+        const std::vector<std::vector<double>> values =
             alternate(measures, growthRounds, timeForOneGrowth / int(counts.size()));
-        for (size_t i = 0; i < spreads.size(); ++i) {
-            (*result)[first + i].spreads.push_back(spreads[i]);
+        for (size_t i = 0; i < values.size(); ++i) {
+            (*result)[first + i].spreads.push_back(spreadOf(values[i]));
         }
     }
 }
@@ -190,6 +218,11 @@ std::optional<double> Growth::exponent() const
     return std::log10((last.median - first.median) / (previous.median - first.median));
 }
 
+bool comparedWith(const std::string& contestant)
+{
+    return contestant == "bare" || contestant == "tini" || contestant == "tini-static";
+}
+
 std::vector<LaunchSpread> measureLaunches(const std::vector<Contestant>& contestants,
                                           const Scratch& scratch, long rounds)
 {
@@ -203,10 +236,19 @@ std::vector<LaunchSpread> measureLaunches(const std::vector<Contestant>& contest
             return cost.elapsed;
         });
     }
-    const std::vector<Spread> elapsed = alternate(measures, size_t(rounds), timeForLaunches);
-    std::vector<LaunchSpread> result;
+    const std::vector<std::vector<double>> elapsed =
+        alternate(measures, size_t(rounds), timeForLaunches);
+    std::vector<LaunchSpread> result(contestants.size());
     for (size_t i = 0; i < contestants.size(); ++i) {
-        result.push_back({elapsed[i], spreadOf(processor[i])});
+        result[i].elapsed.spread = spreadOf(elapsed[i]);
+        result[i].processor.spread = spreadOf(processor[i]);
+        for (size_t other = 0; other < contestants.size(); ++other) {
+            const std::string& name = contestants[other].name;
+            if (comparedWith(name)) {
+                result[i].elapsed.ratios[name] = ratioOf(elapsed[i], elapsed[other]);
+                result[i].processor.ratios[name] = ratioOf(processor[i], processor[other]);
+            }
+        }
     }
     return result;
 }

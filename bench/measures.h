@@ -4,9 +4,17 @@
 
 #include "bench/contestants.h"
 
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
+
+/// In which the true value lies with a confidence of 95 %.
+struct Interval
+{
+    double low = 0;
+    double high = 0;
+};
 
 /// Median and quartiles, in microseconds.
 struct Spread
@@ -15,6 +23,16 @@ struct Spread
     double median = 0;
     double upper = 0;
     size_t count = 0;
+    /// Of the median, by its ranks in the binomial distribution.
+    Interval interval;
+};
+
+/// A ratio of two medians that were measured in the same rounds.
+struct Ratio
+{
+    double value = 0;
+    /// From 1 000 bootstrap samples of the rounds.
+    Interval interval;
 };
 
 /// From the first instruction that the kernel gives a launcher to the start of the
@@ -49,13 +67,24 @@ struct Growth
     std::optional<double> exponent() const;
 };
 
-/// The spreads of both parts of a cost.
+/// One part of what a launch costs.
+struct LaunchPart
+{
+    Spread spread;
+    /// To the contestants of these names.
+    std::map<std::string, Ratio> ratios;
+};
+
+/// Both parts of what a launch costs.
 struct LaunchSpread
 {
-    Spread elapsed;
+    LaunchPart elapsed;
     /// Does not count the waiting for a processor, of which a busy machine has much.
-    Spread processor;
+    LaunchPart processor;
 };
+
+/// Whether the launches of the others are compared with those of that contestant.
+bool comparedWith(const std::string& contestant);
 
 /// Whole launches of a helper that ends at once, in alternating rounds: as many as
 /// asked for, or fewer when they take too long.

@@ -16,14 +16,6 @@ const Finding* find(const Report& report, const char* name)
     return found == report.findings.end() ? nullptr : &*found;
 }
 
-// A ratio of medians, or 0 where there is nothing to compare with.
-double launchRatio(const Report& report, const Finding& finding, Spread LaunchSpread::*part,
-                   const char* to)
-{
-    const Finding* const other = find(report, to);
-    return other ? (finding.launch.*part).median / (other->launch.*part).median : 0;
-}
-
 double restartRatio(const Report& report, const Finding& finding)
 {
     const Finding* const bare = find(report, "bare");
@@ -53,17 +45,25 @@ void printCalls(const std::optional<Calls>& calls)
     }
 }
 
-void printLaunches(const Report& report, const char* title, Spread LaunchSpread::*part)
+void printLaunches(const Report& report, const char* title, LaunchPart LaunchSpread::*part)
 {
-    printf("\n%s in microseconds: quartile, median, quartile; ratio of medians\n", title);
-    printf("%-10s %10s %10s %10s %10s %10s\n", "", "lower", "median", "upper", "to bare",
-           "to tini");
+    printf("\n%s in microseconds: quartile, median with its 95 %% interval, quartile;\n"
+           "ratios of medians with their 95 %% intervals\n",
+           title);
+    printf("%-12s %8s %8s %17s %8s", "", "lower", "median", "", "upper");
+    for (const auto& [name, ratio] : (report.findings.front().launch.*part).ratios) {
+        printf(" %18s", ("to " + name).c_str());
+    }
+    puts("");
     for (const Finding& finding : report.findings) {
-        printf("%-10s", finding.name.c_str());
-        printSpread(finding.launch.*part);
-        printNumber(launchRatio(report, finding, part, "bare"));
-        printNumber(launchRatio(report, finding, part, "tini"));
-        printf("   of %zu\n", (finding.launch.*part).count);
+        const LaunchPart& found = finding.launch.*part;
+        const Spread& spread = found.spread;
+        printf("%-12s %8.0f %8.0f (%6.0f to %5.0f) %8.0f", finding.name.c_str(), spread.lower,
+               spread.median, spread.interval.low, spread.interval.high, spread.upper);
+        for (const auto& [name, ratio] : found.ratios) {
+            printf(" %5.3f %.3f-%.3f", ratio.value, ratio.interval.low, ratio.interval.high);
+        }
+        printf("   of %zu\n", spread.count);
     }
 }
 
@@ -111,8 +111,20 @@ private:
 
 void writeSpread(FILE* file, const char* key, const Spread& spread)
 {
-    fprintf(file, "\"%s\": {\"lower\": %.1f, \"median\": %.1f, \"upper\": %.1f, \"count\": %zu}",
-            key, spread.lower, spread.median, spread.upper, spread.count);
+    fprintf(file,
+            "\"%s\": {\"lower\": %.1f, \"median\": %.1f, \"upper\": %.1f, \"count\": %zu, "
+            "\"interval\": [%.1f, %.1f]}",
+            key, spread.lower, spread.median, spread.upper, spread.count, spread.interval.low,
+            spread.interval.high);
+}
+
+void writePart(FILE* file, const std::string& key, const LaunchPart& part)
+{
+    writeSpread(file, (key + "_us").c_str(), part.spread);
+    for (const auto& [name, ratio] : part.ratios) {
+        fprintf(file, ",\n    \"%s_to_%s\": {\"ratio\": %.4f, \"interval\": [%.4f, %.4f]}",
+                key.c_str(), name.c_str(), ratio.value, ratio.interval.low, ratio.interval.high);
+    }
 }
 
 void writeCalls(FILE* file, const char* key, const std::optional<Calls>& calls)
@@ -126,9 +138,9 @@ void writeCalls(FILE* file, const char* key, const std::optional<Calls>& calls)
 void writeFinding(FILE* file, const Finding& finding)
 {
     fprintf(file, "   {\"name\": \"%s\",\n    ", finding.name.c_str());
-    writeSpread(file, "launch_us", finding.launch.elapsed);
+    writePart(file, "launch", finding.launch.elapsed);
     fputs(",\n    ", file);
-    writeSpread(file, "launch_processor_us", finding.launch.processor);
+    writePart(file, "launch_processor", finding.launch.processor);
     writeCalls(file, "calls", finding.calls);
     writeCalls(file, "calls_with_locale", finding.callsWithLocale);
     fprintf(file, ",\n    \"peak_kb\": %ld, \"idle_pss_kb\": %ld, \"idle_wake_ups\": %ld",
@@ -222,8 +234,9 @@ void writePlot(const Report& report, const std::string& fileName)
             fileName.c_str());
     for (const Finding& finding : report.findings) {
         fprintf(gnuplot, "%s %f %f %f\n", finding.name.c_str(),
-                finding.launch.elapsed.median / 1000, finding.launch.elapsed.lower / 1000,
-                finding.launch.elapsed.upper / 1000);
+                finding.launch.elapsed.spread.median / 1000,
+                finding.launch.elapsed.spread.lower / 1000,
+                finding.launch.elapsed.spread.upper / 1000);
     }
     fputs("end\n", gnuplot);
     std::string lines;

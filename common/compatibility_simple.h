@@ -9,6 +9,7 @@
 #include "common/compatibility_simple/files/overwrite.h"
 #include "common/compatibility_simple/files/read.h"
 #include "common/compatibility_simple/files/replace.h"
+#include "common/compatibility_simple/lookups/lookups.h"
 #include "common/compatibility_simple/network/addresses.h"
 #include "common/compatibility_simple/network/localhost.h"
 #include "common/compatibility_simple/network/resolver.h"

@@ -13,7 +13,6 @@
 #include <QTest>
 
 #include <cerrno>
-#include <pwd.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -46,7 +45,7 @@ private Q_SLOTS:
 
     void expandsPaths()
     {
-        const QByteArray root(getpwnam("root")->pw_dir);
+        const QByteArray root(sc_getpwuid(0)->pw_dir);
         // clang-format off
         const struct { std::vector<const char*> environment; QByteArray path, expected; } rows[] = {
             {{"HOME=/home"}, "~/$HOME", "/home//home"}, {{}, "~root x/y", root + " x/y"},

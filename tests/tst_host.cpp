@@ -9,7 +9,6 @@
 #include <QHostAddress>
 #include <QTest>
 
-#include <netdb.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -236,27 +235,25 @@ const Question questions[] = {
 
 } // namespace
 
-// Linked in the place of the system's own by -Wl,--wrap.
-extern "C" {
+// Linked in the place of the look-ups by -Wl,--wrap, which knows the mangled names.
+#define HOST_OF_NAME "_ZN7Lookups10hostOfNameERK10QByteArray"
+#define NAME_OF_ADDRESS "_ZN7Lookups13nameOfAddressERK10QByteArray"
+Lookups::Host realHostOfName(const QByteArray& name) __asm__("__real_" HOST_OF_NAME);
+QByteArray realNameOfAddress(const QByteArray& address) __asm__("__real_" NAME_OF_ADDRESS);
+Lookups::Host wrappedHostOfName(const QByteArray& name) __asm__("__wrap_" HOST_OF_NAME);
+QByteArray wrappedNameOfAddress(const QByteArray& address) __asm__("__wrap_" NAME_OF_ADDRESS);
 
-decltype(getaddrinfo) __real_getaddrinfo;
-decltype(getnameinfo) __real_getnameinfo;
-
-int __wrap_getaddrinfo(const char* node, const char* service, const addrinfo* hints,
-                       addrinfo** results)
+Lookups::Host wrappedHostOfName(const QByteArray& name)
 {
-    lookUps += text(node);
-    return __real_getaddrinfo(node, service, hints, results);
+    lookUps += QString::fromLatin1(name);
+    return realHostOfName(name);
 }
 
-int __wrap_getnameinfo(const sockaddr* address, socklen_t length, char* host, socklen_t hostLength,
-                       char* service, socklen_t serviceLength, int flags)
+QByteArray wrappedNameOfAddress(const QByteArray& address)
 {
     lookUps += text("reverse");
-    return __real_getnameinfo(address, length, host, hostLength, service, serviceLength, flags);
+    return realNameOfAddress(address);
 }
-
-} // extern "C"
 
 class HostTest : public QObject
 {

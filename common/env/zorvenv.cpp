@@ -3,8 +3,10 @@
 #include "common/env/zorvenv.h"
 
 #include <QFile>
+#include <QStringBuilder>
 
 #include <cstdlib>
+#include <cstring>
 
 bool g_cacheEnv = true;
 int g_cacheSerial = 0;
@@ -29,7 +31,9 @@ namespace ZorvEnv {
 QByteArray variableName(int prefix, const char* bareName)
 {
     static constexpr const char* prefixes[PrefixCount] = {"ZORV_", "PELK_", "TALVORA_"};
-    return QByteArray(prefixes[prefix]) + bareName;
+    // Built in one piece: a launch reads some thirty settings under three names each.
+    return QByteArray::fromRawData(prefixes[prefix], qsizetype(strlen(prefixes[prefix]))) %
+           bareName;
 }
 
 const char* read(int prefix, const char* bareName)

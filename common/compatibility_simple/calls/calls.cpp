@@ -24,11 +24,6 @@ int sc_chmod(const QString& path, mode_t mode)
     return chmod(QFile::encodeName(path).constData(), mode);
 }
 
-passwd* sc_getpwuid(uid_t uid)
-{
-    return getpwuid(uid);
-}
-
 pid_t sc_getpid()
 {
     return getpid();
@@ -127,11 +122,6 @@ int sc_unsetenv(const char* name)
 int sc_mkstemp(char* nameTemplate)
 {
     return mkstemp(nameTemplate);
-}
-
-hostent* sc_gethostbyname(const char* name)
-{
-    return name ? gethostbyname(name) : nullptr;
 }
 
 int sc_gethostname(char* buffer, size_t length)

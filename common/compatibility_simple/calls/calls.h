@@ -5,8 +5,6 @@
 #include <QString>
 
 #include <cstddef>
-#include <netdb.h>
-#include <pwd.h>
 #include <sys/types.h>
 
 // Wrappers of the calls that they are named for: each returns what the call
@@ -16,7 +14,6 @@
 pid_t sc_fork();
 int sc_unlink(const char* path);
 int sc_chmod(const QString& path, mode_t mode);
-passwd* sc_getpwuid(uid_t uid);
 pid_t sc_getpid();
 pid_t sc_getppid();
 uid_t sc_getuid();
@@ -40,6 +37,4 @@ int sc_putenv(char* nameAndValue);
 int sc_unsetenv(const char* name);
 /// The template is modified in place.
 int sc_mkstemp(char* nameTemplate);
-/// Null for a null name.
-hostent* sc_gethostbyname(const char* name);
 int sc_gethostname(char* buffer, size_t length);

@@ -2,12 +2,13 @@
 
 #include "common/compatibility_simple/system/pathexpansion.h"
 
+#include "common/compatibility_simple/lookups/lookups.h"
+
 #include <QDir>
 #include <QRegularExpression>
 
 #include <cstring>
 #include <optional>
-#include <pwd.h>
 #include <unistd.h>
 
 namespace {
@@ -147,7 +148,7 @@ QString tildeExpansion(const QString& text)
     if (end == 1) {
         return QDir::homePath() + text.mid(1);
     }
-    const passwd* user = getpwnam(text.mid(1, end - 1).toLocal8Bit().constData());
+    const passwd* user = Lookups::userOfName(text.mid(1, end - 1).toLocal8Bit());
     if (!user || !user->pw_dir || !*user->pw_dir) {
         return text;
     }

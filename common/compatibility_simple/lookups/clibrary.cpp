@@ -1,0 +1,85 @@
+#include "common/compatibility_simple/lookups/backends_p.h"
+
+#include <arpa/inet.h>
+
+namespace {
+
+// Null for what is no Internet address.
+QByteArray textOf(const sockaddr* address)
+{
+    char text[INET6_ADDRSTRLEN];
+    if (address->sa_family == AF_INET) {
+        const auto* const v4 = reinterpret_cast<const sockaddr_in*>(address);
+        return inet_ntop(AF_INET, &v4->sin_addr, text, sizeof text);
+    }
+    if (address->sa_family != AF_INET6) {
+        return QByteArray();
+    }
+    const auto* const v6 = reinterpret_cast<const sockaddr_in6*>(address);
+    QByteArray result = inet_ntop(AF_INET6, &v6->sin6_addr, text, sizeof text);
+    if (v6->sin6_scope_id != 0) {
+        result += '%' + QByteArray::number(v6->sin6_scope_id);
+    }
+    return result;
+}
+
+} // namespace
+
+Lookups::Host Lookups::CLibrary::hostOfName(const QByteArray& name)
+{
+    Host host;
+    addrinfo hints = {};
+    hints.ai_flags = AI_CANONNAME | AI_IDN;
+    // One entry for each address, not one for each kind of socket.
+    hints.ai_socktype = SOCK_STREAM;
+    addrinfo* results = nullptr;
+    // glibc takes a line of hosts(5) without a name for one of the empty name.
+    if (name.isEmpty() || getaddrinfo(name.constData(), nullptr, &hints, &results) != 0) {
+        return host;
+    }
+    host.canonicalName = results->ai_canonname;
+    for (const addrinfo* result = results; result; result = result->ai_next) {
+        const QByteArray address = textOf(result->ai_addr);
+        if (!address.isNull() && !host.addresses.contains(address)) {
+            host.addresses += address;
+        }
+    }
+    freeaddrinfo(results);
+    return host;
+}
+
+QByteArray Lookups::CLibrary::nameOfAddress(const QByteArray& address)
+{
+    sockaddr_in v4 = {};
+    sockaddr_in6 v6 = {};
+    const sockaddr* socketAddress = reinterpret_cast<const sockaddr*>(&v4);
+    socklen_t length = sizeof v4;
+    v4.sin_family = AF_INET;
+    if (inet_pton(AF_INET, address.constData(), &v4.sin_addr) != 1) {
+        socketAddress = reinterpret_cast<const sockaddr*>(&v6);
+        length = sizeof v6;
+        v6.sin6_family = AF_INET6;
+        if (inet_pton(AF_INET6, address.constData(), &v6.sin6_addr) != 1) {
+            return QByteArray();
+        }
+    }
+    char name[NI_MAXHOST];
+    const bool found =
+        getnameinfo(socketAddress, length, name, sizeof name, nullptr, 0, NI_NAMEREQD) == 0;
+    return found && *name ? QByteArray(name) : QByteArray();
+}
+
+passwd* Lookups::CLibrary::userOfName(const QByteArray& name)
+{
+    return getpwnam(name.constData());
+}
+
+passwd* Lookups::CLibrary::userOfId(uid_t uid)
+{
+    return getpwuid(uid);
+}
+
+hostent* Lookups::CLibrary::hostentOfName(const QByteArray& name)
+{
+    return gethostbyname(name.constData());
+}
