@@ -5,6 +5,7 @@
 
 #include "common/compatibility_simple/calls/calls.h"
 #include "common/compatibility_simple/files/emptyfile.h"
+#include "common/compatibility_simple/files/existence.h"
 #include "common/compatibility_simple/files/metadata.h"
 #include "common/compatibility_simple/files/overwrite.h"
 #include "common/compatibility_simple/files/read.h"

@@ -42,17 +42,19 @@ void openLog()
 
 // From the marker on, a signal removes it: one that comes before the handlers are
 // installed waits for them. A marker that cannot be made is reported, and the launch
-// goes on.
-void createMarker(const BackendUserData& session)
+// goes on. Returns whether it was made.
+bool createMarker(const BackendUserData& session)
 {
+    bool isMade = false;
     holdSignals();
     if (session.isValid()) {
         const QString fileName = session.getRestartFileName(QStringLiteral("supported"));
         setMarker(QFile::encodeName(fileName));
-        static_cast<void>(createEmptyFile(fileName));
+        isMade = createEmptyFile(fileName);
     }
     handleEndingSignals();
     releaseSignals();
+    return isMade;
 }
 
 void setUpHelper(RestartableProcess* process)
@@ -153,7 +155,7 @@ int main(int argc, char** argv)
     }
     BackendUserData session;
     session.load(options);
-    createMarker(session);
+    const bool hasMarker = createMarker(session);
 
     // 5. The helper and its arguments, which are in the context.
     const QByteArray path = helperPath();
@@ -171,6 +173,7 @@ int main(int argc, char** argv)
 
     // 7. What follows when the helper ends.
     RestartWatcher watcher;
+    watcher.setDirectoryWasWritable(hasMarker);
     if (session.isValid()) {
         watcher.setRestartFileName(session.getRestartFileName(QString()));
         watcher.setRestartHoldFileName(session.getRestartFileName(QStringLiteral("hold")));

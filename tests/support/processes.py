@@ -69,6 +69,10 @@ class Process:
         status = Path(f"/proc/{self.pid}/status").read_text()
         return int(re.search(r"^voluntary_ctxt_switches:\s*(\d+)", status, re.MULTILINE)[1])
 
+    def errors(self) -> str:
+        """What it has written to standard error so far."""
+        return read_text(self._errors)
+
     def wait(self) -> Ended:
         """Waits for the end."""
         status = self._process.wait()
