@@ -6,10 +6,9 @@ if(NOT CPACK_GENERATOR STREQUAL "TGZ")
     set(CPACK_PACKAGING_INSTALL_PREFIX "/opt/velmor/kinnet")
 endif()
 
-# The same sources give the same bytes.
-if(CPACK_GENERATOR STREQUAL "RPM" AND DEFINED ENV{SOURCE_DATE_EPOCH})
-    set(CPACK_RPM_SPEC_MORE_DEFINE
-"%define _buildhost localhost
+# The same sources give the same bytes where SOURCE_DATE_EPOCH is set.
+set(CPACK_RPM_SPEC_MORE_DEFINE
+"%define packager ${CPACK_PACKAGE_CONTACT}
+%define _buildhost localhost
 %define use_source_date_epoch_as_buildtime 1
 %define clamp_mtime_to_source_date_epoch 1")
-endif()

@@ -93,44 +93,73 @@ def as_root(needs) -> list[str]:
     return as_root
 
 
-def unpack_tarball(run, package: Path, root: Path) -> tuple[Path, set[str]]:
-    """Unpacks the tarball; returns its prefix and what it depends on, without being told."""
-    assert run("tar", "-xzf", package, "-C", root).status == 0
-    return next(root.glob("zorv-mpirun-*")), {"libc6"}
+@pytest.fixture(params=["TGZ", "DEB", "RPM"])
+def package(request, build, run, needs, scratch) -> Path:
+    """A package of the build; the portable build has all kinds."""
+    is_portable = build.variable("ZORV_PORTABLE") == "ON"
+    if build.variable("ZORV_SANITIZE") == "ON" or not (is_portable or request.param == "DEB"):
+        pytest.skip(f"this build makes no package of the kind {request.param}")
+    needs({"TGZ": "tar", "DEB": "dpkg-shlibdeps", "RPM": "rpmbuild"}[request.param], "--version")
+    cpack = Path(build.variable("CMAKE_COMMAND")).with_name("cpack")
+    assert run(cpack, "--config", build.folder / "CPackConfig.cmake", "-G", request.param,
+               "-B", scratch / "package", env={"HOME": str(scratch)}).status == 0
+    shutil.rmtree(scratch / "package/_CPack_Packages")
+    return next((scratch / "package").glob("zorv-mpirun*"))
 
 
-def install_debian_package(run, as_root, package: Path, root: Path) -> tuple[Path, set[str]]:
-    """Installs the Debian package; returns its prefix and the packages it depends on."""
+def unpack(run, as_root, package: Path, root: Path) -> tuple[Path, set[str]]:
+    """Installs the package into the empty root; returns its prefix and what it depends on."""
+    if package.name.endswith(".tar.gz"):
+        assert run("tar", "-xzf", package, "-C", root).status == 0
+        return next(root.glob("zorv-mpirun-*")), set()
+    prefix = root / "opt/velmor/kinnet"
+    if package.suffix == ".rpm":
+        assert run(*as_root, "rpm", "--root", root, "--dbpath", "/var/lib/rpm", "--install",
+                   package, env={"HOME": "/"}).status == 0
+        return prefix, set()
     (root / "var/lib/dpkg/info").mkdir(parents=True)
     (root / "var/lib/dpkg/status").touch()
     assert run(*as_root, "dpkg", f"--root={root}", "--log=/dev/null", "--force-depends", "-i",
                package).status == 0
     depends = run("dpkg-deb", "-f", package, "Depends").output
-    return root / "opt/velmor/kinnet", set(re.findall(r"(?:^|, )([^ ,]+)", depends))
+    return prefix, set(re.findall(r"(?:^|, )([^ ,]+)", depends))
 
 
 @pytest.mark.timeout(300)
 def test_package_launches_with_nothing_but_its_libraries(
-        build, run, needs, launch, as_root, scratch):
+        build, run, package, launch, as_root, scratch):
     """The package names all that it needs; with it, launcher and report work."""
-    needs("dpkg-shlibdeps", "--version")
-    if build.variable("ZORV_SANITIZE") == "ON":
-        pytest.skip("the sanitizers are in no package")
-    is_tarball = build.variable("ZORV_PORTABLE") == "ON"
-    assert run(Path(build.variable("CMAKE_COMMAND")).with_name("cpack"), "--config",
-               build.folder / "CPackConfig.cmake", "-G", "TGZ" if is_tarball else "DEB",
-               "-B", scratch / "package").status == 0
     clean = scratch / "clean"
     clean.mkdir()
-    package = next((scratch / "package").glob("*.tar.gz" if is_tarball else "*.deb"))
-    prefix, depends = (unpack_tarball(run, package, clean) if is_tarball else
-                       install_debian_package(run, as_root, package, clean))
+    prefix, depends = unpack(run, as_root, package, clean)
     for library in needed_libraries(run, *prefix.glob("bin/*")):
         owners = re.findall("^([^:]+):", run("dpkg", "-S", f"*/{library}").output, re.MULTILINE)
         assert depends & set(owners), library
     shutil.copy(build.testchild, prefix / "bin/zorv-debugger")
-    files = set(re.findall(r"\s(/\S+) \(", run("ldd", *prefix.glob("bin/*")).output))
-    assert run("cp", "--parents", "-L", "-t", clean, *files).status == 0
+    for file in re.findall(r"\s(/\S+) \(", run("ldd", *prefix.glob("bin/*")).output):
+        run("cp", "--parents", "-L", "-t", clean, file)
     inside = Path("/") / prefix.relative_to(clean)
     assert launch(*as_root, "chroot", clean, inside / "bin/zorv-mpirun") == Ended(0, "helper\n")
     assert run(*as_root, "chroot", clean, inside / "bin/zorv-mpirun-info").status == 0
+
+
+def test_package_has_no_errors(run, needs, source, package, scratch, environment):
+    """The distributions' own tools find no error in the package."""
+    # They leave files in both.
+    environment.update(HOME=str(scratch), TMPDIR=str(scratch))
+    if package.suffix == ".deb":
+        needs("lintian", "--version")
+        assert run("lintian", "--fail-on", "error", package).status == 0
+    elif package.suffix == ".rpm":
+        needs("rpmlint", "--version")
+        assert run("rpmlint", "--config", source / "packaging/rpmlint.toml", package).status == 0
+    else:
+        pytest.skip("nothing checks a tarball")
+
+
+def test_another_qt_on_the_library_path_is_not_loaded(scratch, installation):
+    """The launcher starts with the Qt that it was linked with."""
+    garbage = scratch / "garbage"
+    garbage.mkdir()
+    (garbage / "libQt6Core.so.6").write_text("garbage")
+    assert installation.launch(env={"LD_LIBRARY_PATH": str(garbage)}) == Ended(0, "started\n")
