@@ -40,19 +40,19 @@ void openLog()
     }
 }
 
-// From the marker on, a signal removes it: one that comes before the handlers are
-// installed waits for them. A marker that cannot be made is reported, and the launch
-// goes on. Returns whether it was made.
+// From the marker on, a signal removes it. The handlers come first, for a signal that
+// reaches a thread of a preloaded library, which does not hold it back. A marker that
+// cannot be made is reported, and the launch goes on. Returns whether it was made.
 bool createMarker(const BackendUserData& session)
 {
     bool isMade = false;
     holdSignals();
+    handleEndingSignals();
     if (session.isValid()) {
         const QString fileName = session.getRestartFileName(QStringLiteral("supported"));
         setMarker(QFile::encodeName(fileName));
         isMade = createEmptyFile(fileName);
     }
-    handleEndingSignals();
     releaseSignals();
     return isMade;
 }

@@ -1,12 +1,11 @@
-// Tries the launcher many times, at random instants, in bad company:
-//
-//   campaign MODE [--count N] [--seed N] [--timeout MS] [--mebibytes N]
-//
-// docs/reliability.md tells what each mode tries. The program is the subreaper of its
-// descendants (see prctl(2)), so that nothing that a launch leaves behind escapes it.
+// Tries the launcher many times, at random instants and with faults. README.md says what
+// each mode does and how it judges. The program is the subreaper of its descendants (see
+// prctl(2)), so that it sees whatever a launch leaves behind.
 
 #include "tests/campaigns/campaign.h"
 
+#include <QCommandLineParser>
+#include <QCoreApplication>
 #include <QDeadlineTimer>
 #include <QTemporaryDir>
 
@@ -37,12 +36,16 @@ namespace {
 constexpr long mostWrong = 3;
 // About twice the time that a start takes.
 constexpr long spanUs = 25000;
-const int signals[] = {SIGABRT, SIGINT, SIGTERM, SIGSEGV, SIGFPE, SIGBUS, SIGHUP};
+const int endingSignals[] = {SIGABRT, SIGINT,  SIGTERM, SIGSEGV, SIGFPE, SIGBUS,
+                             SIGHUP,  SIGQUIT, SIGILL,  SIGTRAP, SIGSYS, SIGSTKFLT};
+const int passedSignals[] = {SIGUSR1,   SIGUSR2, SIGCONT, SIGWINCH, SIGURG, SIGALRM,
+                             SIGVTALRM, SIGPROF, SIGXCPU, SIGPWR,   SIGIO,  SIGRTMIN};
 
 std::string mode;
 std::map<std::string, long> options = {
-    {"--count", 100}, {"--seed", 1}, {"--timeout", 20000}, {"--mebibytes", 20}};
+    {"--count", 100}, {"--seed", 1}, {"--timeout", 20000}, {"--mebibytes", 20}, {"--first", 0}};
 std::mt19937 randomBits;
+long trialNumber = 0;
 std::string trial;
 long wrongs = 0;
 // The children that have ended, and their status as from wait(2).
@@ -157,14 +160,42 @@ void trySignal(long)
     }
     const pid_t launcher = launch(actions);
     usleep(unsigned(pick(spanUs)));
-    std::vector<int> sent = {pickFrom(signals)};
+    std::vector<int> sent = {pickFrom(endingSignals)};
     kill(mode == "group" ? -launcher : launcher, sent[0]);
     if (mode == "pair") {
         usleep(unsigned(pick(2000)));
-        sent.push_back(pickFrom(signals));
+        sent.push_back(pickFrom(endingSignals));
         kill(launcher, sent[1]);
     }
     checkEnd(launcher, sent);
+}
+
+// The signal is blocked from the start, so that it waits for the helper to look at it.
+void tryPassed(long)
+{
+    const int signo = pickFrom(passedSignals);
+    const std::string block = "--block-signal=" + std::to_string(signo);
+    const pid_t launcher = launch("--record-signals ready", -1, {"/usr/bin/env", block.c_str()});
+    usleep(unsigned(pick(spanUs)));
+    // Before env(1) has become the launcher, nobody would pass the signal on.
+    const std::string exe = "/proc/" + std::to_string(launcher) + "/exe";
+    waitUntil([&] { return fs::read_symlink(exe).filename() == "zorv-mpirun"; });
+    usleep(unsigned(pick(spanUs)));
+    kill(launcher, signo);
+    const std::string expected = std::to_string(signo) + " 0\n";
+    const auto records = [] {
+        std::ifstream file("ready");
+        return std::string(std::istreambuf_iterator<char>(file), {});
+    };
+    if (!waitUntil([&] { return records().find('\n' + expected) != std::string::npos; })) {
+        wrong("lost signals", "the helper did not get signal " + std::to_string(signo));
+    }
+    kill(launcher, SIGTERM);
+    checkEnd(launcher, {SIGTERM});
+    const std::string all = records();
+    if (all.substr(all.find('\n') + 1) != expected + "15 0\n") {
+        wrong("stray signals", all);
+    }
 }
 
 void tryIgnored(long)
@@ -321,6 +352,12 @@ void listFaults()
     options["--count"] = std::min(options["--count"], long(faults.size()));
 }
 
+// The helpers that have run, each of which has written a record of 64 bytes.
+long restarts()
+{
+    return exists("session/restarts") ? long(fs::file_size("session/restarts")) / 64 : 0;
+}
+
 void tryFault(long number)
 {
     trial = faults[size_t(number) * faults.size() / size_t(options["--count"])];
@@ -338,17 +375,82 @@ void tryFault(long number)
         wrong("silences", errors);
     } else if (status == 0 && !exists("ready") && !exists("session/restarts")) {
         wrong("lost launches", errors);
+    } else if (status == 0 && mode == "faults_restart" && errors.empty() && restarts() != 2) {
+        wrong("lost restarts", std::to_string(restarts()) + " helpers instead of 2");
     }
 }
 
-const std::map<std::string, void (*)(long)> modes = {
-    // clang-format off
-    {"start", trySignal}, {"pair", trySignal}, {"group", trySignal}, {"restart", trySignal}, {"hold", trySignal},
-    {"ignored", tryIgnored}, {"killed", tryKilled}, {"ends", tryEnds}, {"restarts", tryRestarts}, {"output", tryOutput},
-    {"faults", tryFault}, {"faults_session", tryFault}, {"faults_restart", tryFault}, {"faults_failure", tryFault},
-    {"sessionfiles", trySessionFile},
-    // clang-format on
+struct Mode
+{
+    void (*tryOnce)(long);
+    const char* description;
 };
+
+const std::map<std::string, Mode> modes = {
+    {"start", {trySignal, "a signal that ends the launcher, at a random instant"}},
+    {"pair", {trySignal, "two of them"}},
+    {"group", {trySignal, "one to the whole process group"}},
+    {"restart", {trySignal, "one while helpers are restarted without a pause"}},
+    {"hold", {trySignal, "one around the end of a helper that a hold follows"}},
+    {"passed", {tryPassed, "a signal that is passed on, at a random instant"}},
+    {"ignored", {tryIgnored, "SIGTERM, which the helper ignores"}},
+    {"killed", {tryKilled, "SIGKILL at a random instant"}},
+    {"ends", {tryEnds, "helpers that end at once"}},
+    {"restarts", {tryRestarts, "restarts in one run"}},
+    {"output", {tryOutput, "floods on both output streams"}},
+    {"faults", {tryFault, "system calls that fail"}},
+    {"faults_session", {tryFault, "the same with a session"}},
+    {"faults_restart", {tryFault, "the same with a restart"}},
+    {"faults_failure", {tryFault, "the same with a helper that cannot start"}},
+    {"sessionfiles", {trySessionFile, "session files of any content"}},
+};
+
+// Takes the mode and the options from the command line; ends the program if it cannot.
+void parseCommandLine(const QStringList& arguments)
+{
+    QCommandLineParser parser;
+    QString description = QStringLiteral("Tries the launcher many times. Modes:");
+    for (const auto& [name, entry] : modes) {
+        description += QStringLiteral("\n  %1 %2")
+                           .arg(QString::fromStdString(name), -16)
+                           .arg(QLatin1String(entry.description));
+    }
+    parser.setApplicationDescription(description);
+    parser.addHelpOption();
+    parser.addPositionalArgument(QStringLiteral("mode"), QStringLiteral("What is tried."));
+    parser.addOptions({
+        {QStringLiteral("count"), QStringLiteral("Trials."), QStringLiteral("N")},
+        {QStringLiteral("seed"), QStringLiteral("Of the random numbers."), QStringLiteral("N")},
+        {QStringLiteral("first"), QStringLiteral("Number of the first trial."),
+         QStringLiteral("N")},
+        {QStringLiteral("timeout"), QStringLiteral("Milliseconds for each wait."),
+         QStringLiteral("N")},
+        {QStringLiteral("mebibytes"), QStringLiteral("Of a flood."), QStringLiteral("N")},
+    });
+    parser.process(arguments);
+    mode = parser.positionalArguments().value(0).toStdString();
+    bool understood = modes.count(mode) > 0 && parser.positionalArguments().size() == 1;
+    for (auto& [name, value] : options) {
+        const QString option = QString::fromStdString(name).mid(2);
+        bool isNumber = true;
+        if (parser.isSet(option)) {
+            value = parser.value(option).toLong(&isNumber);
+        }
+        understood = understood && isNumber && value >= 0;
+    }
+    if (!understood) {
+        fprintf(stderr, "The mode or a number is not understood; see campaign --help\n");
+        exit(2);
+    }
+}
+
+// Random numbers of the trial's own, so that it can be repeated alone.
+void beginTrial(long number)
+{
+    trialNumber = number;
+    trial = "trial " + std::to_string(number);
+    randomBits.seed(static_cast<unsigned>(options["--seed"] * 1000003 + number));
+}
 
 } // namespace
 
@@ -360,22 +462,14 @@ long pick(long count)
 void wrong(const char* kind, const std::string& what)
 {
     ++wrongs;
-    fprintf(stderr, "%s: %s (%s)\n", kind, what.c_str(), trial.c_str());
+    fprintf(stderr, "%s: %s (%s)\nRepeat it with: campaign %s --seed %ld --first %ld --count 1\n",
+            kind, what.c_str(), trial.c_str(), mode.c_str(), options["--seed"], trialNumber);
 }
 
 int main(int argc, char** argv)
 {
-    mode = argc > 1 ? argv[1] : "";
-    bool understood = argc % 2 == 0 && modes.count(mode) > 0;
-    for (int i = 2; i < argc && understood; i += 2) {
-        understood = options.count(argv[i]) > 0;
-        options[argv[i]] = strtol(argv[i + 1], nullptr, 10);
-    }
-    if (!understood) {
-        fprintf(stderr, "%s: this mode or option is not understood\n", argv[0]);
-        return 2;
-    }
-    randomBits.seed(static_cast<unsigned>(options["--seed"]));
+    const QCoreApplication application(argc, argv);
+    parseCommandLine(QCoreApplication::arguments());
     const QTemporaryDir root;
     fs::current_path(root.path().toStdString());
     for (const char* directory : {"bin", "lib", "libexec", "session"}) {
@@ -398,15 +492,15 @@ int main(int argc, char** argv)
     if (mode == "faults_failure") {
         fs::remove("bin/zorv-debugger");
     }
-    const auto tryOnce = modes.at(mode);
+    const auto tryOnce = modes.at(mode).tryOnce;
     if (tryOnce == tryFault) {
         listFaults();
     }
     const long trials = tryOnce == tryRestarts ? 1 : options["--count"];
     for (long i = 0; i < trials && wrongs < mostWrong; ++i) {
         clean();
-        trial = "trial " + std::to_string(i);
-        tryOnce(i);
+        beginTrial(options["--first"] + i);
+        tryOnce(options["--first"] + i);
     }
     printf("%s: %ld tried, seed %ld: %ld wrong\n", mode.c_str(), options["--count"],
            options["--seed"], wrongs);

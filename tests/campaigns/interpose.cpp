@@ -13,6 +13,7 @@
 #include <netdb.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 
 namespace {
@@ -49,6 +50,19 @@ void delay()
     }
 }
 
+// A thread that a library starts, as those of profilers do. It takes signals that the
+// main thread holds back.
+[[gnu::constructor]] void startThread()
+{
+    if (*setting("INTERPOSE_THREAD")) {
+        std::thread([] {
+            for (;;) {
+                ::pause();
+            }
+        }).detach();
+    }
+}
+
 } // namespace
 
 extern "C" {
@@ -56,7 +70,7 @@ extern "C" {
 int sigprocmask(int how, const sigset_t* set, sigset_t* previous) noexcept
 {
     delay();
-    if (how == SIG_BLOCK && breaks("hold")) {
+    if (how == SIG_BLOCK && set && breaks("hold")) {
         return 0;
     }
     const int result = original(&sigprocmask, "sigprocmask")(how, set, previous);
@@ -122,6 +136,16 @@ int raise(int signo) noexcept
 int unlink(const char* name) noexcept
 {
     return breaks("marker") ? 0 : original(&unlink, "unlink")(name);
+}
+
+int stat(const char* name, struct stat* status) noexcept
+{
+    const size_t length = strlen(name);
+    if (breaks("blind") && length > 8 && strcmp(name + length - 8, "/restart") == 0) {
+        errno = ENOENT;
+        return -1;
+    }
+    return original(&stat, "stat")(name, status);
 }
 
 int fstat(int fd, struct stat* status) noexcept
