@@ -2,7 +2,8 @@
 //
 //   campaign MODE [--count N] [--seed N] [--timeout MS] [--mebibytes N]
 //
-// docs/reliability.md tells what each mode tries. The program is the subreaper of its
+// docs/reliability.md tells what each mode tries. With words in the variable UNDER, the
+// launcher is run under that command. The program is the subreaper of its
 // descendants (see prctl(2)), so that nothing that a launch leaves behind escapes it.
 
 #include "tests/campaigns/campaign.h"
@@ -23,6 +24,7 @@
 #include <random>
 #include <regex>
 #include <set>
+#include <sstream>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -111,10 +113,22 @@ void checkEnd(pid_t launcher, const std::vector<int>& sent = {}, size_t survivor
     }
 }
 
+// What every launcher is run under, besides what a mode runs it under.
+std::vector<std::string> wordsOfUnder()
+{
+    const char* const variable = getenv("UNDER");
+    std::istringstream stream(variable ? variable : "");
+    return {std::istream_iterator<std::string>(stream), {}};
+}
+
 // Starts the launcher in a process group of its own; its process id. What it is run
 // under comes first.
 pid_t launch(const std::string& helperActions, int output = -1, std::vector<const char*> argv = {})
 {
+    static const std::vector<std::string> under = wordsOfUnder();
+    for (const std::string& word : under) {
+        argv.push_back(word.c_str());
+    }
     argv.insert(argv.end(), {"bin/zorv-mpirun", "-np", "2", "program", nullptr});
     setenv("TESTCHILD", helperActions.c_str(), 1);
     const pid_t pid = fork();
