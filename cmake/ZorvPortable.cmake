@@ -32,10 +32,11 @@ option(ZORV_KEEP_SYMBOLS "Keep the symbols in the portable programs" OFF)
 add_compile_options(-ffunction-sections -fdata-sections)
 # Not -static-libstdc++ as well: with it, g++ ends the list of libraries with
 # -Bdynamic, and the program needs a C library but has no interpreter to load it.
+# One segment for code and constants is one mapping less.
 # Relative relocations in a RELR section, of which the C library's own start-up code
 # takes care since 2.36, are read in one go from two pages instead of sixty.
 add_link_options(-fuse-ld=lld $<$<STREQUAL:$<TARGET_PROPERTY:TYPE>,EXECUTABLE>:-static-pie>
-    -Wl,--gc-sections -Wl,--pack-dyn-relocs=relr
+    -Wl,--gc-sections -Wl,--no-rosegment -Wl,--pack-dyn-relocs=relr
     "-Wl,--symbol-ordering-file=${PROJECT_SOURCE_DIR}/cmake/portable.order"
     -Wl,--no-warn-symbol-ordering $<$<NOT:$<BOOL:${ZORV_KEEP_SYMBOLS}>>:-s>)
 # No library to be looked for, no place to look.

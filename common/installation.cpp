@@ -25,9 +25,9 @@ bool isSameFile(const char* path1, const char* path2)
 }
 
 // The directory of the running program; empty when its file is no longer at its path.
-// The kernel then appends " (deleted)", see proc(5). Not QCoreApplication's: that falls
-// back to the working directory, and a QString cannot hold bytes that are no UTF-8.
-QByteArray ownDirectory()
+// Not QCoreApplication's: that falls back to the working directory, and a QString cannot
+// hold bytes that are no UTF-8.
+QByteArray findOwnDirectory()
 {
     char path[PATH_MAX];
     const ssize_t length = readlink(ownExecutable, path, sizeof path - 1);
@@ -37,11 +37,20 @@ QByteArray ownDirectory()
         return QDir::isAbsolutePath(directory) ? QFile::encodeName(directory) : QByteArray();
     }
     path[length] = '\0';
-    if (!isSameFile(path, ownExecutable)) {
+    const QByteArray file(path);
+    // What the kernel appends to the path of a file that is gone, see proc(5), or else
+    // the end of the file's name.
+    if (file.endsWith(" (deleted)") && !isSameFile(path, ownExecutable)) {
         return QByteArray();
     }
-    const QByteArray file(path);
     return file.left(qMax<qsizetype>(file.lastIndexOf('/'), 1));
+}
+
+// The kernel is asked once, as each question looks names up.
+QByteArray ownDirectory()
+{
+    static const QByteArray directory = findOwnDirectory();
+    return directory;
 }
 
 QByteArray parentOf(const QByteArray& directory)

@@ -22,6 +22,7 @@
 #include <random>
 #include <regex>
 #include <set>
+#include <sstream>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -44,6 +45,8 @@ const int passedSignals[] = {SIGUSR1,   SIGUSR2, SIGCONT, SIGWINCH, SIGURG, SIGA
 std::string mode;
 std::map<std::string, long> options = {
     {"--count", 100}, {"--seed", 1}, {"--timeout", 20000}, {"--mebibytes", 20}, {"--first", 0}};
+// What every launcher is run under, besides what a mode runs it under.
+std::vector<QByteArray> under;
 std::mt19937 randomBits;
 long trialNumber = 0;
 std::string trial;
@@ -118,6 +121,9 @@ void checkEnd(pid_t launcher, const std::vector<int>& sent = {}, size_t survivor
 // under comes first.
 pid_t launch(const std::string& helperActions, int output = -1, std::vector<const char*> argv = {})
 {
+    for (const QByteArray& word : under) {
+        argv.push_back(word.constData());
+    }
     argv.insert(argv.end(), {"bin/zorv-mpirun", "-np", "2", "program", nullptr});
     setenv("TESTCHILD", helperActions.c_str(), 1);
     const pid_t pid = fork();
@@ -426,9 +432,16 @@ void parseCommandLine(const QStringList& arguments)
         {QStringLiteral("timeout"), QStringLiteral("Milliseconds for each wait."),
          QStringLiteral("N")},
         {QStringLiteral("mebibytes"), QStringLiteral("Of a flood."), QStringLiteral("N")},
+        {QStringLiteral("under"),
+         QStringLiteral("A word of the command that the launcher is run under."),
+         QStringLiteral("WORD")},
     });
     parser.process(arguments);
     mode = parser.positionalArguments().value(0).toStdString();
+    const QStringList words = parser.values(QStringLiteral("under"));
+    for (const QString& word : words) {
+        under.push_back(word.toLocal8Bit());
+    }
     bool understood = modes.count(mode) > 0 && parser.positionalArguments().size() == 1;
     for (auto& [name, value] : options) {
         const QString option = QString::fromStdString(name).mid(2);
