@@ -69,8 +69,18 @@ void printLine(const char* message)
     blocking_write(STDERR_FILENO, line.constData(), static_cast<size_t>(line.size()));
 }
 
+// Qt warns of a locale that is not UTF-8 when the application object is created: in a
+// batch job, at every launch. The programs handle bytes, in every locale.
+bool isAboutLocale(const QString& text)
+{
+    return text.startsWith(QLatin1String("Detected ")) && text.contains(QLatin1String(" locale "));
+}
+
 void plainMsgHandler(QtMsgType, const QMessageLogContext&, const QString& text)
 {
+    if (isAboutLocale(text)) {
+        return;
+    }
     printLine(text.toLocal8Bit().constData());
 }
 
@@ -167,12 +177,50 @@ ssize_t writeSome(int fd, const char* bytes, size_t count)
     return result;
 }
 
+// While it exists, Qt finds no configuration of the user or the system. At the first use
+// of its message categories it looks for rules there, which have no effect on ours and
+// cost a look-up in the home directory.
+class NoConfiguration
+{
+public:
+    NoConfiguration()
+    {
+        for (Variable& variable : mVariables) {
+            variable.isSet = qEnvironmentVariableIsSet(variable.name);
+            variable.value = qgetenv(variable.name);
+            qputenv(variable.name, "/dev/null");
+        }
+    }
+    ~NoConfiguration()
+    {
+        for (const Variable& variable : mVariables) {
+            if (variable.isSet) {
+                qputenv(variable.name, variable.value);
+            } else {
+                qunsetenv(variable.name);
+            }
+        }
+    }
+    NoConfiguration(const NoConfiguration&) = delete;
+    NoConfiguration& operator=(const NoConfiguration&) = delete;
+
+private:
+    struct Variable
+    {
+        const char* name;
+        bool isSet = false;
+        QByteArray value = QByteArray();
+    };
+    Variable mVariables[2] = {{"XDG_CONFIG_HOME"}, {"XDG_CONFIG_DIRS"}};
+};
+
 } // namespace
 
 namespace Logger {
 
 void installPlainMsgHandler()
 {
+    const NoConfiguration noConfiguration;
     installHandler(plainMsgHandler);
 }
 
