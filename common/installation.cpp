@@ -62,7 +62,7 @@ QByteArray parentOf(const QByteArray& directory)
 // entry in /proc, which stays valid for the life of the process.
 QString textOf(const QByteArray& directory)
 {
-    const QString text = QFile::decodeName(directory);
+    QString text = QFile::decodeName(directory);
     if (QFile::encodeName(text) == directory) {
         return text;
     }

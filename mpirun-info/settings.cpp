@@ -50,7 +50,7 @@ QJsonValue valueOf(Kind kind, const char* value)
 
 QString textOf(Kind kind, const char* value)
 {
-    const QString text = QString::fromLocal8Bit(value);
+    QString text = QString::fromLocal8Bit(value);
     if (kind == Kind::Secret && !text.isEmpty()) {
         return QStringLiteral("(hidden)");
     }

@@ -14,8 +14,8 @@
 namespace {
 
 constexpr int mostLooks = 10;
-constexpr qint64 firstReportMs = 10 * 1000;
-constexpr qint64 nextReportMs = 60 * 60 * 1000;
+constexpr qint64 firstReportMs = 10000;
+constexpr qint64 nextReportMs = 3600000;
 constexpr qint64 shortestPauseMs = 500;
 
 void reportHold(const QString& fileName, qint64 waitedMs)

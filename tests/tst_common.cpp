@@ -166,7 +166,8 @@ private Q_SLOTS:
         QCOMPARE(messages.texts(), QString());
         // A child that outlives its output is killed.
         const QString sleeper = mTestchild + u"--print a --close-output --sleep"_s;
-        QCOMPARE(bracketed(ProcessHelpers::outputLines(sleeper, false, false, QString(), 1000)), u"<a>"_s);
+        QCOMPARE(bracketed(ProcessHelpers::outputLines(sleeper, false, false, QString(), 1000)),
+                 u"<a>"_s);
     }
 
     void interpreterLine()

@@ -76,7 +76,7 @@ void addTo(Lookups::Host* host, const QByteArray& output, int nameColumn)
 {
     const QList<QByteArrayList> lines = wordsOfLines(output);
     for (const QByteArrayList& words : lines) {
-        const QByteArray address = words.front();
+        const QByteArray& address = words.front();
         if (isAddress(address)) {
             if (host->canonicalName.isNull()) {
                 host->canonicalName = words.value(nameColumn);

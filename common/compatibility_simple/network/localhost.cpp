@@ -57,7 +57,7 @@ template <typename List> List withoutLoopback(const List& list)
 
 QString sc_localhost()
 {
-    const QString setting = envString("LOCALHOST");
+    QString setting = envString("LOCALHOST");
     if (!setting.isEmpty()) {
         return setting;
     }

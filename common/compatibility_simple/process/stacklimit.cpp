@@ -19,7 +19,7 @@
 
 namespace {
 
-constexpr rlim_t mebibyte = 1024 * 1024;
+constexpr rlim_t mebibyte = 1024UL * 1024;
 constexpr rlim_t lowestAccepted = 8 * mebibyte;
 constexpr rlim_t highestAccepted = 64 * mebibyte;
 constexpr rlim_t limitOfFreshCopy = 16 * mebibyte;
@@ -65,6 +65,7 @@ void replaceProcess(int argc, const char* const* argv)
         return;
     }
     std::vector<char*> arguments;
+    arguments.reserve(static_cast<std::size_t>(argc) + 1);
     for (int i = 0; i < argc; ++i) {
         arguments.push_back(const_cast<char*>(argv[i]));
     }

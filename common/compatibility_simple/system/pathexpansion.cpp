@@ -15,7 +15,7 @@ namespace {
 
 // Values that refer to each other can multiply the text with each variable. What would
 // get longer than this is no path and is expanded no further.
-constexpr qsizetype longestText = 16 * 1024 * 1024;
+constexpr qsizetype longestText = 16777216;
 
 // A variable's name is taken as a regular expression. Nearly all names have
 // nothing special to those and are searched for as they are.
