@@ -32,3 +32,6 @@ set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 # The programs that the build runs, moc and rcc, are the distribution's own.
 set(QT_HOST_PATH /usr CACHE PATH "Qt whose tools the build runs")
+execute_process(COMMAND gcc -print-multiarch OUTPUT_VARIABLE machine
+    OUTPUT_STRIP_TRAILING_WHITESPACE)
+set(QT_HOST_PATH_CMAKE_DIR "/usr/lib/${machine}/cmake" CACHE PATH "Its CMake files")

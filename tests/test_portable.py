@@ -1,0 +1,60 @@
+"""What holds for the portable programs alone: they load nothing of the machine."""
+
+import re
+
+import pytest
+
+from support.processes import Ended
+
+NO_ANSWER = "getent passwd: no answer; no more names are looked up\n"
+
+
+@pytest.fixture(autouse=True)
+def portable(build):
+    if build.variable("ZORV_PORTABLE") != "ON":
+        pytest.skip("this is not the portable build")
+
+
+@pytest.mark.parametrize("program", ["launcher", "report"])
+def test_needs_no_other_file(build, run, needs, program):
+    """The program has neither an interpreter nor a needed library, and no fixed address."""
+    needs("readelf", "--version")
+    shown = run("readelf", "--wide", "--file-header", "--program-headers", "--dynamic",
+                getattr(build, program)).output
+    assert re.findall(r"INTERP|\(NEEDED\).*", shown) == []
+    assert re.search(r"Type: +DYN", shown)
+
+
+@pytest.mark.parametrize("locale", ["de_DE", "ja_JP.eucjp", "tr_TR.utf8", "C.UTF-8", "no_NO.none"])
+def test_loads_no_file_of_the_c_library(installation, scratch, needs, locale):
+    """No locale, translation, character set or user look-up makes the launcher open a file."""
+    needs("strace", "-o", "/dev/null", "true")
+    trace = scratch / "trace"
+    installation.helper.unlink()
+    assert installation.launch(
+        under=["strace", "-o", trace, "-e", "trace=open,openat"],
+        env={"LANGUAGE": "de", "LC_ALL": locale, "ZORV_SHARED_DIRECTORY": "~nobody-here/x"}
+    ) == Ended(1, "", f"{installation.helper}: No such file or directory\n")
+    opened = re.findall('^open[^"]*"([^"]*)"', trace.read_text(), re.MULTILINE)
+    assert [name for name in opened if not name.startswith(f"{installation.root}/")
+            and not name.startswith("~nobody-here/")] == []
+
+
+@pytest.mark.parametrize("script, mode, message", [
+    pytest.param("", 0o644, "", id="is not there"),
+    pytest.param("exec sleep 600", 0o755, NO_ANSWER, id="does not answer"),
+    pytest.param("exec yes", 0o755, NO_ANSWER, id="answers without end"),
+    pytest.param("head -c 100000 /dev/urandom", 0o755, "", id="answers with noise"),
+    pytest.param("kill -SEGV $$", 0o755, "", id="crashes"),
+    pytest.param("exec 2>&1; echo wrong; exit 1", 0o755, "", id="fails"),
+])
+def test_launches_where_getent_is_broken(
+        installation, namespace, scratch, script, mode, message):
+    """The launch goes on, with one line at most, when getent is not as it should be."""
+    getent = scratch / "getent"
+    getent.write_text(f"#!/bin/sh\n{script}\n")
+    getent.chmod(mode)
+    namespace.run('mount --bind "$1" /usr/bin/getent', getent)
+    assert installation.launch(
+        under=namespace.under, env={"ZORV_SHARED_DIRECTORY": "~ann/x"}) == Ended(
+            0, "started\n", message)
