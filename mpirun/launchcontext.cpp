@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
+#include <sys/prctl.h>
 #include <unistd.h>
 
 namespace {
@@ -40,6 +41,7 @@ LaunchContext::LaunchContext(int argc, const char* const* argv)
         mHelperArguments.insert(mHelperArguments.end(), argv + 1, argv + argc);
     }
     mHelperArguments.push_back(nullptr);
+    prctl(PR_GET_PDEATHSIG, &mParentDeathSignal, 0, 0, 0);
     sigprocmask(SIG_SETMASK, nullptr, &mSignalMask);
     sigemptyset(&mIgnoredSignals);
     for (int signo : changedSignals) {
@@ -83,6 +85,7 @@ void LaunchContext::execHelper(int errorPipe) const
     resetSignalHandlers();
     restoreDispositions();
     restoreStackLimit();
+    restoreParentDeathSignal();
     sigprocmask(SIG_SETMASK, &mSignalMask, nullptr);
     sc_execv(mHelperArguments.front(), const_cast<char* const*>(mHelperArguments.data()));
     const int error = errno;
@@ -101,5 +104,12 @@ void LaunchContext::restoreStackLimit() const
 {
     if (mStackLimit) {
         setrlimit(RLIMIT_STACK, &*mStackLimit);
+    }
+}
+
+void LaunchContext::restoreParentDeathSignal() const
+{
+    if (mParentDeathSignal != 0) {
+        prctl(PR_SET_PDEATHSIG, mParentDeathSignal, 0, 0, 0);
     }
 }

@@ -9,9 +9,10 @@
 #include <vector>
 
 /// What the launcher was started with and its helper must find unchanged: the bytes of
-/// the arguments, the signal mask, the ignored signals and the stack limit. A QString
-/// cannot carry the arguments, because bytes that are no UTF-8 would be replaced, and
-/// QCoreApplication removes some of them from its list.
+/// the arguments, the signal mask, the ignored signals, the stack limit and the signal for
+/// the death of the parent (PR_SET_PDEATHSIG in prctl(2)). A QString cannot carry the arguments,
+/// because bytes that are no UTF-8 would be replaced, and QCoreApplication removes some of them
+/// from its list.
 class LaunchContext
 {
 public:
@@ -47,6 +48,7 @@ public:
 private:
     void restoreDispositions() const;
     void restoreStackLimit() const;
+    void restoreParentDeathSignal() const;
 
     std::vector<const char*> mArguments;
     QByteArray mHelper;
@@ -54,4 +56,5 @@ private:
     sigset_t mSignalMask;
     sigset_t mIgnoredSignals;
     std::optional<rlimit> mStackLimit;
+    int mParentDeathSignal = 0;
 };

@@ -5,6 +5,8 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
+#include <fcntl.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -46,6 +48,16 @@ bool g_reapsOrphans = false;
 sigset_t g_ownMask;
 sigset_t g_handledSignals;
 sigset_t g_signalsWithHandler;
+sigset_t g_ignoredSignals;
+
+// For handlers in the child between fork and exec, whose own stack is too small: QProcess
+// gives it 4 KiB, and with AVX-512 the kernel stores more than that (sigaltstack(2)).
+constexpr std::size_t childStackSize = 65536;
+char g_childStack[childStackSize];
+
+// How long the leader of a session waits for the helper's end.
+constexpr int leaderWaitMs = 10000;
+constexpr int pollIntervalMs = 10;
 
 // What waited when signals were released, while that goes on.
 sigset_t g_waitedForRelease;
@@ -122,6 +134,15 @@ void unblockAndRaise(int signo)
     sigprocmask(SIG_SETMASK, &previous, nullptr);
 }
 
+void stopBySignal(int signo)
+{
+    struct sigaction handler;
+    sigaction(signo, nullptr, &handler);
+    signal(signo, SIG_DFL);
+    unblockAndRaise(signo);
+    sigaction(signo, &handler, nullptr);
+}
+
 // Default actions spare the first process of a PID namespace, see pid_namespaces(7).
 void endBySignal(int signo)
 {
@@ -136,9 +157,9 @@ void endBySignal(int signo)
 // hold signals back when the main thread does. The main thread gets the signal instead.
 void handOver(int signo, const siginfo_t& info)
 {
-    if (info.si_code == SI_QUEUE) {
-        siginfo_t copy = info;
-        syscall(SYS_rt_tgsigqueueinfo, g_launcher, g_launcher, signo, &copy);
+    siginfo_t copy = info;
+    if (info.si_code == SI_QUEUE &&
+        syscall(SYS_rt_tgsigqueueinfo, g_launcher, g_launcher, signo, &copy) == 0) {
         return;
     }
     // The kernel does not let a thread send a signal with the code SI_KERNEL.
@@ -146,23 +167,72 @@ void handOver(int signo, const siginfo_t& info)
     syscall(SYS_tgkill, g_launcher, g_launcher, signo);
 }
 
+// Whether the thread has caused the signal: the instruction of a fault is executed again
+// when the handler returns, and abort(3) ends the process then.
+bool isOwnFault(int signo, const siginfo_t& info)
+{
+    return (contains(faultSignals, signo) && info.si_code > 0) ||
+           (signo == SIGABRT && info.si_code == SI_TKILL && info.si_pid == g_launcher);
+}
+
 // Whether the calling handler has to act.
 bool isForThisThread(int signo, const siginfo_t& info)
 {
-    const bool isFault = contains(faultSignals, signo) && info.si_code > 0;
-    if (!isFault && syscall(SYS_gettid) != g_launcher) {
+    if (!isOwnFault(signo, info) && syscall(SYS_gettid) != g_launcher) {
         handOver(signo, info);
         return false;
     }
     return true;
 }
 
-// A fault cannot wait for the helper's end: its instruction would be executed again. Nor
-// can abort(3), which ends the process when the handler returns.
 bool canWaitForHelper(int signo, const siginfo_t& info)
 {
-    return g_reapsOrphans && signo != SIGABRT &&
-           !(contains(faultSignals, signo) && info.si_code > 0) && helperRuns();
+    return g_reapsOrphans && !isOwnFault(signo, info) && helperRuns();
+}
+
+// Whether the launcher's end would hang the helper up: when the leader of a session ends,
+// the kernel sends SIGHUP to the foreground process group of its terminal, see _exit(2).
+bool hangsHelperUp(int signo)
+{
+    if (getsid(0) != g_launcher || getpgid(pid) != getpgrp()) {
+        return false;
+    }
+    const int terminal = open("/dev/tty", O_RDONLY | O_NOCTTY | O_CLOEXEC);
+    if (terminal != -1) {
+        close(terminal);
+    }
+    // A terminal that has hung up cannot be opened any more.
+    return terminal != -1 || signo == SIGHUP;
+}
+
+void waitForHelper()
+{
+    const timespec interval = {0, pollIntervalMs * 1000000L};
+    for (int waited = 0; waited < leaderWaitMs && helperRuns(); waited += pollIntervalMs) {
+        nanosleep(&interval, nullptr);
+    }
+}
+
+// A helper that is stopped does not see the signal before it continues.
+void continueIfStopped()
+{
+    siginfo_t info;
+    info.si_pid = 0;
+    if (waitid(P_PID, static_cast<id_t>(pid.load()), &info, WSTOPPED | WNOHANG | WNOWAIT) == 0 &&
+        info.si_pid != 0) {
+        kill(pid, SIGCONT);
+    }
+}
+
+void signalHelperToEnd(int signo, const siginfo_t& info)
+{
+    if (!helperHasIt(signo, info)) {
+        sendToHelper(signo, info);
+    }
+    continueIfStopped();
+    if (!isOwnFault(signo, info) && !g_reapsOrphans && hangsHelperUp(signo)) {
+        waitForHelper();
+    }
 }
 
 void removeMarker()
@@ -179,8 +249,8 @@ void sighandler(int signo, siginfo_t* info, void*)
     if (isForThisThread(signo, *info)) {
         const bool waits = canWaitForHelper(signo, *info);
         removeMarker();
-        if (hasHelper() && !helperHasIt(signo, *info)) {
-            sendToHelper(signo, *info);
+        if (hasHelper()) {
+            signalHelperToEnd(signo, *info);
         }
         if (waits) {
             int none = 0;
@@ -199,11 +269,9 @@ void stoppingHandler(int signo, siginfo_t* info, void*)
         if (helperRuns() && !helperHasIt(signo, *info)) {
             sendToHelper(signo, *info);
         }
-        struct sigaction handler;
-        sigaction(signo, nullptr, &handler);
-        signal(signo, SIG_DFL);
-        unblockAndRaise(signo);
-        sigaction(signo, &handler, nullptr);
+        if (sigismember(&g_ignoredSignals, signo) == 0) {
+            stopBySignal(signo);
+        }
     }
     errno = savedErrno;
 }
@@ -224,17 +292,29 @@ void passingHandler(int signo, siginfo_t* info, void* context)
     errno = savedErrno;
 }
 
+// A stop of the child between fork and exec would hold up the launcher, which waits for the
+// exec in vfork(2). The launcher has the signal as well, and sends it to the helper later.
+void skipStops()
+{
+    stack_t stack = {};
+    stack.ss_sp = g_childStack;
+    stack.ss_size = childStackSize;
+    sigaltstack(&stack, nullptr);
+    struct sigaction action = {};
+    action.sa_handler = [](int) {};
+    action.sa_flags = SA_ONSTACK;
+    for (int signo : stoppingSignals) {
+        if (sigismember(&g_ignoredSignals, signo) == 0) {
+            sigaction(signo, &action, nullptr);
+        }
+    }
+}
+
 void orphanHandler(int)
 {
     const int savedErrno = errno;
     reapOrphans();
     errno = savedErrno;
-}
-
-bool isIgnored(int signo)
-{
-    struct sigaction action;
-    return sigaction(signo, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
 }
 
 // Handlers do not interrupt each other. A system call that one interrupts is restarted.
@@ -244,15 +324,18 @@ void install(int signo, void (*handler)(int, siginfo_t*, void*))
     action.sa_sigaction = handler;
     action.sa_mask = g_handledSignals;
     action.sa_flags = SA_SIGINFO | SA_RESTART;
-    sigaction(signo, &action, nullptr);
+    struct sigaction previous;
+    sigaction(signo, &action, &previous);
     sigaddset(&g_signalsWithHandler, signo);
+    if (previous.sa_handler == SIG_IGN) {
+        sigaddset(&g_ignoredSignals, signo);
+    }
 }
 
-void installUnlessIgnored(int signo, void (*handler)(int, siginfo_t*, void*))
+bool isIgnored(int signo)
 {
-    if (!isIgnored(signo)) {
-        install(signo, handler);
-    }
+    struct sigaction action;
+    return sigaction(signo, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
 }
 
 void fillHandledSignals()
@@ -290,15 +373,16 @@ void handlePassedSignals()
     }
     sigemptyset(&g_waitedForRelease);
     sigemptyset(&g_signalsWithHandler);
+    sigemptyset(&g_ignoredSignals);
     fillHandledSignals();
     for (int signo : stoppingSignals) {
-        installUnlessIgnored(signo, stoppingHandler);
+        install(signo, stoppingHandler);
     }
     for (int signo : passedSignals) {
-        installUnlessIgnored(signo, passingHandler);
+        install(signo, passingHandler);
     }
     for (int signo = SIGRTMIN; signo <= SIGRTMAX; ++signo) {
-        installUnlessIgnored(signo, passingHandler);
+        install(signo, passingHandler);
     }
     if (g_reapsOrphans) {
         signal(SIGCHLD, orphanHandler);
@@ -309,10 +393,10 @@ void handlePassedSignals()
 void handleEndingSignals()
 {
     for (int signo : endingSignals) {
-        if (signo == SIGHUP) {
-            installUnlessIgnored(signo, sighandler);
-        } else {
+        if (signo != SIGHUP || !isIgnored(signo)) {
             install(signo, sighandler);
+            // The helper gets it with its default action.
+            sigdelset(&g_ignoredSignals, signo);
         }
     }
 }
@@ -333,9 +417,10 @@ void resetSignalHandlers()
 {
     for (int signo = 1; signo <= SIGRTMAX; ++signo) {
         if (sigismember(&g_signalsWithHandler, signo) == 1) {
-            signal(signo, SIG_DFL);
+            signal(signo, sigismember(&g_ignoredSignals, signo) == 1 ? SIG_IGN : SIG_DFL);
         }
     }
+    skipStops();
 }
 
 void setSignalledHelper(pid_t helper)

@@ -19,8 +19,9 @@
 // A signal that the terminal sent to the whole process group is not sent to a helper in
 // that group: it has it already.
 
-/// Sends the signals of the second and third group on from now on. Those that are
-/// ignored stay ignored, and the helper inherits that. Unblocks those of the third: a
+/// Sends the signals of the second and third group on from now on, those that are ignored
+/// included: the helper inherits that, and may have a handler. A stop that is ignored does
+/// not stop the launcher. Unblocks those of the third: a
 /// helper that has them blocked gets them all the same. Call it once, on the main
 /// thread, before any other function of this file.
 void handlePassedSignals();
@@ -34,10 +35,9 @@ void holdSignals();
 /// Lets signals in again. Those that arrived meanwhile are handled before it returns.
 void releaseSignals();
 
-/// Sets the default action for all signals that the functions above handle. For the
-/// child between fork and exec, whose stack is too small for a handler: QProcess gives
-/// it 4 KiB, and with AVX-512 the kernel stores more than that (sigaltstack(2)). Makes
-/// async-signal-safe calls only.
+/// Gives all signals that the functions above handle the action that the helper is to
+/// find, for the child between fork and exec. Until the exec, signals that stop have no
+/// effect. Makes async-signal-safe calls only.
 void resetSignalHandlers();
 
 /// Names the process that signals are sent to, a child of this process; 0 for none.

@@ -136,6 +136,24 @@ def test_interrupt_of_the_terminal_reaches_a_helper_in_another_group(
     assert signals.next() == (SIGTERM, 0)
 
 
+def test_end_of_a_session_leader_hangs_no_helper_up(installation, scratch, signals):
+    """The leader waits for the helper: its end would add a SIGHUP to the Ctrl-C.
+
+    The launcher leads the session of a terminal where no shell is between, as in ssh -t.
+    """
+    master, slave = os.openpty()
+    launcher = installation.start(under=[
+        "sh", "-c", 'exec setsid --ctty "$@" <"$0"', os.ttyname(slave)])
+    os.close(slave)
+    helper = signals.wait_for_start()
+    os.write(master, b"\x03")
+    assert signals.next() == (SIGINT, 0)
+    os.kill(helper, SIGTERM)
+    assert signals.next() == (SIGTERM, 0)
+    assert launcher.wait() == Ended(-SIGINT)
+    os.close(master)
+
+
 def test_suspend_of_the_terminal_stops_both_and_fg_continues_them(
         installation, terminal, make_fifo):
     """Ctrl-Z and fg work as with any program."""
@@ -183,6 +201,28 @@ def test_interrupt_that_is_ignored_at_the_start_ends_both(installation, make_fif
     started.line()
     launcher.send(SIGINT)
     assert launcher.wait() == Ended(-SIGINT)
+
+
+def test_signal_that_is_ignored_at_the_start_is_passed_on(installation, signals):
+    """The helper may have a handler, as MPI launchers do for SIGUSR1."""
+    launcher = installation.start(under=["env", "--ignore-signal=USR1"])
+    signals.wait_for_start()
+    launcher.send(SIGUSR1)
+    assert signals.next() == (SIGUSR1, 0)
+    end(launcher, signals)
+
+
+def test_helper_that_is_stopped_is_ended(installation, signals):
+    """It continues to handle the signal that ends the launcher, in another group as well."""
+    installation.helper.rename(installation.root / "testchild")
+    installation.set_helper(f"exec setsid {installation.root}/testchild")
+    launcher = installation.start()
+    helper = signals.wait_for_start()
+    os.kill(helper, signal.SIGSTOP)
+    wait_until(lambda: state(helper) == "T", "the helper stops")
+    launcher.send(SIGTERM)
+    assert launcher.wait() == Ended(-SIGTERM)
+    assert signals.next() == (SIGTERM, 0)
 
 
 def test_message_beyond_the_limit_of_a_file_ends_no_launch(installation):

@@ -204,6 +204,25 @@ void tryPassed(long)
     }
 }
 
+// As Ctrl-Z does, and then fg.
+void tryStop(long)
+{
+    const pid_t launcher = launch("--sleep");
+    usleep(unsigned(pick(spanUs)));
+    kill(-launcher, SIGTSTP);
+    const auto isStopped = [launcher] {
+        siginfo_t info = {};
+        const int look = WSTOPPED | WNOHANG | WNOWAIT;
+        return waitid(P_PID, id_t(launcher), &info, look) == 0 && info.si_pid == launcher;
+    };
+    if (!waitUntil(isStopped)) {
+        wrong("hangs", "the launcher does not stop");
+    }
+    kill(-launcher, SIGCONT);
+    kill(launcher, SIGTERM);
+    checkEnd(launcher, {SIGTERM});
+}
+
 void tryIgnored(long)
 {
     const pid_t launcher = launch("--ignore 15 --append ready --sleep");
@@ -402,6 +421,7 @@ const std::map<std::string, Mode> modes = {
     {"restart", {trySignal, "one while helpers are restarted without a pause"}},
     {"hold", {trySignal, "one around the end of a helper that a hold follows"}},
     {"passed", {tryPassed, "a signal that is passed on, at a random instant"}},
+    {"stop", {tryStop, "Ctrl-Z and fg at a random instant"}},
     {"ignored", {tryIgnored, "SIGTERM, which the helper ignores"}},
     {"killed", {tryKilled, "SIGKILL at a random instant"}},
     {"ends", {tryEnds, "helpers that end at once"}},

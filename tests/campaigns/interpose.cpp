@@ -81,6 +81,17 @@ int sigprocmask(int how, const sigset_t* set, sigset_t* previous) noexcept
     return result;
 }
 
+int sigaction(int signo, const struct sigaction* action, struct sigaction* previous) noexcept
+{
+    struct sigaction changed;
+    // The handler of the child between fork and exec.
+    if (signo == SIGTSTP && action && action->sa_flags == SA_ONSTACK && breaks("halt")) {
+        changed = {};
+        action = &changed;
+    }
+    return original(&sigaction, "sigaction")(signo, action, previous);
+}
+
 ssize_t write(int fd, const void* buffer, size_t count)
 {
     const bool mute = fd == STDERR_FILENO && breaks("mute");
@@ -121,7 +132,7 @@ int kill(pid_t pid, int signo) noexcept
 {
     siginfo_t info;
     const int options = WEXITED | WNOHANG | WNOWAIT;
-    if (original(&waitid, "waitid")(P_PID, id_t(pid), &info, options) == -1) {
+    if (pid > 0 && original(&waitid, "waitid")(P_PID, id_t(pid), &info, options) == -1) {
         close(open("stray", O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
     }
     delay();

@@ -17,6 +17,8 @@
 #include <map>
 #include <sstream>
 #include <string>
+#include <sys/prctl.h>
+#include <sys/resource.h>
 #include <unistd.h>
 #include <vector>
 
@@ -72,9 +74,19 @@ std::string inheritedState()
     for (int fd = 0; fd < 1024; ++fd) {
         state += fcntl(fd, F_GETFD) == -1 ? "" : ' ' + std::to_string(fd);
     }
-    return state + '\n' + linesOf("self/status", "SigBlk") + linesOf("self/status", "SigIgn") +
-           linesOf("self/limits", "Max stack") + linesOf("self/environ", "=") +
-           fs::current_path().string() + '\n';
+    state += '\n';
+    for (const char* key :
+         {"SigBlk", "SigIgn", "Umask", "NoNewPrivs", "Cpus_allowed", "Mems_allowed"}) {
+        state += linesOf("self/status", key);
+    }
+    int deathSignal = 0;
+    prctl(PR_GET_PDEATHSIG, &deathSignal);
+    for (long number : {long(getsid(0)), long(getpgrp()), long(getpriority(PRIO_PROCESS, 0)),
+                        long(prctl(PR_GET_TIMERSLACK)), long(deathSignal)}) {
+        state += std::to_string(number) + '\n';
+    }
+    return state + linesOf("self/limits", "Max") + linesOf("self/cgroup", ":") +
+           linesOf("self/environ", "=") + fs::current_path().string() + '\n';
 }
 
 // Asks for a restart through the session directory and writes a record of 64 bytes to
