@@ -289,7 +289,7 @@ private Q_SLOTS:
         for (int i = 0; i < 2; ++i) {
             QCOMPARE(Lookups::Getent::hostOfName("a").addresses, QByteArrayList());
         }
-        QCOMPARE(messages.texts(), text("<getent ahosts: no answer; no more names are looked up>"));
+        QCOMPARE(messages.texts(), list({"getent ahosts: no answer; no more names are looked up"}));
         QFile asked(text("/mnt/asked"));
         QVERIFY(asked.open(QIODevice::ReadOnly));
         QCOMPARE(asked.readAll(), QByteArray("\n"));

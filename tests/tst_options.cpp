@@ -1,50 +1,58 @@
-// Settings, and command lines: the walk over them, the options of back-end programs
-// and of the debugger helper.
-
 #include "common/compatibility_simple/network/localhost.h"
 #include "tests/support/settings.h"
 #include "tests/support/texts.h"
 #include "zorv-debugger/zorvdebuggeroptions.h"
 
-#include <QHostInfo>
+#include <QMap>
+#include <QSysInfo>
 #include <QTest>
 
 #include <unistd.h>
 
+using namespace Qt::StringLiterals;
+
+// Settings without a prefix; options that are not as they are without arguments.
+using Settings = QMap<QByteArray, QByteArray>;
+using State = QVariantMap;
+
 namespace {
 
-// Parses words with single blanks between them; what is said of them, or "ok".
-QString parsed(Options& options, const QString& words)
-{
-    const MessageCollector messages;
-    const bool ok = options.parse(text("program %1").arg(words).split(QLatin1Char(' ')));
-    return ok ? text("ok") + messages.texts() : messages.texts();
-}
+const QStringList program = {u"program"_s};
 
-// The names and values of what is not as without options.
-QString state(const BackendOptions& o)
+State stateOf(const BackendOptions& options)
 {
-    QVariantList values;
-    values << o.getMyName() << o.getLogFileName() << o.getClientLogFileName()
-           << o.getSharedDirectory() << o.frontendHostNamesAndAddresses() << o.sessionFileName()
-           << o.sessionCookie() << o.tarballFileName() << o.session() << o.port() << o.isDebug()
-           << o.isVerbose() << o.isRoot() << o.isProgress() << o.isNoSessionCookie()
-           << o.isWaitForTopologyFile();
-    if (const auto* h = dynamic_cast<const ZORVDebuggerOptions*>(&o)) {
-        values << h->attachPid() << h->count() << h->offset() << h->isExplicitTarget()
-               << h->isManualLaunch() << h->isMpirun() << h->isForked() << h->ensureOnePerHost();
+    State state = {
+        {u"yourname"_s, options.getMyName()},
+        {u"log"_s, options.getLogFileName()},
+        {u"clientlog"_s, options.getClientLogFileName()},
+        {u"shareddirectory"_s, options.getSharedDirectory()},
+        {u"replay"_s, options.getReplayFileName()},
+        {u"host"_s, options.frontendHostNamesAndAddresses()},
+        {u"sessionfile"_s, options.sessionFileName()},
+        {u"sessioncookie"_s, options.sessionCookie()},
+        {u"tarball"_s, options.tarballFileName()},
+        {u"session"_s, options.session()},
+        {u"port"_s, options.port()},
+        {u"debug"_s, options.isDebug()},
+        {u"verbose"_s, options.isVerbose()},
+        {u"root"_s, options.isRoot()},
+        {u"progress"_s, options.isProgress()},
+        {u"nosessioncookie"_s, options.isNoSessionCookie()},
+        {u"waitfortopologyfile"_s, options.isWaitForTopologyFile()},
+    };
+    if (const auto* helper = dynamic_cast<const ZORVDebuggerOptions*>(&options)) {
+        state[u"attach"_s] = helper->attachPid();
+        state[u"count"_s] = helper->count();
+        state[u"offset"_s] = helper->offset();
+        state[u"explicittarget"_s] = helper->isExplicitTarget();
+        state[u"manuallaunch"_s] = helper->isManualLaunch();
+        state[u"mpirun"_s] = helper->isMpirun();
+        state[u"forked"_s] = helper->isForked();
+        state[u"ensureoneperhost"_s] = helper->ensureOnePerHost();
     }
-    const QStringList names =
-        list("yourname log clientlog shareddirectory host sessionfile sessioncookie tarball "
-             "session port debug verbose root progress nosessioncookie waitfortopologyfile attach "
-             "count offset explicit manual mpirun forked oneperhost");
-    QStringList result;
-    for (int i = 0; i < values.size(); ++i) {
-        if (values.at(i) != QVariant(values.at(i).metaType())) {
-            result << names.at(i) << values.at(i).toString();
-        }
-    }
-    return result.join(QLatin1Char(' '));
+    state.removeIf(
+        [](State::iterator entry) { return entry.value() == QVariant(entry.value().metaType()); });
+    return state;
 }
 
 } // namespace
@@ -61,107 +69,193 @@ private Q_SLOTS:
                        "DEBUGGER_MULTIPLEXER_LOG", "DEBUGGER_MULTIPLEXER_CLIENT_LOG"});
     }
 
-    // The first variable that is set counts, also when it is empty.
-    void settings()
+    void sessionOptionsTravelInTheirFirstSpelling_data()
     {
-        const char* const none = nullptr;
-        // clang-format off
-        const struct { const char *zorv, *pelk, *talvora; bool on; } rows[] = {
-            {none, none, none, false}, {"", "no", "x", true}, {none, "no", "x", false},
-            {none, none, "Disabled", false}, {"OFF", none, none, false}, {"0", none, none, false},
-            {"00", none, none, true}, {"false", none, none, true}, {"\xc3\xa9", none, none, true},
-        };
-        // clang-format on
-        const auto path = [](const char* absent) { return envPath("TST", text(absent)); };
-        for (const auto& row : rows) {
-            setSetting("ZORV_TST", row.zorv);
-            setSetting("PELK_TST", row.pelk);
-            setSetting("TALVORA_TST", row.talvora);
-            const char* const first = row.zorv ? row.zorv : row.pelk ? row.pelk : row.talvora;
-            QCOMPARE(envString("TST"), QString::fromUtf8(first));
-            // The default is the caller's of the moment.
-            QCOMPARE(path("x"), first ? QString::fromUtf8(first) : text("x"));
-            QCOMPARE(path("y"), first ? QString::fromUtf8(first) : text("y"));
-            QCOMPARE(envFlag("TST"), row.on);
-            QCOMPARE(envIsSet("TST", false), first != nullptr);
-        }
+        QTest::addColumn<QStringList>("arguments");
+        QTest::newRow("first spelling")
+            << list({"--zorvshareddirectory", "f", "--zorvhost", "a,b", "--zorvsessionfile", "f",
+                     "--zorvsessioncookie", "c", "--zorvtarball", "f", "--zorvsession", "-7",
+                     "--zorvport", "42", "--zorvdebug", "--zorvverbose", "--zorvprogress",
+                     "--zorvnosessioncookie", "--zorvwaitfortopologyfile"});
+        QTest::newRow("others") << list({"-s", "f", "-host", "a,b", "--sessionfile", "f",
+                                         "-sessioncookie", "c", "--tarball", "f", "--session", "-7",
+                                         "-port", "042", "-d", "-v", "--progress",
+                                         "--zorvnosessioncookie", "--zorvwaitfortopologyfile"});
     }
 
-    // Options that concern the session travel on, in their first spelling.
-    void travel()
+    void sessionOptionsTravelInTheirFirstSpelling()
     {
-        const QString travelling =
-            text("--zorvshareddirectory f --zorvhost a,b --zorvsessionfile f --zorvsessioncookie c "
-                 "--zorvtarball f --zorvsession -7 --zorvport 42 --zorvdebug --zorvverbose "
-                 "--zorvprogress --zorvnosessioncookie --zorvwaitfortopologyfile");
-        const QString otherwise = text(
-            "-s f -host a,b --sessionfile f -sessioncookie c --tarball f --session -7 -port 042 "
-            "-d -v --progress --zorvnosessioncookie --zorvwaitfortopologyfile");
-        for (const QString& spelling : {travelling, otherwise}) {
-            BackendOptions options;
-            QCOMPARE(parsed(options, text("--log l -clientlog m -p p -r --yourname n ") + spelling),
-                     text("ok"));
-            QCOMPARE(options.backendArguments(false).join(QLatin1Char(' ')), travelling);
-            QCOMPARE(options.backendArguments(true),
-                     options.backendArguments(false) + list("--zorvyourname n"));
-            QCOMPARE(state(options.selectiveCopy()),
-                     text("shareddirectory f host a,b sessionfile f sessioncookie c tarball f "
-                          "session -7 port 42 debug true verbose true progress true "
-                          "nosessioncookie true waitfortopologyfile true"));
-        }
+        QFETCH(QStringList, arguments);
+        BackendOptions options;
+        QVERIFY(options.parse(program + arguments));
+        const QStringList travelling =
+            list({"--zorvshareddirectory", "f", "--zorvhost", "a,b", "--zorvsessionfile", "f",
+                  "--zorvsessioncookie", "c", "--zorvtarball", "f", "--zorvsession", "-7",
+                  "--zorvport", "42", "--zorvdebug", "--zorvverbose", "--zorvprogress",
+                  "--zorvnosessioncookie", "--zorvwaitfortopologyfile"});
+        QCOMPARE(options.backendArguments(true), travelling);
+        const State state = {
+            {u"shareddirectory"_s, u"f"_s},
+            {u"host"_s, u"a,b"_s},
+            {u"sessionfile"_s, u"f"_s},
+            {u"sessioncookie"_s, u"c"_s},
+            {u"tarball"_s, u"f"_s},
+            {u"session"_s, -7},
+            {u"port"_s, 42},
+            {u"debug"_s, true},
+            {u"verbose"_s, true},
+            {u"progress"_s, true},
+            {u"nosessioncookie"_s, true},
+            {u"waitfortopologyfile"_s, true},
+        };
+        QCOMPARE(stateOf(options), state);
+        QCOMPARE(stateOf(options.selectiveCopy()), state);
     }
 
-    // In file names, H is the host and P the process.
-    void commandLines()
+    void otherOptionsStay()
     {
-        // clang-format off
-        const struct { const char *settings, *words, *says, *state, *target; } rows[] = {
-            {"", "--zorvport 4242 -np 2 a.out", "ok", "port 4242", "-np 2 a.out"},
-            {"", "-np 2 a.out --zorvport 4242", "ok", "", "-np 2 a.out --zorvport 4242"},
-            {"", "--zorvport=1", "ok", "", "--zorvport=1"},
-            {"", "-- a.out", "ok", "", "-- a.out"},
-            {"", "--zorvdebug --zorvlog", "<option '--zorvlog' requires an argument>", "debug true", ""},
-            {"", "--zorvport 7 --zorvport 0x%1 -d", "<invalid --zorvport argument '0x%1'>", "", ""},
-            {"", "--zorvhost ", "<invalid --zorvhost argument ''>", "", ""},
-            {"", "--zorvattach 1 --zorvcount 3 --zorvoffset -4", "ok", "attach 1 count 3 offset -4", ""},
-            {"", "--zorvexplicittarget --zorvmpirun --zorvensureoneperhost", "ok",
-             "explicit true mpirun true oneperhost true", ""},
-            {"", "--zorvmanuallaunch -a 5 -- -h", "ok", "attach 5 explicit true manual true", "-h"},
-            {"MANUAL_LAUNCH=", "-host -- -attach 5 --", "ok", "host -- attach 5 manual true", ""},
-            {"MANUAL_LAUNCH=no DEBUG=0", "-d", "ok", "debug true verbose true", "-d"},
-            {"DEBUGGER_MULTIPLEXER_DEBUG=0", "--zorvroot", "ok", "debug true root true", ""},
-            {"LOGS=/", "--zorvlog elsewhere", "ok",
-             "log /zorv-debugger-multiplexer-H-P.log clientlog /zorv-debugger-multiplexer-client-H-P.log", ""},
-            {"LOGS=/none", "-np", "ok", "", "-np"},
-            {"LOGS=/ DEBUGGER_MULTIPLEXER_LOG=l.LOG DEBUGGER_MULTIPLEXER_CLIENT_LOG=c.log.log", "--zorvroot --zorvport x",
-             "<invalid --zorvport argument 'x'>", "log l.LOG-root-H-P.log clientlog c.log-root-H-P.log root true", ""},
-        };
-        // clang-format on
-        const QString process = text("-%1-%2.log").arg(QHostInfo::localHostName()).arg(getpid());
-        for (const auto& row : rows) {
-            init();
-            for (const QString& setting : list(row.settings)) {
-                const QStringList parts = setting.split(QLatin1Char('='));
-                qputenv("ZORV_" + parts.first().toLatin1(), parts.last().toLatin1());
-            }
-            ZORVDebuggerOptions options;
-            QCOMPARE(parsed(options, text(row.words)), text(row.says));
-            QCOMPARE(state(options), text(row.state).replace(text("-H-P.log"), process));
-            QCOMPARE(options.targetArguments(), list(row.target));
+        BackendOptions options;
+        QVERIFY(options.parse(
+            program + list({"--log", "l", "-clientlog", "m", "-p", "p", "-r", "--yourname", "n"})));
+        const State state = {{u"log"_s, u"l"_s},
+                             {u"clientlog"_s, u"m"_s},
+                             {u"replay"_s, u"p"_s},
+                             {u"root"_s, true},
+                             {u"yourname"_s, u"n"_s}};
+        QCOMPARE(stateOf(options), state);
+        QCOMPARE(stateOf(options.selectiveCopy()), State());
+        QCOMPARE(options.backendArguments(false), QStringList());
+        QCOMPARE(options.backendArguments(true), list({"--zorvyourname", "n"}));
+    }
+
+    void commandLineIsAccepted_data()
+    {
+        QTest::addColumn<Settings>("settings");
+        QTest::addColumn<QStringList>("arguments");
+        QTest::addColumn<State>("state");
+        QTest::addColumn<QStringList>("target");
+        const Settings none;
+        QTest::newRow("options, then the target")
+            << none << list({"--zorvport", "4242", "-np", "2", "a.out"}) << State{{u"port"_s, 4242}}
+            << list({"-np", "2", "a.out"});
+        QTest::newRow("no options in the target")
+            << none << list({"-np", "a.out", "--zorvport", "1"}) << State()
+            << list({"-np", "a.out", "--zorvport", "1"});
+        QTest::newRow("joined value is no option")
+            << none << list({"--zorvport=1"}) << State() << list({"--zorvport=1"});
+        QTest::newRow("help words are no options")
+            << none << list({"-h"}) << State() << list({"-h"});
+        QTest::newRow("two dashes are no option")
+            << none << list({"--", "a.out"}) << State() << list({"--", "a.out"});
+        QTest::newRow("numbers") << none
+                                 << list({"--zorvattach", "1", "--zorvcount", "3", "--zorvoffset",
+                                          "-4"})
+                                 << State{{u"attach"_s, 1}, {u"count"_s, 3}, {u"offset"_s, -4}}
+                                 << QStringList();
+        QTest::newRow("flags") << none
+                               << list({"--zorvexplicittarget", "--zorvmpirun",
+                                        "--zorvensureoneperhost"})
+                               << State{{u"explicittarget"_s, true},
+                                        {u"mpirun"_s, true},
+                                        {u"ensureoneperhost"_s, true}}
+                               << QStringList();
+        QTest::newRow("forked has a target")
+            << none << list({"--zorvforked"})
+            << State{{u"forked"_s, true}, {u"explicittarget"_s, true}} << QStringList();
+        QTest::newRow("replay") << none << list({"--zorvreplay", "r"})
+                                << State{{u"replay"_s, u"r"_s}} << QStringList();
+        QTest::newRow("manual launch from here on")
+            << none << list({"--zorvmanuallaunch", "-a", "5", "--", "-h"})
+            << State{{u"attach"_s, 5}, {u"explicittarget"_s, true}, {u"manuallaunch"_s, true}}
+            << list({"-h"});
+        QTest::newRow("manual launch by a setting")
+            << Settings{{"MANUAL_LAUNCH", ""}} << list({"-host", "--", "-attach", "5", "--"})
+            << State{{u"host"_s, u"--"_s}, {u"attach"_s, 5}, {u"manuallaunch"_s, true}}
+            << QStringList();
+        QTest::newRow("DEBUG stands for both settings that are not set")
+            << Settings{{"MANUAL_LAUNCH", "no"}, {"DEBUG", "0"}} << list({"-d"})
+            << State{{u"debug"_s, true}, {u"verbose"_s, true}} << list({"-d"});
+        QTest::newRow("debug by its own setting")
+            << Settings{{"DEBUGGER_MULTIPLEXER_DEBUG", "0"}} << QStringList()
+            << State{{u"debug"_s, true}} << QStringList();
+        QTest::newRow("log files are not in a missing directory")
+            << Settings{{"LOGS", "/none"}} << list({"--zorvlog", "elsewhere"}) << State()
+            << QStringList();
+    }
+
+    void commandLineIsAccepted()
+    {
+        QFETCH(Settings, settings);
+        QFETCH(QStringList, arguments);
+        for (auto setting = settings.cbegin(); setting != settings.cend(); ++setting) {
+            qputenv("ZORV_" + setting.key(), setting.value());
         }
-        BackendOptions noTarget;
-        QCOMPARE(parsed(noTarget, text("-d -- %1 x")), text("<unrecognised argument '%1'>"));
+        ZORVDebuggerOptions options;
+        QVERIFY(options.parse(program + arguments));
+        QTEST(stateOf(options), "state");
+        QTEST(options.targetArguments(), "target");
+    }
+
+    // Whatever the options.
+    void logFilesHaveTheNamesOfHostAndProcess()
+    {
+        const QString process =
+            u"-%1-%2.log"_s.arg(QSysInfo::machineHostName(), QString::number(getpid()));
+        setSetting("ZORV_LOGS", "/");
+        ZORVDebuggerOptions options;
+        QVERIFY(options.parse(program + list({"--zorvlog", "elsewhere"})));
+        QCOMPARE(options.getLogFileName(), u"/zorv-debugger-multiplexer"_s + process);
+        QCOMPARE(options.getClientLogFileName(), u"/zorv-debugger-multiplexer-client"_s + process);
+        setSetting("ZORV_DEBUGGER_MULTIPLEXER_LOG", "l.LOG");
+        setSetting("ZORV_DEBUGGER_MULTIPLEXER_CLIENT_LOG", "c.log.log");
+        const MessageCollector messages;
+        QVERIFY(!options.parse(program + list({"--zorvroot", "--zorvport", "x"})));
+        QCOMPARE(options.getLogFileName(), u"l.LOG-root"_s + process);
+        QCOMPARE(options.getClientLogFileName(), u"c.log-root"_s + process);
+    }
+
+    void commandLineIsRejected_data()
+    {
+        QTest::addColumn<QStringList>("arguments");
+        QTest::addColumn<QString>("message");
+        QTest::newRow("no value") << list({"--zorvdebug", "--zorvlog"})
+                                  << u"option '--zorvlog' requires an argument"_s;
+        QTest::newRow("no number")
+            << list({"--zorvport", "0x%1", "-d"}) << u"invalid --zorvport argument '0x%1'"_s;
+        QTest::newRow("no number of the helper's")
+            << list({"--zorvattach", ""}) << u"invalid --zorvattach argument ''"_s;
+        QTest::newRow("empty") << list({"--zorvhost", ""}) << u"invalid --zorvhost argument ''"_s;
+    }
+
+    void commandLineIsRejected()
+    {
+        QFETCH(QStringList, arguments);
+        QFETCH(QString, message);
+        const MessageCollector messages;
+        ZORVDebuggerOptions options;
+        QVERIFY(!options.parse(program + arguments));
+        QCOMPARE(messages.texts(), QStringList(message));
+        QCOMPARE(options.port(), 0);
+        QCOMPARE(options.targetArguments(), QStringList());
+    }
+
+    void argumentsThatAreNoOptionsAreRejectedWithoutATarget()
+    {
+        const MessageCollector messages;
+        BackendOptions options;
+        QVERIFY(!options.parse(program + list({"-d", "--", "%1", "x"})));
+        QCOMPARE(messages.texts(), list({"unrecognised argument '%1'"}));
         QVERIFY(Options().parse({}));
     }
 
-    void names()
+    void givenNamesComeFirst()
     {
         const QStringList local = localHostNamesAndAddresses();
         BackendOptions options;
-        const QString words = text("--yourname %1 --yourname b --yourname a").arg(local.last());
-        QCOMPARE(parsed(options, words), text("ok"));
+        QVERIFY(options.parse(program + list({"--yourname"}) + QStringList(local.last()) +
+                              list({"--yourname", "b", "--yourname", "a"})));
         QCOMPARE(options.myNamesAndAddresses(),
-                 list("a b") + QStringList(local.last()) + local.mid(0, local.size() - 1));
+                 list({"a", "b"}) + QStringList(local.last()) + local.mid(0, local.size() - 1));
     }
 };
 

@@ -1,28 +1,20 @@
-// Short forms for texts in tests; the texts of lists, of files and of messages.
-
 #pragma once
 
 #include <QFile>
 #include <QStringList>
 
-inline QString text(const char* latin1)
+#include <initializer_list>
+
+inline QString text(const char* utf8)
 {
-    return QString::fromLatin1(latin1);
+    return QString::fromUtf8(utf8);
 }
 
-/// The words of a text.
-inline QStringList list(const char* words)
+inline QStringList list(std::initializer_list<const char*> entries)
 {
-    return text(words).split(QLatin1Char(' '), Qt::SkipEmptyParts);
-}
-
-/// Each text of a list in angle brackets; one that is null shows as "null".
-inline QString bracketed(const QStringList& texts)
-{
-    QString result;
-    for (const QString& text : texts) {
-        result +=
-            text.isNull() ? QStringLiteral("null") : QLatin1Char('<') + text + QLatin1Char('>');
+    QStringList result;
+    for (const char* entry : entries) {
+        result += text(entry);
     }
     return result;
 }
@@ -46,7 +38,7 @@ public:
             [](QtMsgType, const QMessageLogContext&, const QString& text) { sTexts += text; });
     }
     ~MessageCollector() { qInstallMessageHandler(mPrevious); }
-    QString texts() const { return bracketed(sTexts); }
+    QStringList texts() const { return sTexts; }
 
 private:
     static inline QStringList sTexts;

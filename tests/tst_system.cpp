@@ -1,0 +1,281 @@
+#include "common/compatibility_simple/system/pathexpansion.h"
+#include "common/compatibility_simple/system/systemidentity.h"
+#include "common/compatibility_simple/system/versionstrings.h"
+#include "tests/support/namespace.h"
+#include "tests/support/settings.h"
+#include "tests/support/texts.h"
+#include "version/hgid.h"
+
+#include <QTest>
+
+#include <pwd.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+using namespace Qt::StringLiterals;
+
+using Environment = std::vector<const char*>;
+Q_DECLARE_METATYPE(Environment)
+
+namespace {
+
+// In the place of the machine's files: in /etc nothing but the loader's cache and the users,
+// in /usr/bin links to the programs. Directories of the machine are in neither.
+const char ownFiles[] = R"(set -e
+    mount -t tmpfs none /mnt
+    mkdir -p /mnt/machine /mnt/etc/opt /mnt/usr/bin
+    mount --rbind / /mnt/machine
+    [ ! -e /etc/ld.so.cache ] || cp /etc/ld.so.cache /mnt/etc
+    cp /etc/passwd /mnt/etc
+    find /mnt/machine/usr/bin -mindepth 1 -maxdepth 1 ! -xtype d ! -name lsb_release \
+        -exec ln -s -t /mnt/usr/bin {} +
+    mount --bind /mnt/usr/bin /usr/bin
+    mount --bind /mnt/etc /etc)";
+
+// Entries need not hold an equals sign; without entries there is no environment at all.
+QString expandedIn(Environment environment, const QString& path)
+{
+    char** const previous = environ;
+    environment.push_back(nullptr);
+    environ = environment.front() ? const_cast<char**>(environment.data()) : nullptr;
+    QString expanded = expandVars(path);
+    environ = previous;
+    return expanded;
+}
+
+// Runs the function, which may fail the test, in a process of its own.
+template <typename Function> void inOwnProcess(const Function& function)
+{
+    const pid_t child = fork();
+    if (child == 0) {
+        function();
+        _exit(QTest::currentTestFailed() ? 1 : 0);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    QVERIFY(WIFEXITED(status));
+    QCOMPARE(WEXITSTATUS(status), 0);
+}
+
+bool haveNamespace = false;
+
+} // namespace
+
+class SystemTest : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init()
+    {
+        clearSettings({"FAKE_BLUEGENE", "FORCE_BGQ_SUPPORT", "BG_NODE_TYPE", "BGQDRV", "VERSION",
+                       "RELEASE_VERSION"});
+    }
+
+    void expandsPaths_data()
+    {
+        QTest::addColumn<Environment>("environment");
+        QTest::addColumn<QString>("path");
+        QTest::addColumn<QString>("expanded");
+        const auto row = [](const char* name, const Environment& environment, const char* path,
+                            const QByteArray& expanded) {
+            QTest::newRow(name) << environment << text(path) << QString::fromUtf8(expanded);
+        };
+        row("tilde and variable", {"HOME=/home"}, "~/$HOME", "/home//home");
+        row("tilde and name, up to a blank", {}, "~root x/y",
+            getpwnam("root")->pw_dir + QByteArray(" x/y"));
+        row("unknown user", {}, "~nobody-here/x", "~nobody-here/x");
+        row("tilde inside", {}, "a~b", "a~b");
+        row("white space around", {}, " \ta b \n", "a b");
+        row("no environment", {}, "$HOME", "$HOME");
+        row("with braces, or up to the end of a word", {"H=/h"}, "${H}/x ${H $H$H $HX ${HX} $NONE",
+            "/h/x ${H /h/h $HX ${HX} $NONE");
+        row("letters of every script are in words", {"H=/h"},
+            "$H\xc3\xa9 $H\xf0\x9d\x94\xb8 $H\xe2\x82\xac",
+            "$H\xc3\xa9 $H\xf0\x9d\x94\xb8 /h\xe2\x82\xac");
+        row("value that looks like a replacement", {"H=\\1=\\\\$&\xc3\xa9"}, "$H",
+            "\\1=\\\\$&\xc3\xa9");
+        row("value that refers to a later variable", {"A=$B", "B=b"}, "$A", "b");
+        row("value that refers to an earlier variable", {"B=b", "A=$B"}, "$A", "$B");
+        row("entry without an equals sign", {"A", "B=b"}, "$A $B", "$A b");
+        row("name that is no valid pattern", {"A(=x", "B=b"}, "$A( $B", "$A( b");
+        row("name that is a pattern", {"A.C=\\1"}, "$ABC ${AxC} $ABC\xc3\xa9",
+            "\\1 \\1 $ABC\xc3\xa9");
+        row("name that is a pattern of nothing", {"*=x"}, "$a", "xxax");
+    }
+
+    void expandsPaths()
+    {
+        QFETCH(Environment, environment);
+        QFETCH(QString, path);
+        QTEST(expandedIn(environment, path), "expanded");
+    }
+
+    void expansionEndsAtTheLongestText_data()
+    {
+        QTest::addColumn<QByteArray>("entry");
+        QTest::newRow("by name") << QByteArray("A=$A/$A/");
+        QTest::newRow("by pattern") << QByteArray("A.?=$A/$A/");
+    }
+
+    void expansionEndsAtTheLongestText()
+    {
+        QFETCH(QByteArray, entry);
+        // The lengths are 3, 7, 15 and so on; the limit is 16777216.
+        QCOMPARE(expandedIn(Environment(100, entry.constData()), u"$A/"_s).size(), 16777215);
+    }
+
+    void knowsWhatMayNeedExpansion()
+    {
+        for (const char* path : {"100%", "a$b", "~x"}) {
+            QVERIFY2(containsEnvVarOrTilde(text(path)), path);
+        }
+        QVERIFY(!containsEnvVarOrTilde(u"a~b"_s));
+    }
+
+    void compatibilityKey_data()
+    {
+        QTest::addColumn<QString>("version");
+        QTest::addColumn<QString>("key");
+        QTest::newRow("third number is dropped") << u"4.2.1"_s << u"4.2$7"_s;
+        QTest::newRow("third number 0 stays") << u"4.2.0"_s << u"4.2.0$7"_s;
+        QTest::newRow("two numbers stay") << u"4.2"_s << u"4.2$7"_s;
+        QTest::newRow("word stays") << u"4.2.x"_s << u"4.2.x$7"_s;
+        QTest::newRow("date stamp is dropped first") << u"4.2.1.20190"_s << u"4.2$7"_s;
+        QTest::newRow("four digits are no date stamp") << u"4.2.1.2019"_s << u"4.2.1.2019$7"_s;
+        QTest::newRow("preview is marked") << u"4.2.1-rc1-preview12-x"_s << u"4.2preview12$7"_s;
+        QTest::newRow("preview without a number") << u"4.2.1-preview"_s << u"4.2$7"_s;
+        QTest::newRow("nothing") << u""_s << u"$7"_s;
+    }
+
+    void compatibilityKey()
+    {
+        QFETCH(QString, version);
+        QTEST(sc_versionForCompatibility_private(version, 7), "key");
+    }
+
+    void settingsReplaceTheVersions()
+    {
+        QCOMPARE(sc_version(), text(ZORV_VERSION));
+        QCOMPARE(sc_releaseVersion(), text(ZORV_RELEASE_VERSION));
+        setSetting("ZORV_VERSION", "5.0.2");
+        QCOMPARE(sc_releaseVersion(), u"5.0.2"_s);
+        QCOMPARE(sc_versionForCompatibility(7), u"5.0$7"_s);
+        setSetting("ZORV_RELEASE_VERSION", "");
+        QCOMPARE(sc_version(), u"5.0.2"_s);
+        QCOMPARE(sc_releaseVersion(), u""_s);
+    }
+
+    void byteOrderOfArchitectures()
+    {
+        QCOMPARE(endiannessFromArch(u"ppc"_s), ENDIAN_BIG);
+        QCOMPARE(endiannessFromArch(u"ppc64"_s), ENDIAN_BIG);
+        QCOMPARE(endiannessFromArch(u"ppc64le"_s), ENDIAN_LITTLE);
+        QCOMPARE(endiannessFromArch(sc_arch()), sc_localEndianness());
+    }
+
+    void describesTheSystem_data()
+    {
+        QTest::addColumn<QString>("fileName");
+        QTest::addColumn<QByteArray>("content");
+        QTest::addColumn<QString>("description");
+        const QString kernel = u"Linux "_s + QSysInfo::kernelVersion();
+        QTest::newRow("lsb_release before files")
+            << u"/usr/bin/lsb_release"_s
+            << QByteArray("#!/bin/sh\ntest $* = -d && echo 'Description:\t CentOS 7 \nx'\n")
+            << u"CentOS 7"_s;
+        QTest::newRow("lsb_release without a description")
+            << u"/usr/bin/lsb_release"_s << QByteArray("#!/bin/sh\necho none\n")
+            << u"Debian GNU/Linux 8"_s;
+        QTest::newRow("first line that is not empty")
+            << u"/etc/centos-release"_s << QByteArray("\n  CentOS 6.5 (Final) \nx 1")
+            << u"CentOS 6.5 (Final)"_s;
+        QTest::newRow("version alone") << u"/etc/none"_s << QByteArray() << u"Debian GNU/Linux 8"_s;
+        QTest::newRow("no version")
+            << u"/etc/redhat-release"_s << QByteArray("buster/sid") << kernel;
+        QTest::newRow("empty file") << u"/etc/redhat-release"_s << QByteArray() << kernel;
+    }
+
+    // Debian's file is there, and the last one that is looked for. The answer is given
+    // once in a process.
+    void describesTheSystem()
+    {
+        if (!haveNamespace) {
+            QSKIP("No namespaces here");
+        }
+        QFETCH(QString, fileName);
+        QFETCH(QByteArray, content);
+        QFETCH(QString, description);
+        QVERIFY(writeFile(u"/etc/debian_version"_s, "8\n"));
+        QVERIFY(writeFile(fileName, content));
+        QFile file(fileName);
+        QVERIFY(file.setPermissions(QFileDevice::ReadOwner | QFileDevice::ExeOwner));
+        inOwnProcess([&] { QCOMPARE(sc_uname(), description); });
+        QVERIFY(file.remove());
+    }
+
+    void tellsABlueGene_data()
+    {
+        QTest::addColumn<QByteArray>("variable");
+        QTest::addColumn<QByteArray>("value");
+        QTest::addColumn<bool>("fake");
+        QTest::addColumn<bool>("node");
+        QTest::addColumn<bool>("system");
+        QTest::newRow("no") << QByteArray("NONE") << QByteArray() << false << false << false;
+        QTest::newRow("pretended")
+            << QByteArray("ZORV_FAKE_BLUEGENE") << QByteArray("q") << true << true << true;
+        QTest::newRow("pretended by the long name")
+            << QByteArray("ZORV_FAKE_BLUEGENE") << QByteArray("bgq") << true << true << true;
+        QTest::newRow("switch alone")
+            << QByteArray("ZORV_FAKE_BLUEGENE") << QByteArray("1") << true << false << false;
+        QTest::newRow("node type")
+            << QByteArray("BG_NODE_TYPE") << QByteArray("") << false << true << true;
+        QTest::newRow("node type off")
+            << QByteArray("BG_NODE_TYPE") << QByteArray("no") << false << false << false;
+        QTest::newRow("drivers") << QByteArray("BGQDRV") << QByteArray("") << false << false
+                                 << true;
+        QTest::newRow("forced") << QByteArray("PELK_FORCE_BGQ_SUPPORT") << QByteArray("1") << false
+                                << false << true;
+    }
+
+    void tellsABlueGene()
+    {
+        QFETCH(QByteArray, variable);
+        QFETCH(QByteArray, value);
+        inOwnProcess([&] {
+            setSetting(variable.constData(), value);
+            QTEST(sc_isFakeBluegene(), "fake");
+            QTEST(sc_isBluegeneQNode(), "node");
+            QTEST(sc_isBluegeneNode(), "node");
+            QTEST(sc_isBluegeneQ(), "system");
+            QTEST(sc_isBluegene(), "system");
+            sc_setHasBluegeneNodes(true);
+            QTEST(sc_isBluegeneQ(), "system");
+            QVERIFY(sc_isBluegene());
+        });
+    }
+
+    void tellsACray()
+    {
+        if (!haveNamespace) {
+            QSKIP("No namespaces here");
+        }
+        QVERIFY(!sc_isCray());
+        QVERIFY(writeFile(u"/etc/opt/cray"_s, ""));
+        QVERIFY(sc_isCray());
+    }
+};
+
+int main(int argc, char** argv)
+{
+    haveNamespace = Namespace::enter();
+    if (haveNamespace) {
+        Namespace::run(text(ownFiles));
+    }
+    SystemTest test;
+    const int status = QTest::qExec(&test, argc, argv);
+    return status == 0 && !haveNamespace ? Namespace::Skipped : status;
+}
+
+#include "tst_system.moc"
