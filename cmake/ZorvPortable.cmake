@@ -28,6 +28,12 @@ find_program(ZORV_LLD ld.lld)
 if(NOT ZORV_LLD)
     message(FATAL_ERROR "The portable build is linked by lld, which is not here.")
 endif()
+if(CMAKE_CROSSCOMPILING)
+    # A cross compiler looks in PATH for a linker with its own prefix only.
+    file(REAL_PATH "${ZORV_LLD}" linker)
+    cmake_path(GET linker PARENT_PATH folder)
+    add_link_options("-B${folder}")
+endif()
 option(ZORV_KEEP_SYMBOLS "Keep the symbols in the portable programs" OFF)
 add_compile_options(-ffunction-sections -fdata-sections)
 # Not -static-libstdc++ as well: with it, g++ ends the list of libraries with

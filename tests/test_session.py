@@ -4,16 +4,19 @@ import os
 from dataclasses import dataclass
 from pathlib import Path
 from signal import (SIGABRT, SIGBUS, SIGFPE, SIGHUP, SIGILL, SIGINT, SIGKILL, SIGQUIT, SIGSEGV,
-                    SIGSTKFLT, SIGSYS, SIGTERM, SIGTRAP)
+                    SIGSYS, SIGTERM, SIGTRAP)
 
 import pytest
 
 from support.processes import Ended, Fifo, Process, children, wait_until, without_call
 
+# Python has no name for it before 3.11.
+SIGSTKFLT = 16
+
 every_signal = pytest.mark.parametrize(
     "number", [SIGABRT, SIGBUS, SIGFPE, SIGHUP, SIGILL, SIGINT, SIGQUIT, SIGSEGV, SIGSTKFLT, SIGSYS,
                SIGTERM, SIGTRAP],
-    ids=lambda number: number.name)
+    ids=lambda number: getattr(number, "name", "SIGSTKFLT"))
 
 
 def wait_for_no_helper(launcher: Process):
