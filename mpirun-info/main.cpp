@@ -1,122 +1,215 @@
-// Prints what the launcher sees on this host, without starting anything.
+// Reports what the launcher sees on this host, and what is wrong with that.
 
-#include "mpirun-info/facts.h"
+#include "mpirun-info/bundle.h"
+#include "mpirun-info/probe.h"
 #include "mpirun-info/report.h"
-#include "mpirun-info/session.h"
-#include "mpirun-info/settings.h"
-#include "mpirun/launchcontext.h"
+#include "mpirun-info/request.h"
+#include "mpirun-info/sections.h"
+#include "mpirun-info/watch.h"
 
 #include "branding/filenames.h"
+#include "common/compatibility_simple/files/descriptor.h"
 #include "common/logger.h"
 #include "version/hgid.h"
-#include "zorv-debugger/zorvdebuggeroptions.h"
 
 #include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
 #include <QStandardPaths>
 
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
 #include <cstdio>
+#include <fcntl.h>
+#include <memory>
+#include <sys/resource.h>
+#include <vector>
 
 namespace {
 
-enum ExitStatus { Fine = 0, LaunchWouldFail = 1, Trouble = 2 };
+enum ExitStatus { NothingFound = 0, LaunchWouldFail = 1, CouldNotLook = 2 };
+
+constexpr rlim_t comfortableStack = 8 * 1024 * 1024;
 
 const char* const help =
     "Usage: zorv-mpirun-info [OPTION]... [zorv-mpirun] [ARGUMENT]...\n"
-    "Prints what zorv-mpirun sees on this host and which session it would find with\n"
-    "these arguments, and what is wrong with that. Starts nothing and changes nothing.\n"
-    "The installation is the one that zorv-mpirun-info itself is in.\n"
+    "Tells what zorv-mpirun finds on this host and which session it belongs to with\n"
+    "these arguments, and what is wrong with that. Starts no helper and leaves nothing\n"
+    "behind. The installation is the one that zorv-mpirun-info itself is in.\n"
     "\n"
-    "  --json        print JSON, for scripts\n"
-    "  --host NAMES  also look up a host, names and addresses with commas between\n"
-    "                them, and print its addresses, those to try first before others\n"
-    "  --help        print this help\n"
-    "  --version     print the version\n"
+    "  --json         print JSON, for scripts\n"
+    "  --bundle FILE  also write an archive for a ticket, see tar(1)\n"
+    "  --watch        show the restart files and the helper as they change\n"
+    "  --codes        list all findings\n"
+    "  --host NAMES   also look up a host, names and addresses with commas between\n"
+    "                 them, and print its addresses, those to try first before others\n"
+    "  --help         print this help\n"
+    "  --version      print the version\n"
     "\n"
     "These options come first. All that follows is taken as a command line of\n"
     "zorv-mpirun; the word zorv-mpirun in front of it is needed only when it begins with\n"
-    "one of the options above, as --host may in manual-launch mode. A command line with\n"
-    "which zorv-mpirun would print its help prints it here.\n"
+    "one of the options above, as --host may in manual-launch mode.\n"
     "\n"
     "The session cookie is never printed.\n"
     "\n"
-    "Exit status: 0, 1 when zorv-mpirun would fail, 2 for a mistake in the options above.\n";
+    "Exit status: 0 when nothing was found that makes a launch fail, 1 when a launch\n"
+    "would fail, 2 when that could not be found out.\n";
 
-struct Request
+struct Section
 {
-    bool json = false;
-    bool help = false;
-    bool version = false;
-    QString host;
-    // As the launcher would be given it, its name first.
-    QStringList commandLine = {FileName::zorvMpirun};
+    const char* name;
+    void (*describe)(Report* report, const Request& request);
+};
+// In the order of the report, but for those that main() adds in front.
+constexpr Section sections[] = {
+    {"process", describeProcess},
+    {"system", describeSystem},
+    {"libraries", describeLibraries},
+    {"container", describeContainer},
+    {"batch", describeBatch},
+    {"mpi", describeMpi},
+    {"installation", describeInstallation},
+    {"directories", describeDirectories},
+    {"host", describeHost},
+    {"log", describeLog},
+    {"settings", describeSettings},
+    {"commandLine", describeCommandLine},
+    {"session", describeSession},
 };
 
-// Whether a word names the launcher: by its own name, or by another one that leads to
-// the launcher beside this program.
-bool namesLauncher(const QString& word)
+bool isLauncherBeside(const QString& program)
 {
-    const QString program =
-        word.contains(QLatin1Char('/')) ? word : QStandardPaths::findExecutable(word);
     const QString found = QFileInfo(program).canonicalFilePath();
     const QDir here(QCoreApplication::applicationDirPath());
-    return QFileInfo(word).fileName() == FileName::zorvMpirun ||
-           (!found.isEmpty() &&
-            found == QFileInfo(here.filePath(FileName::zorvMpirun)).canonicalFilePath());
+    return !found.isEmpty() &&
+           found == QFileInfo(here.filePath(FileName::zorvMpirun)).canonicalFilePath();
 }
 
-// False when an option lacks its value.
-bool takeRequest(const QStringList& arguments, Request* request)
+// Whether a word names the launcher: by its own name, or by another one that leads to the
+// launcher beside this program.
+bool namesLauncher(const QString& word)
+{
+    if (word.isEmpty() || word.startsWith(QLatin1Char('-'))) {
+        return false;
+    }
+    if (QFileInfo(word).fileName() == FileName::zorvMpirun) {
+        return true;
+    }
+    Probe probe([&]() -> QJsonValue {
+        return isLauncherBeside(
+            word.contains(QLatin1Char('/')) ? word : QStandardPaths::findExecutable(word));
+    });
+    return probe.wait() == Probe::Outcome::Answered && probe.answer().toBool();
+}
+
+// Takes the option at `i`, with its value. False for what is none.
+bool takeOption(const QStringList& arguments, qsizetype* i, Request* request)
+{
+    struct Switch
+    {
+        const char* name;
+        bool Request::*member;
+    };
+    struct Value
+    {
+        const char* name;
+        QString Request::*member;
+    };
+    for (const Switch& option :
+         {Switch{"--json", &Request::json}, Switch{"--help", &Request::help},
+          Switch{"--version", &Request::version}, Switch{"--codes", &Request::codes},
+          Switch{"--watch", &Request::watch}}) {
+        if (arguments.at(*i) == QLatin1String(option.name)) {
+            request->*option.member = true;
+            return true;
+        }
+    }
+    for (const Value& option :
+         {Value{"--host", &Request::host}, Value{"--bundle", &Request::bundle}}) {
+        if (arguments.at(*i) == QLatin1String(option.name)) {
+            ++*i;
+            request->*option.member = arguments.value(*i);
+            return true;
+        }
+    }
+    return false;
+}
+
+// False, with a message, when an option lacks its value.
+bool takeRequest(const QStringList& arguments, const std::vector<char*>& words, Request* request)
 {
     qsizetype i = 1;
-    for (; i < arguments.size(); ++i) {
-        const QString& argument = arguments.at(i);
-        if (argument == QLatin1String("--json")) {
-            request->json = true;
-        } else if (argument == QLatin1String("--help")) {
-            request->help = true;
-        } else if (argument == QLatin1String("--version")) {
-            request->version = true;
-        } else if (argument != QLatin1String("--host")) {
-            break;
-        } else if (++i == arguments.size()) {
-            return false;
-        } else {
-            request->host = arguments.at(i);
-        }
+    while (i < arguments.size() && takeOption(arguments, &i, request)) {
+        ++i;
+    }
+    if (i > arguments.size()) {
+        qWarning("option '%s' requires an argument", qPrintable(arguments.last()));
+        return false;
     }
     if (i < arguments.size() && namesLauncher(arguments.at(i))) {
         ++i;
     }
-    request->commandLine += arguments.mid(i);
+    request->commandLine = QStringList(FileName::zorvMpirun) + arguments.mid(i);
+    request->arguments.assign(words.begin() + i, words.end());
     return true;
 }
 
-// The launcher's own messages are findings here. The report says in its own way
-// what they say of the installation.
-QStringList g_messages;
-
-void keepMessage(QtMsgType, const QMessageLogContext&, const QString& text)
+// What the report itself needs, whatever the user's limits are: from here on, they are in
+// Request::start only.
+void raiseLimit(__rlimit_resource resource, rlim_t soft)
 {
-    g_messages += text;
+    rlimit limit;
+    if (getrlimit(resource, &limit) == 0 && limit.rlim_cur < soft) {
+        limit.rlim_cur = std::min(limit.rlim_max, soft);
+        setrlimit(resource, &limit);
+    }
+}
+
+// All sections at once, each in a process of its own: the report takes no longer than the
+// slowest of them.
+void addSections(Report* report, const Request& request)
+{
+    std::vector<std::unique_ptr<Probe>> probes;
+    for (const Section& section : sections) {
+        const auto describe = section.describe;
+        probes.push_back(std::make_unique<Probe>(
+            [describe, &request] {
+                Report part;
+                describe(&part, request);
+                return part.packed();
+            },
+            sectionLimitMs));
+    }
+    for (std::size_t i = 0; i < probes.size(); ++i) {
+        const Probe::Outcome outcome = probes[i]->wait();
+        if (outcome == Probe::Outcome::Answered) {
+            report->addPacked(probes[i]->answer());
+        } else if (outcome == Probe::Outcome::NoAnswer) {
+            report->find(Finding::NotLookedAt, QStringLiteral("%1: no answer within %2 s")
+                                                   .arg(QLatin1String(sections[i].name))
+                                                   .arg(sectionLimitMs / 1000));
+        } else if (outcome == Probe::Outcome::Killed) {
+            report->find(Finding::NotLookedAt, QStringLiteral("%1: ended by signal %2")
+                                                   .arg(QLatin1String(sections[i].name))
+                                                   .arg(probes[i]->answer().toInt()));
+        }
+        // A command line that asks for help ends what parses it: its section says so.
+    }
 }
 
 Report makeReport(const Request& request)
 {
     Report report;
-    describeVersion(&report);
-    describeInstallation(&report, chooseInstallationLayout());
-    describeHost(&report);
-    describeRoutability(&report, request.host);
-    describeSystem(&report);
-    describeSettings(&report);
-    g_messages.clear();
-    ZORVDebuggerOptions options;
-    const bool accepted = options.parse(request.commandLine);
-    describeCommandLine(&report, options, request.commandLine, accepted,
-                        g_messages.join(QStringLiteral("; ")));
-    describeSession(&report, options);
+    describeVersion(&report, request);
+    describeStart(&report, request);
+    raiseLimit(RLIMIT_NOFILE, RLIM_INFINITY);
+    if (Descriptor(open("/", O_PATH | O_CLOEXEC)).isOpen()) {
+        addSections(&report, request);
+    } else {
+        report.find(Finding::NotLookedAt,
+                    QStringLiteral("the rest: %1").arg(qt_error_string(errno)));
+    }
     return report;
 }
 
@@ -129,32 +222,56 @@ bool print(const QByteArray& text)
     return true;
 }
 
+int printed(const QByteArray& text)
+{
+    return print(text) ? NothingFound : CouldNotLook;
+}
+
+int reported(const Request& request)
+{
+    const Report report = makeReport(request);
+    if ((!request.bundle.isNull() && !writeBundle(request.bundle, report, request)) ||
+        !print(request.json ? report.toJson() : report.toText())) {
+        return CouldNotLook;
+    }
+    if (report.has(Severity::Error)) {
+        return LaunchWouldFail;
+    }
+    return report.has(Severity::Unknown) ? CouldNotLook : NothingFound;
+}
+
 } // namespace
 
 int main(int argc, char** argv)
 {
-    // Qt's rules for messages are a user's for other programs.
-    Logger::installPlainMsgHandler();
-    // As the launcher has them: QCoreApplication takes some out of its list.
-    const QStringList arguments = LaunchContext(argc, argv).arguments();
-    QCoreApplication app(argc, argv);
+    // 1. What this program was started with, before anything changes it.
     Request request;
-    if (!takeRequest(arguments, &request)) {
-        qWarning("option '--host' requires an argument");
-        return Trouble;
+    request.start = Start::ofThisProcess();
+    raiseLimit(RLIMIT_STACK, comfortableStack);
+    signal(SIGCHLD, SIG_DFL);
+
+    // 2. The application; Qt's rules for messages are a user's for other programs.
+    Logger::installPlainMsgHandler();
+    // QCoreApplication removes some from its list.
+    const std::vector<char*> words(argv, argv + argc);
+    QStringList arguments;
+    for (const char* word : words) {
+        arguments += QString::fromLocal8Bit(word);
+    }
+    QCoreApplication app(argc, argv);
+
+    // 3. What is asked.
+    if (!takeRequest(arguments, words, &request)) {
+        return CouldNotLook;
     }
     if (request.help) {
-        return print(help) ? Fine : Trouble;
+        return printed(help);
     }
     if (request.version) {
-        return print(QByteArray("zorv-mpirun-info ") + ZORV_VERSION + " (" + HGID + ")\n")
-                   ? Fine
-                   : Trouble;
+        return printed(QByteArray("zorv-mpirun-info ") + ZORV_VERSION + " (" + HGID + ")\n");
     }
-    qInstallMessageHandler(keepMessage);
-    const Report report = makeReport(request);
-    if (!print(request.json ? report.toJson() : report.toText())) {
-        return Trouble;
+    if (request.codes) {
+        return printed(allFindings(request.json));
     }
-    return report.hasErrors() ? LaunchWouldFail : Fine;
+    return request.watch ? watch(request) : reported(request);
 }

@@ -1,5 +1,3 @@
-// What the program has found out, for people and for scripts.
-
 #include "mpirun-info/report.h"
 
 #include <QJsonArray>
@@ -12,6 +10,7 @@
 namespace {
 
 constexpr int labelWidth = 34;
+constexpr QChar lineSeparator(QChar::LineSeparator);
 
 // "releaseTag" is "release tag" to people; names of settings stay as they are.
 QString labelOf(const QString& key)
@@ -22,6 +21,21 @@ QString labelOf(const QString& key)
         label.replace(i, 1, QLatin1Char(' ') + label.at(i).toLower());
     }
     return label;
+}
+
+// Values come from the environment and from files: what would move a terminal's
+// cursor must not reach it.
+QString row(const QString& label, const QString& text)
+{
+    QString result = text;
+    for (QChar& c : result) {
+        if (c.category() == QChar::Other_Control) {
+            c = QLatin1Char('?');
+        }
+    }
+    result.replace(lineSeparator, QLatin1Char('\n') + QString(labelWidth + 2, QLatin1Char(' ')));
+    return QStringLiteral("  ") + (label + QStringLiteral(": ")).leftJustified(labelWidth) +
+           result + QLatin1Char('\n');
 }
 
 } // namespace
@@ -38,6 +52,16 @@ QString textOf(const QJsonValue& value)
     return value.isNull() ? QStringLiteral("none") : value.toVariant().toString();
 }
 
+QJsonValue orNull(const QString& text)
+{
+    return text.isEmpty() ? QJsonValue() : QJsonValue(text);
+}
+
+QString secondsText(double seconds)
+{
+    return QString::number(seconds, 'f', 3) + QStringLiteral(" s");
+}
+
 void Report::beginSection(const char* key)
 {
     mSections.append({QString::fromLatin1(key), {}});
@@ -45,120 +69,114 @@ void Report::beginSection(const char* key)
 
 void Report::add(const char* key, const QJsonValue& value, const QString& text)
 {
-    mSections.last().facts.append(
-        {QString::fromLatin1(key), value, text.isNull() ? textOf(value) : text});
+    const bool isKnown = !value.isUndefined();
+    mSections.last().facts.append({QString::fromLatin1(key), isKnown ? value : QJsonValue(),
+                                   !isKnown        ? QStringLiteral("not known")
+                                   : text.isNull() ? textOf(value)
+                                                   : text});
 }
 
-void Report::addPath(const char* key, const QString& path, const char* state)
+void Report::addLines(const char* key, const QJsonValue& value, const QStringList& lines)
 {
-    add(key,
-        QJsonObject{{QStringLiteral("path"), path},
-                    {QStringLiteral("state"), QString::fromLatin1(state)}},
-        QStringLiteral("%1 (%2)").arg(path, QLatin1String(state)));
+    add(key, value, lines.isEmpty() ? QStringLiteral("none") : lines.join(lineSeparator));
 }
 
-void Report::addWarning(const char* code, const QString& text)
+void Report::addPath(const char* key, const QString& path, const QString& state)
 {
-    mProblems.append({QStringLiteral("warning"), QString::fromLatin1(code), text});
+    add(key, QJsonObject{{QStringLiteral("path"), path}, {QStringLiteral("state"), state}},
+        QStringLiteral("%1 (%2)").arg(path, state));
 }
 
-void Report::addError(const char* code, const QString& text)
+void Report::find(Finding finding, const QString& cause)
 {
-    mProblems.append({QStringLiteral("error"), QString::fromLatin1(code), text});
-    mHasErrors = true;
+    mFound.append({finding, cause});
 }
 
-void Report::hide(const QString& secret)
+QJsonValue Report::packed() const
 {
-    if (!secret.isEmpty()) {
-        mSecrets += secret;
-    }
-    // One that is part of another must leave nothing of the other to be seen.
-    std::sort(mSecrets.begin(), mSecrets.end(),
-              [](const QString& a, const QString& b) { return a.size() > b.size(); });
-}
-
-QString Report::visible(QString text) const
-{
-    for (const QString& secret : mSecrets) {
-        text.replace(secret, QStringLiteral("***"));
-    }
-    return text;
-}
-
-QJsonValue Report::visible(const QJsonValue& value) const
-{
-    if (value.isString()) {
-        return visible(value.toString());
-    }
-    if (value.isArray()) {
-        QJsonArray array;
-        const QJsonArray elements = value.toArray();
-        for (const auto& element : elements) {
-            array.append(visible(QJsonValue(element)));
+    QJsonArray sections;
+    for (const Section& section : mSections) {
+        QJsonArray facts;
+        for (const Fact& fact : section.facts) {
+            facts.append(QJsonArray{fact.key, fact.value, fact.text});
         }
-        return array;
+        sections.append(QJsonArray{section.key, facts});
     }
-    if (value.isObject()) {
-        QJsonObject object = value.toObject();
-        for (auto it = object.begin(); it != object.end(); ++it) {
-            *it = visible(QJsonValue(*it));
+    QJsonArray found;
+    for (const Found& entry : mFound) {
+        found.append(QJsonArray{static_cast<int>(entry.finding), entry.cause});
+    }
+    return QJsonArray{sections, found};
+}
+
+void Report::addPacked(const QJsonValue& packed)
+{
+    const QJsonArray sections = packed[0].toArray();
+    for (const auto& section : sections) {
+        QList<Fact> facts;
+        const QJsonArray rows = section[1].toArray();
+        for (const auto& fact : rows) {
+            facts.append({fact[0].toString(), fact[1], fact[2].toString()});
         }
-        return object;
+        mSections.append({section[0].toString(), facts});
     }
-    return value;
+    const QJsonArray found = packed[1].toArray();
+    for (const auto& entry : found) {
+        find(static_cast<Finding>(entry[0].toInt()), entry[1].toString());
+    }
+}
+
+bool Report::has(Severity severity) const
+{
+    return std::any_of(mFound.begin(), mFound.end(), [&](const Found& entry) {
+        return ::textOf(entry.finding).severity == severity;
+    });
 }
 
 QByteArray Report::toJson() const
 {
-    QJsonObject root;
+    QJsonObject root{{QStringLiteral("schema"), reportSchema}};
     for (const Section& section : mSections) {
         QJsonObject object;
         for (const Fact& fact : section.facts) {
-            object.insert(fact.key, visible(fact.value));
+            object.insert(fact.key, fact.value);
         }
         root.insert(section.key, object);
     }
-    QJsonArray problems;
-    for (const Problem& problem : mProblems) {
-        problems.append(QJsonObject{{QStringLiteral("severity"), problem.severity},
-                                    {QStringLiteral("code"), problem.code},
-                                    {QStringLiteral("text"), visible(problem.text)}});
+    QJsonArray findings;
+    for (const Found& entry : mFound) {
+        const FindingText& text = ::textOf(entry.finding);
+        findings.append(
+            QJsonObject{{QStringLiteral("severity"), QLatin1String(nameOf(text.severity))},
+                        {QStringLiteral("code"), QLatin1String(text.code)},
+                        {QStringLiteral("cause"), entry.cause},
+                        {QStringLiteral("remedy"), QLatin1String(text.remedy)}});
     }
-    root.insert(QStringLiteral("problems"), problems);
+    root.insert(QStringLiteral("findings"), findings);
     return QJsonDocument(root).toJson();
 }
 
-// Values come from the environment and from files: what would move a terminal's
-// cursor must not reach it.
-QString Report::line(const QString& label, const QString& text) const
-{
-    QString result = visible(text);
-    for (QChar& c : result) {
-        if (c.category() == QChar::Other_Control) {
-            c = QLatin1Char('?');
-        }
-    }
-    return QStringLiteral("  ") + (label + QLatin1Char(':')).leftJustified(labelWidth) + result +
-           QLatin1Char('\n');
-}
-
-QByteArray Report::toText() const
+QByteArray Report::toText(const QStringList& keys) const
 {
     QString text;
     for (const Section& section : mSections) {
-        text += labelOf(section.key) + QLatin1Char('\n');
-        for (const Fact& fact : section.facts) {
-            text += line(labelOf(fact.key), fact.text);
+        if (keys.isEmpty() || keys.contains(section.key)) {
+            text += labelOf(section.key) + QLatin1Char('\n');
+            for (const Fact& fact : section.facts) {
+                text += row(labelOf(fact.key), fact.text);
+            }
+            text += QLatin1Char('\n');
         }
-        text += QLatin1Char('\n');
     }
-    text += QStringLiteral("problems\n");
-    for (const Problem& problem : mProblems) {
-        text += line(problem.severity, problem.text);
+    if (!keys.isEmpty()) {
+        return text.toLocal8Bit();
     }
-    if (mProblems.isEmpty()) {
-        text += QStringLiteral("  none\n");
+    text += mFound.isEmpty() ? QStringLiteral("findings: none\n") : QStringLiteral("findings\n");
+    for (const Found& entry : mFound) {
+        const FindingText& finding = ::textOf(entry.finding);
+        text += row(QLatin1String(nameOf(finding.severity)), QLatin1String(finding.code));
+        text += row(QStringLiteral("  cause"), entry.cause);
+        text += row(QStringLiteral("  remedy"), QLatin1String(finding.remedy));
     }
     return text.toLocal8Bit();
 }

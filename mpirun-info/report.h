@@ -2,39 +2,49 @@
 
 #pragma once
 
+#include "mpirun-info/findings.h"
+
 #include <QByteArray>
 #include <QJsonValue>
 #include <QList>
 #include <QString>
 #include <QStringList>
 
+/// The number of the JSON form; a field that goes or changes its meaning raises it.
+constexpr int reportSchema = 1;
+
 /// A simple value, or a list of them, as people read it: "none" for nothing.
 QString textOf(const QJsonValue& value);
+/// The text, or null in its place when it is empty.
+QJsonValue orNull(const QString& text);
+/// A number of seconds for people.
+QString secondsText(double seconds);
 
-/// Facts in sections, and what is wrong with them. Keys and the codes of
-/// problems are for scripts and stay what they are; the order of the facts is
-/// the text's.
+/// Facts in sections, and what is wrong with them. The order of the facts is the
+/// text's. A secret has no place in it: nothing is taken out again.
 class Report
 {
 public:
     /// What is added from here on belongs to this section.
     void beginSection(const char* key);
-    /// Adds a fact. `text` is how people read it; when it is null, as textOf().
+    /// Adds a fact. `text` is how people read it; when it is null, as textOf(). An
+    /// undefined value is one that could not be found out.
     void add(const char* key, const QJsonValue& value, const QString& text = QString());
+    /// Adds a fact that people read in lines; "none" when there are none.
+    void addLines(const char* key, const QJsonValue& value, const QStringList& lines);
     /// Adds a path and what is there.
-    void addPath(const char* key, const QString& path, const char* state);
-    /// Something may not be as it was meant.
-    void addWarning(const char* code, const QString& text);
-    /// The launcher would fail.
-    void addError(const char* code, const QString& text);
+    void addPath(const char* key, const QString& path, const QString& state);
+    /// Something is wrong; `cause` says what exactly.
+    void find(Finding finding, const QString& cause);
 
-    /// Never prints `secret`, in no fact and no problem, also of those added
-    /// before. Does nothing for an empty text.
-    void hide(const QString& secret);
+    /// All of it, to be taken to another process and added to a report there.
+    QJsonValue packed() const;
+    void addPacked(const QJsonValue& packed);
 
-    bool hasErrors() const { return mHasErrors; }
+    bool has(Severity severity) const;
     QByteArray toJson() const;
-    QByteArray toText() const;
+    /// The sections of these names, or all of them and the findings.
+    QByteArray toText(const QStringList& keys = {}) const;
 
 private:
     struct Fact
@@ -48,19 +58,12 @@ private:
         QString key;
         QList<Fact> facts;
     };
-    struct Problem
+    struct Found
     {
-        QString severity;
-        QString code;
-        QString text;
+        Finding finding;
+        QString cause;
     };
 
-    QString visible(QString text) const;
-    QJsonValue visible(const QJsonValue& value) const;
-    QString line(const QString& label, const QString& text) const;
-
     QList<Section> mSections;
-    QList<Problem> mProblems;
-    QStringList mSecrets;
-    bool mHasErrors = false;
+    QList<Found> mFound;
 };

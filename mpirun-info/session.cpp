@@ -1,12 +1,14 @@
 // The session that the launcher would find, and why it is this one.
 
-#include "mpirun-info/session.h"
-
 #include "mpirun-info/report.h"
+#include "mpirun-info/request.h"
+#include "mpirun-info/restartfiles.h"
+#include "mpirun-info/sections.h"
 #include "mpirun-info/settings.h"
 
 #include "backend/backenduserdata.h"
 #include "common/env/zorvenv.h"
+#include "common/installation.h"
 #include "zorv-debugger/zorvdebuggeroptions.h"
 
 #include <QFileInfo>
@@ -87,6 +89,13 @@ QString nameOf(FileState state)
     return QStringLiteral("not tried");
 }
 
+// The port, or the negative number that was given as one.
+qint64 numberGivenAsPort(const BackendUserData& session)
+{
+    const auto port = static_cast<qint32>(session.getPort());
+    return session.source(UserData::Port) == Source::SessionFile ? qint64(session.getPort()) : port;
+}
+
 // The cookie itself, and the tarball's name where it holds the cookie's hash,
 // are nobody's business.
 QJsonValue valueOf(const BackendUserData& session, UserData::Field field)
@@ -96,7 +105,7 @@ QJsonValue valueOf(const BackendUserData& session, UserData::Field field)
     case UserData::Hosts:
         return QJsonArray::fromStringList(session.getHostNamesAndAddresses());
     case UserData::Port:
-        return session.getPort() == 0 ? QJsonValue() : QJsonValue(qint64(session.getPort()));
+        return session.getPort() == 0 ? QJsonValue() : QJsonValue(numberGivenAsPort(session));
     case UserData::Session:
         return session.getSession() == -1 ? QJsonValue() : QJsonValue(session.getSession());
     case UserData::Cookie:
@@ -139,13 +148,12 @@ void warnOfUnusedSetting(Report* report, const BackendUserData& session, const F
     }
     const bool isNumber = field.field == UserData::Port || field.field == UserData::Session;
     if (isNumber && !BackendUserData::numberFrom(QString::fromLocal8Bit(value))) {
-        report->addWarning("setting-not-a-number",
-                           QStringLiteral("%1 is not used: '%2' is no number")
-                               .arg(variable, QString::fromLocal8Bit(value)));
+        report->find(Finding::SettingNotANumber, QStringLiteral("%1 is not used: '%2' is no number")
+                                                     .arg(variable, QString::fromLocal8Bit(value)));
     } else if (field.field != UserData::CookieUse) {
-        report->addWarning("setting-overridden",
-                           QStringLiteral("%1 is not used: the value comes from the %2")
-                               .arg(variable, nameOf(source)));
+        report->find(Finding::SettingOverridden,
+                     QStringLiteral("%1 is not used: the value comes from the %2")
+                         .arg(variable, nameOf(source)));
     }
 }
 
@@ -154,7 +162,6 @@ void describeFile(Report* report, const char* key, const QString& fileName, bool
 {
     UserData file;
     static_cast<void>(file.load(fileName));
-    report->hide(file.sessionCookie());
     const QFileInfo info(fileName);
     const bool isDeadLink = file.fileState() == FileState::Missing && info.isSymLink();
     const QString state = isDeadLink ? QStringLiteral("dead link") : nameOf(file.fileState());
@@ -172,54 +179,7 @@ void describeFile(Report* report, const char* key, const QString& fileName, bool
     const bool isFine = file.fileState() == FileState::Read ||
                         (file.fileState() == FileState::Missing && !isDeadLink && !expected);
     if (!isFine) {
-        report->addWarning("session-file-unusable", QStringLiteral("session file %1").arg(text));
-    }
-}
-
-void describeDirectory(Report* report, const QString& path)
-{
-    const QFileInfo directory(path);
-    const char* state = "present";
-    if (!directory.isDir()) {
-        state = directory.exists() ? "not a directory" : "missing";
-    } else if (!directory.isWritable()) {
-        state = "not writable";
-    }
-    report->addPath("sessionDirectory", path, state);
-    if (qstrcmp(state, "present") != 0) {
-        report->addWarning(
-            "session-directory-unusable",
-            QStringLiteral("%1: the session directory is %2").arg(path, QLatin1String(state)));
-    }
-}
-
-bool describeExistence(Report* report, const char* key, const QString& path)
-{
-    const bool exists = QFileInfo::exists(path);
-    report->add(key,
-                QJsonObject{{QStringLiteral("path"), path}, {QStringLiteral("exists"), exists}},
-                QStringLiteral("%1 (%2)").arg(path, exists ? QStringLiteral("exists")
-                                                           : QStringLiteral("not there")));
-    return exists;
-}
-
-void describeRestartFiles(Report* report, const BackendUserData& session)
-{
-    const QString restart = session.getRestartFileName(QString());
-    const QString hold = session.getRestartFileName(QStringLiteral("hold"));
-    describeExistence(report, "supportedMarker",
-                      session.getRestartFileName(QStringLiteral("supported")));
-    if (describeExistence(report, "restartFile", restart)) {
-        report->addWarning("restart-file-left",
-                           QStringLiteral("%1: with this restart file, the launcher starts its "
-                                          "helper again when it ends")
-                               .arg(restart));
-    }
-    if (describeExistence(report, "holdFile", hold)) {
-        report->addWarning("hold-file-left",
-                           QStringLiteral("%1: with this hold file, the launcher waits for it to "
-                                          "go away when its helper ends")
-                               .arg(hold));
+        report->find(Finding::SessionFileUnusable, text);
     }
 }
 
@@ -229,23 +189,22 @@ void describeValidity(Report* report, const BackendUserData& session)
     if (!session.hasHost()) {
         reason = QStringLiteral("no source names a front end host");
     } else if (!session.hasUsablePort()) {
-        reason = QStringLiteral("the port %1 is above 65535 (%2)")
-                     .arg(session.getPort())
+        reason = QStringLiteral("%1 is no port (%2)")
+                     .arg(numberGivenAsPort(session))
                      .arg(nameOf(session.source(UserData::Port)));
     }
     report->add("valid", session.isValid());
     report->add("invalidBecause", session.isValid() ? QJsonValue() : QJsonValue(reason));
     if (!session.isValid()) {
-        report->addWarning("session-invalid",
-                           QStringLiteral("no valid session, so no restarts: %1").arg(reason));
+        report->find(Finding::SessionInvalid, reason);
         return;
     }
     if (session.getPort() == 0) {
-        report->addWarning("port-unknown", QStringLiteral("no source names a port or a session"));
+        report->find(Finding::PortUnknown, QStringLiteral("no source names a port or a session"));
     } else if (session.getSession() > 0 &&
                session.getPort() != BackendUserData::portOfSession(session.getSession())) {
-        report->addWarning(
-            "port-of-another-session",
+        report->find(
+            Finding::PortOfAnotherSession,
             QStringLiteral("the port is %1 (%2), but the front end of session %3 (%4) listens "
                            "at %5")
                 .arg(session.getPort())
@@ -258,33 +217,14 @@ void describeValidity(Report* report, const BackendUserData& session)
 
 } // namespace
 
-void describeCommandLine(Report* report, const ZORVDebuggerOptions& options,
-                         const QStringList& commandLine, bool accepted, const QString& message)
+void describeSession(Report* report, const Request& request)
 {
-    // Of a line that was rejected, the options may not have seen the cookie.
-    for (qsizetype i = 0; i + 1 < commandLine.size(); ++i) {
-        if (commandLine.at(i).endsWith(QLatin1String("sessioncookie"))) {
-            report->hide(commandLine.at(i + 1));
-        }
-    }
-    report->beginSection("commandLine");
-    report->add("accepted", accepted);
-    report->add("message", accepted ? QJsonValue() : QJsonValue(message));
-    report->add("simpleArguments", options.isSimpleArguments());
-    // How many, not which: a misspelt cookie option would be among them.
-    report->add("arguments", commandLine.size() - 1);
-    report->add("argumentsOfMpiLauncher", options.targetArguments().size());
-    if (!accepted) {
-        report->addError("command-line-rejected",
-                         QStringLiteral("the command line is rejected: %1").arg(message));
-    }
-}
-
-void describeSession(Report* report, const ZORVDebuggerOptions& options)
-{
+    chooseInstallationLayout();
+    ZORVDebuggerOptions options;
+    QString messages;
+    static_cast<void>(parseCommandLine(request, &options, &messages));
     ReportedSession session;
     static_cast<void>(session.load(options));
-    report->hide(session.sessionCookie());
     report->beginSection("session");
     for (const Field& field : fields) {
         describeField(report, session, field);
@@ -292,7 +232,7 @@ void describeSession(Report* report, const ZORVDebuggerOptions& options)
     }
     report->add("explicitPort", session.isExplicitPort());
     describeValidity(report, session);
-    describeDirectory(report, session.getSessionDirectory(false));
+    report->add("sessionDirectory", session.getSessionDirectory(false));
     describeFile(report, "globalFileRead", session.getGlobalFile(), false);
     // The usual place may well have no file when all is known without it.
     describeFile(report, "sessionFileRead", session.sessionFileName(),

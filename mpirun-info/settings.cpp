@@ -1,8 +1,8 @@
-// Every setting of the suite, and the variable that gives it.
-
 #include "mpirun-info/settings.h"
 
 #include "mpirun-info/report.h"
+#include "mpirun-info/sections.h"
+#include "mpirun-info/spelling.h"
 
 #include "common/env/zorvenv.h"
 
@@ -76,18 +76,13 @@ QStringList variablesOf(const char* bareName)
 void describeSetting(Report* report, const Setting& setting)
 {
     QStringList hidden = variablesOf(setting.name);
-    if (setting.kind == Kind::Secret) {
-        for (const QString& variable : std::as_const(hidden)) {
-            report->hide(qEnvironmentVariable(qPrintable(variable)));
-        }
-    }
     const QString winner = hidden.isEmpty() ? QString() : hidden.takeFirst();
     const char* const value = ZorvEnv::uncachedValue(setting.name);
     for (const QString& variable : std::as_const(hidden)) {
         if (qgetenv(qPrintable(variable)) != value) {
-            report->addWarning("settings-conflict",
-                               QStringLiteral("%1 is not used: %2 is set, to another value")
-                                   .arg(variable, winner));
+            report->find(Finding::SettingsConflict,
+                         QStringLiteral("%1 is not used: %2 is set, to another value")
+                             .arg(variable, winner));
         }
     }
     report->add(
@@ -99,28 +94,53 @@ void describeSetting(Report* report, const Setting& setting)
               : QStringLiteral("not set"));
 }
 
-// What another program of the suite reads, or a slip of the pen.
-QStringList unreadVariables()
+// Every name under which a variable is read.
+QStringList namesOfSettings()
 {
-    QStringList read;
+    QStringList names;
     for (const char* name : plainVariables) {
-        read += QString::fromLatin1(name);
+        names += QString::fromLatin1(name);
     }
     for (const Setting& setting : settings) {
-        read += variablesOf(setting.name);
+        for (int prefix = 0; prefix < ZorvEnv::PrefixCount; ++prefix) {
+            names += QString::fromLatin1(ZorvEnv::variableName(prefix, setting.name));
+        }
     }
+    return names;
+}
+
+bool hasPrefixOfSuite(const QString& name)
+{
+    for (int prefix = 0; prefix < ZorvEnv::PrefixCount; ++prefix) {
+        QString start = QString::fromLatin1(ZorvEnv::variableName(prefix, ""));
+        start.chop(1);
+        if (name.startsWith(start, Qt::CaseInsensitive)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// What another program of the suite reads, or a slip of the pen.
+void describeUnreadVariables(Report* report)
+{
+    const QStringList known = namesOfSettings();
     QStringList unread;
     const QStringList names = QProcessEnvironment::systemEnvironment().keys();
     for (const QString& name : names) {
-        for (int prefix = 0; prefix < ZorvEnv::PrefixCount; ++prefix) {
-            if (name.startsWith(QLatin1String(ZorvEnv::variableName(prefix, ""))) &&
-                !read.contains(name)) {
-                unread += name;
-            }
+        if (!hasPrefixOfSuite(name) || known.contains(name)) {
+            continue;
+        }
+        unread += name;
+        const QString nearest = nearestSpelling(name, known);
+        if (!nearest.isNull()) {
+            report->find(
+                Finding::SettingMisspelt,
+                QStringLiteral("%1 is read by nothing; perhaps %2 is meant").arg(name, nearest));
         }
     }
     unread.sort();
-    return unread;
+    report->add("otherSuiteVariables", QJsonArray::fromStringList(unread));
 }
 
 } // namespace
@@ -130,7 +150,7 @@ QString winningVariable(const char* bareName)
     return variablesOf(bareName).value(0);
 }
 
-void describeSettings(Report* report)
+void describeSettings(Report* report, const Request&)
 {
     report->beginSection("settings");
     for (const Setting& setting : settings) {
@@ -142,5 +162,5 @@ void describeSettings(Report* report)
         report->add(name, isSet ? QJsonValue(qEnvironmentVariable(name)) : QJsonValue(),
                     isSet ? qEnvironmentVariable(name) : QStringLiteral("not set"));
     }
-    report->add("otherSuiteVariables", QJsonArray::fromStringList(unreadVariables()));
+    describeUnreadVariables(report);
 }

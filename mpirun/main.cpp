@@ -11,6 +11,7 @@
 #include "backend/backenduserdata.h"
 #include "branding/filenames.h"
 #include "common/compatibility_simple/files/emptyfile.h"
+#include "common/compatibility_simple/process/executable.h"
 #include "common/compatibility_simple/process/stacklimit.h"
 #include "common/env/zorvenv.h"
 #include "common/installation.h"
@@ -100,7 +101,8 @@ bool startOrReport(RestartableProcess& process, const LaunchContext& context,
 {
     const QString error = startHelper(process, context, start);
     if (!error.isEmpty()) {
-        qCritical("%s: %s", path.constData(), error.toLocal8Bit().constData());
+        const QString text = describeStartFailure(QFile::decodeName(path), error);
+        qCritical("%s: %s", path.constData(), text.toLocal8Bit().constData());
     }
     return error.isEmpty();
 }

@@ -2,6 +2,7 @@
 
 import os
 import resource
+from pathlib import Path
 
 import pytest
 
@@ -63,10 +64,23 @@ def test_reports_a_helper_that_is_missing(installation):
         1, "", f"{installation.helper}: No such file or directory\n")
 
 
-def test_reports_a_helper_that_is_no_program(installation):
-    """A helper that cannot be executed is named, and the status is 1."""
-    installation.helper.write_bytes(b"\001\002garbage")
-    assert installation.launch() == Ended(1, "", f"{installation.helper}: Exec format error\n")
+@pytest.mark.parametrize("content, cause", [
+    pytest.param(b"\001\002garbage", "Exec format error (neither a program for this system nor a "
+                                     "script that begins with #!", id="garbage"),
+    pytest.param(b"#!/nowhere/sh\n", "No such file or directory (its interpreter /nowhere/sh is "
+                                     "missing: /nowhere does not exist", id="no interpreter"),
+    pytest.param(b"#!/bin/sh\r\n", "No such file or directory (its first line ends with a "
+                                   "carriage return", id="DOS file"),
+    pytest.param(Path("/bin/true").read_bytes().replace(b"/ld-", b"/xx-"),
+                 "No such file or directory (its loader ", id="no loader"),
+])
+def test_says_why_a_helper_does_not_start(installation, content, cause):
+    """The cause is more than the system's text, and the report is named."""
+    installation.helper.write_bytes(content)
+    ended = installation.launch()
+    assert (ended.status, ended.output) == (1, "")
+    assert ended.errors.startswith(f"{installation.helper}: {cause}")
+    assert ended.errors.endswith("; zorv-mpirun-info tells more)\n")
 
 
 @pytest.mark.parametrize("under", [

@@ -1,228 +1,369 @@
-"""The report on a launch: it names what is wrong, and never shows the cookie."""
+"""The report says of a launch what comes of it, and names what is wrong."""
 
-import functools
 import json
-import shutil
+import os
 from collections.abc import Mapping, Sequence
 from dataclasses import dataclass, field
-from typing import Optional
 
 import pytest
 
-from support.processes import Ended
+from support.processes import Ended, wait_until
+from support.report import Site
 
-# Scripts rely on these; the settings are in test_documents.py.
-KEYS = {
-    "commandLine": {"accepted", "arguments", "argumentsOfMpiLauncher", "message",
-                    "simpleArguments"},
-    "host": {"addresses", "interfaceFilter", "interfaces", "loopback", "loopbackAddresses",
-             "name", "namesAndAddresses"},
-    "installation": {"bin", "helper", "layout", "lib", "libexec", "root"},
-    "routability": {"asTried", "byRoutability", "host"},
-    "session": {"cookiePresent", "cookieUsed", "explicitPort", "globalFileRead", "holdFile",
-                "hosts", "invalidBecause", "port", "restartFile", "session", "sessionDirectory",
-                "sessionFile", "sessionFileRead", "sharedDirectory", "supportedMarker",
-                "tarball", "valid"},
-    "system": {"architecture", "blueGene", "blueGeneQ", "blueGeneQNode", "cray", "description",
-               "subArchitecture"},
-    "variables": {"BGQDRV", "BG_NODE_TYPE", "HOME", "HOSTNAME", "LOGNAME",
-                  "TALVORA_OLD_STACK_LIMIT", "TMPDIR", "USER", "otherSuiteVariables"},
-    "version": {"changeset", "compatibilityKey", "releaseTag", "releaseVersion", "version"},
-}
-COOKIE = "c00kie"
-UNUSABLE = ["session-invalid", "session-file-unusable"]
+USER = 54321
+AS_USER = ["setpriv", f"--reuid={USER}", f"--regid={USER}", "--clear-groups"]
+MEBIBYTE = 1 << 20
+HELPER = "bin/zorv-debugger"
+WRITE_HELPER = f"cat >{HELPER}; chmod +x {HELPER}"
+OWN_SESSIONS = f"chown {USER} sessions"
+# Binaries from this one are made wrong.
+COPY_TRUE = f"cp /bin/true {HELPER}"
 
 
 @dataclass(frozen=True)
-class Report:
-    """A report, as text with single blanks and as JSON."""
+class Setup:
+    """What is done to a site, what the report finds then, and whether a launch works.
 
-    status: int
-    text: str
-    json: dict
+    `prepare` runs in the installation's root, `mounts` after it in namespaces, in which
+    launch and report are then, too. `says` is a part of the causes.
+    """
 
-    @property
-    def problems(self) -> list[str]:
-        """The codes of the problems; a machine without a network is as good."""
-        codes = [problem["code"] for problem in self.json["problems"]]
-        return [code for code in codes if code != "no-address"]
+    finds: Sequence[str] = ()
+    works: bool = True
+    hangs: bool = False
+    prepare: str = ":"
+    mounts: str = ""
+    under: Sequence[str] = ()
+    env: Mapping[str, str] = field(default_factory=dict)
+    arguments: Sequence[str] = ()
+    says: str = ""
 
 
-class Site:
-    """An installation with a session file, in which nothing is wrong."""
+def works(name: str, *finds: str, **options):
+    """A row of the table."""
+    return pytest.param(Setup(finds, **options), id=name)
 
-    def __init__(self, installation, run):
-        self.root = installation.root
-        self.program = self.root / "bin/zorv-mpirun-info"
-        shutil.copy(installation.build.report, self.program)
-        # The name "session" is that of the installation's session file.
-        self.sessions = (self.root / "session").rename(self.root / "sessions")
-        self.write_session("host='alpha' port='4244' session='3'")
-        (self.sessions / "latest").symlink_to("alpha-3")
-        installation.environment["ZORV_SESSION_PATH"] = str(self.sessions)
-        # Relative paths are below the installation.
-        self.run = functools.partial(run, cwd=self.root)
 
-    def write_session(self, attributes: str):
-        """Writes the session file."""
-        (self.sessions / "alpha-3").write_text(f"<session {attributes} cookie='{COOKIE}'/>\n")
+def broken(name: str, *finds: str, **options):
+    """A row with which a launch fails."""
+    return works(name, *finds, works=False, **options)
 
-    def report(self, *arguments, env=None) -> Report:
-        """Both forms of the report, which have the same keys always and show no cookie."""
-        text = self.run(self.program, *arguments, env=env)
-        machine = self.run(self.program, "--json", *arguments, env=env)
-        assert COOKIE not in text.output + text.errors + machine.output + machine.errors
-        assert machine.status == text.status
-        report = Report(text.status, " ".join(text.output.split()), json.loads(machine.output))
-        assert {name: set(report.json[name]) for name in KEYS} == KEYS
-        assert set(report.json) == {*KEYS, "settings", "problems"}
-        return report
+
+def stack(soft, hard="unlimited") -> list[str]:
+    return ["prlimit", f"--stack={soft}:{hard}"]
+
+
+def long_arguments(count: int, stack_kib) -> list[str]:
+    """Adds arguments of 100000 bytes, under a soft stack limit that lets them through."""
+    return ["sh", "-c", f"ulimit -Ss {stack_kib}; x=$(printf %0100000d 0); "
+                        f"for i in $(seq {count}); do set -- \"$@\" $x; done; exec \"$@\"", "sh"]
+
+
+SETUPS = [
+    works("nothing wrong"),
+    # The helper.
+    works("binary helper", prepare=f"cp $TESTCHILD_PROGRAM {HELPER}",
+          env={"TESTCHILD": "--append ran/yes"}),
+    works("helper through a link", prepare=f"mv {HELPER} real; ln -s ../real {HELPER}"),
+    works("interpreter after a blank, with an argument",
+          prepare=f"printf '#! /bin/sh -e\\n: >ran/yes\\n' | {{ {WRITE_HELPER}; }}"),
+    works("interpreter by env", prepare=f"printf '#!/usr/bin/env sh\\n: >ran/yes\\n' | {{ {WRITE_HELPER}; }}"),
+    works("interpreter that is a script",
+          prepare=f"printf '#!/bin/sh\\n: >ran/yes\\n' >inner; chmod +x inner; "
+                  f"echo \"#!$PWD/inner\" | {{ {WRITE_HELPER}; }}"),
+    broken("missing helper", "helper-missing", prepare=f"rm {HELPER}", says="does not exist"),
+    broken("dead link", "helper-missing", prepare=f"ln -sf nowhere {HELPER}",
+           says="is a link that leads nowhere"),
+    broken("directory", "helper-no-file", prepare=f"rm {HELPER}; mkdir {HELPER}"),
+    broken("FIFO", "helper-no-file", prepare=f"rm {HELPER}; mkfifo {HELPER}; chmod +x {HELPER}"),
+    broken("helper that may not be executed", "helper-not-executable",
+           prepare=f"chmod 644 {HELPER}"),
+    broken("empty helper", "helper-empty", prepare=f": >{HELPER}"),
+    broken("text without #!", "helper-no-program", prepare=f"echo : >{HELPER}"),
+    broken("binary for another processor", "helper-foreign",
+           prepare=f"{COPY_TRUE}; printf '\\026\\000' | dd of={HELPER} bs=1 seek=18 conv=notrunc"),
+    broken("half a binary", "helper-truncated", prepare=f"head -c 8000 /bin/true >{HELPER}",
+           says="cut off"),
+    broken("missing interpreter", "helper-interpreter",
+           prepare=f"echo '#!/nowhere/sh' >{HELPER}", says="/nowhere does not exist"),
+    broken("interpreter that is a directory", "helper-interpreter",
+           prepare=f"echo '#!/etc' >{HELPER}", says="/etc: a directory"),
+    broken("interpreter that env does not find", "helper-interpreter",
+           prepare=f"echo '#!/usr/bin/env nosuchsh' >{HELPER}", says="nosuchsh is not on PATH"),
+    broken("first line without an interpreter", "helper-interpreter",
+           prepare=f"echo '#!' >{HELPER}"),
+    broken("carriage return after the interpreter", "helper-carriage-return",
+           prepare=f"sed -i 's/$/\\r/' {HELPER}"),
+    broken("carriage return after an argument", "helper-carriage-return",
+           prepare=f"printf '#!/bin/sh -e\\r\\n:\\r\\n' >{HELPER}"),
+    broken("missing loader", "helper-loader",
+           prepare=f"LC_ALL=C sed 's,/ld-,/xx-,' /bin/true >{HELPER}", says="/xx-"),
+    broken("missing library", "helper-library",
+           prepare=f"LC_ALL=C sed 's,libc.so.6,libc.so.9,' /bin/true >{HELPER}",
+           says="libc.so.9"),
+    broken("noexec", "helper-noexec", prepare="mkdir mounted",
+           mounts=f"mount -t tmpfs -o noexec none mounted; cp {HELPER} mounted; "
+                  f"ln -sf ../mounted/zorv-debugger {HELPER}"),
+    broken("closed directory", "helper-unreachable", under=AS_USER,
+           prepare=f"{OWN_SESSIONS}; mkdir closed; mv {HELPER} closed/helper; "
+                   f"ln -s ../closed/helper {HELPER}; chmod 700 closed",
+           says="is a link to where you may not look"),
+    # Limits.
+    broken("4 open files", "descriptors-exhausted", "not-looked-at",
+           under=["prlimit", "--nofile=4"]),
+    *[broken(f"{count} open files", "descriptors-exhausted",
+             under=["prlimit", f"--nofile={count}"]) for count in range(5, 11)],
+    *[works(f"{count} open files", "few-descriptors", under=["prlimit", f"--nofile={count}"])
+       for count in (11, 12, 13, 16, 32)],
+    broken("descriptors used up by the log", "descriptors-exhausted",
+           under=["prlimit", "--nofile=10"], env={"ZORV_MPIRUN_LOG": "log"},
+           prepare=f"cp $TESTCHILD_PROGRAM {HELPER}"),
+    broken("one process", "processes-exhausted", under=[*AS_USER, "prlimit", "--nproc=1"],
+           prepare=OWN_SESSIONS),
+    works("few processes", under=[*AS_USER, "prlimit", "--nproc=4"],
+          prepare=OWN_SESSIONS),
+    works("long arguments", under=long_arguments(40, "unlimited")),
+    works("long arguments, unusual stack limit", under=long_arguments(50, 102400)),
+    broken("arguments longer than the helper's stack limit allows",
+           "arguments-too-long", "old-stack-limit-set", under=long_arguments(30, "unlimited"),
+           env={"TALVORA_OLD_STACK_LIMIT": str(8 * MEBIBYTE)}),
+    *[works(f"stack limit of {kib} KiB", under=stack(kib * 1024))
+      for kib in (64, 1024, 8192, 131072)],
+    works("unlimited stack", under=stack("unlimited")),
+    works("hard stack limit of 1 MiB", "stack-limit-hard",
+          under=stack(MEBIBYTE, MEBIBYTE)),
+    works("hard stack limit that is left alone", under=stack(MEBIBYTE, MEBIBYTE),
+          env={"ZORV_IGNORE_STACK_LIMIT": ""}),
+    *[broken(f"old stack limit of {limit}", "old-stack-limit-set", "stack-too-small",
+             env={"TALVORA_OLD_STACK_LIMIT": limit}) for limit in ("0", "4096")],
+    *[works(f"old stack limit of {limit}", "old-stack-limit-set",
+            env={"TALVORA_OLD_STACK_LIMIT": limit}) for limit in ("1048576", "8388608", "x", "")],
+    # The session.
+    broken("hold file left", "hold-file-left", hangs=True, prepare=": >sessions/restart-hold",
+           says="sessions/restart-hold"),
+    broken("directory as a hold file", "hold-file-left", hangs=True,
+           prepare="mkdir sessions/restart-hold"),
+    broken("restart file left", "restart-file-left", hangs=True, prepare=": >sessions/restart"),
+    works("restart file that is a dead link", prepare="ln -s nowhere sessions/restart"),
+    works("hold file without a session", "session-invalid", "session-file-unusable",
+          prepare="rm sessions/*; : >sessions/restart-hold"),
+    works("restart file that cannot be answered", "restart-file-stuck",
+          "session-directory-unusable", under=AS_USER,
+          prepare="chmod 644 sessions/*; : >sessions/restart; chmod 755 sessions"),
+    works("another user's marker", "marker-foreign", "others-can-write",
+          prepare=f": >sessions/restart-supported; chown {USER + 1} sessions/restart-supported; "
+                  "chmod 777 sessions", under=AS_USER),
+    works("missing session directory", "session-directory-unusable", "port-unknown",
+          prepare="rm -r sessions", env={"ZORV_HOST": "127.0.0.1"}),
+    works("closed home", "session-directory-unusable", "session-invalid",
+          "session-file-unusable", under=AS_USER,
+          prepare="mkdir closed; chmod 700 closed; chown 0 closed",
+          env={"ZORV_SESSION_PATH": "", "HOME": "closed"}, says="closed may not be entered"),
+    works("negative port", "session-invalid", arguments=["--zorvport", "-5"],
+          says="-5 is no port (option)"),
+    works("large port", "session-invalid", says="70000 is no port (session file)",
+          prepare="echo '<session host=\"a\" port=\"70000\"/>' >sessions/latest"),
+    works("FIFO as a session file", "session-file-unusable", "session-invalid",
+          prepare="mkfifo fifo", env={"ZORV_SESSION_FILE": "fifo"}),
+    works("dead link as a session file", "session-file-unusable", "session-invalid",
+          prepare="rm sessions/127.0.0.1-3", says="(dead link), a link to "),
+    works("session file that is no XML", "session-file-unusable", "session-invalid",
+          prepare="echo '<session cookie=c00kie>' >sessions/latest", says="(not well-formed)"),
+    works("port of another session", "port-of-another-session",
+          arguments=["--zorvport", "4250"], says="session 3 (session file) listens at 4244"),
+    # File systems.
+    works("no inodes left", "directory-full", "session-invalid", "session-file-unusable",
+          mounts="mount -t tmpfs -o nr_inodes=1 none sessions", says="No space left on device"),
+    works("full disk", "directory-full", "session-invalid", "session-file-unusable",
+          mounts="mount -t tmpfs -o size=4k none sessions; "
+                 "! printf %8192s x 2>&- >sessions/data"),
+    works("read-only session directory", "session-directory-unusable",
+          mounts="mount --bind sessions sessions; mount -o remount,bind,ro sessions"),
+    works("directory that everybody can write to", "others-can-write",
+          prepare="chmod 777 sessions"),
+    works("missing directory of the installation", "directory-missing", prepare="rmdir libexec",
+          says="/libexec"),
+    works("missing log directory", "log-directory-missing", env={"ZORV_LOGS": "nowhere"},
+          says="nowhere does not exist"),
+    works("log in a missing directory", "log-unwritable",
+          env={"ZORV_MPIRUN_LOG": "nowhere/log"}),
+    # Slips of the pen.
+    broken("no number", "command-line-rejected", arguments=["--zorvport", "42x"],
+           says="invalid --zorvport argument '42x'"),
+    broken("no value", "command-line-rejected", arguments=["--zorvport"]),
+    broken("usage", "usage-asked", arguments=["--zorvmanuallaunch"]),
+    works("joined option", "option-joined", arguments=["--zorvport=4242", "-np", "2"],
+          says="'--zorvport=...' ended the options; write '--zorvport VALUE'"),
+    works("misspelt option", "option-misspelt", arguments=["--zorvhots", "b"],
+          says="'--zorvhots' ended the options; perhaps '--zorvhost' is meant"),
+    works("one dash", "option-misspelt", arguments=["-zorvport", "4242"],
+          says="perhaps '--zorvport' is meant"),
+    works("long dash", "option-misspelt", arguments=["\u2013zorvport", "4242"],
+          says="perhaps '--zorvport' is meant"),
+    works("late option", "option-after-others",
+          arguments=["-np", "2", "--zorvhost", "b", "a.out"],
+          says="'-np' ended the options; after it: --zorvhost"),
+    works("options of others", arguments=["--mca", "btl", "self", "-x", "ZORV", "./zorv-test"]),
+    works("misspelt setting", "setting-misspelt", env={"ZORV_SESION_PATH": "x"},
+          says="ZORV_SESION_PATH is read by nothing; perhaps ZORV_SESSION_PATH is meant"),
+    works("setting in small letters", "setting-misspelt", env={"zorv_host": "x"},
+          says="perhaps ZORV_HOST is meant"),
+    works("setting of another program", env={"ZORV_LICENCE_SERVER": "x"}),
+    works("setting with two values", "settings-conflict",
+          env={"ZORV_LOCALHOST": "127.0.0.1", "PELK_LOCALHOST": "127.0.0.2"},
+          says="PELK_LOCALHOST is not used: ZORV_LOCALHOST is set, to another value"),
+    works("setting that is no number", "setting-not-a-number", env={"PELK_SESSION": "3x"}),
+    works("setting without effect", "setting-overridden", env={"TALVORA_PORT": "4250"},
+          says="comes from the session file"),
+    # What surrounds the launch.
+    works("task of a step", "many-launchers",
+          env={"SLURM_JOB_ID": "7", "SLURM_STEP_ID": "0", "SLURM_STEP_NUM_TASKS": "4"}),
+    works("blocked signals", "signals-blocked", under=["env", "--block-signal=TERM"]),
+    works("one processor", "single-processor", under=["taskset", "--cpu-list", "0"]),
+    works("no interface", "no-interface", env={"ZORV_NETWORK_INTERFACES": "none0"}),
+    works("two MPI libraries", "mixed-mpi",
+          prepare="for row in 'mpirun Open MPI 4' 'mpiexec HYDRA 4'; do set -- $row; "
+                  'printf "#!/bin/sh\\necho $row\\n" >$1; chmod +x $1; done',
+          under=["sh", "-c", 'PATH=$PWD:$PATH exec "$@"', "sh"]),
+    works("library from elsewhere", "foreign-library",
+          prepare="cp $(ldd bin/zorv-mpirun | sed -nE 's/.*libstdc.* => ([^ ]*) .*/\\1/p') .",
+          under=["sh", "-c", 'LD_PRELOAD=$PWD/libstdc++.so.6 exec "$@"', "sh"]),
+]
 
 
 @pytest.fixture
-def site(installation, run) -> Site:
-    """An installation with a session file, in which nothing is wrong."""
-    return Site(installation, run)
+def site(installation) -> Site:
+    """An installation and a session in which nothing is wrong."""
+    return Site(installation)
 
 
-@dataclass(frozen=True)
-class Case:
-    """What is done to a site, in this order, and what the report says then."""
-
-    problems: Sequence[str]
-    text: str
-    status: int = 0
-    session: Optional[str] = None
-    prepare: str = ":"
-    env: Mapping[str, str] = field(default_factory=dict)
-    arguments: Sequence[str] = ()
+@pytest.fixture(scope="session")
+def schema(source):
+    """A validator of the report's JSON."""
+    jsonschema = pytest.importorskip("jsonschema")
+    text = (source / "mpirun-info/zorv-mpirun-info.schema.json").read_text()
+    return jsonschema.Draft7Validator(json.loads(text))
 
 
-def check(site: Site, case: Case):
-    """Does it, and compares the report."""
-    if case.session is not None:
-        site.write_session(case.session)
-    assert site.run("sh", "-ec", case.prepare) == Ended(0)
-    report = site.report(*case.arguments, env=case.env)
-    assert report.problems == case.problems
-    assert case.text.format(root=site.root) in report.text
-    assert report.status == case.status
+@pytest.mark.parametrize("given", SETUPS)
+def test_says_what_comes_of_a_launch(site, schema, request, given):
+    """The report is bad if, and only if, the launch fails, and has the right findings."""
+    under = list(given.under)
+    if under[:1] == ["setpriv"]:
+        request.getfixturevalue("another_user")
+    if under[:1] == ["taskset"] and len(os.sched_getaffinity(0)) < 2:
+        pytest.skip("there is one processor")
+    site.prepare(given.prepare)
+    if given.mounts:
+        namespace = request.getfixturevalue("namespace")
+        namespace.run(f"cd {site.root}; {given.mounts}")
+        under = [*namespace.under, *under]
+    report = site.report(*given.arguments, under=under, env=given.env)
+    worked = site.launch_works(*given.arguments, hangs=given.hangs, under=under, env=given.env)
+    assert worked == given.works
+    assert (report.codes(given.finds), report.status) == (set(given.finds), 0 if given.works else 1)
+    assert given.says in report.causes()
+    assert [error.message for error in schema.iter_errors(report.json)] == []
 
 
-@pytest.mark.parametrize("case", [
-    pytest.param(Case([], "problems none"), id="nothing"),
-    pytest.param(Case(["command-line-rejected"], "invalid --zorvport argument '42x'", 1,
-                      arguments=["--zorvport", "42x"]),
-                 id="rejected option"),
-    pytest.param(Case(["command-line-rejected"], "invalid --zorvport argument 'x'", 1,
-                      prepare="ln -s zorv-mpirun bin/mpirun",
-                      arguments=["bin/mpirun", "--zorvport", "x"]),
-                 id="rejected option, after another name of the launcher"),
-    pytest.param(Case(["helper-unusable"], "bin/zorv-debugger: the helper is missing", 1,
-                      prepare="rm bin/zorv-debugger"),
-                 id="missing helper"),
-    pytest.param(Case(["helper-unusable"], "bin/zorv-debugger: the helper is not executable", 1,
-                      prepare="chmod 0 bin/zorv-debugger"),
-                 id="helper that may not be executed"),
-    pytest.param(Case(["directory-missing"], "{root}/libexec: the installation's directory",
-                      prepare="rmdir libexec"),
-                 id="missing directory of the installation"),
-    pytest.param(Case(["no-interface"], "lets no interface",
-                      env={"ZORV_NETWORK_INTERFACES": "none0"}),
-                 id="no interface"),
-    pytest.param(Case(["settings-conflict"],
-                      "PELK_LOCALHOST is not used: ZORV_LOCALHOST is set, to another value",
-                      env={"ZORV_LOCALHOST": "127.0.0.1", "PELK_LOCALHOST": "127.0.0.2"}),
-                 id="setting with two values"),
-    pytest.param(Case(["setting-not-a-number", "port-unknown"],
-                      "PELK_SESSION is not used: '3x' is no number",
-                      session="host='alpha'", env={"PELK_SESSION": "3x"}),
-                 id="setting that is no number"),
-    pytest.param(Case(["setting-overridden"], "comes from the session file",
-                      env={"TALVORA_PORT": "4250"}),
-                 id="setting that the session file overrides"),
-    pytest.param(Case(["port-of-another-session"], "session 3 (session file) listens at 4244",
-                      arguments=["--zorvport", "4250"]),
-                 id="port of another session"),
-    pytest.param(Case(["session-invalid"], "the port 70000 is above 65535",
-                      session="host='a' port='70000'"),
-                 id="port that is too large"),
-    pytest.param(Case(["port-unknown", "session-directory-unusable"],
-                      "{root}/sessions: the session directory is missing",
-                      prepare="rm -r sessions", env={"ZORV_HOST": "a"}),
-                 id="missing session directory"),
-    pytest.param(Case(UNUSABLE, "no source names a front end host", prepare="rm sessions/latest"),
-                 id="no host"),
-    pytest.param(Case(UNUSABLE, "{root}/sessions/latest (dead link), a link to ",
-                      prepare="rm sessions/alpha-3"),
-                 id="dead link for a session file"),
-    pytest.param(Case(UNUSABLE, "(with a port that is no number)", session=f"port='{COOKIE}'"),
-                 id="port that is no number"),
-    pytest.param(Case(["restart-file-left"], "{root}/sessions/restart: with this restart file",
-                      prepare=": >sessions/restart"),
-                 id="restart file of an earlier launch"),
-    # The name is too long for any server to be asked.
-    pytest.param(Case(["host-unknown"], "x: no address found", arguments=["--host", "x" * 64]),
-                 id="host without addresses"),
+def test_does_not_judge_a_helper_that_it_cannot_read(site, another_user):
+    """A program works that may be executed and not read; a script does not."""
+    site.prepare(f"{OWN_SESSIONS}; chmod 711 {HELPER}")
+    report = site.report(under=AS_USER)
+    assert (report.status, "helper-unreadable" in report.codes()) == (2, True)
+
+
+@pytest.fixture
+def silent(site, namespace, start):
+    """A directory whose file server gives no answer, in the namespaces."""
+    folder = site.root / "silent"
+    folder.mkdir()
+    server = start(*namespace.under, "/usr/bin/python3",
+                   os.path.join(os.path.dirname(__file__), "support/silentserver.py"), folder)
+    wait_until(lambda: "ready" in server._output.read_text()
+               or server._process.poll() is not None, "the file system")
+    if server._process.poll() is not None:
+        pytest.skip(f"no file systems of users here: {server.wait().errors}")
+    yield folder
+    server._process.terminate()
+    server.wait()
+
+
+@pytest.mark.parametrize("env, code, works", [
+    pytest.param({"HOME": "{silent}", "ZORV_SESSION_PATH": ""}, "launch-would-hang", False,
+                 id="home with the session"),
+    pytest.param({"HOME": "{silent}"}, "no-answer", True, id="home without"),
+    pytest.param({"ZORV_SESSION_PATH": "{silent}/s"}, "launch-would-hang", False,
+                 id="session directory"),
+    pytest.param({"ZORV_SESSION_FILE": "{silent}/s/f"}, "launch-would-hang", False,
+                 id="session file"),
+    pytest.param({"ZORV_LOGS": "{silent}"}, "launch-would-hang", False, id="log directory"),
+    pytest.param({"PATH": "{silent}/bin:/usr/bin:/bin"}, "no-answer", True, id="entry of PATH"),
 ])
-def test_names_what_is_wrong(site, case):
-    """Each problem has its code, and a text that says where it is."""
-    check(site, case)
+def test_names_a_file_server_that_gives_no_answer(site, silent, namespace, env, code, works):
+    """The whole report comes within 10 seconds, and says which directory it is."""
+    env = {name: value.format(silent=silent) for name, value in env.items()}
+    started = os.times().elapsed
+    report = site.report(under=namespace.under, env=env)
+    assert os.times().elapsed - started < 10
+    assert code in report.codes()
+    assert report.status == (0 if works else 1)
+    assert str(silent) in report.causes()
+    assert site.launch_works(under=namespace.under, env=env, hangs=not works) == works
 
 
-@pytest.mark.parametrize("case", [
-    pytest.param(Case([], "127.42.42.2, 127.42.42.1",
-                      arguments=["--host", "127.42.42.2,127.42.42.1"]),
-                 id="addresses of a host"),
-    pytest.param(Case([], "arguments of mpi launcher: 2 ",
-                      arguments=["/opt/bin/zorv-mpirun", "--zorvsession", "3", "--help", "--json"]),
-                 id="arguments of the MPI launcher"),
-    pytest.param(
-        Case([], "hosts: alpha, 10.0.0.1 (environment) port: 4244 (derived) "
-             "session: 3 (session file) cookie present: yes (session file) "
-             "cookie used: yes (default) shared directory: /tmp (environment) "
-             "tarball: /t (option) session file: {root}/sessions/alpha-latest (derived)",
-             prepare=f"echo '<session session=\"3\" cookie=\"{COOKIE}\"/>' >sessions/alpha-latest",
-             env={"ZORV_HOST": "alpha,10.0.0.1", "PELK_SHARED_DIRECTORY": "/tmp"},
-             arguments=["--zorvtarball", "/t", "-np"]),
-        id="where the session's fields come from"),
-])
-def test_tells_what_the_launcher_sees(site, case):
-    """What is no problem is in the report, too."""
-    check(site, case)
+def test_names_a_name_server_that_gives_no_answer(site, namespace):
+    """The whole report comes within 10 seconds; the launch looks nothing up."""
+    namespace.run("""
+        mount -t tmpfs none /etc
+        echo hosts: files dns >/etc/nsswitch.conf
+        echo nameserver 10.9.9.2 >/etc/resolv.conf
+        ip link add d0 type veth peer name d1
+        ip addr add 10.9.9.1/24 dev d0
+        ip link set lo up; ip link set d0 up; ip link set d1 up
+        ip neigh add 10.9.9.2 lladdr 02:00:00:00:00:02 dev d0""")
+    site.write_session("host='alpha' port='4244' session='3'")
+    started = os.times().elapsed
+    report = site.report(under=namespace.under)
+    assert os.times().elapsed - started < 10
+    assert (report.status, report.codes(["name-server-silent"])) == (0, {"name-server-silent"})
+    assert "alpha" in report.causes()
+    assert site.launch_works(under=namespace.under, hangs=False)
 
 
-@pytest.mark.parametrize("case", [
-    pytest.param(Case([], "ZORV_LOGS = /***", env={"ZORV_LOGS": f"/{COOKIE}"},
-                      arguments=[f"a.out={COOKIE}"]),
-                 id="cookie of the session file"),
-    pytest.param(Case(["command-line-rejected", *UNUSABLE], "argument 'x***'", 1,
-                      prepare="rm sessions/*",
-                      arguments=["--zorvport", f"x{COOKIE}", "--zorvsessioncookie", COOKIE]),
-                 id="cookie of the command line"),
-    pytest.param(Case(UNUSABLE, "ZORV_SESSION_COOKIE = (hidden)", prepare="rm sessions/*",
-                      env={"ZORV_SESSION_COOKIE": COOKIE, "PELK_SESSION_COOKIE": COOKIE}),
-                 id="cookie of the environment"),
-    pytest.param(Case(["setting-not-a-number", "setting-overridden", *UNUSABLE],
-                      "ZORV_LOGS = /***", prepare="rm sessions/*",
-                      env={"TALVORA_SESSION_COOKIE": COOKIE, "ZORV_LOGS": f"/{COOKIE}",
-                           "ZORV_PORT": COOKIE},
-                      arguments=["--zorvsessioncookie", "other"]),
-                 id="cookie that is not used"),
-])
-def test_hides_the_cookie_elsewhere(site, case):
-    """The cookie is hidden in settings and arguments as well."""
-    check(site, case)
+def test_starts_no_launch_to_ask_for_a_version(site):
+    """What leads to the launcher on PATH is not asked: it would start the helper."""
+    site.prepare("ln -s zorv-mpirun bin/mpirun; chmod +x bin/*; "
+                 "printf '#!/bin/sh\\nexec zorv-mpirun \"$@\"\\n' >bin/mpiexec; chmod +x bin/mpiexec")
+    report = site.report(env={"PATH": f"{site.root}/bin:/usr/bin:/bin"})
+    launchers = {row["path"]: row["kind"] for row in report.json["mpi"]["launchers"]}
+    assert launchers[f"{site.root}/bin/mpirun"] == "zorv-mpirun"
+    assert launchers[f"{site.root}/bin/mpiexec"] == "zorv-mpirun"
+    assert not site.ran.exists()
+
+
+def test_leaves_nothing_behind(site):
+    """The files that the report makes to look at directories are gone."""
+    before = sorted(path for path in site.root.rglob("*"))
+    site.report()
+    assert sorted(path for path in site.root.rglob("*")) == before
+
+
+def test_says_that_the_command_line_asks_for_help(site):
+    """The launcher prints its help and starts nothing."""
+    report = site.report("-h", env={"ZORV_MANUAL_LAUNCH": "yes"})
+    assert (report.status, report.codes()) == (0, {"help-asked"})
+
+
+def test_takes_the_command_line_after_a_name_of_the_launcher(site):
+    """The launcher may have another name; options after it are its own."""
+    site.prepare("ln -s zorv-mpirun bin/mpirun")
+    assert site.report("bin/mpirun", "--zorvport", "x").codes() == {"command-line-rejected"}
+    report = site.report("/opt/bin/zorv-mpirun", "--zorvsession", "3", "--help", "--json")
+    assert report.json["commandLine"]["argumentsOfMpiLauncher"] == 2
 
 
 def test_rejects_an_option_without_its_value(site):
     """A mistake in the report's own options gives status 2."""
-    assert site.run(site.program, "--host") == Ended(
+    assert site.start(site.program, "--host").wait() == Ended(
         2, "", "option '--host' requires an argument\n")
-
-
-def test_prints_help(site):
-    """Help goes before a report in JSON."""
-    ended = site.run(site.program, "--json", "--help")
-    assert (ended.status, ended.errors) == (0, "")
-    assert ended.output.startswith("Usage: zorv-mpirun-info ")

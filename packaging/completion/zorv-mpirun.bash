@@ -110,13 +110,14 @@ _zorv_mpirun_info()
     local own=1 launcher=
     while ((own < COMP_CWORD)) && [[ ! $launcher ]]; do
         case ${COMP_WORDS[own]} in
-        --json | --help | --version) ((own++)) ;;
-        --host) ((own += 2)) ;;
+        --json | --watch | --codes | --help | --version) ((own++)) ;;
+        --bundle | --host) ((own += 2)) ;;
         zorv-mpirun | */zorv-mpirun) launcher=yes && ((own++)) ;;
         *) break ;;
         esac
     done
     if ((own > COMP_CWORD)); then
+        [[ ${COMP_WORDS[COMP_CWORD - 1]} == --host ]] || return
         mapfile -t COMPREPLY < <(compgen -A hostname -- "${COMP_WORDS[COMP_CWORD]}")
         return
     fi
@@ -126,7 +127,8 @@ _zorv_mpirun_info()
     _zorv_mpirun
     local current=${COMP_WORDS[COMP_CWORD]} words
     if ((at_own)) && [[ ! $launcher && $current == -* ]]; then
-        mapfile -t words < <(compgen -W "--json --host --help --version" -- "$current")
+        mapfile -t words < <(compgen -W "--json --bundle --watch --codes --host --help --version" \
+            -- "$current")
         COMPREPLY+=("${words[@]}")
     fi
 }

@@ -124,11 +124,15 @@ function __zorv_mpirun_info
     set -l words $argv
     while set -q words[1]
         switch $words[1]
-            case --json --help --version
+            case --json --watch --codes --help --version
                 set -e words[1]
-            case --host
+            case --bundle --host
                 if not set -q words[2]
-                    __fish_print_hostnames
+                    if test $words[1] = --host
+                        __fish_print_hostnames
+                    else
+                        __fish_complete_path (commandline -ct)
+                    end
                     return
                 end
                 set -e words[1 2]
@@ -142,7 +146,8 @@ function __zorv_mpirun_info
     __zorv_mpirun $words
     if not set -q words[1]; and string match -q -- '-*' (commandline -ct)
         printf '%s\t%s\n' --json 'Print JSON, for scripts' --host 'Also look up a host' \
-            --help 'Print a help text' --version 'Print the version'
+            --bundle 'Write an archive for a ticket' --watch 'Show a session as it runs' \
+            --codes 'List all findings' --help 'Print a help text' --version 'Print the version'
     end
 end
 

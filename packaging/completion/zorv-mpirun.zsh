@@ -63,18 +63,20 @@ if [[ $service == zorv-mpirun-info ]]; then
     launcher=
     while (( i < CURRENT )) && [[ -z $launcher ]]; do
         case $words[i] in
-        (--json|--help|--version) (( i++ )) ;;
-        (--host) (( i += 2 )) ;;
+        (--json|--watch|--codes|--help|--version) (( i++ )) ;;
+        (--bundle|--host) (( i += 2 )) ;;
         (zorv-mpirun|*/zorv-mpirun) launcher=yes; (( i++ )) ;;
         (*) break ;;
         esac
     done
     if (( i > CURRENT )); then
-        _hosts
+        if [[ $words[CURRENT-1] == --host ]] { _hosts } else { _files }
         return
     fi
     if (( i == CURRENT )) && [[ -z $launcher ]]; then
         described+=('--json:Print JSON, for scripts' '--host:Also look up a host'
+            '--bundle:Write an archive for a ticket' '--watch:Show a session as it runs'
+            '--codes:List all findings'
             '--help:Print a help text' '--version:Print the version')
     fi
 fi

@@ -19,10 +19,6 @@
 
 namespace {
 
-constexpr rlim_t mebibyte = 1024UL * 1024;
-constexpr rlim_t lowestAccepted = 8 * mebibyte;
-constexpr rlim_t highestAccepted = 64 * mebibyte;
-constexpr rlim_t limitOfFreshCopy = 16 * mebibyte;
 constexpr const char* rememberedLimit = "TALVORA_OLD_STACK_LIMIT";
 
 std::optional<rlimit> g_userLimit;
@@ -35,21 +31,6 @@ bool setSoftLimit(rlimit limits, rlim_t soft)
         return false;
     }
     return true;
-}
-
-// QByteArray::toULongLong() alone would take signs and blanks.
-std::optional<rlim_t> plainNumber(const QByteArray& text)
-{
-    const bool digits =
-        std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
-    bool ok = false;
-    const rlim_t number = text.toULongLong(&ok);
-    return digits && ok ? std::optional<rlim_t>(number) : std::nullopt;
-}
-
-bool isAccepted(rlim_t soft)
-{
-    return soft == RLIM_INFINITY || (soft >= lowestAccepted && soft <= highestAccepted);
 }
 
 QString ownExecutable(const char* argument0)
@@ -65,7 +46,6 @@ void replaceProcess(int argc, const char* const* argv)
         return;
     }
     std::vector<char*> arguments;
-    arguments.reserve(static_cast<std::size_t>(argc) + 1);
     for (int i = 0; i < argc; ++i) {
         arguments.push_back(const_cast<char*>(argv[i]));
     }
@@ -86,22 +66,33 @@ void fixStackLimit(int argc, const char* const* argv)
         perror("getrlimit");
         return;
     }
-    if (const char* value = getenv(rememberedLimit)) {
-        const std::optional<rlim_t> remembered = plainNumber(value);
+    if (getenv(rememberedLimit)) {
+        const std::optional<rlim_t> remembered = rememberedStackLimit();
         sc_unsetenv(rememberedLimit);
         if (remembered) {
             setSoftLimit(limits, *remembered);
         }
         return;
     }
-    if (isAccepted(limits.rlim_cur)) {
+    if (keepsStackLimit(limits.rlim_cur)) {
         return;
     }
     sc_setenv(rememberedLimit, QByteArray::number(qulonglong(limits.rlim_cur)).constData(), true);
-    if (setSoftLimit(limits, limitOfFreshCopy)) {
+    if (setSoftLimit(limits, freshCopyStackLimit)) {
         g_userLimit = limits;
         replaceProcess(argc, argv);
     }
+}
+
+// QByteArray::toULongLong() alone would take signs and blanks.
+std::optional<rlim_t> rememberedStackLimit()
+{
+    const QByteArray text = qgetenv(rememberedLimit);
+    const bool digits =
+        std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
+    bool ok = false;
+    const rlim_t number = text.toULongLong(&ok);
+    return digits && ok ? std::optional<rlim_t>(number) : std::nullopt;
 }
 
 std::optional<rlimit> userStackLimit()

@@ -1,0 +1,59 @@
+#include "common/compatibility_simple/files/obstacle.h"
+
+#include <QDir>
+#include <QFile>
+
+#include <cerrno>
+#include <sys/stat.h>
+
+namespace {
+
+// The error number of looking at a path, 0 when it is there.
+int errorOf(const QString& path)
+{
+    struct stat status;
+    return stat(QFile::encodeName(path).constData(), &status) == 0 ? 0 : errno;
+}
+
+bool isLink(const QString& path)
+{
+    struct stat status;
+    return lstat(QFile::encodeName(path).constData(), &status) == 0 && S_ISLNK(status.st_mode);
+}
+
+// `parent` is the last part of the way to `path` that could be looked at.
+QString textOf(int error, const QString& path, const QString& parent)
+{
+    switch (error) {
+    case ENOENT:
+        return path + (isLink(path) ? QStringLiteral(" is a link that leads nowhere")
+                                    : QStringLiteral(" does not exist"));
+    case ENOTDIR:
+        return parent + QStringLiteral(" is no directory");
+    case EACCES:
+        return isLink(path) ? path + QStringLiteral(" is a link to where you may not look")
+                            : parent + QStringLiteral(" may not be entered");
+    default:
+        return QStringLiteral("%1: %2").arg(path, qt_error_string(error));
+    }
+}
+
+} // namespace
+
+QString obstacleOn(const QString& path)
+{
+    // Not QDir::cleanPath(), which takes ".." for the parent of a link.
+    const QString absolute = QDir::isAbsolutePath(path) ? path : QStringLiteral("./") + path;
+    QString parent = QStringLiteral("/");
+    for (qsizetype end = absolute.indexOf(QLatin1Char('/'), 1);;
+         end = absolute.indexOf(QLatin1Char('/'), end + 1)) {
+        const QString part = absolute.left(end == -1 ? absolute.size() : end);
+        if (const int error = errorOf(part)) {
+            return textOf(error, part, parent);
+        }
+        if (end == -1) {
+            return QString();
+        }
+        parent = part;
+    }
+}

@@ -1,0 +1,269 @@
+#include "common/compatibility_simple/process/executable.h"
+
+#include "common/compatibility_simple/files/obstacle.h"
+#include "common/compatibility_simple/files/read.h"
+
+#include <QDir>
+#include <QFile>
+#include <QStandardPaths>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <elf.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+namespace {
+
+// The kernel follows a script's interpreter that is a script itself so often.
+constexpr int deepestNesting = 4;
+// Where the headers of a binary are; the kernel reads 256 bytes of a script's line.
+constexpr qsizetype headerSize = 4096;
+constexpr qsizetype longestLine = 256;
+
+using Fault = ProgramFault;
+
+ProgramState faulty(Fault fault, const QString& cause)
+{
+    return {fault, cause};
+}
+
+// None when it cannot be read.
+Result<QByteArray> readHeader(const QString& path)
+{
+    return readRegularFile(path, headerSize);
+}
+
+// The value of a line such as "magic 7f454c46" of a handler's description.
+QByteArray valueIn(const QByteArray& description, const char* key)
+{
+    const QList<QByteArray> lines = description.split('\n');
+    for (const QByteArray& line : lines) {
+        if (line.startsWith(key)) {
+            return line.mid(qsizetype(strlen(key)));
+        }
+    }
+    return QByteArray();
+}
+
+bool matches(const QByteArray& header, const QByteArray& description)
+{
+    const QByteArray magic = QByteArray::fromHex(valueIn(description, "magic "));
+    const QByteArray mask = QByteArray::fromHex(valueIn(description, "mask "));
+    const QByteArray start = header.mid(valueIn(description, "offset ").toInt(), magic.size());
+    bool same = !magic.isEmpty() && start.size() == magic.size();
+    for (qsizetype i = 0; same && i < magic.size(); ++i) {
+        const char bits = i < mask.size() ? mask.at(i) : '\xff';
+        same = (start.at(i) & bits) == (magic.at(i) & bits);
+    }
+    return same;
+}
+
+// Whether a handler of the kernel's binfmt_misc takes a file, see the kernel's
+// Documentation/admin-guide/binfmt-misc.rst. Those that go by a file name's extension
+// do not count: the helper's name has none.
+bool isHandled(const QByteArray& header)
+{
+    const QDir handlers(QStringLiteral("/proc/sys/fs/binfmt_misc"));
+    const QStringList names = handlers.entryList(QDir::Files);
+    return std::any_of(names.begin(), names.end(), [&](const QString& name) {
+        const QByteArray description = readHeader(handlers.filePath(name)).value_or(QByteArray());
+        return description.startsWith("enabled\n") && matches(header, description);
+    });
+}
+
+bool isBinary(const QByteArray& header)
+{
+    return header.size() >= qsizetype(sizeof(Elf32_Ehdr)) &&
+           memcmp(header.constData(), ELFMAG, SELFMAG) == 0;
+}
+
+template <typename T> T at(const QByteArray& bytes, qsizetype offset)
+{
+    T value = {};
+    if (offset >= 0 && offset <= bytes.size() - qsizetype(sizeof value)) {
+        memcpy(&value, bytes.constData() + offset, sizeof value);
+    }
+    return value;
+}
+
+// What counts of a binary's program headers.
+struct Segments
+{
+    quint64 end = 0; // of the last one, in the file
+    QString loader;
+};
+
+template <typename Header, typename Segment> Segments segmentsOf(const QByteArray& bytes)
+{
+    Segments result;
+    const auto header = at<Header>(bytes, 0);
+    for (int i = 0; i < header.e_phnum; ++i) {
+        const auto segment = at<Segment>(bytes, qsizetype(header.e_phoff) + i * header.e_phentsize);
+        if (segment.p_type == PT_LOAD) {
+            result.end = qMax<quint64>(result.end, segment.p_offset + segment.p_filesz);
+        } else if (segment.p_type == PT_INTERP) {
+            result.loader = QFile::decodeName(bytes.mid(qsizetype(segment.p_offset)).constData());
+        }
+    }
+    return result;
+}
+
+Segments segmentsOf(const QByteArray& header)
+{
+    return header.at(EI_CLASS) == ELFCLASS64 ? segmentsOf<Elf64_Ehdr, Elf64_Phdr>(header)
+                                             : segmentsOf<Elf32_Ehdr, Elf32_Phdr>(header);
+}
+
+// Kernels run 32-bit programs of the same family as well; where one does not, its loader
+// is missing as a rule.
+bool isOwnArchitecture(const QByteArray& header)
+{
+    static const QByteArray own =
+        readHeader(QStringLiteral("/proc/self/exe")).value_or(QByteArray(headerSize, '\0'));
+    const auto machine = at<Elf32_Ehdr>(header, 0).e_machine;
+    const auto ownMachine = at<Elf32_Ehdr>(own, 0).e_machine;
+    return header.at(EI_DATA) == own.at(EI_DATA) &&
+           (machine == ownMachine || (ownMachine == EM_X86_64 && machine == EM_386) ||
+            (ownMachine == EM_AARCH64 && machine == EM_ARM));
+}
+
+ProgramState examine(const QString& path, int nesting);
+
+// The fault of what starts a program.
+ProgramState through(Fault fault, const char* role, const QString& path, int nesting)
+{
+    const ProgramState state = examine(path, nesting + 1);
+    if (state.fault == Fault::None) {
+        return state;
+    }
+    const char* const form = state.fault == Fault::Missing ? "%1 %2 is missing: %3" : "%1 %2: %3";
+    return faulty(fault, QString::fromLatin1(form).arg(QLatin1String(role), path, state.cause));
+}
+
+ProgramState examineBinary(const QString& path, const QByteArray& header, int nesting)
+{
+    if (!isOwnArchitecture(header)) {
+        return isHandled(header)
+                   ? ProgramState()
+                   : faulty(Fault::Foreign,
+                            QStringLiteral("a program for another kind of processor"));
+    }
+    const Segments segments = segmentsOf(header);
+    struct stat status;
+    if (stat(QFile::encodeName(path).constData(), &status) == 0 &&
+        quint64(status.st_size) < segments.end) {
+        return faulty(Fault::Truncated, QStringLiteral("cut off: %1 of at least %2 bytes")
+                                            .arg(status.st_size)
+                                            .arg(segments.end));
+    }
+    return segments.loader.isEmpty()
+               ? ProgramState()
+               : through(Fault::Loader, "its loader", segments.loader, nesting);
+}
+
+// env(1) looks for the script's real interpreter.
+ProgramState examineEnv(const QStringList& words)
+{
+    for (const QString& word : words) {
+        if (word.startsWith(QLatin1Char('-')) || word.contains(QLatin1Char('='))) {
+            continue;
+        }
+        return QStandardPaths::findExecutable(word).isEmpty()
+                   ? faulty(Fault::Interpreter,
+                            QStringLiteral("its interpreter %1 is not on PATH").arg(word))
+                   : ProgramState();
+    }
+    return ProgramState();
+}
+
+ProgramState examineScript(const QByteArray& header, int nesting)
+{
+    const QByteArray line = header.mid(2, longestLine - 2).split('\n').first().split('\0').first();
+    if (line.endsWith('\r')) {
+        return faulty(Fault::CarriageReturn,
+                      QStringLiteral("its first line ends with a carriage return"));
+    }
+    const QStringList words = QFile::decodeName(line.trimmed())
+                                  .replace(QLatin1Char('\t'), QLatin1Char(' '))
+                                  .split(QLatin1Char(' '), Qt::SkipEmptyParts);
+    if (words.isEmpty() || nesting > deepestNesting) {
+        return faulty(Fault::Interpreter, QStringLiteral("its first line names no interpreter"));
+    }
+    const ProgramState state =
+        through(Fault::Interpreter, "its interpreter", words.first(), nesting);
+    return state.fault == Fault::None && words.first().endsWith(QLatin1String("/env"))
+               ? examineEnv(words.mid(1))
+               : state;
+}
+
+ProgramState examineContent(const QByteArray& header, const QString& path, int nesting)
+{
+    if (header.isEmpty()) {
+        return faulty(Fault::Empty, QStringLiteral("an empty file"));
+    }
+    if (isBinary(header)) {
+        return examineBinary(path, header, nesting);
+    }
+    if (header.startsWith("#!")) {
+        return examineScript(header, nesting);
+    }
+    return isHandled(header)
+               ? ProgramState()
+               : faulty(Fault::NoProgram, QStringLiteral("neither a program for this system nor a "
+                                                         "script that begins with #!"));
+}
+
+ProgramState examineAccess(const QString& path, const struct stat& status)
+{
+    const QByteArray name = QFile::encodeName(path);
+    if (!S_ISREG(status.st_mode)) {
+        return faulty(Fault::NoFile, S_ISDIR(status.st_mode) ? QStringLiteral("a directory")
+                                                             : QStringLiteral("no regular file"));
+    }
+    if (faccessat(AT_FDCWD, name.constData(), X_OK, AT_EACCESS) == 0) {
+        return ProgramState();
+    }
+    struct statvfs system;
+    return statvfs(name.constData(), &system) == 0 && (system.f_flag & ST_NOEXEC)
+               ? faulty(Fault::NoExecMount, QStringLiteral("its file system is mounted noexec"))
+               : faulty(Fault::NotExecutable, QStringLiteral("you may not execute it"));
+}
+
+ProgramState examine(const QString& path, int nesting)
+{
+    struct stat status;
+    if (stat(QFile::encodeName(path).constData(), &status) == -1) {
+        return faulty(errno == EACCES ? Fault::Unreachable : Fault::Missing, obstacleOn(path));
+    }
+    const ProgramState state = examineAccess(path, status);
+    const Result<QByteArray> header = readHeader(path);
+    return state.fault == Fault::None && header ? examineContent(*header, path, nesting) : state;
+}
+
+} // namespace
+
+ProgramState examineProgram(const QString& path)
+{
+    return examine(path, 0);
+}
+
+QString loaderOf(const QString& path)
+{
+    const QByteArray header = readHeader(path).value_or(QByteArray());
+    return isBinary(header) && isOwnArchitecture(header) ? segmentsOf(header).loader : QString();
+}
+
+QString describeStartFailure(const QString& path, const QString& systemText)
+{
+    const ProgramState state = examineProgram(path);
+    if (state.fault == Fault::Missing) {
+        return systemText;
+    }
+    const QString cause =
+        state.fault == Fault::None ? QString() : state.cause + QStringLiteral("; ");
+    return QStringLiteral("%1 (%2zorv-mpirun-info tells more)").arg(systemText, cause);
+}

@@ -1,0 +1,209 @@
+// The batch system that the launch runs in, and the MPI launchers on PATH.
+
+#include "mpirun-info/probe.h"
+#include "mpirun-info/report.h"
+#include "mpirun-info/request.h"
+#include "mpirun-info/sections.h"
+
+#include "branding/filenames.h"
+#include "common/compatibility_simple/process/processhelpers.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonObject>
+#include <QRegularExpression>
+
+#include <memory>
+#include <vector>
+
+namespace {
+
+struct BatchSystem
+{
+    const char* name;
+    const char* sign; // the variable that says that this is its job
+    const char* job;
+    const char* step;
+    const char* task;
+    const char* nodes;
+};
+constexpr BatchSystem batchSystems[] = {
+    {"Slurm", "SLURM_JOB_ID", "SLURM_JOB_ID", "SLURM_STEP_ID", "SLURM_PROCID",
+     "SLURM_JOB_NODELIST"},
+    {"PBS", "PBS_JOBID", "PBS_JOBID", "", "PBS_TASKNUM", "PBS_NODEFILE"},
+    {"LSF", "LSB_JOBID", "LSB_JOBID", "LSB_JOBINDEX", "LS_JOBPID", "LSB_HOSTS"},
+    {"Flux", "FLUX_JOB_ID", "FLUX_JOB_ID", "", "FLUX_TASK_RANK", "FLUX_JOB_NNODES"},
+    {"Grid Engine", "SGE_ROOT", "JOB_ID", "SGE_TASK_ID", "", "PE_HOSTFILE"},
+    {"Cobalt", "COBALT_JOBID", "COBALT_JOBID", "", "", "COBALT_NODEFILE"},
+};
+
+// How many tasks of a step run what was started, by whoever started it.
+constexpr const char* taskCounts[] = {"SLURM_STEP_NUM_TASKS", "OMPI_COMM_WORLD_SIZE", "PMI_SIZE",
+                                      "FLUX_JOB_SIZE", "PALS_SIZE"};
+
+QJsonValue variable(const char* name)
+{
+    return *name ? orNull(qEnvironmentVariable(name)) : QJsonValue();
+}
+
+struct Kind
+{
+    const char* sign;
+    const char* name;
+};
+// What the versions of MPI launchers say of themselves; the first that fits counts.
+constexpr Kind kinds[] = {
+    {"Intel(R) MPI", "Intel MPI"},
+    {"Spectrum MPI", "IBM Spectrum MPI"},
+    {"MVAPICH", "MVAPICH"},
+    {"HYDRA", "MPICH"},
+    {"Open MPI", "Open MPI"},
+    {"OpenRTE", "Open MPI"},
+    {"PRRTE", "PRRTE"},
+    {"slurm", "Slurm"},
+    {"aprun", "ALPS"},
+    {"jsrun", "JSM"},
+    {"flux", "Flux"},
+    {"PALS", "PALS"},
+};
+
+constexpr const char* launcherNames[] = {"mpirun", "mpiexec", "orterun", "prterun",
+                                         "srun",   "flux",    "aprun",   "jsrun"};
+
+// Which MPI launchers a directory has.
+QJsonValue launchersIn(const QString& directory)
+{
+    QJsonArray found;
+    for (const char* name : launcherNames) {
+        const QFileInfo file(QDir(directory).filePath(QLatin1String(name)));
+        if (file.isFile() && file.isExecutable()) {
+            found.append(QLatin1String(name));
+        }
+    }
+    return found;
+}
+
+// Whether starting the program would start a launch of the suite's: it is the launcher, or
+// a script that names it.
+bool leadsToLauncher(const QString& path)
+{
+    return QFileInfo(QFileInfo(path).canonicalFilePath()).fileName() == FileName::zorvMpirun ||
+           (sc_isScript(path) && systemFile(path).contains(FileName::zorvMpirun.toLatin1()));
+}
+
+QJsonValue askVersion(const QString& path)
+{
+    if (leadsToLauncher(path)) {
+        return QJsonObject{{QStringLiteral("kind"), FileName::zorvMpirun},
+                           {QStringLiteral("version"), QJsonValue()}};
+    }
+    const QString output = outputOf(path, {QStringLiteral("--version")});
+    static const QRegularExpression number(QStringLiteral("\\d+(\\.\\d+)+\\S*"));
+    QJsonValue kind;
+    for (const Kind& row : kinds) {
+        if (kind.isNull() && output.contains(QLatin1String(row.sign))) {
+            kind = QLatin1String(row.name);
+        }
+    }
+    return QJsonObject{{QStringLiteral("kind"), kind},
+                       {QStringLiteral("version"), orNull(number.match(output).captured())}};
+}
+
+struct PathEntry
+{
+    QString directory;
+    std::unique_ptr<Probe> probe;
+};
+
+// The paths of the launchers that a shell would find, in the order of the names.
+QStringList findLaunchers(Report* report)
+{
+    std::vector<PathEntry> entries;
+    QStringList directories =
+        qEnvironmentVariable("PATH").split(QLatin1Char(':'), Qt::SkipEmptyParts);
+    directories.removeDuplicates();
+    for (const QString& directory : std::as_const(directories)) {
+        entries.push_back(
+            {directory, std::make_unique<Probe>([directory] { return launchersIn(directory); })});
+    }
+    QStringList paths;
+    for (const char* name : launcherNames) {
+        for (const PathEntry& entry : entries) {
+            entry.probe->wait();
+            if (entry.probe->answer().toArray().contains(QLatin1String(name))) {
+                paths += QDir(entry.directory).filePath(QLatin1String(name));
+                break;
+            }
+        }
+    }
+    for (const PathEntry& entry : entries) {
+        if (entry.probe->wait() != Probe::Outcome::Answered) {
+            report->find(Finding::NoAnswer, QStringLiteral("%1 on PATH").arg(entry.directory));
+        }
+    }
+    return paths;
+}
+
+} // namespace
+
+void describeBatch(Report* report, const Request&)
+{
+    report->beginSection("batch");
+    const BatchSystem* system = nullptr;
+    for (const BatchSystem& row : batchSystems) {
+        if (!system && qEnvironmentVariableIsSet(row.sign) && qEnvironmentVariableIsSet(row.job)) {
+            system = &row;
+        }
+    }
+    report->add("system", system ? QJsonValue(QLatin1String(system->name)) : QJsonValue());
+    report->add("job", system ? variable(system->job) : QJsonValue());
+    report->add("step", system ? variable(system->step) : QJsonValue());
+    report->add("task", system ? variable(system->task) : QJsonValue());
+    report->add("nodes", system ? variable(system->nodes) : QJsonValue());
+    QJsonValue tasks;
+    for (const char* name : taskCounts) {
+        const int count = qEnvironmentVariableIntValue(name);
+        if (count > 1 && tasks.isNull()) {
+            tasks = count;
+            report->find(Finding::ManyLaunchers,
+                         QStringLiteral("%1 is %2").arg(QLatin1String(name)).arg(count));
+        }
+    }
+    report->add("tasks", tasks);
+}
+
+void describeMpi(Report* report, const Request&)
+{
+    report->beginSection("mpi");
+    const QStringList paths = findLaunchers(report);
+    std::vector<std::unique_ptr<Probe>> probes;
+    for (const QString& path : paths) {
+        probes.push_back(std::make_unique<Probe>([path] { return askVersion(path); }));
+    }
+    QJsonArray launchers;
+    QStringList lines;
+    QStringList libraries;
+    for (qsizetype i = 0; i < paths.size(); ++i) {
+        Probe& probe = *probes.at(size_t(i));
+        probe.wait();
+        const QJsonValue kind = probe.answer()[QStringLiteral("kind")];
+        const QJsonValue version = probe.answer()[QStringLiteral("version")];
+        launchers.append(QJsonObject{{QStringLiteral("path"), paths.at(i)},
+                                     {QStringLiteral("kind"), orNull(kind.toString())},
+                                     {QStringLiteral("version"), orNull(version.toString())}});
+        lines +=
+            QStringLiteral("%1: %2 %3")
+                .arg(paths.at(i), kind.toString(QStringLiteral("unknown")), version.toString());
+        if (QFileInfo(paths.at(i)).fileName().startsWith(QLatin1String("mpi")) && kind.isString()) {
+            libraries += kind.toString();
+        }
+    }
+    report->addLines("launchers", launchers, lines);
+    libraries.removeAll(FileName::zorvMpirun);
+    libraries.removeDuplicates();
+    if (libraries.size() > 1) {
+        report->find(Finding::MixedMpi, lines.join(QStringLiteral("; ")));
+    }
+}

@@ -1,0 +1,143 @@
+// What the launcher makes of its command line, and what was perhaps meant.
+
+#include "mpirun-info/probe.h"
+#include "mpirun-info/report.h"
+#include "mpirun-info/request.h"
+#include "mpirun-info/sections.h"
+#include "mpirun-info/spelling.h"
+
+#include "zorv-debugger/zorvdebuggeroptions.h"
+
+#include <QJsonArray>
+#include <QJsonObject>
+
+namespace {
+
+struct OptionNames
+{
+    const char* name;
+    const char* simpleNames;
+};
+constexpr OptionNames optionNames[] = {
+#define BACKEND_OPTION(name, simpleNames, ...) {name, simpleNames},
+#define DEBUGGER_OPTION(name, simpleNames, ...) {name, simpleNames},
+#include "backend/options.def"
+};
+
+QStringList spellings(bool simple)
+{
+    QStringList names;
+    for (const OptionNames& option : optionNames) {
+        names += QString::fromLatin1(option.name);
+        if (simple) {
+            names += QString::fromLatin1(option.simpleNames).split(QLatin1Char(' '));
+        }
+    }
+    names.removeAll(QString());
+    return names;
+}
+
+// The word as an option would be spelt: text processors make one long dash of two.
+QString withPlainDashes(QString word)
+{
+    if (word.startsWith(QChar(0x2013)) || word.startsWith(QChar(0x2014))) {
+        word.replace(0, 1, QStringLiteral("--"));
+    }
+    return word;
+}
+
+// Without what may be a secret.
+QString withoutValue(const QString& word)
+{
+    const qsizetype equals = word.indexOf(QLatin1Char('='));
+    return equals == -1 ? word : word.left(equals + 1) + QStringLiteral("...");
+}
+
+// What is wrong with the word that ended the options.
+void findSlip(Report* report, const QString& word, bool simple)
+{
+    const QStringList known = spellings(simple);
+    const QString plain = withPlainDashes(word);
+    const QString name = plain.section(QLatin1Char('='), 0, 0);
+    const QString nearest = plain.startsWith(QLatin1Char('-')) && name.size() > 4
+                                ? nearestSpelling(name, known)
+                                : QString();
+    if (!nearest.isNull() && plain.contains(QLatin1Char('='))) {
+        report->find(Finding::OptionJoined,
+                     QStringLiteral("'%1' ended the options; write '%2 VALUE'")
+                         .arg(withoutValue(word), nearest));
+    } else if (!nearest.isNull() || plain.contains(QLatin1String("-zorv"), Qt::CaseInsensitive)) {
+        report->find(Finding::OptionMisspelt,
+                     QStringLiteral("'%1' ended the options; %2")
+                         .arg(withoutValue(word),
+                              nearest.isNull()
+                                  ? QStringLiteral("there is no such option")
+                                  : QStringLiteral("perhaps '%1' is meant").arg(nearest)));
+    }
+}
+
+// The options of the launcher that stand where they are none.
+void findLateOptions(Report* report, const QStringList& rest)
+{
+    QStringList late;
+    for (const QString& word : rest.mid(1)) {
+        if (word.startsWith(QLatin1String("--zorv"))) {
+            late += withoutValue(word);
+        }
+    }
+    late.removeDuplicates();
+    if (!late.isEmpty()) {
+        report->find(Finding::OptionAfterOthers,
+                     QStringLiteral("'%1' ended the options; after it: %2")
+                         .arg(withoutValue(rest.first()), late.join(QStringLiteral(", "))));
+    }
+}
+
+QJsonValue parse(const Request& request)
+{
+    ZORVDebuggerOptions options;
+    QString messages;
+    const bool accepted = parseCommandLine(request, &options, &messages);
+    return QJsonObject{{QStringLiteral("accepted"), accepted},
+                       {QStringLiteral("message"), orNull(messages)},
+                       {QStringLiteral("simple"), options.isSimpleArguments()},
+                       {QStringLiteral("rest"), options.targetArguments().size()}};
+}
+
+void describeParsed(Report* report, const Request& request, const QJsonValue& parsed)
+{
+    const bool accepted = parsed[QStringLiteral("accepted")].toBool();
+    const QStringList rest = request.commandLine.mid(request.commandLine.size() -
+                                                     parsed[QStringLiteral("rest")].toInt());
+    report->add("accepted", accepted);
+    report->add("message", parsed[QStringLiteral("message")]);
+    report->add("simpleArguments", parsed[QStringLiteral("simple")]);
+    // How many, not which: a misspelt cookie option would be among them.
+    report->add("arguments", request.commandLine.size() - 1);
+    report->add("argumentsOfMpiLauncher", accepted ? QJsonValue(rest.size()) : QJsonValue());
+    report->add("endedBy", rest.isEmpty() ? QJsonValue() : QJsonValue(withoutValue(rest.first())));
+    if (!accepted) {
+        report->find(Finding::CommandLineRejected, parsed[QStringLiteral("message")].toString());
+    } else if (!rest.isEmpty()) {
+        findSlip(report, rest.first(), parsed[QStringLiteral("simple")].toBool());
+        findLateOptions(report, rest);
+    }
+}
+
+} // namespace
+
+void describeCommandLine(Report* report, const Request& request)
+{
+    report->beginSection("commandLine");
+    Probe probe([&] { return parse(request); });
+    const Probe::Outcome outcome = probe.wait();
+    if (outcome == Probe::Outcome::Answered) {
+        describeParsed(report, request, probe.answer());
+    } else if (outcome == Probe::Outcome::Exited) {
+        report->find(
+            probe.answer().toInt() == 0 ? Finding::HelpAsked : Finding::UsageAsked,
+            QStringLiteral("the launcher ends with status %1").arg(probe.answer().toInt()));
+    } else {
+        report->find(Finding::NotLookedAt, QStringLiteral("the command line"));
+    }
+}

@@ -1,0 +1,134 @@
+// What keeps the launcher's processes apart from the rest of the host.
+
+#include "mpirun-info/report.h"
+#include "mpirun-info/request.h"
+#include "mpirun-info/sections.h"
+
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonObject>
+
+namespace {
+
+struct Sign
+{
+    const char* file;
+    const char* variable;
+    const char* kind;
+};
+// The file or variable by which the containers of each kind are known.
+constexpr Sign signs[] = {
+    {"/.dockerenv", "", "Docker"},
+    {"/run/.containerenv", "", "Podman"},
+    {"/.singularity.d", "APPTAINER_CONTAINER", "Apptainer"},
+    {"", "SINGULARITY_CONTAINER", "Singularity"},
+    {"", "SHIFTER_IMAGEREQUEST", "Shifter"},
+    {"", "CH_RUNNING", "Charliecloud"},
+    {"", "KUBERNETES_SERVICE_HOST", "Kubernetes"},
+    {"", "container", "systemd"},
+};
+
+// The number that the kernel gives the namespace of the processes of the host, see
+// PROC_PID_INIT_INO in its linux/proc_ns.h.
+constexpr const char* initialPidNamespace = "pid:[4026531836]";
+
+void describeKind(Report* report)
+{
+    QString kind;
+    QString source;
+    for (const Sign& sign : signs) {
+        const QString file = QString::fromLatin1(sign.file);
+        const bool hasFile = !file.isEmpty() && QFileInfo::exists(file);
+        if (kind.isEmpty() &&
+            (hasFile || (*sign.variable && qEnvironmentVariableIsSet(sign.variable)))) {
+            kind = QString::fromLatin1(sign.kind);
+            source = hasFile ? file : QString::fromLatin1(sign.variable);
+        }
+    }
+    report->add("kind", orNull(kind));
+    report->add("source", orNull(source));
+}
+
+struct ControlFile
+{
+    const char* key;
+    const char* unified;    // its name in version 2
+    const char* controller; // in version 1
+    const char* own;        // its name there
+};
+constexpr ControlFile controlFiles[] = {
+    {"processes", "pids.max", "pids", "pids.max"},
+    {"processesNow", "pids.current", "pids", "pids.current"},
+    {"memory", "memory.max", "memory", "memory.limit_in_bytes"},
+    {"processorTime", "cpu.max", "cpu", "cpu.cfs_quota_us"},
+    {"processors", "cpuset.cpus.effective", "cpuset", "cpuset.effective_cpus"},
+};
+
+// The path of the process in a hierarchy, from a line such as "4:pids:/job" of
+// /proc/self/cgroup; version 2 has no controllers in its line, see cgroups(7).
+QString groupOf(const QByteArray& groups, const QByteArray& controller)
+{
+    const QList<QByteArray> lines = groups.split('\n');
+    for (const QByteArray& line : lines) {
+        const QList<QByteArray> fields = line.split(':');
+        if (fields.size() > 2 && fields.at(1).split(',').contains(controller)) {
+            return QFile::decodeName(fields.mid(2).join(':'));
+        }
+    }
+    return QString();
+}
+
+QString limitOf(const QByteArray& groups, const ControlFile& file)
+{
+    const QString root = QStringLiteral("/sys/fs/cgroup");
+    const QString unified =
+        root + groupOf(groups, QByteArray()) + QLatin1Char('/') + QLatin1String(file.unified);
+    if (QFile::exists(unified)) {
+        return QString::fromLatin1(systemFile(unified));
+    }
+    const QLatin1String controller(file.controller);
+    return QString::fromLatin1(systemFile(root + QLatin1Char('/') + controller +
+                                          groupOf(groups, file.controller) + QLatin1Char('/') +
+                                          QLatin1String(file.own)));
+}
+
+void describeControlGroup(Report* report)
+{
+    const QByteArray groups = systemFile(QStringLiteral("/proc/self/cgroup"));
+    report->add("controlGroups",
+                orNull(QString::fromLatin1(groups).replace(QLatin1Char('\n'), QLatin1Char(' '))));
+    QJsonObject limits;
+    QStringList lines;
+    for (const ControlFile& file : controlFiles) {
+        const QString limit = limitOf(groups, file);
+        limits.insert(QLatin1String(file.key), orNull(limit));
+        if (!limit.isEmpty()) {
+            lines += QStringLiteral("%1 %2").arg(QLatin1String(file.key), limit);
+        }
+    }
+    report->addLines("controlGroupLimits", limits, lines);
+}
+
+QString seccompMode(const QByteArray& number)
+{
+    return number == "2"   ? QStringLiteral("filter")
+           : number == "1" ? QStringLiteral("strict")
+                           : QStringLiteral("none");
+}
+
+} // namespace
+
+void describeContainer(Report* report, const Request& request)
+{
+    const QString pidNamespace =
+        QFile::symLinkTarget(QStringLiteral("/proc/self/ns/pid")).section(QLatin1Char('/'), -1);
+    report->beginSection("container");
+    describeKind(report);
+    report->add("pidNamespace", orNull(pidNamespace));
+    report->add("hostPidNamespace", pidNamespace == QLatin1String(initialPidNamespace));
+    report->add("processOne",
+                orNull(QString::fromLocal8Bit(systemFile(QStringLiteral("/proc/1/comm")))));
+    report->add("seccomp", seccompMode(statusValue(request.start.status, "Seccomp")));
+    report->add("noNewPrivileges", statusValue(request.start.status, "NoNewPrivs") == "1");
+    describeControlGroup(report);
+}

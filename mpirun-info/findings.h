@@ -1,0 +1,31 @@
+// All that the report may find wrong.
+
+#pragma once
+
+#include <QByteArray>
+
+enum class Severity {
+    Error,   ///< a launch would fail
+    Warning, ///< something may not be as it was meant
+    Unknown, ///< it could not be found out
+};
+
+enum class Finding {
+#define FINDING(name, code, severity, meaning, remedy) name,
+#include "mpirun-info/findings.def"
+#undef FINDING
+};
+
+struct FindingText
+{
+    const char* code;
+    Severity severity;
+    const char* meaning;
+    const char* remedy;
+};
+
+const FindingText& textOf(Finding finding);
+const char* nameOf(Severity severity);
+
+/// The list of all findings: a text for people, or a JSON array.
+QByteArray allFindings(bool json);

@@ -1,0 +1,213 @@
+// What this host is, and what its names and the front end's are looked up as.
+
+#include "mpirun-info/probe.h"
+#include "mpirun-info/report.h"
+#include "mpirun-info/request.h"
+#include "mpirun-info/sections.h"
+
+#include "backend/backenduserdata.h"
+#include "common/compatibility_simple/network/addresses.h"
+#include "common/compatibility_simple/network/localhost.h"
+#include "common/compatibility_simple/network/resolver.h"
+#include "common/compatibility_simple/network/routability.h"
+#include "common/compatibility_simple/system/systemidentity.h"
+#include "common/env/zorvenv.h"
+#include "common/installation.h"
+#include "zorv-debugger/zorvdebuggeroptions.h"
+
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonObject>
+#include <QNetworkInterface>
+
+#include <gnu/libc-version.h>
+#include <memory>
+#include <sys/utsname.h>
+#include <vector>
+
+namespace {
+
+constexpr double slowSeconds = 0.5;
+// Of a host with hundreds of addresses, the first show how the name server is.
+constexpr qsizetype mostLookUps = 8;
+
+QJsonArray textsOf(const QList<QHostAddress>& addresses)
+{
+    QStringList texts;
+    for (const QHostAddress& address : addresses) {
+        texts += address.toString();
+    }
+    texts.removeDuplicates();
+    return QJsonArray::fromStringList(texts);
+}
+
+// The addresses of the interfaces, IPv4 only: those are looked up for names.
+QStringList describeInterfaces(Report* report)
+{
+    const QStringList used = localHostInterfaces();
+    QJsonArray interfaces;
+    QStringList lines;
+    QStringList looked;
+    const QList<QNetworkInterface> all = QNetworkInterface::allInterfaces();
+    for (const QNetworkInterface& interface : all) {
+        QList<QHostAddress> addresses;
+        const bool isUsed = used.contains(interface.name());
+        const QList<QNetworkAddressEntry> entries = interface.addressEntries();
+        for (const QNetworkAddressEntry& entry : entries) {
+            addresses += entry.ip();
+            if (isUsed && entry.ip().protocol() == QAbstractSocket::IPv4Protocol &&
+                !entry.ip().isLoopback()) {
+                looked += entry.ip().toString();
+            }
+        }
+        const QString text =
+            QStringLiteral("%1: %2").arg(interface.name(), textOf(textsOf(addresses)));
+        interfaces += QJsonObject{{QStringLiteral("name"), interface.name()},
+                                  {QStringLiteral("addresses"), textsOf(addresses)},
+                                  {QStringLiteral("used"), isUsed}};
+        lines += isUsed ? text : text + QStringLiteral(" (filtered out)");
+    }
+    report->addLines("interfaces", interfaces, lines);
+    report->add("interfaceFilter", orNull(envString("NETWORK_INTERFACES")));
+    if (used.isEmpty()) {
+        report->find(
+            Finding::NoInterface,
+            QStringLiteral("NETWORK_INTERFACES is '%1'").arg(envString("NETWORK_INTERFACES")));
+    }
+    return looked;
+}
+
+// The front end's hosts, as the session has them.
+QStringList frontEndHosts(const Request& request)
+{
+    Probe probe([&]() -> QJsonValue {
+        chooseInstallationLayout();
+        ZORVDebuggerOptions options;
+        BackendUserData session;
+        QString messages;
+        static_cast<void>(parseCommandLine(request, &options, &messages) && session.load(options));
+        return QJsonArray::fromStringList(session.getHostNamesAndAddresses());
+    });
+    return probe.wait() == Probe::Outcome::Answered ? probe.answer().toVariant().toStringList()
+                                                    : QStringList();
+}
+
+QJsonValue lookUp(const QString& name)
+{
+    const QHostInfo info = lookUpHost(name);
+    return QJsonObject{{QStringLiteral("name"), info.hostName()},
+                       {QStringLiteral("addresses"), textsOf(info.addresses())}};
+}
+
+struct LookUp
+{
+    QString name;
+    std::unique_ptr<Probe> probe;
+};
+
+QJsonObject finish(Report* report, const LookUp& lookUp)
+{
+    const bool answered = lookUp.probe->wait() == Probe::Outcome::Answered;
+    const QJsonValue answer = lookUp.probe->answer();
+    const double seconds = lookUp.probe->seconds();
+    if (!answered) {
+        report->find(Finding::NameServerSilent, lookUp.name);
+    } else if (answer[QStringLiteral("addresses")].toArray().isEmpty()) {
+        report->find(Finding::HostUnknown, lookUp.name);
+    } else if (seconds > slowSeconds) {
+        report->find(Finding::SlowLookUp,
+                     QStringLiteral("%1: %2").arg(lookUp.name, secondsText(seconds)));
+    }
+    return {{QStringLiteral("lookedUp"), lookUp.name},
+            {QStringLiteral("seconds"), answered ? QJsonValue(seconds) : QJsonValue()},
+            {QStringLiteral("name"), answer[QStringLiteral("name")]},
+            {QStringLiteral("addresses"), answer[QStringLiteral("addresses")]}};
+}
+
+void describeLookUps(Report* report, QStringList names)
+{
+    names.removeDuplicates();
+    names.removeAll(QString());
+    // All at once: each has its own limit.
+    std::vector<LookUp> lookUps;
+    for (const QString& name : names.mid(0, mostLookUps)) {
+        lookUps.push_back({name, std::make_unique<Probe>([name] { return lookUp(name); })});
+    }
+    QJsonArray array;
+    QStringList lines;
+    for (const LookUp& lookUp : lookUps) {
+        const QJsonObject result = finish(report, lookUp);
+        const QJsonValue seconds = result[QStringLiteral("seconds")];
+        array.append(result);
+        lines += seconds.isNull() ? QStringLiteral("%1: no answer").arg(lookUp.name)
+                                  : QStringLiteral("%1: %2, %3, %4")
+                                        .arg(lookUp.name, secondsText(seconds.toDouble()),
+                                             result[QStringLiteral("name")].toString(),
+                                             textOf(result[QStringLiteral("addresses")]));
+    }
+    report->addLines("lookUps", array, lines);
+}
+
+QJsonValue lookUpOwnNames()
+{
+    return QJsonArray{QJsonArray::fromStringList(localHostNamesAndAddresses()),
+                      textsOf(localHostAddresses()), textsOf(sc_localhostAddresses())};
+}
+
+QJsonArray lookUpRoutability(const QString& hosts)
+{
+    const QList<QHostAddress> asTried =
+        sortHostNamesAndAddressesByPotentialRoutability(hosts.split(QLatin1Char(',')));
+    return QJsonArray{textsOf(asTried), textsOf(sortAddressesByPotentialRoutability(asTried))};
+}
+
+} // namespace
+
+void describeHost(Report* report, const Request& request)
+{
+    report->beginSection("host");
+    report->add("name", sc_hostname());
+    QStringList names = {sc_hostname()};
+    names += request.host.split(QLatin1Char(','), Qt::SkipEmptyParts);
+    names += frontEndHosts(request);
+    names += describeInterfaces(report);
+    Probe own(lookUpOwnNames);
+    Probe routability([&] {
+        return request.host.isNull() ? QJsonArray{QJsonArray(), QJsonArray()}
+                                     : lookUpRoutability(request.host);
+    });
+    describeLookUps(report, names);
+    own.wait();
+    routability.wait();
+    report->add("namesAndAddresses", own.answer()[0]);
+    report->add("addresses", own.answer()[1]);
+    report->add("loopback", sc_localhost());
+    report->add("loopbackAddresses", own.answer()[2]);
+    report->add("asked", orNull(request.host));
+    report->add("addressesAsTried", routability.answer()[0]);
+    report->add("addressesByRoutability", routability.answer()[1]);
+    if (own.answer()[1].isArray() && own.answer()[1].toArray().isEmpty()) {
+        report->find(Finding::NoAddress, sc_hostname());
+    }
+}
+
+void describeSystem(Report* report, const Request&)
+{
+    utsname kernel = {};
+    uname(&kernel);
+    report->beginSection("system");
+    // Runs lsb_release(1).
+    Probe description([] { return QJsonValue(sc_uname()); });
+    if (description.wait() != Probe::Outcome::Answered) {
+        report->find(Finding::NoAnswer, QStringLiteral("what lsb_release looks at"));
+    }
+    report->add("description", orNull(description.answer().toString()));
+    report->add("kernel", QString::fromLocal8Bit(kernel.release));
+    report->add("cLibrary", QString::fromLatin1(gnu_get_libc_version()));
+    report->add("architecture", sc_arch());
+    report->add("subArchitecture", orNull(sc_subArch()));
+    report->add("cray", sc_isCray());
+    report->add("blueGene", sc_isBluegene());
+    report->add("blueGeneQ", sc_isBluegeneQ());
+    report->add("blueGeneQNode", sc_isBluegeneQNode());
+}

@@ -1,0 +1,143 @@
+#include "mpirun-info/probe.h"
+
+#include "common/compatibility_simple/files/read.h"
+#include "common/logger.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QProcess>
+
+#include <algorithm>
+#include <csignal>
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <utility>
+
+namespace {
+
+constexpr int pollMs = 20;
+
+// The child has nothing of its parent's: whoever reads the parent's output sees its end
+// even if the child stays, and no command of the child reads the parent's input.
+void becomeProbe()
+{
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    setpgid(0, 0);
+    for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
+        close(fd);
+        if (open("/dev/null", O_RDWR) == -1) {
+            return;
+        }
+    }
+}
+
+} // namespace
+
+Probe::Probe(Question question, int limitMs)
+    : mQuestion(std::move(question))
+    , mLimitMs(limitMs)
+{
+    mTimer.start();
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) == -1) {
+        return;
+    }
+    mPid = fork();
+    if (mPid == 0) {
+        close(ends[0]);
+        becomeProbe();
+        const QJsonValue value = mQuestion();
+        const QByteArray answer =
+            QJsonDocument(QJsonArray{value, double(mTimer.nsecsElapsed()) / 1e9})
+                .toJson(QJsonDocument::Compact) +
+            '\n';
+        blocking_write(ends[1], answer.constData(), size_t(answer.size()));
+        _exit(0);
+    }
+    close(ends[1]);
+    mFd = ends[0];
+}
+
+Probe::~Probe()
+{
+    if (mPid > 0) {
+        // With the commands that it runs.
+        kill(-mPid, SIGKILL);
+        kill(mPid, SIGKILL);
+        // The end of most comes at once; one that waits for a server is not waited for.
+        for (int i = 0; i < 5 && waitpid(mPid, nullptr, WNOHANG) == 0; ++i) {
+            poll(nullptr, 0, 1);
+        }
+    }
+    if (mFd != -1) {
+        close(mFd);
+    }
+}
+
+// Whether the answer is complete.
+bool Probe::readAnswer()
+{
+    char buffer[4096];
+    for (;;) {
+        const ssize_t count = uninterrupted([&] { return read(mFd, buffer, sizeof buffer); });
+        if (count <= 0) {
+            break;
+        }
+        mBytes.append(buffer, count);
+    }
+    if (!mBytes.endsWith('\n')) {
+        return false;
+    }
+    const QJsonArray answer = QJsonDocument::fromJson(mBytes).array();
+    mAnswer = answer.at(0);
+    mSeconds = answer.at(1).toDouble();
+    mOutcome = Outcome::Answered;
+    return true;
+}
+
+// Whether the child has ended; a process that it leaves may hold the pipe.
+bool Probe::noteEnd()
+{
+    int status = 0;
+    if (waitpid(mPid, &status, WNOHANG) != mPid) {
+        return false;
+    }
+    mPid = -1;
+    if (!readAnswer()) {
+        mOutcome = WIFEXITED(status) ? Outcome::Exited : Outcome::Killed;
+        mAnswer = WIFEXITED(status) ? WEXITSTATUS(status) : WTERMSIG(status);
+    }
+    return true;
+}
+
+Probe::Outcome Probe::wait()
+{
+    if (mPid == -1 && mOutcome == Outcome::NoAnswer) {
+        mAnswer = mQuestion();
+        mSeconds = double(mTimer.nsecsElapsed()) / 1e9;
+        mOutcome = Outcome::Answered;
+    }
+    // Once at least: the answer may have come while others were waited for.
+    bool isOver = mOutcome != Outcome::NoAnswer;
+    while (!isOver) {
+        const qint64 left = std::clamp<qint64>(mLimitMs - mTimer.elapsed(), 0, pollMs);
+        pollfd request = {mFd, POLLIN, 0};
+        poll(&request, 1, int(left));
+        isOver = readAnswer() || noteEnd() || left == 0;
+    }
+    return mOutcome;
+}
+
+QString outputOf(const QString& program, const QStringList& arguments)
+{
+    QProcess process;
+    process.setProcessChannelMode(QProcess::MergedChannels);
+    process.setStandardInputFile(QProcess::nullDevice());
+    process.start(program, arguments, QIODevice::ReadOnly);
+    process.waitForFinished(probeLimitMs);
+    return QString::fromLocal8Bit(process.readAll());
+}

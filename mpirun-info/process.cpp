@@ -1,0 +1,258 @@
+// What the launcher inherits from whoever starts it, and whether it could start its
+// helper.
+
+#include "mpirun-info/probe.h"
+#include "mpirun-info/report.h"
+#include "mpirun-info/request.h"
+#include "mpirun-info/sections.h"
+
+#include "common/compatibility_simple/files/descriptor.h"
+#include "common/compatibility_simple/process/stacklimit.h"
+#include "common/env/zorvenv.h"
+#include "common/installation.h"
+
+#include <QDir>
+#include <QJsonArray>
+#include <QJsonObject>
+#include <QProcess>
+
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr rlim_t fewDescriptors = 64;
+
+struct Name
+{
+    int number;
+    const char* name;
+};
+constexpr Name signalNames[] = {
+    {SIGHUP, "HUP"},   {SIGINT, "INT"},   {SIGQUIT, "QUIT"}, {SIGABRT, "ABRT"}, {SIGBUS, "BUS"},
+    {SIGFPE, "FPE"},   {SIGSEGV, "SEGV"}, {SIGUSR1, "USR1"}, {SIGUSR2, "USR2"}, {SIGPIPE, "PIPE"},
+    {SIGALRM, "ALRM"}, {SIGTERM, "TERM"}, {SIGCHLD, "CHLD"}, {SIGTSTP, "TSTP"}, {SIGTTIN, "TTIN"},
+    {SIGTTOU, "TTOU"}, {SIGCONT, "CONT"}, {SIGURG, "URG"},   {SIGXFSZ, "XFSZ"},
+};
+constexpr Name limitNames[] = {
+    {RLIMIT_AS, "addressSpace"},  {RLIMIT_CORE, "core"},       {RLIMIT_CPU, "processorSeconds"},
+    {RLIMIT_DATA, "data"},        {RLIMIT_FSIZE, "fileSize"},  {RLIMIT_MEMLOCK, "lockedMemory"},
+    {RLIMIT_NOFILE, "openFiles"}, {RLIMIT_NPROC, "processes"}, {RLIMIT_SIGPENDING, "signals"},
+    {RLIMIT_STACK, "stack"},
+};
+
+QJsonArray signalsIn(const Start& start, const char* line)
+{
+    QJsonArray names;
+    for (const Name& signal : signalNames) {
+        if (start.hasSignal(line, signal.number)) {
+            names.append(QLatin1String(signal.name));
+        }
+    }
+    return names;
+}
+
+QJsonValue valueOf(rlim_t limit)
+{
+    return limit == RLIM_INFINITY ? QJsonValue() : QJsonValue(qint64(limit));
+}
+
+QString textOf(rlim_t limit)
+{
+    return limit == RLIM_INFINITY ? QStringLiteral("unlimited") : QString::number(limit);
+}
+
+void describeLimits(Report* report, const Start& start)
+{
+    QJsonObject limits;
+    QStringList lines;
+    for (const Name& name : limitNames) {
+        const rlimit& limit = start.limits[name.number];
+        limits.insert(QLatin1String(name.name),
+                      QJsonObject{{QStringLiteral("soft"), valueOf(limit.rlim_cur)},
+                                  {QStringLiteral("hard"), valueOf(limit.rlim_max)}});
+        lines += QStringLiteral("%1 %2, at most %3")
+                     .arg(QLatin1String(name.name), textOf(limit.rlim_cur), textOf(limit.rlim_max));
+    }
+    report->addLines("limits", limits, lines);
+}
+
+void describeSignals(Report* report, const Start& start)
+{
+    report->add("ignoredSignals", signalsIn(start, "SigIgn"));
+    report->add("blockedSignals", signalsIn(start, "SigBlk"));
+    QStringList blocked;
+    for (int signo : {SIGHUP, SIGINT, SIGQUIT, SIGTERM}) {
+        if (start.hasSignal("SigBlk", signo)) {
+            blocked += QString::fromLocal8Bit(strsignal(signo));
+        }
+    }
+    if (!blocked.isEmpty()) {
+        report->find(
+            Finding::SignalsBlocked,
+            QStringLiteral("blocked at the start: %1").arg(blocked.join(QLatin1Char(','))));
+    }
+}
+
+void describeAffinity(Report* report, const Start& start)
+{
+    const QByteArray now = systemFile(QStringLiteral("/proc/self/status"));
+    const long online = sysconf(_SC_NPROCESSORS_ONLN);
+    report->add("processors", qint64(online));
+    report->add("affinityAtStart", orNull(start.affinity));
+    report->add("affinityNow", orNull(QString::fromLatin1(statusValue(now, "Cpus_allowed_list"))));
+    bool isOne = false;
+    start.affinity.toInt(&isOne);
+    if (isOne && online > 1) {
+        report->find(Finding::SingleProcessor,
+                     QStringLiteral("processor %1 of %2").arg(start.affinity).arg(online));
+    }
+}
+
+// Makes the system calls of a start as QProcess makes them, with the descriptors that the
+// launcher has open then: its log, and the pipe for the error of the exec. The child ends
+// in the place of the exec.
+QString errorOfTrial()
+{
+    const bool logs = ZorvEnv::uncachedValue("MPIRUN_LOG") || ZorvEnv::uncachedValue("LOGS");
+    const Descriptor log(logs ? open("/dev/null", O_WRONLY | O_CLOEXEC) : -1);
+    int ends[2] = {-1, -1};
+    const int piped = pipe2(ends, O_CLOEXEC);
+    const int pipeError = errno;
+    const Descriptor readEnd(ends[0]);
+    const Descriptor writeEnd(ends[1]);
+    if (piped == -1) {
+        return qt_error_string(pipeError);
+    }
+    QProcess process;
+    process.setProcessChannelMode(QProcess::ForwardedChannels);
+    if (ZorvEnv::readsOn(ZorvEnv::uncachedValue("HELPER_INPUT"))) {
+        process.setInputChannelMode(QProcess::ForwardedInputChannel);
+    }
+    process.setChildProcessModifier([] { _exit(0); });
+    process.start(QStringLiteral("/"), {}, QIODevice::ReadWrite);
+    const QString error = process.waitForStarted() ? QString() : process.errorString();
+    process.waitForFinished();
+    return error;
+}
+
+bool isStackLimitIgnored()
+{
+    return ZorvEnv::readsOn(ZorvEnv::uncachedValue("IGNORE_STACK_LIMIT"));
+}
+
+bool canFork()
+{
+    const pid_t pid = fork();
+    if (pid == 0) {
+        _exit(0);
+    }
+    return pid != -1 && waitpid(pid, nullptr, 0) == pid;
+}
+
+// The soft stack limit under which the helper is started.
+rlim_t helperStackLimit(const rlimit& stack)
+{
+    const rlim_t remembered = rememberedStackLimit().value_or(stack.rlim_cur);
+    return isStackLimitIgnored() || remembered > stack.rlim_max ? stack.rlim_cur : remembered;
+}
+
+// The helper's argument list, with the bytes of the launcher's.
+std::vector<char*> helperArguments(const Request& request, QByteArray* name)
+{
+    *name = helperPath();
+    static char mpirun[] = "--zorvmpirun";
+    std::vector<char*> arguments = {name->data(), mpirun};
+    for (const char* argument : request.arguments) {
+        arguments.push_back(const_cast<char*>(argument));
+    }
+    arguments.push_back(nullptr);
+    return arguments;
+}
+
+// Starts true(1) in the place of the helper under a soft stack limit. 0, the error number
+// of a start that failed, or the negative number of the signal that ended it.
+int statusUnderLimit(const Request& request, rlimit stack, rlim_t soft)
+{
+    QByteArray name;
+    const std::vector<char*> arguments = helperArguments(request, &name);
+    const pid_t pid = fork();
+    if (pid == 0) {
+        unsetenv("TALVORA_OLD_STACK_LIMIT");
+        stack.rlim_cur = soft;
+        setrlimit(RLIMIT_STACK, &stack);
+        for (const char* program : {"/bin/true", "/usr/bin/true"}) {
+            execv(program, arguments.data());
+        }
+        _exit(errno);
+    }
+    int status = 0;
+    waitpid(pid, &status, 0);
+    return WIFSIGNALED(status) ? -WTERMSIG(status) : WEXITSTATUS(status);
+}
+
+void describeStackLimit(Report* report, const Request& request)
+{
+    const rlimit& stack = request.start.limits[RLIMIT_STACK];
+    const rlim_t soft = helperStackLimit(stack);
+    report->add("helperStackLimit", valueOf(soft), textOf(soft));
+    Probe probe([&] { return statusUnderLimit(request, stack, soft); });
+    const int status = probe.wait() == Probe::Outcome::Answered ? probe.answer().toInt() : 0;
+    const QString limit = QStringLiteral("under a stack limit of ") + textOf(soft);
+    if (status == E2BIG) {
+        report->find(Finding::ArgumentsTooLong, limit);
+    } else if (status < 0) {
+        report->find(
+            Finding::StackTooSmall,
+            QStringLiteral("%1: %2").arg(limit, QString::fromLocal8Bit(strsignal(-status))));
+    }
+    if (qEnvironmentVariableIsSet("TALVORA_OLD_STACK_LIMIT")) {
+        report->find(Finding::OldStackLimitSet,
+                     QStringLiteral("TALVORA_OLD_STACK_LIMIT is '%1'")
+                         .arg(qEnvironmentVariable("TALVORA_OLD_STACK_LIMIT")));
+    } else if (!keepsStackLimit(stack.rlim_cur) && stack.rlim_max < freshCopyStackLimit &&
+               !isStackLimitIgnored()) {
+        report->find(Finding::StackLimitHard,
+                     QStringLiteral("the hard limit is %1, the soft one %2")
+                         .arg(stack.rlim_max)
+                         .arg(stack.rlim_cur));
+    }
+}
+
+} // namespace
+
+void describeStart(Report* report, const Request& request)
+{
+    const QString error = errorOfTrial();
+    const rlim_t descriptors = request.start.limits[RLIMIT_NOFILE].rlim_cur;
+    report->beginSection("start");
+    report->add("possible", error.isNull());
+    report->add("error", orNull(error));
+    if (!error.isNull()) {
+        report->find(canFork() ? Finding::DescriptorsExhausted : Finding::ProcessesExhausted,
+                     error);
+    } else {
+        describeStackLimit(report, request);
+        if (descriptors < fewDescriptors) {
+            report->find(Finding::FewDescriptors,
+                         QStringLiteral("at most %1 open files").arg(descriptors));
+        }
+    }
+}
+
+void describeProcess(Report* report, const Request& request)
+{
+    const Start& start = request.start;
+    report->beginSection("process");
+    report->add("user", qint64(geteuid()));
+    report->add("umask", QString::fromLatin1(statusValue(start.status, "Umask")));
+    report->add("workingDirectory", QDir::currentPath());
+    report->add("standardInput", start.standardInput);
+    describeSignals(report, start);
+    describeAffinity(report, start);
+    describeLimits(report, start);
+}

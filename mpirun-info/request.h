@@ -1,0 +1,58 @@
+// What the program is asked, and what it was started with.
+
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+#include <QStringList>
+
+#include <sys/resource.h>
+#include <vector>
+
+class ZORVDebuggerOptions;
+
+/// What a launcher would find in this program's place. Recorded first in main, before
+/// Qt and the program itself change it.
+struct Start
+{
+    static Start ofThisProcess();
+
+    /// Whether a signal is among those of a line such as "SigBlk" of /proc/PID/status.
+    bool hasSignal(const char* line, int signo) const;
+
+    /// The lines of /proc/PID/status, see proc(5).
+    QByteArray status;
+    rlimit limits[RLIM_NLIMITS];
+    /// The processors that it may use, as "0-3,8".
+    QString affinity;
+    QString standardInput;
+};
+
+struct Request
+{
+    bool json = false;
+    bool help = false;
+    bool version = false;
+    bool codes = false;
+    bool watch = false;
+    /// The file to bundle into, and the host to look up; null without.
+    QString bundle;
+    QString host;
+    /// The launcher's command line, its name first: as the options take it, and the
+    /// bytes without the name.
+    QStringList commandLine;
+    std::vector<const char*> arguments;
+    Start start;
+};
+
+/// The value of a line of a file such as /proc/PID/status; empty when there is none.
+QByteArray statusValue(const QByteArray& status, const char* key);
+
+/// The content of a small file of the system's, without blanks around it; empty when it
+/// cannot be read.
+QByteArray systemFile(const QString& path);
+
+/// Parses the launcher's command line as the launcher does. `messages` gets what it says
+/// of it. May end the process, as the launcher does: with status 0 for a help word, and
+/// 1 for the usage. Looks at no directory for logs: the variables of LOGS are gone then.
+bool parseCommandLine(const Request& request, ZORVDebuggerOptions* options, QString* messages);

@@ -1,0 +1,131 @@
+#include "mpirun-info/restartfiles.h"
+
+#include "mpirun-info/report.h"
+
+#include "backend/backenduserdata.h"
+#include "common/compatibility_simple/files/existence.h"
+
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonObject>
+
+#include <algorithm>
+#include <ctime>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+bool isPermitted(const QString& path, int mode)
+{
+    return faccessat(AT_FDCWD, QFile::encodeName(path).constData(), mode, AT_EACCESS) == 0;
+}
+
+bool canMakeFileIn(const QString& directory)
+{
+    return isPermitted(directory, W_OK | X_OK);
+}
+
+// Whether the launcher cannot or does not write to the file, see files/overwrite.h.
+bool isForeign(const RestartFile& file)
+{
+    struct stat directory;
+    const QByteArray path = QFile::encodeName(QFileInfo(file.path).path());
+    const bool isShared =
+        stat(path.constData(), &directory) == 0 && (directory.st_mode & (S_IWGRP | S_IWOTH)) != 0;
+    const bool isTrusted =
+        file.owner == geteuid() || file.owner == 0 || (isShared && file.owner == directory.st_uid);
+    return !isPermitted(file.path, W_OK) || (isShared && !isTrusted);
+}
+
+void describeFile(Report* report, const char* key, const RestartFile& file, const QString& effect)
+{
+    const QString state = file.exists ? QStringLiteral("of user %1, %2 old, %3")
+                                            .arg(file.owner)
+                                            .arg(ageText(file.age), effect)
+                                      : QStringLiteral("does not exist");
+    report->add(
+        key,
+        QJsonObject{
+            {QStringLiteral("path"), file.path},
+            {QStringLiteral("exists"), file.exists},
+            {QStringLiteral("ageSeconds"), file.exists ? QJsonValue(file.age) : QJsonValue()},
+            {QStringLiteral("owner"), file.exists ? QJsonValue(file.owner) : QJsonValue()},
+            {QStringLiteral("effect"), file.exists ? QJsonValue(effect) : QJsonValue()}},
+        QStringLiteral("%1 (%2)").arg(file.path, state));
+}
+
+void findLeftFiles(Report* report, const RestartFiles& files)
+{
+    const auto remove = [](const RestartFile& file) {
+        return QStringLiteral("remove %1, which is %2 old").arg(file.path, ageText(file.age));
+    };
+    if (files.hold.exists) {
+        report->find(Finding::HoldFileLeft, remove(files.hold));
+    }
+    if (files.request.exists) {
+        const bool canHold = canMakeFileIn(QFileInfo(files.hold.path).path());
+        report->find(canHold || files.hold.exists ? Finding::RestartFileLeft
+                                                  : Finding::RestartFileStuck,
+                     remove(files.request));
+    }
+    if (files.marker.exists && isForeign(files.marker)) {
+        report->find(
+            Finding::MarkerForeign,
+            QStringLiteral("%1, of user %2").arg(files.marker.path).arg(files.marker.owner));
+    }
+}
+
+} // namespace
+
+RestartFile::RestartFile(const QString& filePath)
+    : path(filePath)
+{
+    struct stat status;
+    if (existenceOf(path).exists && stat(QFile::encodeName(path).constData(), &status) == 0) {
+        exists = true;
+        age = std::max<qint64>(time(nullptr) - status.st_mtime, 0);
+        owner = status.st_uid;
+    }
+}
+
+RestartFiles::RestartFiles(const BackendUserData& session)
+    : marker(session.getRestartFileName(QStringLiteral("supported")))
+    , request(session.getRestartFileName(QString()))
+    , hold(session.getRestartFileName(QStringLiteral("hold")))
+{
+}
+
+QString ageText(qint64 seconds)
+{
+    struct Unit
+    {
+        qint64 seconds;
+        const char* name;
+    };
+    for (const Unit& unit : {Unit{86400, "days"}, Unit{3600, "h"}, Unit{60, "min"}}) {
+        if (seconds >= 2 * unit.seconds) {
+            return QStringLiteral("%1 %2")
+                .arg(seconds / unit.seconds)
+                .arg(QLatin1String(unit.name));
+        }
+    }
+    return QStringLiteral("%1 s").arg(seconds);
+}
+
+void describeRestartFiles(Report* report, const BackendUserData& session)
+{
+    const RestartFiles files(session);
+    const bool counts = session.isValid();
+    const QString none = QStringLiteral("without a session not looked at");
+    describeFile(report, "supportedMarker", files.marker,
+                 counts ? QStringLiteral("emptied by the next launch") : none);
+    describeFile(report, "restartFile", files.request,
+                 counts ? QStringLiteral("the next launch starts its helper again") : none);
+    describeFile(report, "holdFile", files.hold,
+                 counts ? QStringLiteral("the next launch waits while it exists") : none);
+    if (counts) {
+        findLeftFiles(report, files);
+    }
+}

@@ -1,0 +1,36 @@
+// The three files through which launcher and front end talk.
+
+#pragma once
+
+#include <QString>
+
+class BackendUserData;
+class Report;
+
+/// What is at the path of one of the files.
+struct RestartFile
+{
+    explicit RestartFile(const QString& filePath);
+
+    QString path;
+    bool exists = false;
+    /// Seconds since its last change, and its owner's user id; -1 when it does not exist.
+    qint64 age = -1;
+    qint64 owner = -1;
+};
+
+/// The files of a session.
+struct RestartFiles
+{
+    explicit RestartFiles(const BackendUserData& session);
+
+    RestartFile marker;
+    RestartFile request;
+    RestartFile hold;
+};
+
+/// A time for people, such as "5 s", "12 min" and "3 days".
+QString ageText(qint64 seconds);
+
+/// Adds the files, and what the next launch does with them.
+void describeRestartFiles(Report* report, const BackendUserData& session);

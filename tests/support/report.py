@@ -1,0 +1,95 @@
+"""The report of an installation, beside a launch of the same one."""
+
+import json
+import shutil
+import signal
+import subprocess
+from collections.abc import Mapping, Sequence
+from dataclasses import dataclass
+from typing import Optional
+
+from support.installation import Installation
+
+# What depends on the machine and its network.
+OF_THE_MACHINE = {"no-address", "host-unknown", "name-server-silent", "slow-look-up",
+                  "slow-directory", "single-processor", "mixed-mpi", "directory-cached"}
+HANG_SECONDS = 2
+COOKIE = "c00kie"
+
+
+@dataclass(frozen=True)
+class Report:
+    """A report: the exit status, and the JSON."""
+
+    status: int
+    json: dict
+
+    def codes(self, expected: Sequence[str] = ()) -> set[str]:
+        """The codes of the findings, without those that the machine has and nobody expects."""
+        return {finding["code"] for finding in self.json["findings"]} - (
+            OF_THE_MACHINE - set(expected))
+
+    def causes(self) -> str:
+        """The causes of the findings, a line each."""
+        return "\n".join(finding["cause"] for finding in self.json["findings"])
+
+
+class Site:
+    """An installation and a session in which nothing is wrong, and the report beside them.
+
+    The helper leaves the file "ran/yes" in the installation's root.
+    """
+
+    def __init__(self, installation: Installation):
+        self.installation = installation
+        self.root = installation.root
+        self.program = installation.launcher.with_name("zorv-mpirun-info")
+        self.ran = self.root / "ran/yes"
+        self.ran.parent.mkdir()
+        self.ran.parent.chmod(0o777)
+        shutil.copy(installation.build.report, self.program)
+        installation.set_helper(f": >'{self.ran}'")
+        # Other users may come in.
+        self.root.parent.chmod(0o755)
+        # The name "session" is that of the installation's session file.
+        self.sessions = (self.root / "session").rename(self.root / "sessions")
+        self.write_session("host='127.0.0.1' port='4244' session='3'")
+        (self.sessions / "latest").symlink_to("127.0.0.1-3")
+        installation.environment["ZORV_SESSION_PATH"] = str(self.sessions)
+
+    def write_session(self, attributes: str):
+        """Writes the session file."""
+        (self.sessions / "127.0.0.1-3").write_text(
+            f"<session {attributes} cookie='{COOKIE}'/>\n")
+
+    def prepare(self, script: str):
+        """Runs a shell script in the installation's root."""
+        subprocess.run(["sh", "-ec", script], cwd=self.root, check=True,
+                       env={**self.installation.environment, "COOKIE": COOKIE,
+                            "TESTCHILD_PROGRAM": str(self.installation.build.testchild)})
+
+    def start(self, program, *arguments, under: Sequence[str] = (),
+              env: Optional[Mapping[str, str]] = None):
+        """Starts a program of the installation; relative paths are below its root."""
+        return self.installation._start(*under, program, *arguments, env=env, cwd=self.root)
+
+    def report(self, *arguments, **options) -> Report:
+        """The report in JSON."""
+        ended = self.start(self.program, "--json", *arguments, **options).wait()
+        assert ended.output, ended
+        return Report(ended.status, json.loads(ended.output))
+
+    def text(self, *arguments, **options) -> str:
+        """The report for people."""
+        return self.start(self.program, *arguments, **options).wait().output
+
+    def launch_works(self, *arguments, hangs: bool, **options) -> bool:
+        """Whether the helper runs and the launcher ends after it with status 0."""
+        process = self.start(self.installation.launcher, *arguments, **options)
+        if not hangs:
+            return process.wait().status == 0 and self.ran.exists()
+        try:
+            return process._process.wait(HANG_SECONDS) == 0 and self.ran.exists()
+        except subprocess.TimeoutExpired:
+            process.send(signal.SIGKILL)
+            return False
