@@ -2,6 +2,8 @@
 
 #include "bench/contestants.h"
 
+#include <QStandardPaths>
+
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -12,7 +14,6 @@
 #include <filesystem>
 #include <poll.h>
 #include <spawn.h>
-#include <sstream>
 #include <sys/resource.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -28,7 +29,7 @@ Words environment(const Variables& variables)
 {
     Words result;
     for (const auto& [name, value] : variables) {
-        result.push_back(name + "=" + value);
+        result.emplace_back(name).append("=").append(value);
     }
     result.push_back("PATH=/usr/bin:/bin");
     return result;
@@ -69,31 +70,21 @@ void fail(const std::string& what)
 
 std::string findProgram(const std::string& name)
 {
-    const char* const path = getenv("PATH");
-    std::istringstream directories(path ? path : "");
-    std::string directory;
-    while (std::getline(directories, directory, ':')) {
-        const std::string candidate = directory + "/" + name;
-        if (access(candidate.c_str(), X_OK) == 0) {
-            return candidate;
-        }
-    }
-    return std::string();
+    return QStandardPaths::findExecutable(QString::fromStdString(name)).toStdString();
 }
 
 Scratch::Scratch()
-    : mRoot((fs::temp_directory_path() / "bench-XXXXXX").string())
 {
-    if (!mkdtemp(mRoot.data())) {
-        fail(mRoot);
+    if (!mRoot.isValid()) {
+        fprintf(stderr, "%s\n", qPrintable(mRoot.errorString()));
+        exit(1);
     }
-    fs::create_directory(path("home"));
+    freshDirectory("home");
 }
 
-Scratch::~Scratch()
+std::string Scratch::path(const std::string& relative) const
 {
-    std::error_code error;
-    fs::remove_all(mRoot, error);
+    return mRoot.filePath(QString::fromStdString(relative)).toStdString();
 }
 
 std::string Scratch::freshDirectory(const std::string& relative) const

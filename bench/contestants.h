@@ -2,6 +2,8 @@
 
 #pragma once
 
+#include <QTemporaryDir>
+
 #include <map>
 #include <string>
 #include <sys/types.h>
@@ -26,12 +28,10 @@ struct Contestant
 class Scratch
 {
 public:
+    /// Ends this program when it cannot make the directory.
     Scratch();
-    ~Scratch();
-    Scratch(const Scratch&) = delete;
-    Scratch& operator=(const Scratch&) = delete;
 
-    std::string path(const std::string& relative) const { return mRoot + "/" + relative; }
+    std::string path(const std::string& relative) const;
     /// What every start has in its environment besides PATH.
     Variables variables() const { return {{"HOME", path("home")}}; }
     /// Makes the directory, and empties it when it is there.
@@ -49,7 +49,7 @@ public:
 private:
     Contestant install(const std::string& name, const std::string& program) const;
 
-    std::string mRoot;
+    QTemporaryDir mRoot;
 };
 
 /// A program that was started; whoever has one must call finish().
@@ -83,7 +83,7 @@ struct Cost
 /// Runs to the end.
 Cost costOf(const Words& command, const Variables& variables);
 
-/// The program's PATH entry, or an empty string.
+/// The path of a program in PATH, or an empty string.
 std::string findProgram(const std::string& name);
 
 [[noreturn]] void fail(const std::string& what);

@@ -3,6 +3,9 @@
 
 #include "bench/report.h"
 
+#include <QCommandLineParser>
+#include <QCoreApplication>
+
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -12,37 +15,41 @@ namespace {
 struct Request
 {
     std::string portable;
-    std::string ordinary = ZORV_MPIRUN;
-    std::string json;
-    std::string plot;
-    long rounds = 1000;
+    std::string ordinary;
+    QString json;
+    QString plot;
+    long rounds = 0;
 };
 
-Request parseRequest(int argc, char** argv)
+// Ends the program when the arguments are wrong.
+Request parseRequest(const QStringList& arguments)
 {
-    Request request;
-    for (int i = 1; i < argc; i += 2) {
-        const std::string option = argv[i];
-        const std::string value = i + 1 < argc ? argv[i + 1] : "";
-        if (option == "--portable" && !value.empty()) {
-            request.portable = value;
-        } else if (option == "--ordinary" && !value.empty()) {
-            request.ordinary = value;
-        } else if (option == "--json" && !value.empty()) {
-            request.json = value;
-        } else if (option == "--plot" && !value.empty()) {
-            request.plot = value;
-        } else if (option == "--rounds" && atol(value.c_str()) > 0) {
-            request.rounds = atol(value.c_str());
-        } else {
-            fprintf(stderr,
-                    "usage: %s [--portable LAUNCHER] [--ordinary LAUNCHER] [--rounds N]\n"
-                    "       [--json FILE] [--plot FILE.svg]\n",
-                    argv[0]);
-            exit(2);
-        }
+    const QCommandLineOption portable(QStringLiteral("portable"),
+                                      QStringLiteral("The portable launcher."),
+                                      QStringLiteral("launcher"));
+    const QCommandLineOption ordinary(QStringLiteral("ordinary"),
+                                      QStringLiteral("The ordinary launcher."),
+                                      QStringLiteral("launcher"), QStringLiteral(ZORV_MPIRUN));
+    const QCommandLineOption rounds(QStringLiteral("rounds"),
+                                    QStringLiteral("How many launches of each contestant."),
+                                    QStringLiteral("number"), QStringLiteral("1000"));
+    const QCommandLineOption json(QStringLiteral("json"),
+                                  QStringLiteral("Write the figures to this file."),
+                                  QStringLiteral("file"));
+    const QCommandLineOption plot(QStringLiteral("plot"),
+                                  QStringLiteral("Write a plot to this file; needs gnuplot."),
+                                  QStringLiteral("file.svg"));
+    QCommandLineParser parser;
+    parser.addOptions({portable, ordinary, rounds, json, plot});
+    parser.addHelpOption();
+    parser.process(arguments);
+    const long count = parser.value(rounds).toLong();
+    if (count <= 0 || !parser.positionalArguments().isEmpty()) {
+        fputs(qPrintable(parser.helpText()), stderr);
+        exit(2);
     }
-    return request;
+    return {parser.value(portable).toStdString(), parser.value(ordinary).toStdString(),
+            parser.value(json), parser.value(plot), count};
 }
 
 Report measure(const std::vector<Contestant>& contestants, const Scratch& scratch, long rounds)
@@ -75,17 +82,18 @@ Report measure(const std::vector<Contestant>& contestants, const Scratch& scratc
 
 int main(int argc, char** argv)
 {
-    const Request request = parseRequest(argc, argv);
+    const QCoreApplication app(argc, argv);
+    const Request request = parseRequest(QCoreApplication::arguments());
     // Static: goes with the program when a measurement ends it, too.
     static const Scratch scratch;
     const std::vector<Contestant> contestants =
         scratch.contestants(request.portable, request.ordinary);
     const Report report = measure(contestants, scratch, request.rounds);
     print(report);
-    if (!request.json.empty()) {
+    if (!request.json.isEmpty()) {
         writeJson(report, request.json);
     }
-    if (!request.plot.empty()) {
+    if (!request.plot.isEmpty()) {
         writePlot(report, request.plot);
     }
     return 0;

@@ -1,6 +1,7 @@
 // What can be seen from outside: system calls, memory, and wake-ups.
 
 #include "bench/measures.h"
+#include "common/ProcInfo.h"
 
 #include <algorithm>
 #include <array>
@@ -8,6 +9,7 @@
 #include <chrono>
 #include <csignal>
 #include <cstdio>
+#include <cstring>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
@@ -42,16 +44,10 @@ bool looksForFile(const std::string& call)
 }
 
 // The number after `key` in a file of lines; 0 when there is none.
-long number(const std::string& fileName, const std::string& key)
+long number(const std::string& fileName, const char* key)
 {
-    std::ifstream file(fileName);
-    std::string line;
-    while (std::getline(file, line)) {
-        if (line.compare(0, key.size(), key) == 0) {
-            return std::stol(line.substr(key.size()));
-        }
-    }
-    return 0;
+    const QString line = ProcInfo::line(QString::fromStdString(fileName), key);
+    return line.mid(qsizetype(strlen(key))).simplified().section(QLatin1Char(' '), 0, 0).toLong();
 }
 
 std::string procFile(pid_t pid, const char* name)

@@ -2,9 +2,14 @@
 
 #include "bench/report.h"
 
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QSaveFile>
+
 #include <algorithm>
-#include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 
 namespace {
 
@@ -82,97 +87,78 @@ void printGrowth(const Growth& growth)
     }
 }
 
-class Output
+QJsonArray jsonOf(const Interval& interval)
 {
-public:
-    explicit Output(const std::string& fileName)
-        : mName(fileName)
-        , mFile(fopen(fileName.c_str(), "we"))
-    {
-        if (!mFile) {
-            fail(mName);
-        }
-    }
-    ~Output()
-    {
-        if (fclose(mFile) != 0) {
-            fail(mName);
-        }
-    }
-    Output(const Output&) = delete;
-    Output& operator=(const Output&) = delete;
-
-    FILE* file() const { return mFile; }
-
-private:
-    std::string mName;
-    FILE* mFile;
-};
-
-void writeSpread(FILE* file, const char* key, const Spread& spread)
-{
-    fprintf(file,
-            "\"%s\": {\"lower\": %.1f, \"median\": %.1f, \"upper\": %.1f, \"count\": %zu, "
-            "\"interval\": [%.1f, %.1f]}",
-            key, spread.lower, spread.median, spread.upper, spread.count, spread.interval.low,
-            spread.interval.high);
+    return {interval.low, interval.high};
 }
 
-void writePart(FILE* file, const std::string& key, const LaunchPart& part)
+QJsonObject jsonOf(const Spread& spread)
 {
-    writeSpread(file, (key + "_us").c_str(), part.spread);
+    return {{QLatin1String("lower"), spread.lower},
+            {QLatin1String("median"), spread.median},
+            {QLatin1String("upper"), spread.upper},
+            {QLatin1String("count"), qint64(spread.count)},
+            {QLatin1String("interval"), jsonOf(spread.interval)}};
+}
+
+QJsonObject jsonOf(const Calls& calls)
+{
+    return {{QLatin1String("system_calls"), qint64(calls.systemCalls)},
+            {QLatin1String("file_names"), qint64(calls.fileNames)}};
+}
+
+void addPart(QJsonObject* object, const QString& key, const LaunchPart& part)
+{
+    object->insert(key + QLatin1String("_us"), jsonOf(part.spread));
     for (const auto& [name, ratio] : part.ratios) {
-        fprintf(file, ",\n    \"%s_to_%s\": {\"ratio\": %.4f, \"interval\": [%.4f, %.4f]}",
-                key.c_str(), name.c_str(), ratio.value, ratio.interval.low, ratio.interval.high);
+        object->insert(key + QLatin1String("_to_") + QString::fromStdString(name),
+                       QJsonObject{{QLatin1String("ratio"), ratio.value},
+                                   {QLatin1String("interval"), jsonOf(ratio.interval)}});
     }
 }
 
-void writeCalls(FILE* file, const char* key, const std::optional<Calls>& calls)
+QJsonObject jsonOf(const Finding& finding)
 {
-    if (calls) {
-        fprintf(file, ",\n    \"%s\": {\"system_calls\": %ld, \"file_names\": %ld}", key,
-                calls->systemCalls, calls->fileNames);
+    QJsonObject object = {
+        {QLatin1String("name"), QString::fromStdString(finding.name)},
+        {QLatin1String("peak_kb"), qint64(finding.idle.peakKilobytes)},
+        {QLatin1String("idle_pss_kb"), qint64(finding.idle.proportionalKilobytes)},
+        {QLatin1String("idle_wake_ups"), qint64(finding.idle.wakeUps)},
+    };
+    addPart(&object, QStringLiteral("launch"), finding.launch.elapsed);
+    addPart(&object, QStringLiteral("launch_processor"), finding.launch.processor);
+    if (finding.calls) {
+        object.insert(QLatin1String("calls"), jsonOf(*finding.calls));
     }
-}
-
-void writeFinding(FILE* file, const Finding& finding)
-{
-    fprintf(file, "   {\"name\": \"%s\",\n    ", finding.name.c_str());
-    writePart(file, "launch", finding.launch.elapsed);
-    fputs(",\n    ", file);
-    writePart(file, "launch_processor", finding.launch.processor);
-    writeCalls(file, "calls", finding.calls);
-    writeCalls(file, "calls_with_locale", finding.callsWithLocale);
-    fprintf(file, ",\n    \"peak_kb\": %ld, \"idle_pss_kb\": %ld, \"idle_wake_ups\": %ld",
-            finding.idle.peakKilobytes, finding.idle.proportionalKilobytes, finding.idle.wakeUps);
+    if (finding.callsWithLocale) {
+        object.insert(QLatin1String("calls_with_locale"), jsonOf(*finding.callsWithLocale));
+    }
     if (finding.restart) {
-        fputs(",\n    ", file);
-        writeSpread(file, "restart_us", *finding.restart);
+        object.insert(QLatin1String("restart_us"), jsonOf(*finding.restart));
     }
-    fputs("}", file);
+    return object;
 }
 
-void writeGrowth(FILE* file, const Growth& growth)
+QJsonObject jsonOf(const Growth& growth)
 {
-    fprintf(file, "   {\"with\": \"%s\", \"name\": \"%s\", \"us_each\": %.4f, \"points\": [",
-            growth.what.c_str(), growth.contestant.c_str(), growth.perItem());
+    QJsonArray points;
     for (size_t i = 0; i < growth.counts.size(); ++i) {
-        fprintf(file, "%s\n    {\"count\": %ld, ", i == 0 ? "" : ",", growth.counts[i]);
-        writeSpread(file, "launch_us", growth.spreads[i]);
-        fputs("}", file);
+        points.append(QJsonObject{{QLatin1String("count"), qint64(growth.counts[i])},
+                                  {QLatin1String("launch_us"), jsonOf(growth.spreads[i])}});
     }
-    fputs("]}", file);
+    return {{QLatin1String("with"), QString::fromStdString(growth.what)},
+            {QLatin1String("name"), QString::fromStdString(growth.contestant)},
+            {QLatin1String("us_each"), growth.perItem()},
+            {QLatin1String("points"), points}};
 }
 
-template <typename List, typename Write>
-void writeList(FILE* file, const char* key, const List& list, const Write& write)
+template <typename List> QJsonArray jsonOf(const List& list)
 {
-    fprintf(file, "  \"%s\": [", key);
-    for (size_t i = 0; i < list.size(); ++i) {
-        fputs(i == 0 ? "\n" : ",\n", file);
-        write(list[i]);
+    QJsonArray array;
+    for (const auto& entry : list) {
+        array.append(jsonOf(entry));
     }
-    fputs("]", file);
+    return array;
 }
 
 } // namespace
@@ -208,20 +194,19 @@ void print(const Report& report)
     }
 }
 
-void writeJson(const Report& report, const std::string& fileName)
+void writeJson(const Report& report, const QString& fileName)
 {
-    const Output output(fileName);
-    FILE* const file = output.file();
-    fputs("{\n", file);
-    writeList(file, "contestants", report.findings,
-              [&](const Finding& finding) { writeFinding(file, finding); });
-    fputs(",\n", file);
-    writeList(file, "growth", report.growth,
-              [&](const Growth& growth) { writeGrowth(file, growth); });
-    fputs("\n}\n", file);
+    const QJsonObject root = {{QLatin1String("contestants"), jsonOf(report.findings)},
+                              {QLatin1String("growth"), jsonOf(report.growth)}};
+    QSaveFile file(fileName);
+    if (!file.open(QIODevice::WriteOnly) || file.write(QJsonDocument(root).toJson()) == -1 ||
+        !file.commit()) {
+        fprintf(stderr, "%s: %s\n", qPrintable(fileName), qPrintable(file.errorString()));
+        exit(1);
+    }
 }
 
-void writePlot(const Report& report, const std::string& fileName)
+void writePlot(const Report& report, const QString& fileName)
 {
     FILE* const gnuplot = popen("gnuplot", "we");
     if (!gnuplot) {
@@ -231,7 +216,7 @@ void writePlot(const Report& report, const std::string& fileName)
             "set terminal svg size 900,380 noenhanced background 'white'\n"
             "set output '%s'\n"
             "$launch << end\n",
-            fileName.c_str());
+            qPrintable(fileName));
     for (const Finding& finding : report.findings) {
         fprintf(gnuplot, "%s %f %f %f\n", finding.name.c_str(),
                 finding.launch.elapsed.spread.median / 1000,
@@ -263,7 +248,7 @@ void writePlot(const Report& report, const std::string& fileName)
             "%s\n",
             lines.c_str());
     if (pclose(gnuplot) != 0) {
-        fprintf(stderr, "%s: gnuplot failed\n", fileName.c_str());
+        fprintf(stderr, "%s: gnuplot failed\n", qPrintable(fileName));
         exit(1);
     }
 }

@@ -25,5 +25,5 @@ struct Report
 /// Tables on standard output.
 void print(const Report& report);
 /// Both end the program when the file cannot be written; the plot needs gnuplot.
-void writeJson(const Report& report, const std::string& fileName);
-void writePlot(const Report& report, const std::string& fileName);
+void writeJson(const Report& report, const QString& fileName);
+void writePlot(const Report& report, const QString& fileName);

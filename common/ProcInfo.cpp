@@ -16,21 +16,9 @@ QString procFile(int pid, const char* name)
     return QStringLiteral("/proc/") + QString::number(pid) + QString::fromLatin1(name);
 }
 
-// The first line of the status file that begins with `key`; null when there is
-// none. The key stands at the start of a line only: a process may call itself
-// by one, and its name comes first.
 QString statusLine(int pid, const char* key)
 {
-    QFile file(procFile(pid, "/status"));
-    if (!file.open(QIODevice::ReadOnly)) {
-        return QString();
-    }
-    QTextStream stream(&file);
-    QString line;
-    do {
-        line = stream.readLine();
-    } while (!line.isNull() && !line.startsWith(QLatin1String(key)));
-    return line;
+    return ProcInfo::line(procFile(pid, "/status"), key);
 }
 
 QString afterFirstTab(const QString& line)
@@ -47,6 +35,20 @@ bool belongsTo(int pid, int uid)
 }
 
 } // namespace
+
+QString ProcInfo::line(const QString& fileName, const char* key)
+{
+    QFile file(fileName);
+    if (!file.open(QIODevice::ReadOnly)) {
+        return QString();
+    }
+    QTextStream stream(&file);
+    QString line;
+    do {
+        line = stream.readLine();
+    } while (!line.isNull() && !line.startsWith(QLatin1String(key)));
+    return line;
+}
 
 QList<int> ProcInfo::getList(int uid)
 {

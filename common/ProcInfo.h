@@ -28,4 +28,8 @@ public:
     static bool exists(int pid);
     /// Whether the process exists and is no zombie.
     static bool alive(int pid);
+    /// The first line that begins with `key` of a file such as /proc/self/status; null
+    /// when there is none. The key counts at the start of a line only: a process may
+    /// call itself by one, and its name comes first in proc_pid_status(5).
+    static QString line(const QString& fileName, const char* key);
 };
