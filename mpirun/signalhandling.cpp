@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -61,6 +62,15 @@ constexpr int pollIntervalMs = 10;
 
 // What waited when signals were released, while that goes on.
 sigset_t g_waitedForRelease;
+
+// What waited for the launcher, but not for the child, right after the fork. The child
+// writes it where it shares the launcher's memory, see vfork(2).
+sigset_t g_olderThanHelper;
+std::atomic<bool> g_knowsOlderSignals = false;
+// Static, because the stack of the child is small.
+constexpr std::size_t statusSize = 8192;
+char g_status[statusSize];
+char g_statusFile[64];
 
 template <std::size_t Size> bool contains(const int (&signals)[Size], int signo)
 {
@@ -190,6 +200,15 @@ bool canWaitForHelper(int signo, const siginfo_t& info)
     return g_reapsOrphans && !isOwnFault(signo, info) && helperRuns();
 }
 
+bool hasTerminal()
+{
+    const int terminal = open("/dev/tty", O_RDONLY | O_NOCTTY | O_CLOEXEC);
+    if (terminal != -1) {
+        close(terminal);
+    }
+    return terminal != -1;
+}
+
 // Whether the launcher's end would hang the helper up: when the leader of a session ends,
 // the kernel sends SIGHUP to the foreground process group of its terminal, see _exit(2).
 bool hangsHelperUp(int signo)
@@ -197,12 +216,8 @@ bool hangsHelperUp(int signo)
     if (getsid(0) != g_launcher || getpgid(pid) != getpgrp()) {
         return false;
     }
-    const int terminal = open("/dev/tty", O_RDONLY | O_NOCTTY | O_CLOEXEC);
-    if (terminal != -1) {
-        close(terminal);
-    }
     // A terminal that has hung up cannot be opened any more.
-    return terminal != -1 || signo == SIGHUP;
+    return hasTerminal() || signo == SIGHUP;
 }
 
 void waitForHelper()
@@ -310,6 +325,60 @@ void skipStops()
     }
 }
 
+// The signals that wait for the launcher, from the line ShdPnd of its status (proc(5)).
+bool readPendingOfLauncher(sigset_t* signals)
+{
+    const int fd = open(g_statusFile, O_RDONLY | O_CLOEXEC);
+    if (fd == -1) {
+        return false;
+    }
+    const ssize_t size = read(fd, g_status, statusSize - 1);
+    close(fd);
+    g_status[size > 0 ? size : 0] = '\0';
+    constexpr const char* key = "ShdPnd:\t";
+    constexpr int digits = 16;
+    const char* digit = strstr(g_status, key);
+    if (!digit) {
+        return false;
+    }
+    digit += strlen(key);
+    sigemptyset(signals);
+    for (int i = 0; i < digits; ++i, ++digit) {
+        const int value = *digit <= '9' ? *digit - '0' : *digit - 'a' + 10;
+        for (int bit = 0; bit < 4; ++bit) {
+            if ((value >> bit & 1) != 0) {
+                sigaddset(signals, (digits - 1 - i) * 4 + bit + 1);
+            }
+        }
+    }
+    return true;
+}
+
+// For the child: what the launcher has and the child has not is older than the child.
+void noteOlderSignals()
+{
+    sigset_t own;
+    if (hasTerminal() && readPendingOfLauncher(&g_olderThanHelper) && sigpending(&own) == 0) {
+        for (int signo : terminalSignals) {
+            if (sigismember(&own, signo) == 1) {
+                sigdelset(&g_olderThanHelper, signo);
+            }
+        }
+        g_knowsOlderSignals = true;
+    }
+}
+
+// Takes out of the signals that waited those that the helper has from the terminal. The
+// child has skipped those that stop.
+void forgetSignalsOfHelper()
+{
+    for (int signo : terminalSignals) {
+        if (!contains(stoppingSignals, signo) && sigismember(&g_olderThanHelper, signo) == 0) {
+            sigdelset(&g_waitedForRelease, signo);
+        }
+    }
+}
+
 void orphanHandler(int)
 {
     const int savedErrno = errno;
@@ -363,6 +432,7 @@ void fillHandledSignals()
 void handlePassedSignals()
 {
     g_launcher = getpid();
+    snprintf(g_statusFile, sizeof g_statusFile, "/proc/%d/status", g_launcher);
     g_reapsOrphans = reapsOrphans();
     sigprocmask(SIG_SETMASK, nullptr, &g_ownMask);
     for (int signo : passedSignals) {
@@ -409,12 +479,17 @@ void holdSignals()
 void releaseSignals()
 {
     sigpending(&g_waitedForRelease);
+    if (g_knowsOlderSignals) {
+        forgetSignalsOfHelper();
+    }
+    g_knowsOlderSignals = false;
     sigprocmask(SIG_SETMASK, &g_ownMask, nullptr);
     sigemptyset(&g_waitedForRelease);
 }
 
 void resetSignalHandlers()
 {
+    noteOlderSignals();
     for (int signo = 1; signo <= SIGRTMAX; ++signo) {
         if (sigismember(&g_signalsWithHandler, signo) == 1) {
             signal(signo, sigismember(&g_ignoredSignals, signo) == 1 ? SIG_IGN : SIG_DFL);
