@@ -30,7 +30,7 @@ namespace {
 
 enum ExitStatus { NothingFound = 0, LaunchWouldFail = 1, CouldNotLook = 2 };
 
-constexpr rlim_t comfortableStack = 8 * 1024 * 1024;
+constexpr rlim_t comfortableStack = 8UL * 1024 * 1024;
 
 const char* const help =
     "Usage: zorv-mpirun-info [OPTION]... [zorv-mpirun] [ARGUMENT]...\n"

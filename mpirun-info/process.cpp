@@ -135,7 +135,7 @@ QString errorOfTrial()
     }
     process.setChildProcessModifier([] { _exit(0); });
     process.start(QStringLiteral("/"), {}, QIODevice::ReadWrite);
-    const QString error = process.waitForStarted() ? QString() : process.errorString();
+    QString error = process.waitForStarted() ? QString() : process.errorString();
     process.waitForFinished();
     return error;
 }

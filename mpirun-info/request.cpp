@@ -12,7 +12,7 @@
 
 namespace {
 
-constexpr qsizetype largestSystemFile = 1024 * 1024;
+constexpr qsizetype largestSystemFile = 1 << 20;
 
 // The CPU affinity before the constructors of libraries, of which an OpenMP library may
 // change it; see the same in the launcher. Room for 8192 CPUs.

@@ -10,6 +10,11 @@ import pytest
 from support.processes import Ended, wait_until
 from support.report import Site
 
+try:
+    import jsonschema
+except ImportError:
+    jsonschema = None  # test_mpiruninfo_forms.py says so
+
 USER = 54321
 AS_USER = ["setpriv", f"--reuid={USER}", f"--regid={USER}", "--clear-groups"]
 MEBIBYTE = 1 << 20
@@ -67,7 +72,8 @@ SETUPS = [
     works("helper through a link", prepare=f"mv {HELPER} real; ln -s ../real {HELPER}"),
     works("interpreter after a blank, with an argument",
           prepare=f"printf '#! /bin/sh -e\\n: >ran/yes\\n' | {{ {WRITE_HELPER}; }}"),
-    works("interpreter by env", prepare=f"printf '#!/usr/bin/env sh\\n: >ran/yes\\n' | {{ {WRITE_HELPER}; }}"),
+    works("interpreter by env",
+          prepare=f"printf '#!/usr/bin/env sh\\n: >ran/yes\\n' | {{ {WRITE_HELPER}; }}"),
     works("interpreter that is a script",
           prepare=f"printf '#!/bin/sh\\n: >ran/yes\\n' >inner; chmod +x inner; "
                   f"echo \"#!$PWD/inner\" | {{ {WRITE_HELPER}; }}"),
@@ -114,7 +120,7 @@ SETUPS = [
     *[broken(f"{count} open files", "descriptors-exhausted",
              under=["prlimit", f"--nofile={count}"]) for count in range(5, 11)],
     *[works(f"{count} open files", "few-descriptors", under=["prlimit", f"--nofile={count}"])
-       for count in (11, 12, 13, 16, 32)],
+      for count in (11, 12, 13, 16, 32)],
     broken("descriptors used up by the log", "descriptors-exhausted",
            under=["prlimit", "--nofile=10"], env={"ZORV_MPIRUN_LOG": "log"},
            prepare=f"cp $TESTCHILD_PROGRAM {HELPER}"),
@@ -159,6 +165,11 @@ SETUPS = [
           "session-file-unusable", under=AS_USER,
           prepare="mkdir closed; chmod 700 closed; chown 0 closed",
           env={"ZORV_SESSION_PATH": "", "HOME": "closed"}, says="closed may not be entered"),
+    works("FIFO as the home", "session-directory-unusable", "session-invalid",
+          "session-file-unusable", prepare="mkfifo fifo",
+          env={"ZORV_SESSION_PATH": "", "HOME": "fifo"}, says="fifo is no directory"),
+    works("no home", "home-unset", "session-directory-unusable", "session-invalid",
+          "session-file-unusable", env={"ZORV_SESSION_PATH": "", "HOME": None}),
     works("negative port", "session-invalid", arguments=["--zorvport", "-5"],
           says="-5 is no port (option)"),
     works("large port", "session-invalid", says="70000 is no port (session file)",
@@ -237,20 +248,14 @@ def site(installation) -> Site:
     return Site(installation)
 
 
-@pytest.fixture(scope="session")
-def schema(source):
-    """A validator of the report's JSON."""
-    jsonschema = pytest.importorskip("jsonschema")
-    text = (source / "mpirun-info/zorv-mpirun-info.schema.json").read_text()
-    return jsonschema.Draft7Validator(json.loads(text))
-
-
 @pytest.mark.parametrize("given", SETUPS)
-def test_says_what_comes_of_a_launch(site, schema, request, given):
+def test_says_what_comes_of_a_launch(site, build, source, request, given):
     """The report is bad if, and only if, the launch fails, and has the right findings."""
     under = list(given.under)
     if under[:1] == ["setpriv"]:
         request.getfixturevalue("another_user")
+    if "LD_PRELOAD" in " ".join(under) and build.variable("ZORV_PORTABLE") == "ON":
+        pytest.skip("the portable programs load nothing")
     if under[:1] == ["taskset"] and len(os.sched_getaffinity(0)) < 2:
         pytest.skip("there is one processor")
     site.prepare(given.prepare)
@@ -261,9 +266,12 @@ def test_says_what_comes_of_a_launch(site, schema, request, given):
     report = site.report(*given.arguments, under=under, env=given.env)
     worked = site.launch_works(*given.arguments, hangs=given.hangs, under=under, env=given.env)
     assert worked == given.works
-    assert (report.codes(given.finds), report.status) == (set(given.finds), 0 if given.works else 1)
+    assert report.codes(given.finds) == set(given.finds)
+    assert report.status == (0 if given.works else 1)
     assert given.says in report.causes()
-    assert [error.message for error in schema.iter_errors(report.json)] == []
+    if jsonschema:
+        schema = json.loads((source / "mpirun-info/zorv-mpirun-info.schema.json").read_text())
+        jsonschema.validate(report.json, schema)
 
 
 def test_does_not_judge_a_helper_that_it_cannot_read(site, another_user):
@@ -304,7 +312,8 @@ def test_names_a_file_server_that_gives_no_answer(site, silent, namespace, env, 
     """The whole report comes within 10 seconds, and says which directory it is."""
     env = {name: value.format(silent=silent) for name, value in env.items()}
     started = os.times().elapsed
-    report = site.report(under=namespace.under, env=env)
+    # The word after the options is looked for on PATH.
+    report = site.report("job", under=namespace.under, env=env)
     assert os.times().elapsed - started < 10
     assert code in report.codes()
     assert report.status == (0 if works else 1)
@@ -333,8 +342,8 @@ def test_names_a_name_server_that_gives_no_answer(site, namespace):
 
 def test_starts_no_launch_to_ask_for_a_version(site):
     """What leads to the launcher on PATH is not asked: it would start the helper."""
-    site.prepare("ln -s zorv-mpirun bin/mpirun; chmod +x bin/*; "
-                 "printf '#!/bin/sh\\nexec zorv-mpirun \"$@\"\\n' >bin/mpiexec; chmod +x bin/mpiexec")
+    site.prepare("ln -s zorv-mpirun bin/mpirun; chmod +x bin/*; printf "
+                 "'#!/bin/sh\\nexec zorv-mpirun \"$@\"\\n' >bin/mpiexec; chmod +x bin/mpiexec")
     report = site.report(env={"PATH": f"{site.root}/bin:/usr/bin:/bin"})
     launchers = {row["path"]: row["kind"] for row in report.json["mpi"]["launchers"]}
     assert launchers[f"{site.root}/bin/mpirun"] == "zorv-mpirun"

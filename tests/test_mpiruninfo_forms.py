@@ -42,6 +42,18 @@ def test_documents_every_field_and_code(site, source):
         (code["code"], code["severity"]) for code in codes]
 
 
+def test_follows_its_schema(site, source):
+    """A validator accepts the report, as in test_mpiruninfo.py where it is installed."""
+    jsonschema = pytest.importorskip("jsonschema")
+    schema = json.loads((source / "mpirun-info/zorv-mpirun-info.schema.json").read_text())
+    report = site.report("--host", "127.0.0.1", "-np", "2").json
+    jsonschema.validate(report, schema)
+    for broken in ({**report, "schema": 2}, {**report, "extra": 1},
+                   {name: report[name] for name in report if name != "findings"}):
+        with pytest.raises(jsonschema.ValidationError):
+            jsonschema.validate(broken, schema)
+
+
 def shown(site: Site, tmp_path_name: str, *arguments, env) -> str:
     """All forms of the report, without what changes from run to run."""
     archive = site.root.parent / tmp_path_name

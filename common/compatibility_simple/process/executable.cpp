@@ -136,7 +136,7 @@ ProgramState examine(const QString& path, int nesting);
 // The fault of what starts a program.
 ProgramState through(Fault fault, const char* role, const QString& path, int nesting)
 {
-    const ProgramState state = examine(path, nesting + 1);
+    ProgramState state = examine(path, nesting + 1);
     if (state.fault == Fault::None) {
         return state;
     }

@@ -46,6 +46,7 @@ void replaceProcess(int argc, const char* const* argv)
         return;
     }
     std::vector<char*> arguments;
+    arguments.reserve(static_cast<std::size_t>(argc) + 1);
     for (int i = 0; i < argc; ++i) {
         arguments.push_back(const_cast<char*>(argv[i]));
     }
