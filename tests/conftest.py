@@ -110,10 +110,10 @@ def scratch(request):
     outcome = getattr(request.node, "outcome", "interrupted")
     found = leftovers(folder, descriptors) if outcome in ("passed", "skipped") else []
     kill_descendants()
+    if request.config.option.discard_scratch or (outcome != "failed" and not found):
+        shutil.rmtree(folder)
     if found:
         pytest.fail("\n".join(["left behind:", *found]), pytrace=False)
-    if outcome != "failed" or request.config.option.discard_scratch:
-        shutil.rmtree(folder)
 
 
 @pytest.fixture(scope="session")
