@@ -58,6 +58,18 @@ def test_look_that_fails_for_a_while_loses_no_restart(
     assert record.read_text() == "helper\nhelper\n"
 
 
+def test_statx_that_is_forbidden_loses_no_restart(installation, session, needs):
+    """Old container runtimes forbid statx with EPERM; the launcher looks with stat then."""
+    needs("strace", "true")
+    record = installation.root / "record"
+    session.restart.touch()
+    installation.set_helper(f"echo helper >>{record}; rm -f {session.hold}")
+    under = ["strace", "-qq", "-o", os.devnull, "-P", session.restart, "-e", "trace=statx",
+             "-e", "inject=statx:error=EPERM"]
+    assert installation.launch(under=under, env={"ASAN_OPTIONS": "detect_leaks=0"}) == Ended(0)
+    assert record.read_text() == "helper\nhelper\n"
+
+
 def test_look_that_keeps_failing_is_reported(installation, session, failing_looks):
     """A file that cannot be looked at ten times counts as missing, with a word."""
     under = failing_looks("EIO", 1000, session.restart)

@@ -10,19 +10,44 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+namespace {
+
+// AT_STATX_FORCE_SYNC asks the file server, where stat(2) may answer from a cache. Old
+// container runtimes do not know statx(2) and forbid it with EPERM, an error that
+// stat(2) does not have.
+int examine(const QByteArray& name)
+{
+    struct statx status;
+    const int result =
+        statx(AT_FDCWD, name.constData(), AT_STATX_FORCE_SYNC, STATX_BASIC_STATS, &status);
+    if (result == 0 || errno != EPERM) {
+        return result;
+    }
+    struct stat plainStatus;
+    return stat(name.constData(), &plainStatus);
+}
+
+Existence failed(int error)
+{
+    return {false, error == ENOENT || error == ENOTDIR ? 0 : error};
+}
+
+} // namespace
+
 Existence existenceOf(const QString& fileName)
 {
     if (fileName.isEmpty()) {
         return {};
     }
-    // Only for its effect: the look-up below has the errors that count.
     const QByteArray directory = QFile::encodeName(QFileInfo(fileName).path());
     const Descriptor opened(uninterrupted(
         [&] { return sc_open(directory.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
-    struct stat status;
-    const QByteArray name = QFile::encodeName(fileName);
-    if (uninterrupted([&] { return stat(name.constData(), &status); }) == 0) {
-        return {true, 0};
+    // A directory may permit look-ups and no listing. Any other failure leaves what is
+    // cached unchecked.
+    if (!opened.isOpen() && errno != EACCES) {
+        return failed(errno);
     }
-    return {false, errno == ENOENT || errno == ENOTDIR ? 0 : errno};
+    const QByteArray name = QFile::encodeName(fileName);
+    const bool exists = uninterrupted([&] { return examine(name); }) == 0;
+    return exists ? Existence{true, 0} : failed(errno);
 }

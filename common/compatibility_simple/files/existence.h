@@ -13,6 +13,7 @@ struct Existence
 /// Whether anything exists at a path. Symbolic links are followed, and one that leads
 /// nowhere does not exist, as for QFile::exists(). An empty path names no file.
 ///
-/// Opens and closes the directory first: a client of a network file system that caches
-/// names asks the server at an open, see close-to-open consistency in nfs(5).
+/// Asks the file server rather than the caches of a network mount, as far as the mount
+/// permits that. Opens the directory first: an NFS client then checks the names that it
+/// has cached, see close-to-open cache consistency in nfs(5).
 Existence existenceOf(const QString& fileName);
