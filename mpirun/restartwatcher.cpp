@@ -87,7 +87,8 @@ bool RestartWatcher::exists(const QString& fileName) const
     Existence existence = existenceOf(fileName);
     for (int looks = 1; existence.error != 0 && !isLasting(existence.error) && looks < mostLooks;
          ++looks) {
-        sleep(1);
+        // Not sleep(3), which a signal that is passed on would cut short.
+        QThread::sleep(1);
         existence = existenceOf(fileName);
     }
     if (existence.error != 0) {
