@@ -12,6 +12,7 @@ from pathlib import Path
 
 import pytest
 
+from support.emulator import difference
 from support.installation import Build, Installation, Session
 from support.namespace import Namespace
 from support.processes import (Fifo, Process, become_subreaper, command_line, kill_descendants,
@@ -53,6 +54,14 @@ def pytest_configure(config):
             signal.signal(number, signal.SIG_DFL)
     resource.setrlimit(resource.RLIMIT_CORE, (0, resource.getrlimit(resource.RLIMIT_CORE)[1]))
     become_subreaper()
+
+
+def pytest_collection_modifyitems(config, items):
+    if not Build(config.option.build).variable("ZORV_TARGET"):
+        return
+    for item in items:
+        if what := difference(item.nodeid):
+            item.add_marker(pytest.mark.skip(reason=f"in the emulator {what}"))
 
 
 def pytest_report_header(config):
