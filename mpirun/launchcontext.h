@@ -43,7 +43,9 @@ public:
     /// Call it in the child between fork and exec. It makes async-signal-safe calls
     /// only, see signal-safety(7), and writes no memory, which may be the launcher's own,
     /// see vfork(2).
-    [[noreturn]] void execHelper(int errorPipe) const;
+    /// Does not return; it is not declared so, because AddressSanitizer then looks at the
+    /// stack before the call, which in a child of vfork(2) is that of an earlier child.
+    void execHelper(int errorPipe) const;
 
 private:
     void restoreDispositions() const;

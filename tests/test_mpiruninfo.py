@@ -68,7 +68,7 @@ def long_arguments(count: int, stack_kib) -> list[str]:
 SETUPS = [
     works("nothing wrong"),
     # The helper.
-    works("binary helper", prepare=f"cp $TESTCHILD_PROGRAM {HELPER}",
+    works("binary helper", prepare=f'cp "$TESTCHILD_PROGRAM" {HELPER}',
           env={"TESTCHILD": "--append ran/yes"}),
     works("helper through a link", prepare=f"mv {HELPER} real; ln -s ../real {HELPER}"),
     works("interpreter after a blank, with an argument",
@@ -124,7 +124,7 @@ SETUPS = [
       for count in (11, 12, 13, 16, 32)],
     broken("descriptors used up by the log", "descriptors-exhausted",
            under=["prlimit", "--nofile=10"], env={"ZORV_MPIRUN_LOG": "log"},
-           prepare=f"cp $TESTCHILD_PROGRAM {HELPER}"),
+           prepare=f'cp "$TESTCHILD_PROGRAM" {HELPER}'),
     broken("one process", "processes-exhausted", under=[*AS_USER, "prlimit", "--nproc=1"],
            prepare=OWN_SESSIONS),
     works("few processes", under=[*AS_USER, "prlimit", "--nproc=4"],
