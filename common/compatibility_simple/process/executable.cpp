@@ -123,7 +123,11 @@ Segments segmentsOf(const QByteArray& header)
 bool isOwnArchitecture(const QByteArray& header)
 {
     static const QByteArray own =
-        readHeader(QStringLiteral("/proc/self/exe")).value_or(QByteArray(headerSize, '\0'));
+        readHeader(QStringLiteral("/proc/self/exe")).value_or(QByteArray());
+    // Nobody can tell without /proc.
+    if (own.isEmpty()) {
+        return true;
+    }
     const auto machine = at<Elf32_Ehdr>(header, 0).e_machine;
     const auto ownMachine = at<Elf32_Ehdr>(own, 0).e_machine;
     return header.at(EI_DATA) == own.at(EI_DATA) &&
