@@ -7,9 +7,7 @@
 #include "backend/backenduserdata.h"
 #include "common/compatibility_simple/files/descriptor.h"
 #include "common/compatibility_simple/files/read.h"
-#include "common/installation.h"
 #include "common/logger.h"
-#include "zorv-debugger/zorvdebuggeroptions.h"
 
 #include <QFile>
 #include <QJsonArray>
@@ -63,12 +61,8 @@ QByteArray archived(const QByteArray& name, const QByteArray& content)
 // is not well-formed may have it anywhere.
 QJsonValue describeSessionFile(const Request& request)
 {
-    chooseInstallationLayout();
-    ZORVDebuggerOptions options;
-    QString messages;
     BackendUserData session;
-    static_cast<void>(parseCommandLine(request, &options, &messages));
-    static_cast<void>(session.load(options));
+    static_cast<void>(findSession(request, &session));
     UserData file;
     const bool isRead = file.load(session.sessionFileName());
     return QStringLiteral("file: %1\nreadable: %2\nhost: %3\nport: %4\nsession: %5\ncookie: %6\n")

@@ -212,12 +212,8 @@ void describePlace(Report* report, const Place& place)
 // a file server that gives none.
 QJsonValue findSessionPaths(const Request& request)
 {
-    chooseInstallationLayout();
-    ZORVDebuggerOptions options;
-    QString messages;
     BackendUserData session;
-    static_cast<void>(parseCommandLine(request, &options, &messages));
-    static_cast<void>(session.load(options));
+    static_cast<void>(findSession(request, &session));
     return QJsonObject{{QStringLiteral("session"), session.getSessionDirectory(false)},
                        {QStringLiteral("file"), QFileInfo(session.sessionFileName()).path()}};
 }

@@ -12,8 +12,6 @@
 #include "common/compatibility_simple/network/routability.h"
 #include "common/compatibility_simple/system/systemidentity.h"
 #include "common/env/zorvenv.h"
-#include "common/installation.h"
-#include "zorv-debugger/zorvdebuggeroptions.h"
 
 #include <QFileInfo>
 #include <QJsonArray>
@@ -81,11 +79,8 @@ QStringList describeInterfaces(Report* report)
 QStringList frontEndHosts(const Request& request)
 {
     Probe probe([&]() -> QJsonValue {
-        chooseInstallationLayout();
-        ZORVDebuggerOptions options;
         BackendUserData session;
-        QString messages;
-        static_cast<void>(parseCommandLine(request, &options, &messages) && session.load(options));
+        static_cast<void>(findSession(request, &session));
         return QJsonArray::fromStringList(session.getHostNamesAndAddresses());
     });
     return probe.wait() == Probe::Outcome::Answered ? probe.answer().toVariant().toStringList()

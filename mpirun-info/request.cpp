@@ -1,7 +1,9 @@
 #include "mpirun-info/request.h"
 
+#include "backend/backenduserdata.h"
 #include "common/compatibility_simple/files/read.h"
 #include "common/env/zorvenv.h"
+#include "common/installation.h"
 #include "zorv-debugger/zorvdebuggeroptions.h"
 
 #include <QtGlobal>
@@ -122,4 +124,13 @@ bool parseCommandLine(const Request& request, ZORVDebuggerOptions* options, QStr
     const bool accepted = options->parse(request.commandLine);
     qInstallMessageHandler(previous);
     return accepted;
+}
+
+bool findSession(const Request& request, BackendUserData* session)
+{
+    chooseInstallationLayout();
+    ZORVDebuggerOptions options;
+    QString messages;
+    const bool accepted = parseCommandLine(request, &options, &messages);
+    return session->load(options) && accepted;
 }

@@ -9,6 +9,7 @@
 #include <sys/resource.h>
 #include <vector>
 
+class BackendUserData;
 class ZORVDebuggerOptions;
 
 /// What a launcher would find in this program's place. Recorded first in main, before
@@ -56,3 +57,7 @@ QByteArray systemFile(const QString& path);
 /// of it. May end the process, as the launcher does: with status 0 for a help word, and
 /// 1 for the usage. Looks at no directory for logs: the variables of LOGS are gone then.
 bool parseCommandLine(const Request& request, ZORVDebuggerOptions* options, QString* messages);
+
+/// Resolves the session as the launcher does, from its place and its command line; see
+/// parseCommandLine(). False if the command line is rejected or there is no session.
+bool findSession(const Request& request, BackendUserData* session);

@@ -8,8 +8,6 @@
 
 #include "backend/backenduserdata.h"
 #include "common/env/zorvenv.h"
-#include "common/installation.h"
-#include "zorv-debugger/zorvdebuggeroptions.h"
 
 #include <QFileInfo>
 #include <QJsonArray>
@@ -219,12 +217,8 @@ void describeValidity(Report* report, const BackendUserData& session)
 
 void describeSession(Report* report, const Request& request)
 {
-    chooseInstallationLayout();
-    ZORVDebuggerOptions options;
-    QString messages;
-    static_cast<void>(parseCommandLine(request, &options, &messages));
     ReportedSession session;
-    static_cast<void>(session.load(options));
+    static_cast<void>(findSession(request, &session));
     report->beginSection("session");
     for (const Field& field : fields) {
         describeField(report, session, field);

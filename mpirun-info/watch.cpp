@@ -7,8 +7,6 @@
 #include "backend/backenduserdata.h"
 #include "branding/filenames.h"
 #include "common/ProcInfo.h"
-#include "common/installation.h"
-#include "zorv-debugger/zorvdebuggeroptions.h"
 
 #include <QCoreApplication>
 #include <QDateTime>
@@ -105,11 +103,8 @@ void addProcesses(QJsonArray* entries)
 // Undefined without a session.
 QJsonValue look(const Request& request)
 {
-    chooseInstallationLayout();
-    ZORVDebuggerOptions options;
-    QString messages;
     BackendUserData session;
-    if (!parseCommandLine(request, &options, &messages) || !session.load(options)) {
+    if (!findSession(request, &session)) {
         return QJsonValue();
     }
     const RestartFiles files(session);
