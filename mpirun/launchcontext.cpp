@@ -1,6 +1,7 @@
 #include "mpirun/launchcontext.h"
 
 #include "mpirun/signalhandling.h"
+#include "mpirun/startmask.h"
 
 #include "common/compatibility_simple/calls/calls.h"
 #include "common/compatibility_simple/files/read.h"
@@ -35,6 +36,7 @@ void openMissingStandardStreams()
 LaunchContext::LaunchContext(int argc, const char* const* argv)
     : mArguments(argv, argv + argc)
     , mHelperArguments({nullptr, "--zorvmpirun"})
+    , mSignalMask(signalMaskOfStart())
     , mStackLimit(userStackLimit())
 {
     if (argc > 1) {
@@ -42,7 +44,6 @@ LaunchContext::LaunchContext(int argc, const char* const* argv)
     }
     mHelperArguments.push_back(nullptr);
     prctl(PR_GET_PDEATHSIG, &mParentDeathSignal, 0, 0, 0);
-    sigprocmask(SIG_SETMASK, nullptr, &mSignalMask);
     sigemptyset(&mIgnoredSignals);
     for (int signo : changedSignals) {
         struct sigaction action;

@@ -7,6 +7,7 @@
 #include "mpirun/restartableprocess.h"
 #include "mpirun/restartwatcher.h"
 #include "mpirun/signalhandling.h"
+#include "mpirun/startmask.h"
 
 #include "backend/backenduserdata.h"
 #include "branding/filenames.h"
@@ -133,7 +134,9 @@ int main(int argc, char** argv)
     // 1. A sensible stack, and what the launcher was started with, before anything
     // changes it.
     restoreAffinity();
+    rememberSignalMask();
     fixStackLimit(argc, argv);
+    recallSignalMask();
     LaunchContext context(argc, argv);
     context.prepareProcess();
     handlePassedSignals();

@@ -26,8 +26,8 @@ constexpr int endingSignals[] = {
 #endif
 };
 constexpr int stoppingSignals[] = {SIGTSTP, SIGTTIN, SIGTTOU};
-constexpr int passedSignals[] = {SIGUSR1,   SIGUSR2, SIGCONT, SIGWINCH, SIGURG, SIGALRM,
-                                 SIGVTALRM, SIGPROF, SIGXCPU, SIGPWR,   SIGIO};
+constexpr int passedStandardSignals[] = {SIGUSR1,   SIGUSR2, SIGCONT, SIGWINCH, SIGURG, SIGALRM,
+                                         SIGVTALRM, SIGPROF, SIGXCPU, SIGPWR,   SIGIO};
 constexpr int terminalSignals[] = {SIGINT,  SIGQUIT, SIGHUP,   SIGTSTP,
                                    SIGTTIN, SIGTTOU, SIGWINCH, SIGCONT};
 constexpr int faultSignals[] = {SIGSEGV, SIGFPE, SIGBUS, SIGILL, SIGTRAP, SIGSYS};
@@ -416,12 +416,8 @@ void fillHandledSignals()
     for (int signo : stoppingSignals) {
         sigaddset(&g_handledSignals, signo);
     }
-    for (int signo : passedSignals) {
-        sigaddset(&g_handledSignals, signo);
-    }
-    for (int signo = SIGRTMIN; signo <= SIGRTMAX; ++signo) {
-        sigaddset(&g_handledSignals, signo);
-    }
+    const sigset_t passed = passedSignals();
+    sigorset(&g_handledSignals, &g_handledSignals, &passed);
     if (g_reapsOrphans) {
         sigaddset(&g_handledSignals, SIGCHLD);
     }
@@ -429,18 +425,25 @@ void fillHandledSignals()
 
 } // namespace
 
+sigset_t passedSignals()
+{
+    sigset_t signals;
+    sigemptyset(&signals);
+    for (int signo : passedStandardSignals) {
+        sigaddset(&signals, signo);
+    }
+    for (int signo = SIGRTMIN; signo <= SIGRTMAX; ++signo) {
+        sigaddset(&signals, signo);
+    }
+    return signals;
+}
+
 void handlePassedSignals()
 {
     g_launcher = getpid();
     snprintf(g_statusFile, sizeof g_statusFile, "/proc/%d/status", g_launcher);
     g_reapsOrphans = reapsOrphans();
     sigprocmask(SIG_SETMASK, nullptr, &g_ownMask);
-    for (int signo : passedSignals) {
-        sigdelset(&g_ownMask, signo);
-    }
-    for (int signo = SIGRTMIN; signo <= SIGRTMAX; ++signo) {
-        sigdelset(&g_ownMask, signo);
-    }
     sigemptyset(&g_waitedForRelease);
     sigemptyset(&g_signalsWithHandler);
     sigemptyset(&g_ignoredSignals);
@@ -448,11 +451,12 @@ void handlePassedSignals()
     for (int signo : stoppingSignals) {
         install(signo, stoppingHandler);
     }
-    for (int signo : passedSignals) {
-        install(signo, passingHandler);
-    }
-    for (int signo = SIGRTMIN; signo <= SIGRTMAX; ++signo) {
-        install(signo, passingHandler);
+    const sigset_t passed = passedSignals();
+    for (int signo = 1; signo <= SIGRTMAX; ++signo) {
+        if (sigismember(&passed, signo) == 1) {
+            install(signo, passingHandler);
+            sigdelset(&g_ownMask, signo);
+        }
     }
     if (g_reapsOrphans) {
         signal(SIGCHLD, orphanHandler);

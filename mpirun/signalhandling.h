@@ -19,6 +19,9 @@
 // A signal that the terminal sent to the whole process group is not sent to a helper in
 // that group: it has it already.
 
+/// The signals of the third group.
+sigset_t passedSignals();
+
 /// Sends the signals of the second and third group on from now on, those that are ignored
 /// included: the helper inherits that, and may have a handler. A stop that is ignored does
 /// not stop the launcher. Unblocks those of the third: a

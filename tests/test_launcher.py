@@ -91,6 +91,8 @@ def test_says_why_a_helper_does_not_start(installation, content, cause):
                  id="closed standard streams"),
     pytest.param(["env", "--ignore-signal=HUP,PIPE,USR2,CHLD,TSTP,XFSZ"], id="ignored signals"),
     pytest.param(["env", "--block-signal=TERM,USR1,CHLD"], id="blocked signals"),
+    pytest.param(["env", "--block-signal=TERM,USR1", "prlimit", "--stack=4194304:"],
+                 id="blocked signals, unusual stack limit"),
     pytest.param(["setpriv", "--pdeathsig", "TERM"], id="signal of the parent's death"),
     pytest.param(["taskset", "--cpu-list", "0"], id="CPU affinity"),
     pytest.param(["env", "OMP_PROC_BIND=true"], id="OMP_PROC_BIND"),

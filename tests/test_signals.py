@@ -62,6 +62,19 @@ def test_signal_is_passed_on_and_the_launcher_lives(installation, signals, name)
     end(launcher, signals)
 
 
+@pytest.mark.parametrize("instant", [
+    pytest.param("sched_getaffinity:signal=USR1:when=2", id="in main's first step"),
+    pytest.param("execve:signal=USR1:when=1", id="at the exec of the fresh copy"),
+])
+def test_signal_in_the_first_steps_waits_for_the_helper(installation, needs, instant):
+    """It ends the helper, which has the default action, and not the launcher."""
+    under = ["prlimit", "--stack=4194304:", "strace", "-o", "/dev/null", "-e",
+             f"inject={instant}"]
+    needs(*under, "true")
+    installation.set_helper("exec sleep 600")
+    assert installation.launch(under=under) == Ended(0)
+
+
 def test_value_of_a_queued_signal_is_passed_on(installation, signals, run):
     """A value that sigqueue(3) sends reaches the helper, in order."""
     launcher = installation.start()

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <csignal>
+
+// Before main, the launcher blocks the signals that it passes on: they wait for
+// handlePassedSignals() instead of ending it.
+
+/// The signals that were blocked when the launcher was started, and that the helper is to
+/// have blocked.
+sigset_t signalMaskOfStart();
+
+/// Stores the mask of the start for the fresh copy that fixStackLimit() may make: in the
+/// variable TALVORA_OLD_SIGNAL_MASK, as 16 hexadecimal digits. In the fresh copy, the
+/// variable is there already and stays as it is.
+void rememberSignalMask();
+
+/// Makes what the variable holds the mask of the start, and removes the variable. A value
+/// that is no mask is ignored.
+void recallSignalMask();
