@@ -134,8 +134,7 @@ int main(int argc, char** argv)
     // 1. A sensible stack, and what the launcher was started with, before anything
     // changes it.
     restoreAffinity();
-    rememberSignalMask();
-    fixStackLimit(argc, argv);
+    fixStackLimit(argc, argv, rememberSignalMask);
     recallSignalMask();
     LaunchContext context(argc, argv);
     context.prepareProcess();

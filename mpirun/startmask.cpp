@@ -44,7 +44,7 @@ void rememberSignalMask()
     }
     char text[digits + 1];
     snprintf(text, sizeof text, "%016" PRIx64, bits);
-    setenv(rememberedMask, text, 0);
+    setenv(rememberedMask, text, 1);
 }
 
 void recallSignalMask()

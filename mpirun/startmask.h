@@ -9,11 +9,10 @@
 /// have blocked.
 sigset_t signalMaskOfStart();
 
-/// Stores the mask of the start for the fresh copy that fixStackLimit() may make: in the
-/// variable TALVORA_OLD_SIGNAL_MASK, as 16 hexadecimal digits. In the fresh copy, the
-/// variable is there already and stays as it is.
+/// Stores the mask of the start for the fresh copy that fixStackLimit() makes: in the
+/// variable TALVORA_OLD_SIGNAL_MASK, as 16 hexadecimal digits.
 void rememberSignalMask();
 
-/// Makes what the variable holds the mask of the start, and removes the variable. A value
-/// that is no mask is ignored.
+/// Makes the mask that the variable holds the mask of the start, and removes the variable.
+/// A value that is no mask is ignored. Does nothing without the variable.
 void recallSignalMask();

@@ -57,7 +57,7 @@ void replaceProcess(int argc, const char* const* argv)
 
 } // namespace
 
-void fixStackLimit(int argc, const char* const* argv)
+void fixStackLimit(int argc, const char* const* argv, void (*beforeExec)())
 {
     if (envFlag("IGNORE_STACK_LIMIT")) {
         return;
@@ -81,6 +81,9 @@ void fixStackLimit(int argc, const char* const* argv)
     sc_setenv(rememberedLimit, QByteArray::number(qulonglong(limits.rlim_cur)).constData(), true);
     if (setSoftLimit(limits, freshCopyStackLimit)) {
         g_userLimit = limits;
+        if (beforeExec) {
+            beforeExec();
+        }
         replaceProcess(argc, argv);
     }
 }

@@ -27,10 +27,11 @@ constexpr bool keepsStackLimit(rlim_t soft)
 /// fresh copy removes; a value that is no plain unsigned decimal number is
 /// ignored. The switch IGNORE_STACK_LIMIT turns all of it off.
 ///
-/// To be called first in main, with main's own arguments. Returns whenever the
-/// process is not replaced; failures of system calls are printed to standard
-/// error, and the program carries on under the limit that it has.
-void fixStackLimit(int argc, const char* const* argv);
+/// To be called first in main, with main's own arguments. `beforeExec` is called right
+/// before the process is replaced, if it is. Returns whenever the process is not
+/// replaced; failures of system calls are printed to standard error, and the program
+/// carries on under the limit that it has.
+void fixStackLimit(int argc, const char* const* argv, void (*beforeExec)() = nullptr);
 
 /// The user's stack limit where the program runs under another one, because
 /// fixStackLimit() could not replace the process. Arguments that fit under the user's
