@@ -6,7 +6,7 @@
 
 namespace {
 
-// Room for 8192 CPUs, the most that the kernel can be configured for on x86-64.
+// In bytes: 8192 CPUs, the largest NR_CPUS of the kernel on x86-64.
 constexpr std::size_t maskSize = 1024;
 struct Mask
 {
@@ -15,7 +15,7 @@ struct Mask
 };
 Mask g_maskOfStart = {};
 
-// The system calls themselves: the kernel says how long its mask is.
+// Not the C library's wrapper: the system call returns the size of the kernel's mask.
 void readMask(Mask* mask)
 {
     mask->size = syscall(SYS_sched_getaffinity, 0, maskSize, mask->bits);

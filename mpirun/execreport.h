@@ -2,21 +2,21 @@
 
 #include "common/compatibility_simple/files/descriptor.h"
 
-/// A pipe through which the child between fork and exec tells the launcher that the exec
-/// failed. Both ends are close-on-exec: an exec that works closes the child's end, and
-/// the launcher reads the end of the file.
+/// A pipe through which the child reports a failed exec to the launcher. Both ends are
+/// close-on-exec: a successful exec closes the child's end, and the launcher reads the
+/// end of the file.
 class ExecReport
 {
 public:
-    /// Opens the pipe; see isOpen(). Sets errno when that fails.
+    /// Opens the pipe. If that fails, sets errno, and isOpen() is false.
     ExecReport();
 
     bool isOpen() const { return mReadEnd.isOpen(); }
-    /// The descriptor for LaunchContext::execHelper().
+    /// The descriptor for LaunchContext::execHelper(); this object owns it.
     int writeEnd() const { return mWriteEnd.get(); }
 
-    /// Waits until the exec is done or has failed, as it is when QProcess has started.
-    /// Returns the errno of a failed exec, or 0.
+    /// Returns the errno of a failed exec, or 0. Closes the write end and blocks until the
+    /// child has called exec, which it has when QProcess has started. Call it once.
     int error();
 
 private:

@@ -18,7 +18,7 @@ namespace {
 
 constexpr int statusOfFailedExec = 127;
 
-// What the launcher changes besides the signals that it has handlers for.
+// Signals whose disposition the launcher changes without installing a handler.
 constexpr int changedSignals[] = {SIGCHLD, SIGPIPE, SIGXFSZ};
 
 void openMissingStandardStreams()
@@ -82,7 +82,7 @@ void LaunchContext::setHelper(const QByteArray& path)
 
 void LaunchContext::execHelper(int errorPipe) const
 {
-    // Before the signal mask: a signal that waits must find its action of the start.
+    // Dispositions first: setting the mask delivers pending signals.
     resetSignalHandlers();
     restoreDispositions();
     restoreStackLimit();

@@ -8,11 +8,11 @@
 #include <sys/resource.h>
 #include <vector>
 
-/// What the launcher was started with and its helper must find unchanged: the bytes of
-/// the arguments, the signal mask, the ignored signals, the stack limit and the signal for
-/// the death of the parent (PR_SET_PDEATHSIG in prctl(2)). A QString cannot carry the arguments,
-/// because bytes that are no UTF-8 would be replaced, and QCoreApplication removes some of them
-/// from its list.
+/// The state that the launcher was started with and that the helper inherits unchanged:
+/// the bytes of the arguments, the signal mask, the ignored signals, the stack limit and
+/// the parent-death signal (PR_SET_PDEATHSIG in prctl(2)). The arguments are not kept as
+/// QString, which replaces bytes that are not valid UTF-8, nor taken from
+/// QCoreApplication, which removes its own options.
 class LaunchContext
 {
 public:
@@ -24,26 +24,30 @@ public:
     /// - opens /dev/null for each standard stream that is closed, so that no other file
     ///   gets its number;
     /// - sets SIGCHLD to its default action and unblocks it: if it were ignored, the
-    ///   kernel would discard the helper's end, and kernels without process descriptors
-    ///   report that end by this signal alone;
-    /// - ignores SIGPIPE and SIGXFSZ, so that a message that nobody reads or that is too
-    ///   much for a file ends no launch.
+    ///   kernel would discard the helper's exit status, and kernels without process
+    ///   descriptors report the end of a child by this signal alone;
+    /// - ignores SIGPIPE and SIGXFSZ, so that a message that cannot be written does not
+    ///   end the launcher.
+    /// Prints the error of a failed open to standard error and goes on.
     void prepareProcess() const;
 
-    /// The command line for the options, the program's name first.
+    /// The command line for the option parser, the program's name first. Decoded from the
+    /// locale's encoding; bytes that are not valid in it are replaced.
     QStringList arguments() const;
 
-    /// Names the program that execHelper() starts.
+    /// Sets the program that execHelper() starts, in the bytes of the file system. Call it
+    /// before the first start.
     void setHelper(const QByteArray& path);
 
-    /// Replaces the calling process by the helper, with "--zorvmpirun" and every
-    /// argument byte of the launcher. If that fails, writes errno as an int to
+    /// Replaces the calling process by the helper, with "--zorvmpirun" and all arguments
+    /// of the launcher, byte for byte. If the exec fails, writes errno as an int to
     /// `errorPipe` and ends the process with status 127.
     ///
-    /// Call it in the child between fork and exec. It makes async-signal-safe calls
-    /// only, see signal-safety(7), and writes no memory, which may be the launcher's own,
-    /// see vfork(2).
-    /// Does not return; it is not declared so, because AddressSanitizer then looks at the
+    /// Call it in the child between fork and exec. It makes only async-signal-safe calls,
+    /// see signal-safety(7), and writes to no memory, which the child of a vfork(2) shares
+    /// with the launcher.
+    ///
+    /// Never returns. It is not marked [[noreturn]]: AddressSanitizer would check the
     /// stack before the call, which in a child of vfork(2) is that of an earlier child.
     void execHelper(int errorPipe) const;
 

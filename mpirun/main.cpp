@@ -1,6 +1,3 @@
-// The launcher: starts the suite's debugger helper in place of an MPI job
-// launcher, stays its parent, and restarts it when the front end asks.
-
 #include "mpirun/affinity.h"
 #include "mpirun/execreport.h"
 #include "mpirun/launchcontext.h"
@@ -42,9 +39,9 @@ void openLog()
     }
 }
 
-// From the marker on, a signal removes it. The handlers come first, for a signal that
-// reaches a thread of a preloaded library, which does not hold it back. A marker that
-// cannot be made is reported, and the launch goes on. Returns whether it was made.
+// Creates the marker file, and the handlers that remove it on a signal. The handlers come
+// first: holdSignals() does not block signals on a thread of a preloaded library. Reports
+// a marker that cannot be created, and returns false.
 bool createMarker(const BackendUserData& session)
 {
     bool isMade = false;
@@ -67,9 +64,9 @@ void setUpHelper(RestartableProcess* process)
     }
 }
 
-// Starts the helper, with `start`, and waits for the outcome. Signals wait until the
-// process id of the helper is known, so that none ends the launcher without reaching the
-// helper. Returns an empty text, or why the helper did not start.
+// Starts the helper with `start` and waits until its exec has succeeded or failed. Holds
+// signals until the process id of the helper is known, so that none ends the launcher
+// without reaching the helper. Returns an empty text, or the cause of the failure.
 template <typename Start>
 QString startHelper(RestartableProcess& process, const LaunchContext& context, const Start& start)
 {
@@ -90,7 +87,7 @@ QString startHelper(RestartableProcess& process, const LaunchContext& context, c
     if (error == 0) {
         return QString();
     }
-    // To QProcess, the child that could not exec has started and ends now.
+    // For QProcess, the child has started; it ends now.
     const QSignalBlocker blocker(process);
     process.waitForFinished();
     return qt_error_string(error);
@@ -108,14 +105,14 @@ bool startOrReport(RestartableProcess& process, const LaunchContext& context,
     return error.isEmpty();
 }
 
-// What the launcher returns after the helper: 0, or with the setting HELPER_STATUS what
-// a shell makes of the helper's end, 128 + N after signal N.
+// The launcher's exit status after the end of the helper: 0, or with the switch
+// HELPER_STATUS the helper's own, 128 + N after signal N.
 int launcherStatus(const QProcess& process)
 {
     if (!envFlag("HELPER_STATUS")) {
         return 0;
     }
-    // QProcess gives the number of the signal as the exit code.
+    // After a crash, exitCode() is the number of the signal.
     return process.exitStatus() == QProcess::CrashExit ? 128 + process.exitCode()
                                                        : process.exitCode();
 }
@@ -131,8 +128,8 @@ void noteEndOfHelper()
 
 int main(int argc, char** argv)
 {
-    // 1. A sensible stack, and what the launcher was started with, before anything
-    // changes it.
+    // 1. The process: affinity and stack limit, the state at the start before anything
+    // changes it, the signals that are passed on.
     restoreAffinity();
     fixStackLimit(argc, argv, rememberSignalMask);
     recallSignalMask();
@@ -144,14 +141,14 @@ int main(int argc, char** argv)
     Logger::installPlainMsgHandler();
     QCoreApplication app(argc, argv);
 
-    // 3. The installation that this executable belongs to.
+    // 3. The installation.
     if (chooseInstallationLayout() == InstallationLayout::Unknown) {
         qCritical("%s: cannot find the installation: the program's file was replaced or removed",
                   FileName::zorvMpirun.toLocal8Bit().constData());
         return statusOfFailure;
     }
 
-    // 4. The log, the command line, the session that they belong to, and its marker.
+    // 4. The log, the command line, the session and its marker file.
     openLog();
     ZORVDebuggerOptions options;
     if (!options.parse(context.arguments())) {
@@ -161,13 +158,13 @@ int main(int argc, char** argv)
     session.load(options);
     const bool hasMarker = createMarker(session);
 
-    // 5. The helper and its arguments, which are in the context.
+    // 5. The helper. Its arguments are in the context.
     const QByteArray path = helperPath();
     context.setHelper(path);
     RestartableProcess process;
     setUpHelper(&process);
 
-    // 6. The start.
+    // 6. The first start.
     const auto start = [&] {
         process.start(QFile::decodeName(path), QStringList(), QIODevice::ReadWrite);
     };
@@ -175,7 +172,7 @@ int main(int argc, char** argv)
         return statusOfFailure;
     }
 
-    // 7. What follows when the helper ends.
+    // 7. The end of the helper: a restart, or the end of the launcher.
     RestartWatcher watcher;
     watcher.setDirectoryWasWritable(hasMarker);
     if (session.isValid()) {

@@ -1,5 +1,3 @@
-// A child process that can be started again in the way it was last started.
-
 #include "mpirun/restartableprocess.h"
 
 RestartableProcess::RestartableProcess(QObject* parent)

@@ -1,17 +1,15 @@
-// A child process that can be started again in the way it was last started.
-
 #pragma once
 
 #include <QProcess>
 #include <QString>
 #include <QStringList>
 
-/// A QProcess that remembers its last start, so that restart() needs no
-/// arguments and can be the receiver of a signal. The channel mode and all
-/// else that is set on the base class stays in force for every restart.
+/// A QProcess that remembers how it was last started, so that restart() needs no
+/// arguments and can be connected to a signal. The channel modes and the other
+/// properties of the base class also apply to a restart.
 ///
-/// The start operations hide those of QProcess: start through this class, or
-/// there is nothing to restart. Failures are reported as QProcess does.
+/// The functions start() hide those of QProcess, which do not record the start.
+/// Failures are reported as QProcess reports them.
 class RestartableProcess : public QProcess
 {
     Q_OBJECT
@@ -20,15 +18,15 @@ public:
     explicit RestartableProcess(QObject* parent = nullptr);
     ~RestartableProcess() override;
 
-    /// Starts `program` with `arguments`, and remembers all three values.
+    /// Starts `program` with `arguments`, as QProcess::start() does.
     void start(const QString& program, const QStringList& arguments, QIODevice::OpenMode mode);
-    /// Starts a whole command line, which QProcess splits into program and
-    /// arguments, and remembers it.
+    /// Starts a command line, split as QProcess::splitCommand() splits it. An empty one
+    /// fails to start.
     void start(const QString& program, QIODevice::OpenMode mode);
 
 public Q_SLOTS:
-    /// Starts a new child as the last start() did. To be called when the
-    /// previous child has finished and after at least one start().
+    /// Starts a new child as the last start() did. Call it after a start(), when the
+    /// previous child has ended.
     void restart();
 
 private:

@@ -87,7 +87,7 @@ bool RestartWatcher::exists(const QString& fileName) const
     Existence existence = existenceOf(fileName);
     for (int looks = 1; existence.error != 0 && !isLasting(existence.error) && looks < mostLooks;
          ++looks) {
-        // Not sleep(3), which a signal that is passed on would cut short.
+        // sleep(3) would return early when the launcher passes a signal on.
         QThread::sleep(1);
         existence = existenceOf(fileName);
     }

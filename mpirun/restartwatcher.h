@@ -4,11 +4,10 @@
 #include <QObject>
 #include <QString>
 
-/// Looks, each time the helper has finished, at two files that the front end
-/// keeps in the session directory. The restart file asks for the helper to be
-/// started again; while anything exists at the hold file's path, the decision
-/// waits. Without file names, as it is without a session, the first end of the
-/// helper ends the launcher.
+/// Decides, each time the helper has ended, whether the launcher starts it again or
+/// ends. Two files in the session directory tell: the restart file requests a restart,
+/// and the hold file postpones the decision. docs/restart-protocol.md describes both.
+/// Without file names, as in a launch without a session, the launcher ends.
 class RestartWatcher : public QObject
 {
     Q_OBJECT
@@ -17,35 +16,36 @@ public:
     explicit RestartWatcher(QObject* parent = nullptr);
     ~RestartWatcher() override;
 
+    /// Sets the path of the restart file; null or empty, the default, for none.
     void setRestartFileName(const QString& fileName);
     QString restartFileName() const;
 
+    /// Sets the path of the hold file; null or empty, the default, for none.
     void setRestartHoldFileName(const QString& fileName);
     QString restartHoldFileName() const;
 
-    /// Whether the session directory could be written when the launcher started. If so,
-    /// a look that is not permitted (EACCES) is made again: a file server may be about
-    /// to renew a credential.
+    /// Sets whether the launcher could write in the session directory when it started;
+    /// false by default. If so, a look-up that fails with EACCES is repeated: a file
+    /// server may be about to renew a credential.
     void setDirectoryWasWritable(bool wasWritable);
 
 Q_SIGNALS:
-    /// The helper is to be started again.
+    /// Emitted when the helper must be started again.
     void restart();
-    /// The launcher is to end.
+    /// Emitted when the launcher must end.
     void quit();
 
 public Q_SLOTS:
-    /// Waits while the hold file exists, without bound and without running the
-    /// event loop; a wait of ten seconds, and each further hour, is reported. Then, if
-    /// there is a restart file, deletes it, leaves an empty hold file and emits
-    /// restart(); otherwise emits quit(). A hold file that cannot be made is reported as
-    /// critical, and quit() emitted: without it the front end could not tell that its
-    /// request was taken.
+    /// Waits while the hold file exists, without a time limit and without running the
+    /// event loop. Reports the wait after ten seconds and after each further hour. Then,
+    /// if the restart file exists, removes it, creates an empty hold file and emits
+    /// restart(); otherwise emits quit(). If the hold file cannot be created, reports
+    /// that as critical and emits quit(): the front end could not tell that its request
+    /// was accepted.
     ///
-    /// A look at a file that fails is made again each second, ten times at most, unless
-    /// its cause is known to last. Then it is reported, and the file counts as missing.
-    /// A restart file that cannot be deleted is reported once, and asks for a restart
-    /// twice a second at most.
+    /// Repeats a look-up that fails each second, up to ten look-ups, unless the cause is
+    /// permanent. Then reports it and takes the file for missing. A restart file that
+    /// cannot be removed is reported once, and causes two restarts a second at most.
     void checkForQuickRestart();
 
 private:

@@ -14,8 +14,8 @@
 #include <ucontext.h>
 #include <unistd.h>
 
-// The handlers make async-signal-safe calls only, see signal-safety(7). waitid(2), which
-// that page leaves out, and the calls through syscall(2) are plain system calls.
+// The handlers make only async-signal-safe calls, see signal-safety(7), and plain system
+// calls: waitid(2) and those through syscall(2).
 
 namespace {
 
@@ -32,7 +32,7 @@ constexpr int terminalSignals[] = {SIGINT,  SIGQUIT, SIGHUP,   SIGTSTP,
                                    SIGTTIN, SIGTTOU, SIGWINCH, SIGCONT};
 constexpr int faultSignals[] = {SIGSEGV, SIGFPE, SIGBUS, SIGILL, SIGTRAP, SIGSYS};
 
-// The helper that runs, or 0, and the marker, or null; the latter is never freed.
+// The process id of the helper, or 0, and the path of the marker, or null; never freed.
 std::atomic<pid_t> pid = 0;
 std::atomic<char*> g_restartSupportedFileName = nullptr;
 static_assert(std::atomic<pid_t>::is_always_lock_free);
@@ -40,7 +40,7 @@ static_assert(std::atomic<char*>::is_always_lock_free);
 
 // The signal that ends the launcher when the helper has ended, or 0.
 std::atomic<int> g_endingSignal = 0;
-// Signals that the terminal sent and another thread handed over.
+// Signals from the terminal that another thread has handed over to the main thread.
 std::atomic<bool> g_handedOverFromTerminal[NSIG] = {};
 
 // Set before the handlers are installed.
@@ -51,8 +51,9 @@ sigset_t g_handledSignals;
 sigset_t g_signalsWithHandler;
 sigset_t g_ignoredSignals;
 
-// For handlers in the child between fork and exec, whose own stack is too small: QProcess
-// gives it 4 KiB, and with AVX-512 the kernel stores more than that (sigaltstack(2)).
+// The stack of the handlers in the child between fork and exec. The child's own stack is
+// too small: QProcess gives it 4 KiB, and with AVX-512 the kernel saves more than that,
+// see sigaltstack(2).
 constexpr std::size_t childStackSize = 65536;
 char g_childStack[childStackSize];
 
@@ -60,11 +61,11 @@ char g_childStack[childStackSize];
 constexpr int leaderWaitMs = 10000;
 constexpr int pollIntervalMs = 10;
 
-// What waited when signals were released, while that goes on.
+// The signals that were pending when releaseSignals() began; empty outside of it.
 sigset_t g_waitedForRelease;
 
-// What waited for the launcher, but not for the child, right after the fork. The child
-// writes it where it shares the launcher's memory, see vfork(2).
+// The signals that were pending for the launcher, but not for the child, right after the
+// fork. The child writes it into the launcher's memory, which it shares, see vfork(2).
 sigset_t g_olderThanHelper;
 std::atomic<bool> g_knowsOlderSignals = false;
 // Static, because the stack of the child is small.
@@ -84,8 +85,8 @@ bool reapsOrphans()
     return isSubreaper != 0 || getpid() == 1;
 }
 
-// Whether `pid` still names a child that has not been waited for: after that, the
-// number may name another process.
+// Whether `pid` is a child that has not been waited for. After the wait, the number may
+// belong to another process.
 bool isOurChild(siginfo_t* info)
 {
     info->si_pid = 0;
@@ -107,20 +108,20 @@ bool helperRuns()
 
 bool isFromTerminal(int signo, const siginfo_t& info)
 {
-    // The kernel sends other signals, too, such as those of a timer.
+    // SI_KERNEL alone does not tell: timers send signals with it, too.
     const bool handedOver =
         info.si_code == SI_TKILL && info.si_pid == g_launcher && g_handedOverFromTerminal[signo];
     return (info.si_code == SI_KERNEL || handedOver) && contains(terminalSignals, signo);
 }
 
-// Whether the helper has the same signal from the terminal.
+// Whether the helper has received the same signal from the terminal.
 bool helperHasIt(int signo, const siginfo_t& info)
 {
-    // A signal that waited may be older than the helper.
+    // A pending signal may be older than the helper.
     if (!isFromTerminal(signo, info) || sigismember(&g_waitedForRelease, signo) == 1) {
         return false;
     }
-    // The kernel tells a hang-up to the leader of the session alone.
+    // The kernel sends these two for a hang-up to the leader of the session alone.
     const bool isHangUp = signo == SIGHUP || signo == SIGCONT;
     return getpgid(pid) == getpgrp() && !(isHangUp && getsid(0) == g_launcher);
 }
@@ -153,7 +154,8 @@ void stopBySignal(int signo)
     sigaction(signo, &handler, nullptr);
 }
 
-// Default actions spare the first process of a PID namespace, see pid_namespaces(7).
+// The kernel discards a signal with the default action that the first process of a PID
+// namespace raises, see pid_namespaces(7); exit there.
 void endBySignal(int signo)
 {
     signal(signo, SIG_DFL);
@@ -163,8 +165,8 @@ void endBySignal(int signo)
     }
 }
 
-// A handler may run on a thread that a preloaded library has started, which does not
-// hold signals back when the main thread does. The main thread gets the signal instead.
+// Sends the signal to the main thread. A handler may run on a thread that a preloaded
+// library has started; holdSignals() does not block signals there.
 void handOver(int signo, const siginfo_t& info)
 {
     siginfo_t copy = info;
@@ -172,20 +174,21 @@ void handOver(int signo, const siginfo_t& info)
         syscall(SYS_rt_tgsigqueueinfo, g_launcher, g_launcher, signo, &copy) == 0) {
         return;
     }
-    // The kernel does not let a thread send a signal with the code SI_KERNEL.
+    // A process cannot send a signal with the code SI_KERNEL.
     g_handedOverFromTerminal[signo] = info.si_code == SI_KERNEL;
     syscall(SYS_tgkill, g_launcher, g_launcher, signo);
 }
 
-// Whether the thread has caused the signal: the instruction of a fault is executed again
-// when the handler returns, and abort(3) ends the process then.
+// Whether the thread has caused the signal itself. Such a signal must be handled at once:
+// when the handler returns, the faulting instruction runs again, and abort(3) ends the
+// process.
 bool isOwnFault(int signo, const siginfo_t& info)
 {
     return (contains(faultSignals, signo) && info.si_code > 0) ||
            (signo == SIGABRT && info.si_code == SI_TKILL && info.si_pid == g_launcher);
 }
 
-// Whether the calling handler has to act.
+// Whether the calling handler must act on the signal. Hands it over otherwise.
 bool isForThisThread(int signo, const siginfo_t& info)
 {
     if (!isOwnFault(signo, info) && syscall(SYS_gettid) != g_launcher) {
@@ -209,14 +212,15 @@ bool hasTerminal()
     return terminal != -1;
 }
 
-// Whether the launcher's end would hang the helper up: when the leader of a session ends,
-// the kernel sends SIGHUP to the foreground process group of its terminal, see _exit(2).
+// Whether the helper would get SIGHUP when the launcher ends: when the leader of a session
+// ends, the kernel sends SIGHUP to the foreground process group of its terminal, see
+// _exit(2).
 bool hangsHelperUp(int signo)
 {
     if (getsid(0) != g_launcher || getpgid(pid) != getpgrp()) {
         return false;
     }
-    // A terminal that has hung up cannot be opened any more.
+    // After a hang-up, /dev/tty cannot be opened.
     return hasTerminal() || signo == SIGHUP;
 }
 
@@ -228,7 +232,7 @@ void waitForHelper()
     }
 }
 
-// A helper that is stopped does not see the signal before it continues.
+// A stopped helper handles the signal only when it continues.
 void continueIfStopped()
 {
     siginfo_t info;
@@ -296,8 +300,8 @@ void passingHandler(int signo, siginfo_t* info, void* context)
     const int savedErrno = errno;
     if (isForThisThread(signo, *info)) {
         if (!helperRuns()) {
-            // Waits, blocked, for releaseSignals() after the next start. A process may
-            // send itself a signal with any code.
+            // Keeps the signal pending until releaseSignals() after the next start. A
+            // process may send itself a signal with any code.
             sigaddset(&static_cast<ucontext_t*>(context)->uc_sigmask, signo);
             syscall(SYS_rt_tgsigqueueinfo, g_launcher, g_launcher, signo, info);
         } else if (!helperHasIt(signo, *info)) {
@@ -307,8 +311,9 @@ void passingHandler(int signo, siginfo_t* info, void* context)
     errno = savedErrno;
 }
 
-// A stop of the child between fork and exec would hold up the launcher, which waits for the
-// exec in vfork(2). The launcher has the signal as well, and sends it to the helper later.
+// Gives stop signals an empty handler until the exec. A child that stops before its exec
+// would block the launcher in vfork(2). The launcher has the signal, too, and sends it to
+// the helper later.
 void skipStops()
 {
     stack_t stack = {};
@@ -325,7 +330,8 @@ void skipStops()
     }
 }
 
-// The signals that wait for the launcher, from the line ShdPnd of its status (proc(5)).
+// Reads the signals that are pending for the launcher, from the line ShdPnd of
+// /proc/PID/status, see proc(5). Returns false if that is impossible.
 bool readPendingOfLauncher(sigset_t* signals)
 {
     const int fd = open(g_statusFile, O_RDONLY | O_CLOEXEC);
@@ -354,7 +360,8 @@ bool readPendingOfLauncher(sigset_t* signals)
     return true;
 }
 
-// For the child: what the launcher has and the child has not is older than the child.
+// Called in the child. A signal from the terminal that is pending for the launcher, but not
+// for the child, is older than the child.
 void noteOlderSignals()
 {
     sigset_t own;
@@ -368,8 +375,8 @@ void noteOlderSignals()
     }
 }
 
-// Takes out of the signals that waited those that the helper has from the terminal. The
-// child has skipped those that stop.
+// Removes the signals that the helper has received from the terminal from the pending
+// ones. Stop signals stay: the child has ignored them.
 void forgetSignalsOfHelper()
 {
     for (int signo : terminalSignals) {
@@ -386,7 +393,7 @@ void orphanHandler(int)
     errno = savedErrno;
 }
 
-// Handlers do not interrupt each other. A system call that one interrupts is restarted.
+// Handlers do not interrupt each other. An interrupted system call is restarted.
 void install(int signo, void (*handler)(int, siginfo_t*, void*))
 {
     struct sigaction action = {};
@@ -469,7 +476,7 @@ void handleEndingSignals()
     for (int signo : endingSignals) {
         if (signo != SIGHUP || !isIgnored(signo)) {
             install(signo, sighandler);
-            // The helper gets it with its default action.
+            // The helper inherits the default action.
             sigdelset(&g_ignoredSignals, signo);
         }
     }
@@ -517,7 +524,7 @@ void reapOrphans()
     while (g_reapsOrphans) {
         siginfo_t info;
         info.si_pid = 0;
-        // The helper is waited for by its QProcess.
+        // QProcess waits for the helper.
         if (waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT) == -1 || info.si_pid == 0 ||
             info.si_pid == pid) {
             return;

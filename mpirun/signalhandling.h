@@ -14,46 +14,49 @@
 //   launcher stops.
 // - SIGUSR1, SIGUSR2, SIGCONT, SIGWINCH, SIGURG, SIGALRM, SIGVTALRM, SIGPROF, SIGXCPU,
 //   SIGPWR, SIGIO and the real-time signals are sent to the helper, those of sigqueue(3)
-//   with their value. Without a helper they wait for the next one.
+//   with their value. If no helper runs, they wait for the next one.
 //
 // A signal that the terminal sent to the whole process group is not sent to a helper in
-// that group: it has it already.
+// that group, which has received it from the terminal.
 
-/// The signals of the third group.
+/// The signals of the third group. Usable before handlePassedSignals().
 sigset_t passedSignals();
 
-/// Sends the signals of the second and third group on from now on, those that are ignored
-/// included: the helper inherits that, and may have a handler. A stop that is ignored does
-/// not stop the launcher. Unblocks those of the third: a
-/// helper that has them blocked gets them all the same. Call it once, on the main
-/// thread, before any other function of this file.
+/// Installs the handlers for the signals of the second and third group, ignored ones
+/// included: the helper may have set a handler of its own. An ignored stop signal does
+/// not stop the launcher. Unblocks the signals of the third group; the helper gets them
+/// even if they were blocked at the start. Call it once, on the main thread, before any
+/// other function of this file.
 void handlePassedSignals();
 
-/// Handles the signals that end the launcher from now on, those that are ignored
-/// included. SIGHUP stays ignored if it is: the user of nohup(1) wants both to live on.
+/// Installs the handlers for the signals that end the launcher, ignored ones included.
+/// An ignored SIGHUP stays ignored, so that launcher and helper survive the hang-up
+/// under nohup(1).
 void handleEndingSignals();
 
-/// Holds all handled signals back until releaseSignals().
+/// Blocks all handled signals on the calling thread until releaseSignals().
 void holdSignals();
-/// Lets signals in again. Those that arrived meanwhile are handled before it returns.
+/// Unblocks the handled signals. The handlers of pending ones run before it returns.
 void releaseSignals();
 
-/// Gives all signals that the functions above handle the action that the helper is to
-/// find, for the child between fork and exec. Until the exec, signals that stop have no
-/// effect. Makes async-signal-safe calls only.
+/// Restores the dispositions that the helper inherits for all signals with a handler.
+/// Call it in the child between fork and exec. Until the exec, stop signals have no
+/// effect. Makes only async-signal-safe calls.
 void resetSignalHandlers();
 
-/// Names the process that signals are sent to, a child of this process; 0 for none.
+/// Sets the child process that signals are sent to; 0 for none.
 void setSignalledHelper(pid_t helper);
-/// Names the marker file that a signal that ends the launcher removes.
+/// Sets the path of the marker file that a signal that ends the launcher removes. Copies
+/// the path. Call it once.
 void setMarker(const QByteArray& fileName);
 
-/// Reaps the children that other processes have left to this one, except the helper.
-/// Does nothing unless this process is the first of its PID namespace or a child
-/// subreaper (PR_SET_CHILD_SUBREAPER in prctl(2)).
+/// Waits for the orphans that have ended and whose parent this process has become. Leaves
+/// the helper to its QProcess. Never blocks. Does nothing unless this process is the first
+/// of its PID namespace or a child subreaper (PR_SET_CHILD_SUBREAPER in prctl(2)).
 void reapOrphans();
 
-/// Ends the launcher if a signal to do so is waiting for the helper's end. The first
-/// process of a PID namespace and a child subreaper wait for it: when the first process
-/// ends, the kernel kills all others, and the helper could not clean up.
+/// Ends the launcher if it has received a signal that ends it. Call it when the helper has
+/// ended. The first process of a PID namespace and a child subreaper end only then: the
+/// kernel kills all other processes when the first one ends, and the helper could not
+/// clean up, see pid_namespaces(7).
 void endIfSignalled();
