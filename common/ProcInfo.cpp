@@ -1,5 +1,3 @@
-// What the kernel tells of processes, see proc(5).
-
 #include "common/ProcInfo.h"
 
 #include "common/compatibility_simple/process/signals.h"
@@ -73,7 +71,7 @@ int ProcInfo::getParent(int pid)
 
 int ProcInfo::getChild(int pid)
 {
-    // The answer for a parent that cannot be found is no process's id.
+    // getParent() returns -1 for a process that has ended.
     if (pid < 0) {
         return -1;
     }

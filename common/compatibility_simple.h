@@ -1,5 +1,4 @@
-// The whole compatibility layer, for the suite's other programs: what they ask of
-// the host and the operating system.
+// Includes the whole compatibility layer, for the other programs of the suite.
 
 #pragma once
 

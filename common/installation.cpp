@@ -25,8 +25,8 @@ bool isSameFile(const char* path1, const char* path2)
 }
 
 // The directory of the running program; empty when its file is no longer at its path.
-// Not QCoreApplication's: that falls back to the working directory, and a QString cannot
-// hold bytes that are no UTF-8.
+// QCoreApplication::applicationDirPath() falls back to the working directory, and a QString
+// cannot hold bytes that are not valid UTF-8.
 QByteArray findOwnDirectory()
 {
     char path[PATH_MAX];
@@ -38,15 +38,15 @@ QByteArray findOwnDirectory()
     }
     path[length] = '\0';
     const QByteArray file(path);
-    // What the kernel appends to the path of a file that is gone, see proc(5), or else
-    // the end of the file's name.
+    // The kernel appends this to the path of a removed file, see proc(5). It may also be
+    // part of the name.
     if (file.endsWith(" (deleted)") && !isSameFile(path, ownExecutable)) {
         return QByteArray();
     }
     return file.left(qMax<qsizetype>(file.lastIndexOf('/'), 1));
 }
 
-// The kernel is asked once, as each question looks names up.
+// Cached, because readlink(2) and stat(2) look names up.
 QByteArray ownDirectory()
 {
     static const QByteArray directory = findOwnDirectory();
@@ -58,8 +58,8 @@ QByteArray parentOf(const QByteArray& directory)
     return directory.left(qMax<qsizetype>(directory.lastIndexOf('/'), 1));
 }
 
-// A text that names the directory. Where its bytes are no UTF-8, that is a descriptor's
-// entry in /proc, which stays valid for the life of the process.
+// A path of the directory as a QString. If its bytes are not valid UTF-8, the entry of an
+// open descriptor in /proc, which is valid until the process ends.
 QString textOf(const QByteArray& directory)
 {
     QString text = QFile::decodeName(directory);

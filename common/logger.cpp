@@ -1,5 +1,3 @@
-// Qt's messages, the log file and XML log records.
-
 #include "common/logger.h"
 
 #include "common/compatibility_simple/calls/calls.h"
@@ -46,8 +44,8 @@ QFile& logFile()
     return *file;
 }
 
-// The launcher's own messages are in the default category. Qt's warnings, some of which
-// abort the process, are in other categories.
+// A filter of message categories. Enables all messages of the default category, which are
+// ours, and Qt's warnings, some of which abort the process.
 void enableMessages(QLoggingCategory* category)
 {
     if (previousFilter) {
@@ -61,16 +59,16 @@ void enableMessages(QLoggingCategory* category)
     }
 }
 
-// One write, so that lines of several processes do not mix. Standard error may be a
-// terminal that another program has left non-blocking.
+// Writes the line in one call, so that lines of several processes do not mix. Standard
+// error may be a terminal that another program has left non-blocking.
 void printLine(const char* message)
 {
     const QByteArray line = QByteArray(message) + '\n';
     blocking_write(STDERR_FILENO, line.constData(), static_cast<size_t>(line.size()));
 }
 
-// Qt warns of a locale that is not UTF-8 when the application object is created: in a
-// batch job, at every launch. The programs handle bytes, in every locale.
+// Whether a message is Qt's warning about a locale that is not UTF-8. A batch job would get
+// it at every launch, and the programs work in every locale.
 bool isAboutLocale(const QString& text)
 {
     return text.startsWith(QLatin1String("Detected ")) && text.contains(QLatin1String(" locale "));
@@ -116,7 +114,7 @@ void installHandler(QtMessageHandler handler)
     qInstallMessageHandler(handler);
     if (!previousFilter) {
         previousFilter = QLoggingCategory::installFilter(enableMessages);
-        // Applies the filter, which now knows its predecessor, to all categories again.
+        // The filter now calls its predecessor; apply it to all categories again.
         QLoggingCategory::installFilter(enableMessages);
     }
 }
@@ -134,7 +132,7 @@ QString logFileInDirectory(const QString& prefix)
     return QFileInfo(directory).isDir() ? QDir(directory).filePath(prefix) : QString();
 }
 
-// The time of the day in local time; milliseconds without leading zeros.
+// The local time of day. The milliseconds have no leading zeros.
 QByteArray timeText()
 {
     timespec now = {};
@@ -166,8 +164,8 @@ bool waitForRoom(int fd)
     return true;
 }
 
-// Repeats an interrupted write. Tries a single byte when a write would block: there may
-// be room for one and not for more.
+// Writes some bytes. Tries a single byte when the write would block: a pipe may accept one
+// byte, but not all at once, see pipe(7) on O_NONBLOCK.
 ssize_t writeSome(int fd, const char* bytes, size_t count)
 {
     const ssize_t result = uninterrupted([&] { return sc_write(fd, bytes, count); });
@@ -177,9 +175,9 @@ ssize_t writeSome(int fd, const char* bytes, size_t count)
     return result;
 }
 
-// While it exists, Qt finds no configuration of the user or the system. At the first use
-// of its message categories it looks for rules there, which have no effect on ours and
-// cost a look-up in the home directory.
+// Hides the configuration directories from Qt while it exists. At the first use of its
+// message categories, Qt reads rules there; they have no effect on our messages and cost
+// look-ups in the home directory.
 class NoConfiguration
 {
 public:

@@ -1,5 +1,3 @@
-// Splitting of command lines, and vectors of C strings.
-
 #include "common/mlib.h"
 
 #include "common/env/zorvenv.h"
@@ -12,7 +10,7 @@
 
 namespace {
 
-// Reads a text once, from left to right.
+// Splits a text in one pass.
 class ArgumentScanner
 {
 public:

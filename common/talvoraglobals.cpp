@@ -1,5 +1,3 @@
-// Where the suite is installed.
-
 #include "common/talvoraglobals.h"
 
 #include "common/env/zorvenv.h"

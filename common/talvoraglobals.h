@@ -1,32 +1,29 @@
-// Where the suite is installed.
-
 #pragma once
 
 #include <QString>
 
-/// The process-wide record of the installation's directories. The launcher
-/// fills it once, right after it has created its application object, by one of
-/// the two layout setters; until then every path but the Blue Gene temporary
-/// directory is null.
+/// The directories of the installation, one record for the process. The launcher fills it
+/// with chooseInstallationLayout() right after it has created the application object. Until
+/// then, all paths except the temporary directory of Blue Gene are null.
 class TalvoraGlobals
 {
 public:
-    /// The one instance, made at the first call and destroyed at exit; null
-    /// after that. The first calls may come from several threads at once.
+    /// The only instance, created by the first call, which is thread-safe, and destroyed at
+    /// exit; null after that.
     static TalvoraGlobals* instance();
 
-    /// An installation below `talvoraInstallPath`, with the directories bin,
-    /// lib, libexec, resource, icons and pelk/metrics. Warns, once each, when
-    /// the root, bin, lib or libexec does not exist, and goes on.
+    /// Sets the paths of an installation with the root `talvoraInstallPath` and the
+    /// directories bin, lib, libexec, resource, icons and pelk/metrics. Warns once about
+    /// each of root, bin, lib and libexec that does not exist.
     void setLocationsFromInstallPath(const QString& talvoraInstallPath);
-    /// Everything in the one directory `path`, but the metrics, which stay as
-    /// they are. Nothing is checked.
+    /// Sets all paths to the one directory `path`, except metricsPath(), which does not
+    /// change. Does not check that it exists.
     void setLocationsAsFlatPath(const QString& path);
-    /// An installation whose root is the parent of the executable's directory,
-    /// with ".talvora" as the local configuration directory.
+    /// Sets the paths of an installation whose root is the parent of the executable's
+    /// directory, and ".talvora" as the local configuration directory.
     void initPaths();
 
-    /// The name of the local configuration directory.
+    /// Sets the name of the local configuration directory.
     void setLocalConfigDir(const QString& directory) { mConfigDir = directory; }
     void setDebugMode(bool debugMode) { mIsDebugMode = debugMode; }
 
@@ -38,7 +35,7 @@ public:
     QString resourcesPath() const { return mResourcesPath; }
     QString iconsPath() const { return mIconsPath; }
     QString metricsPath() const { return mMetricsPath; }
-    /// The setting BG_TMPDIR at construction; "/tmp" when it is not set.
+    /// The setting BG_TMPDIR as it was at construction; "/tmp" when it was not set.
     QString bluegeneTmpDir() const { return mBluegeneTmpDir; }
     bool isDebugMode() const { return mIsDebugMode; }
 

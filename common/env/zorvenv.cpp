@@ -1,5 +1,3 @@
-// The suite's settings, read from the environment under three names.
-
 #include "common/env/zorvenv.h"
 
 #include <QFile>
@@ -31,7 +29,7 @@ namespace ZorvEnv {
 QByteArray variableName(int prefix, const char* bareName)
 {
     static constexpr const char* prefixes[PrefixCount] = {"ZORV_", "PELK_", "TALVORA_"};
-    // Built in one piece: a launch reads some thirty settings under three names each.
+    // One allocation: a launch looks up some thirty settings under three names each.
     return QByteArray::fromRawData(prefixes[prefix], qsizetype(strlen(prefixes[prefix]))) %
            bareName;
 }

@@ -1,8 +1,8 @@
-// The suite's settings, read from the environment under three names.
+// The settings of the suite, read from the environment.
 //
-// A setting X is looked up as ZORV_X, then PELK_X, then TALVORA_X; the first
-// variable that is set wins, also when its value is empty. The four operations
-// are macros because every place that uses one owns its cache:
+// A setting X is looked up as ZORV_X, then PELK_X, then TALVORA_X. The first variable that
+// is set counts, even when its value is empty. The four look-ups are macros, because each
+// place that uses one has its own cache:
 //
 //     QString directory = envString("SHARED_DIRECTORY");
 //     QString file = envPath("SESSION_FILE");
@@ -10,9 +10,8 @@
 //     bool manual = envFlag("MANUAL_LAUNCH");
 //     bool debug = envIsSet("MULTIPLEXER_DEBUG", ZorvEnv::uncachedValue("DEBUG") != nullptr);
 //
-// After its first use a site answers without reading the environment, until
-// discardEnvCache() or disableEnvCaching() is called. Nothing here is
-// synchronised: lookups and controls belong to one thread.
+// After its first use, a place does not read the environment again until discardEnvCache()
+// or disableEnvCaching() is called. Use all of this from one thread.
 
 #pragma once
 
@@ -21,48 +20,48 @@
 
 #include <utility>
 
-/// True while lookup sites may answer from their caches.
+/// Whether look-ups use their caches.
 extern bool g_cacheEnv;
-/// The cache generation; an entry stamped with another one is stale.
+/// The generation of the caches; an entry of another generation is stale.
 extern int g_cacheSerial;
 
-/// Makes every lookup read the environment afresh.
+/// Makes every look-up read the environment, until enableEnvCaching().
 void disableEnvCaching();
-/// Lets lookups answer from their caches again (the default).
+/// Lets look-ups use their caches again, as they do by default. Discards nothing.
 void enableEnvCaching();
-/// Makes every cached answer stale, once.
+/// Makes the next look-up in each place read the environment.
 void discardEnvCache();
 
 namespace ZorvEnv {
 
-/// Number of prefixes that a setting is looked up under.
+/// The number of prefixes: ZORV_, PELK_, TALVORA_, in this order.
 constexpr int PrefixCount = 3;
 
-/// The name of the variable that is read as `bareName` under `prefix`.
+/// The name of the variable for the setting `bareName` with prefix number `prefix`, from 0
+/// to PrefixCount - 1.
 QByteArray variableName(int prefix, const char* bareName);
 
-/// The value of `prefix` + `bareName`, or null when it is not set; `prefix`
-/// is an index into the order of precedence.
+/// The value of variableName(), or null when it is not set. The environment owns the value,
+/// see getenv(3).
 const char* read(int prefix, const char* bareName);
 
-/// The value of the first of the three variables that is set, or null.
-/// Never cached: for names that are known only at run time.
+/// The value of the first of the three variables that is set, or null. Never cached: for
+/// names that are known only at run time. The environment owns the value, see getenv(3).
 const char* uncachedValue(const char* bareName);
 
-/// The rule for switches: false for "no", "off", "disable", "disabled" and
-/// "0" in any letter case and for null (not set), true for all else.
+/// The value of a switch: false for "no", "off", "disable", "disabled" and "0" in any
+/// letter case and for null (not set), true for every other value.
 bool readsOn(const char* value);
 
-/// What one lookup site remembers. A Kind gives `Value`, `static Value
-/// convert(const char* value)`, called for a variable that is set, and
-/// `RemembersAbsent`: whether the answer for one that is not is remembered too.
+/// The cache of one place that looks a setting up. A Kind has the type `Value`, the function
+/// `static Value convert(const char* value)` for a variable that is set, and the constant
+/// `RemembersAbsent`, which says whether the default for one that is not set is cached, too.
 template <typename Kind> class Site
 {
 public:
     using Value = typename Kind::Value;
 
-    /// The setting's value, or what `absent()` returns when no variable is
-    /// set.
+    /// The value of the setting, or the result of `absent()` when no variable is set.
     template <typename Absent> Value lookup(const char* bareName, Absent absent)
     {
         for (int prefix = 0; prefix < PrefixCount - 1; ++prefix) {
@@ -76,7 +75,7 @@ public:
 private:
     template <typename T> struct Entry
     {
-        // A generation that never is current: the first use reads.
+        // -1 is never current.
         int serial = -1;
         T content{};
 
@@ -115,6 +114,7 @@ private:
     bool mFound[PrefixCount] = {};
 };
 
+/// The kind of envString().
 struct TextKind
 {
     using Value = QString;
@@ -122,14 +122,16 @@ struct TextKind
     static QString convert(const char* value);
 };
 
+/// The kind of envPath().
 struct PathKind
 {
     using Value = QString;
-    // The default is the caller's of the moment.
+    // The caller's default may differ from call to call.
     static constexpr bool RemembersAbsent = false;
     static QString convert(const char* value);
 };
 
+/// The kind of envFlag().
 struct SwitchKind
 {
     using Value = bool;
@@ -137,6 +139,7 @@ struct SwitchKind
     static bool convert(const char* value) { return readsOn(value); }
 };
 
+/// The kind of envIsSet().
 struct PresenceKind
 {
     using Value = bool;
@@ -151,16 +154,16 @@ struct PresenceKind
         static ZorvEnv::Site<ZorvEnv::Kind> envSite;                                               \
         return envSite.lookup(X, [&]() -> ZorvEnv::Kind::Value { return absent; });                \
     }())
-// Takes the first two of its arguments.
+// Ignores all arguments after the second.
 #define ZORV_ENV_PATH(X, fallback, ...) ZORV_ENV_SITE(PathKind, X, fallback)
 
-/// A text setting, decoded from the local 8-bit encoding; null when not set.
+/// The setting X as a text, decoded from the locale's encoding; null when it is not set.
 #define envString(X) ZORV_ENV_SITE(TextKind, X, QString())
-/// A path setting, decoded as a file name: envPath(X), null when not set, or
-/// envPath(X, default).
+/// The setting X as a path, decoded with QFile::decodeName(). When it is not set, null for
+/// envPath(X) and `default` for envPath(X, default).
 #define envPath(...) ZORV_ENV_PATH(__VA_ARGS__, QString(), )
-/// A switch setting; off when not set.
+/// The setting X as a switch, see readsOn(); false when it is not set.
 #define envFlag(X) ZORV_ENV_SITE(SwitchKind, X, false)
-/// Whether the setting is there at all, whatever its value; when it is not,
-/// `fallback`, evaluated at that moment.
+/// True when the setting X is set, whatever its value; otherwise the value of `fallback`,
+/// which is evaluated only when it is needed.
 #define envIsSet(X, fallback) ZORV_ENV_SITE(PresenceKind, X, fallback)

@@ -1,5 +1,3 @@
-// The system calls that the suite makes, under one set of names.
-
 #pragma once
 
 #include <QString>
@@ -7,10 +5,11 @@
 #include <cstddef>
 #include <sys/types.h>
 
-// Wrappers of the calls that they are named for: each returns what the call
-// returns and leaves errno as the call left it; none repeats an interrupted
-// call. Paths given as QString are encoded with QFile::encodeName().
-
+/// @name System calls
+/// Each function makes the call that it is named for, returns the call's result, and
+/// leaves errno unchanged after it. None repeats an interrupted call. A path that is a
+/// QString is encoded with QFile::encodeName().
+/// @{
 pid_t sc_fork();
 int sc_unlink(const char* path);
 int sc_chmod(const QString& path, mode_t mode);
@@ -22,7 +21,7 @@ int sc_mkdir(const QString& path, mode_t mode);
 int sc_mkfifo(const char* path, mode_t mode);
 pid_t sc_waitpid(pid_t pid, int* status, int options);
 int sc_isatty(int fd);
-/// execl(3) with one argument, the argument zero.
+/// execl(3) with `argument0` as the only argument.
 int sc_execl(const char* path, const char* argument0);
 int sc_execv(const char* path, char* const argv[]);
 int sc_execvp(const char* file, char* const argv[]);
@@ -32,9 +31,10 @@ int sc_close(int fd);
 int sc_access(const char* path, int mode);
 ssize_t sc_write(int fd, const void* buffer, size_t length);
 int sc_setenv(const char* name, const char* value, bool overwrite);
-/// The string becomes part of the environment, see putenv(3).
+/// The string itself becomes part of the environment, see putenv(3): keep it alive.
 int sc_putenv(char* nameAndValue);
 int sc_unsetenv(const char* name);
-/// The template is modified in place.
+/// Replaces the template with the name of the file.
 int sc_mkstemp(char* nameTemplate);
 int sc_gethostname(char* buffer, size_t length);
+/// @}

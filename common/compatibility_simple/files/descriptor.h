@@ -9,7 +9,7 @@
 class Descriptor
 {
 public:
-    /// Takes `fd` over; -1 is none.
+    /// Takes ownership of `fd`; -1 is no descriptor.
     explicit Descriptor(int fd = -1)
         : mFd(fd)
     {
@@ -30,9 +30,9 @@ public:
     int get() const { return mFd; }
     /// Gives up the descriptor without closing it.
     [[nodiscard]] int release() { return std::exchange(mFd, -1); }
-    /// Closes the descriptor. False, with errno set, when the system reports an error,
-    /// such as data that a file server could not keep. An interrupted close(2) has
-    /// closed it.
+    /// Closes the descriptor, if it is open. Returns false, with errno set, when close(2)
+    /// reports an error, such as data that a file server could not store. EINTR is no
+    /// error: Linux has closed the descriptor then.
     bool close() { return !isOpen() || sc_close(release()) == 0 || errno == EINTR; }
 
 private:

@@ -2,6 +2,7 @@
 
 #include <QString>
 
-/// Creates an empty file, or empties the one that exists, as openToOverwrite() opens it.
-/// On failure, reports the file's name and the cause as critical, and returns false.
+/// Creates an empty file or empties an existing one, under the rules of
+/// openToOverwrite(). On failure, reports the path and the cause as critical and returns
+/// false.
 [[nodiscard]] bool createEmptyFile(const QString& fileName);

@@ -13,8 +13,7 @@
 namespace {
 
 // AT_STATX_FORCE_SYNC asks the file server, where stat(2) may answer from a cache. Old
-// container runtimes do not know statx(2) and forbid it with EPERM, an error that
-// stat(2) does not have.
+// container runtimes reject statx(2) with EPERM, which is no error of stat(2).
 int examine(const QByteArray& name)
 {
     struct statx status;
@@ -42,8 +41,8 @@ Existence existenceOf(const QString& fileName)
     const QByteArray directory = QFile::encodeName(QFileInfo(fileName).path());
     const Descriptor opened(uninterrupted(
         [&] { return sc_open(directory.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
-    // A directory may permit look-ups and no listing. Any other failure leaves what is
-    // cached unchecked.
+    // EACCES is no failure: a directory may permit look-ups but no listing. After any
+    // other error, the names in the cache are unchecked.
     if (!opened.isOpen() && errno != EACCES) {
         return failed(errno);
     }

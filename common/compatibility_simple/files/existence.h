@@ -2,7 +2,7 @@
 
 #include <QString>
 
-/// What the system says of a file.
+/// The result of existenceOf().
 struct Existence
 {
     bool exists = false;
@@ -10,10 +10,10 @@ struct Existence
     int error = 0;
 };
 
-/// Whether anything exists at a path. Symbolic links are followed, and one that leads
-/// nowhere does not exist, as for QFile::exists(). An empty path names no file.
+/// Whether a file of any type exists at a path. Follows symbolic links: a dangling one
+/// counts as missing, as for QFile::exists(). An empty path counts as missing.
 ///
 /// Asks the file server rather than the caches of a network mount, as far as the mount
-/// permits that. Opens the directory first: an NFS client then checks the names that it
-/// has cached, see close-to-open cache consistency in nfs(5).
+/// permits that. Opens the directory first, so that an NFS client checks the names in
+/// its cache, see close-to-open cache consistency in nfs(5).
 Existence existenceOf(const QString& fileName);

@@ -8,7 +8,7 @@
 
 namespace {
 
-// The error number of looking at a path, 0 when it is there.
+// The errno of stat(2) for a path, or 0.
 int errorOf(const QString& path)
 {
     struct stat status;
@@ -21,7 +21,7 @@ bool isLink(const QString& path)
     return lstat(QFile::encodeName(path).constData(), &status) == 0 && S_ISLNK(status.st_mode);
 }
 
-// `parent` is the last part of the way to `path` that could be looked at.
+// `parent` is the longest part of `path` that could be looked up.
 QString textOf(int error, const QString& path, const QString& parent)
 {
     switch (error) {
@@ -42,7 +42,7 @@ QString textOf(int error, const QString& path, const QString& parent)
 
 QString obstacleOn(const QString& path)
 {
-    // Not QDir::cleanPath(), which takes ".." for the parent of a link.
+    // QDir::cleanPath() would resolve ".." without following links.
     const QString absolute = QDir::isAbsolutePath(path) ? path : QStringLiteral("./") + path;
     QString parent = QStringLiteral("/");
     for (qsizetype end = absolute.indexOf(QLatin1Char('/'), 1);;

@@ -15,7 +15,8 @@ namespace {
 const QString foreign = QStringLiteral("belongs to another user");
 const QString severalNames = QStringLiteral("has other names, where others can write");
 
-// The directory that holds a file. One that cannot be examined counts as one like /tmp.
+// The status of a file's directory. One that cannot be examined counts as sticky and
+// writable by all, as /tmp is.
 struct stat directoryOf(const QString& fileName)
 {
     struct stat status;
@@ -31,7 +32,7 @@ bool isShared(const struct stat& directory)
     return (directory.st_mode & (S_IWGRP | S_IWOTH)) != 0;
 }
 
-// Whether an entry of that owner may have been planted in the directory.
+// Whether an entry of `owner` may have been planted in the directory.
 bool isPlanted(uid_t owner, const struct stat& directory)
 {
     return isShared(directory) && owner != 0 && owner != geteuid() && owner != directory.st_uid;
@@ -50,7 +51,7 @@ Result<Descriptor> openToWrite(const QByteArray& name, int flags)
     return FileError::last();
 }
 
-// Creates the file or, without following a link, opens the one that exists.
+// Creates the file or opens the existing one, without following a link.
 Result<Descriptor> createOrOpen(const QByteArray& name, bool* created)
 {
     for (int attempts = 100;; --attempts) {
@@ -59,19 +60,19 @@ Result<Descriptor> createOrOpen(const QByteArray& name, bool* created)
         if (newFile) {
             return newFile;
         }
-        // Without O_CREAT: with it, the kernel may refuse a file of root's.
+        // With O_CREAT, the kernel may refuse a file that root owns.
         Result<Descriptor> oldFile = openToWrite(name, O_NOFOLLOW | O_NONBLOCK);
         if (oldFile || oldFile.error().code != ENOENT) {
             return oldFile;
         }
-        // Another launcher may just have removed the file.
+        // Another launcher may have removed the file between the two calls.
         if (newFile.error().code != EEXIST || attempts == 0) {
             return newFile;
         }
     }
 }
 
-// Empties an existing file and makes the descriptor block.
+// Checks and empties an existing file and makes the descriptor blocking.
 Result<Descriptor> prepare(Descriptor fd, const struct stat& directory, bool throughLink)
 {
     struct stat status;
@@ -79,7 +80,7 @@ Result<Descriptor> prepare(Descriptor fd, const struct stat& directory, bool thr
         return FileError::last();
     }
     const bool isRegular = S_ISREG(status.st_mode);
-    // Where a trusted link leads is the choice of the one who made it.
+    // The target of a trusted link is trusted, too.
     if (!throughLink && (directory.st_mode & S_ISVTX) != 0 && isPlanted(status.st_uid, directory)) {
         return FileError{EACCES, foreign};
     }
@@ -98,14 +99,15 @@ Result<Descriptor> prepare(Descriptor fd, const struct stat& directory, bool thr
 Result<Descriptor> openToOverwrite(const QString& fileName)
 {
     const QByteArray name = QFile::encodeName(fileName);
-    // What this call creates is not planted, even if a file server gives it another owner.
+    // A file that this call creates is not planted, even if a file server gives it another
+    // owner.
     bool created = false;
     Result<Descriptor> file = createOrOpen(name, &created);
     if (created) {
         return file;
     }
     const struct stat directory = directoryOf(fileName);
-    // A link on the way to the directory can be the cause as well.
+    // ELOOP can also come from a link in the directory part of the path.
     struct stat link;
     const bool throughLink = !file && file.error().code == ELOOP &&
                              lstat(name.constData(), &link) == 0 && S_ISLNK(link.st_mode);

@@ -7,8 +7,8 @@
 
 #include <cerrno>
 
-/// Repeats a system call for as long as a signal interrupts it (EINTR, see signal(7)).
-/// Returns its last result, with errno as it left it.
+/// Repeats a system call while it fails with EINTR, see signal(7). Returns its last
+/// result and keeps its errno.
 template <typename Call> auto uninterrupted(const Call& call)
 {
     auto result = call();
@@ -18,7 +18,6 @@ template <typename Call> auto uninterrupted(const Call& call)
     return result;
 }
 
-/// The content of a regular file, at most its first `limit` bytes. Never waits for the
-/// writer of a FIFO. The error is that of open(2) or read(2); ENXIO says that the file
-/// is no regular file.
+/// Reads a regular file, at most its first `limit` bytes. Never waits for the writer of a
+/// FIFO. The error is that of open(2) or read(2), or ENXIO for any other type of file.
 Result<QByteArray> readRegularFile(const QString& fileName, qsizetype limit);

@@ -15,15 +15,15 @@
 
 namespace {
 
-// A name that no other entry of the directory has. It is short: the name of the entry
-// that it becomes may already be as long as the file system allows.
+// A random name in the directory of `path`. It is not derived from the name of the entry,
+// which may already be as long as the file system allows.
 QString temporaryName(const QString& path)
 {
     const QString number = QString::number(QRandomGenerator::system()->generate64(), 16);
     return QFileInfo(path).dir().filePath(QStringLiteral(".zorv-") + number);
 }
 
-// Puts the entry that `make` makes under a temporary name in the place of `path`.
+// Creates an entry with `make` under a temporary name and renames it to `path`.
 template <typename Make> bool replaceBy(const QString& path, const Make& make)
 {
     const QString temporary = temporaryName(path);
@@ -42,8 +42,8 @@ bool writeAll(int fd, const QByteArray& content)
            file.write(content) == content.size();
 }
 
-// A full disk or quota may show only when the data is on the disk. Some file systems
-// do not support fsync(2): EINVAL.
+// A full disk or an exceeded quota may show only when the data is written to the disk.
+// EINVAL: some file systems do not support fsync(2).
 bool synchronize(int fd)
 {
     return uninterrupted([&] { return fsync(fd); }) == 0 || errno == EINVAL;

@@ -3,15 +3,15 @@
 #include <QByteArray>
 #include <QString>
 
-// Entries that readers look for are made under a temporary name in the same directory
-// and renamed: a reader finds the old entry or the new one, whole, at any time. An entry
-// at that name is replaced and not followed when it is a link.
+// Both functions create the entry under a temporary name in the same directory and rename
+// it, so that a reader finds either the old entry or the complete new one. They replace a
+// symbolic link at the path and do not follow it.
 
-/// Writes a file with the permission bits 0600, whatever the umask. Nobody can read it
-/// before it is complete and on the disk. False when it cannot be written; the old file
-/// is unchanged then.
+/// Writes a file with the mode 0600, whatever the umask. Nobody can read it before it is
+/// complete and on the disk. Returns false when it cannot be written; the old file is
+/// unchanged then.
 [[nodiscard]] bool replaceFile(const QString& fileName, const QByteArray& content);
 
-/// Makes a symbolic link. `target` is its text. False when it cannot be made; the old
+/// Creates a symbolic link with the text `target`. Returns false when that fails; the old
 /// entry is unchanged then.
 bool replaceLink(const QString& target, const QString& link);

@@ -10,14 +10,15 @@
 struct FileError
 {
     int code;       ///< an errno value
-    QString reason; ///< more exact than the system's text for the code; null when there is none
+    QString reason; ///< more precise than the system's text for the code, or null
 
+    /// The error of the last system call, from errno.
     static FileError last() { return {errno, QString()}; }
-    /// The reason, or else the system's text for the code.
+    /// The reason, or the system's text for the code when there is no reason.
     QString text() const { return reason.isNull() ? qt_error_string(code) : reason; }
 };
 
-/// The value of an operation, or why there is none.
+/// The value of an operation, or the error when there is none.
 template <typename T> class [[nodiscard]] Result : public std::optional<T>
 {
 public:
@@ -30,7 +31,7 @@ public:
     {
     }
 
-    /// Why there is no value.
+    /// The error. Only meaningful when there is no value.
     const FileError& error() const { return mError; }
 
 private:

@@ -1,11 +1,10 @@
-// The sources that a look-up can ask. Each offers the same functions: those of
-// lookups.h, and the two that return what the C library's functions do.
+// The sources of look-ups. Each offers the functions of lookups.h.
 
 #pragma once
 
 #include "common/compatibility_simple/lookups/lookups.h"
 
-/// The C library. Not there in the portable build.
+/// The C library. Missing in the portable build.
 namespace Lookups::CLibrary {
 Host hostOfName(const QByteArray& name);
 QByteArray nameOfAddress(const QByteArray& address);
@@ -14,16 +13,16 @@ passwd* userOfId(uid_t uid);
 hostent* hostentOfName(const QByteArray& name);
 } // namespace Lookups::CLibrary
 
-/// The machine's getent(1), which asks the C library of the machine; EtcFiles where
-/// there is no getent. It differs from the C library in this:
+/// The machine's getent(1), which asks the C library of the machine, or EtcFiles where
+/// there is no getent. Its answers differ from those of the C library:
 ///
-/// - A getent older than that of glibc 2.37 leaves out the IPv4 addresses of a name
-///   that has IPv6 addresses, too, on a host with IPv6 alone.
-/// - A user whose name consists of digits is looked for in /etc/passwd alone, as
-///   getent takes these for a user id.
-/// - hostentOfName() orders the addresses as getaddrinfo(3) does, and has no aliases.
-/// - A getent that does not answer within 15 s, or writes more than 1 MiB, is asked
-///   nothing more, and one line says so.
+/// - On a host with IPv6 alone, a getent older than that of glibc 2.37 leaves out the
+///   IPv4 addresses of a name that also has IPv6 addresses.
+/// - A user name that consists of digits is looked up in /etc/passwd only: getent takes
+///   it for a user id.
+/// - hostentOfName() gives the addresses in the order of getaddrinfo(3), and no aliases.
+/// - After a getent has not answered within 15 s or has written more than 1 MiB, one line
+///   is printed, and all later look-ups find nothing.
 namespace Lookups::Getent {
 Host hostOfName(const QByteArray& name);
 QByteArray nameOfAddress(const QByteArray& address);
@@ -32,12 +31,12 @@ passwd* userOfId(uid_t uid);
 hostent* hostentOfName(const QByteArray& name);
 } // namespace Lookups::Getent
 
-/// /etc/hosts and /etc/passwd. A host has the addresses of all its lines, in their order,
-/// as with "multi on" in host.conf(5).
+/// The files /etc/hosts and /etc/passwd. A host has the addresses of all its lines, in
+/// their order, as with "multi on" in host.conf(5).
 namespace Lookups::EtcFiles {
 Host hostOfName(const QByteArray& name);
 QByteArray nameOfAddress(const QByteArray& address);
-/// The line of passwd(5) that has the text in that field, counted from 0; null when
-/// there is none.
+/// The first line of passwd(5) whose field number `field`, counted from 0, is `text`;
+/// null when there is none.
 QByteArray userLine(int field, const QByteArray& text);
 } // namespace Lookups::EtcFiles

@@ -15,10 +15,10 @@
 
 namespace {
 
-// What a shell gives a command that it does not find.
+// The exit status of a shell for a command that it does not find.
 constexpr int notFoundStatus = 127;
-// A process that was killed may hang on in the kernel. No more time than this is
-// spent on its end; init waits for it later.
+// The longest wait for a killed process, which may hang in the kernel. After that, init
+// waits for it.
 constexpr int killedMs = 1000;
 
 std::vector<char*> pointers(const QByteArrayList& texts)
@@ -31,18 +31,18 @@ std::vector<char*> pointers(const QByteArrayList& texts)
     return result;
 }
 
-// In the child. Only calls that are safe after a fork, see signal-safety(7).
+// Runs in the child. Makes only async-signal-safe calls, see signal-safety(7).
 [[noreturn]] void execute(pid_t parent, int output, const std::vector<char*>& paths, char** argv,
                           char** envp)
 {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
-    // The signal is not sent for a parent that ended earlier.
+    // The kernel sends no signal for a parent that has ended before the call.
     if (sc_getppid() == parent) {
         const int null = open("/dev/null", O_RDWR | O_CLOEXEC);
         dup2(null, STDIN_FILENO);
         dup2(output, STDOUT_FILENO);
         dup2(null, STDERR_FILENO);
-        // One that had its place already has kept its flag.
+        // dup2() of a descriptor onto itself leaves it close-on-exec.
         for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
             fcntl(fd, F_SETFD, 0);
         }
@@ -59,7 +59,8 @@ std::vector<char*> pointers(const QByteArrayList& texts)
     _exit(notFoundStatus);
 }
 
-// False when the deadline comes before the end of the output, or too much does.
+// Reads to the end of the output. Returns false at the deadline, after too much output or
+// on an error.
 bool readAll(int fd, const QDeadlineTimer& deadline, qsizetype mostBytes, QByteArray* output)
 {
     char buffer[4096];
@@ -77,8 +78,8 @@ bool readAll(int fd, const QDeadlineTimer& deadline, qsizetype mostBytes, QByteA
     return count == 0;
 }
 
-// There is no waiting call with a time limit that an old kernel has, too. False when
-// the deadline comes first.
+// Waits for the end of a child. Polls, because old kernels have no wait with a time limit.
+// Returns false at the deadline.
 bool waitUntil(const QDeadlineTimer& deadline, pid_t pid, int* status)
 {
     while (sc_waitpid(pid, status, WNOHANG) == 0) {
@@ -111,7 +112,7 @@ Answer runBounded(const QByteArrayList& paths, const QByteArrayList& arguments,
     }
     sc_close(pipe[1]);
     if (pid != -1) {
-        // Stays 0 where the caller ignores SIGCHLD, see waitpid(2).
+        // Stays 0 if the caller ignores SIGCHLD, see waitpid(2).
         int status = 0;
         if (readAll(pipe[0], deadline, mostBytes, &answer.output) &&
             waitUntil(deadline, pid, &status)) {

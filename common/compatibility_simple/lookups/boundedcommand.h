@@ -1,32 +1,29 @@
-// Runs a program for a short answer that must not keep the caller waiting.
-
 #pragma once
 
 #include <QByteArray>
 #include <QByteArrayList>
 
-/// How a program ended, and its standard output up to then.
+/// The result of runBounded().
 struct Answer
 {
+    /// How the program ended.
     enum End {
-        ByItself,
-        /// None of the paths can be executed, or there is no process to be had.
-        NotStarted,
-        /// It took too long or wrote too much.
-        Killed,
+        ByItself,   ///< with an exit status or by a signal
+        NotStarted, ///< no path can be executed, or no process can be created
+        Killed,     ///< it exceeded one of the limits
     };
 
     End end = NotStarted;
-    /// Of a program that ended by itself, as a shell has it: 128 and the number of the
-    /// signal for one that a signal ended.
+    /// For ByItself: the exit status as a shell gives it, 128 + N after signal N.
     int exitStatus = 0;
+    /// What the program wrote to its standard output.
     QByteArray output;
 };
 
-/// Runs the first of the paths that can be executed, without a shell, with these
-/// arguments and this environment (NAME=value); standard input and standard error are
-/// the null device, all signals have their default actions. The program is killed
-/// when it has not ended after `limitMs` milliseconds, when it has written more than
-/// `mostBytes`, and together with the caller.
+/// Runs the first of the paths that can be executed, without a shell, and waits for its
+/// end. The entries of `environment` are of the form NAME=value. Standard input and
+/// standard error are /dev/null, and all signals have their default actions. Kills the
+/// program when it has not ended after `limitMs` milliseconds or has written more than
+/// `mostBytes` bytes; the kernel kills it when the caller ends.
 Answer runBounded(const QByteArrayList& paths, const QByteArrayList& arguments,
                   const QByteArrayList& environment, int limitMs, qsizetype mostBytes);

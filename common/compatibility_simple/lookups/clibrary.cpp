@@ -4,7 +4,7 @@
 
 namespace {
 
-// Null for what is no Internet address.
+// The text of an address; null for one of another family than IPv4 and IPv6.
 QByteArray textOf(const sockaddr* address)
 {
     char text[INET6_ADDRSTRLEN];
@@ -30,10 +30,10 @@ Lookups::Host Lookups::CLibrary::hostOfName(const QByteArray& name)
     Host host;
     addrinfo hints = {};
     hints.ai_flags = AI_CANONNAME | AI_IDN;
-    // One entry for each address, not one for each kind of socket.
+    // Otherwise getaddrinfo(3) lists each address once for each socket type.
     hints.ai_socktype = SOCK_STREAM;
     addrinfo* results = nullptr;
-    // glibc takes a line of hosts(5) without a name for one of the empty name.
+    // glibc finds a line of hosts(5) without a name under the empty name.
     if (name.isEmpty() || getaddrinfo(name.constData(), nullptr, &hints, &results) != 0) {
         return host;
     }

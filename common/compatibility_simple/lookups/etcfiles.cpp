@@ -7,7 +7,7 @@
 
 namespace {
 
-// The lines up to the first for which the function returns true.
+// Calls the function for each line, up to the first for which it returns true.
 void forLines(const char* fileName, const std::function<bool(const QByteArray&)>& function)
 {
     QFile file(QString::fromLatin1(fileName));
@@ -21,7 +21,7 @@ void forLines(const char* fileName, const std::function<bool(const QByteArray&)>
     }
 }
 
-// The address in the form of inet_ntop(3), null for what is none.
+// The address in the form of inet_ntop(3); null for any other text.
 QByteArray normalized(const QByteArray& address)
 {
     char bytes[sizeof(in6_addr)];
@@ -34,8 +34,8 @@ QByteArray normalized(const QByteArray& address)
     return QByteArray();
 }
 
-// The words of a line of hosts(5) that names an address, with this in its normal form;
-// none for all other lines.
+// The words of a line of hosts(5), the address as normalized() gives it; empty for a line
+// without an address and a name.
 QByteArrayList hostWords(const QByteArray& line)
 {
     QByteArrayList words = line.split('#').front().simplified().split(' ');

@@ -11,13 +11,13 @@
 
 namespace {
 
-// Two name servers that do not answer take ten seconds, see resolv.conf(5).
+// Longer than the ten seconds that two silent name servers take, see resolv.conf(5).
 constexpr int limitMs = 15000;
-// A host with a thousand addresses has an answer of 120 kB.
+// More than the 120 kB of a host with a thousand addresses.
 constexpr qsizetype mostBytes = 1 << 20;
 
-// The variables that a look-up follows, see hostname(7) and resolv.conf(5), and those
-// of the encoding. What else the user sets for programs of their own is kept from it.
+// The environment of getent: the variables that affect a look-up, see hostname(7) and
+// resolv.conf(5), and those of the encoding.
 const char* const variables[] = {"HOSTALIASES", "LANG",        "LC_ALL",
                                  "LC_CTYPE",    "LOCALDOMAIN", "RES_OPTIONS"};
 
@@ -32,12 +32,12 @@ QByteArrayList environmentOfGetent()
     return result;
 }
 
-// Each entry of `database` of getent for the key, as a line; `options` come first. Ends
-// with NotStarted where there is no getent, with Killed when there was no answer.
+// Runs getent for a key of `database`. The output has a line for each entry. The answer is
+// NotStarted where there is no getent, and Killed when it gave no answer.
 Answer ask(const QByteArrayList& options, const char* database, const QByteArray& key)
 {
     static bool hangs = false;
-    // It would be an option, and is no name.
+    // getent would take a leading dash for an option; no name has one.
     if (hangs || key.isEmpty() || key.startsWith('-')) {
         return {Answer::Killed, 0, QByteArray()};
     }
@@ -70,8 +70,8 @@ bool isAddress(const QByteArray& text)
            inet_pton(AF_INET6, withoutScope.constData(), bytes) == 1;
 }
 
-// Adds what the lines of getent tell: each begins with an address, and the first has
-// the canonical name in that column.
+// Adds the addresses and the canonical name of getent's output to a host. Each line begins
+// with an address; the first has the canonical name in column `nameColumn`.
 void addTo(Lookups::Host* host, const QByteArray& output, int nameColumn)
 {
     const QList<QByteArrayList> lines = wordsOfLines(output);
@@ -88,7 +88,7 @@ void addTo(Lookups::Host* host, const QByteArray& output, int nameColumn)
     }
 }
 
-// The fields of passwd(5), filled from a line; null when it is none.
+// Parses a line of passwd(5); null when it is malformed.
 passwd* toPasswd(const QByteArray& line)
 {
     static passwd user;
@@ -107,7 +107,7 @@ passwd* toPasswd(const QByteArray& line)
     return &user;
 }
 
-// The user with the text in that field of passwd(5).
+// The user whose field number `field` of passwd(5) is the text; null for none.
 passwd* userWith(int field, const QByteArray& text)
 {
     const Answer answer = ask({}, "passwd", text);
@@ -127,8 +127,8 @@ bool isNumber(const QByteArray& text)
 
 Lookups::Host Lookups::Getent::hostOfName(const QByteArray& name)
 {
-    // What getent(1) answers for a key that is not there. Any other failure is about
-    // the option, which glibc has since 2.37.
+    // The status of getent(1) for a key that does not exist. Any other failure means that
+    // it does not know the option, which glibc has since 2.37.
     constexpr int notFound = 2;
     Host host;
     const Answer answer = ask({"--no-addrconfig"}, "ahosts", name);
@@ -137,8 +137,8 @@ Lookups::Host Lookups::Getent::hostOfName(const QByteArray& name)
     }
     addTo(&host, answer.output, 2);
     if (answer.exitStatus != 0 && answer.exitStatus != notFound) {
-        // The second answer has the IPv6 addresses also where this host has none, for
-        // which reason they are last in the first one's order.
+        // "hosts" adds the IPv6 addresses that "ahosts" leaves out on a host without IPv6.
+        // They come last, as getaddrinfo(3) puts unreachable addresses last.
         addTo(&host, ask({}, "ahosts", name).output, 2);
         addTo(&host, ask({}, "hosts", name).output, 1);
     }
@@ -147,7 +147,7 @@ Lookups::Host Lookups::Getent::hostOfName(const QByteArray& name)
 
 QByteArray Lookups::Getent::nameOfAddress(const QByteArray& address)
 {
-    // It would look up names, too.
+    // getent would also accept a name.
     if (!isAddress(address)) {
         return QByteArray();
     }

@@ -1,5 +1,3 @@
-// Which addresses and names are loopback, and which denote the same host.
-
 #include "common/compatibility_simple/network/addresses.h"
 #include "common/compatibility_simple/network/addresses_p.h"
 
@@ -44,7 +42,7 @@ QStringList texts(const QList<QHostAddress>& addresses)
     return result;
 }
 
-// The loopback test comes first, as it is the one that may look names up.
+// Tests the outer entry for loopback once, as the test may look a name up.
 template <typename List> bool haveCommonEntry(const List& list1, const List& list2)
 {
     for (const auto& entry1 : list1) {

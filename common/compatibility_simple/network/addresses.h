@@ -1,11 +1,11 @@
-// Which addresses and names are loopback, and which denote the same host.
+// Which addresses and names are loopback, and which belong to the same host.
 //
-// A "host name or address" is a text: a name, or the text of an address. Names
-// are looked up in the calling thread, which waits. A look-up that fails counts
-// as one without addresses. No result is remembered between calls.
+// A "host name or address" is a text: a host name, or an address in text form. Looking a
+// name up blocks the calling thread. A look-up that fails gives no addresses. No function
+// caches a result.
 //
-// The addresses 127.42.42.x are the suite's own: each stands for a host of its
-// own, is the same host as nothing else, and never counts as loopback.
+// The addresses 127.42.42.x are special to the suite: each stands for a separate host, and
+// none counts as loopback.
 
 #pragma once
 
@@ -15,46 +15,50 @@
 #include <QString>
 #include <QStringList>
 
-/// The suite's loopback address 127.42.42.(index + 1); null from index 255 on.
+/// The special address 127.42.42.(index + 1); null for an index above 254.
 QHostAddress specialLoopbackAddress(int index);
+/// Whether an address begins with "127.42.42.".
 bool isSpecialLoopbackAddress(const QHostAddress& address);
 bool isSpecialLoopbackAddress(const QString& address);
 
-/// Whether an address is in 127.0.0.0/8, is ::1, or is one of the former mapped
-/// into IPv6 (RFC 4291, 2.5.5.2).
+/// Whether an address is in 127.0.0.0/8, is ::1, or is one of the former as an
+/// IPv4-mapped IPv6 address (RFC 4291, section 2.5.5.2). False for special addresses.
 bool isLoopback(const QHostAddress& address);
-/// Whether a text is "localhost" or begins as a loopback address does; else it
-/// is looked up, and the first address decides.
+/// Whether a text is "localhost" or begins like a loopback address. Otherwise looks it up,
+/// and the first address decides; false when there is none.
 bool isLoopback(const QString& hostName);
-/// The same for what a look-up gave.
+/// As isLoopback() for a host name, without a new look-up.
 bool isLoopback(const QHostInfo& hostInfo);
 
-/// Two addresses are of one host when they are equal or both are loopback.
+/// Whether two addresses are equal or both loopback.
 bool isSameHost(const QHostAddress& address1, const QHostAddress& address2);
-// Two lists are of one host when they have an entry in common that is not
-// loopback. Texts are compared as they stand and looked up only to tell whether
-// they are loopback.
+/// @name Comparison of lists
+/// Whether two lists have an entry in common that is not loopback. Compares texts as they
+/// are; looks them up only to find out whether they are loopback.
+/// @{
 bool isSameHost(const QList<QHostAddress>& addresses1, const QList<QHostAddress>& addresses2);
 bool isSameHost(const QList<QHostAddress>& hostNamesAndAddresses1,
                 const QStringList& hostNamesAndAddresses2);
 bool isSameHost(const QStringList& hostNamesAndAddresses1,
                 const QStringList& hostNamesAndAddresses2);
-/// Two names are of one host when they are equal, are both loopback, or have an
-/// address in common that is not loopback.
+/// @}
+/// Whether two names are equal, are both loopback, or have an address in common that is not
+/// loopback. Looks both names up unless they are equal.
 bool isSameHost(const QString& hostName1, const QString& hostName2);
 
-/// The addresses of a name, looked up, or the address that the text is.
+/// Parses an address, or looks a name up. Empty when the look-up fails.
 QList<QHostAddress> resolveHostNameOrAddress(const QString& hostNameOrAddress);
-/// `list1`, and after it what `list1` does not hold of `list2`.
+/// `list1`, followed by the entries of `list2` that are not in `list1`.
 QList<QHostAddress> mergeAddressLists(const QList<QHostAddress>& list1,
                                       const QList<QHostAddress>& list2);
-/// The addresses of one host's names and addresses, those of the first entry,
-/// the canonical one, before the others. Empty for an empty list.
+/// The addresses of all names and addresses of one host, each once, in the order of the
+/// list. Empty when all look-ups fail.
 QList<QHostAddress> resolveHostNamesAndAddresses(const QStringList& hostNamesAndAddresses);
 
-/// A host's addresses that are not loopback, IPv4 before IPv6.
+/// The addresses of a host, IPv4 before IPv6, without loopback addresses. Empty when the
+/// look-up fails.
 QList<QHostAddress> hostAddresses(const QString& hostName);
-/// The name, its canonical form where that differs and is not loopback (which may take
-/// a look-up of its own), and the texts of its hostAddresses(). The switch
-/// FORCE_IP_HOSTNAME, or a Blue Gene, puts the addresses first.
+/// The name, its canonical name if that differs and is not loopback (which may need a
+/// second look-up), and the texts of its hostAddresses(). On a Blue Gene, or with the
+/// switch FORCE_IP_HOSTNAME, the addresses come first.
 QStringList hostNameAndAddresses(const QString& hostName);

@@ -1,4 +1,4 @@
-// What the network half of the compatibility layer shares among its files.
+// Internal helpers of the network functions.
 
 #pragma once
 
@@ -14,7 +14,7 @@ constexpr QAbstractSocket::NetworkLayerProtocol addressFamilies[] = {QAbstractSo
 
 /// Whether an address is in fe80::/16.
 bool isLinkLocal(const QHostAddress& address);
-/// The addresses of all entries in turn, each address once.
+/// resolveHostNamesAndAddresses() for a list without a canonical entry at its front.
 QList<QHostAddress> resolveHostNamesAndAddresses0(const QStringList& hostNamesAndAddresses);
 
 } // namespace NetworkInternals

@@ -1,5 +1,3 @@
-// The addresses of this host's interfaces, in the order of preference.
-
 #include "common/compatibility_simple/network/interfaces_p.h"
 
 #include "common/compatibility_simple/network/addresses.h"

@@ -9,16 +9,15 @@
 
 namespace NetworkInternals {
 
-/// Ethernet IPv4, ethernet IPv6, other IPv4, other IPv6.
+/// The classes of addresses, best first: Ethernet IPv4, Ethernet IPv6, other IPv4, other
+/// IPv6. An interface whose name begins with "eth" is Ethernet.
 constexpr int interfacePassCount = 4;
 
-/// The interfaces that `filter` lets through, asked of the kernel once, in its
-/// order. `filter` holds names with commas between them and lets everything
-/// through when it is empty.
+/// The interfaces that are named in `filter`, separated by commas, or all when it is
+/// empty; in the kernel's order.
 QList<QNetworkInterface> filteredInterfaces(const QString& filter);
 
-/// The address entries of the same: element N has those of pass N, without
-/// loopback addresses.
+/// The addresses of filteredInterfaces() without loopback, one list for each class.
 QList<QList<QNetworkAddressEntry>> interfaceEntries(const QString& filter);
 
 } // namespace NetworkInternals

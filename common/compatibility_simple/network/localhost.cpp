@@ -1,5 +1,3 @@
-// Who this host is: its names, its addresses, and its loopback form.
-
 #include "common/compatibility_simple/network/localhost.h"
 
 #include "common/compatibility_simple/network/addresses.h"

@@ -1,12 +1,10 @@
-// Who this host is: its names, its addresses, and its loopback form.
+// The names and addresses of this host.
 //
-// Names and addresses are gathered afresh at every call, from the resolver and
-// from the kernel's list of interfaces; the calling thread waits for the
-// look-ups. The setting NETWORK_INTERFACES, names with commas between them,
-// restricts the interfaces, not what the resolver answers. Ethernet interfaces
-// ("eth...") come before others, IPv4 before IPv6. No list holds a loopback or
-// link-local address of an interface; link-local addresses of the resolver may
-// be there.
+// Every call asks the resolver and the kernel again; the look-ups block the calling
+// thread. The setting NETWORK_INTERFACES, names separated by commas, restricts the
+// interfaces, but not the resolver's answers. Addresses of Ethernet interfaces ("eth...")
+// come before those of others, IPv4 before IPv6. Loopback and link-local addresses of an
+// interface are left out; a link-local address from the resolver is not.
 
 #pragma once
 
@@ -17,30 +15,32 @@
 #include <QString>
 #include <QStringList>
 
-/// This host as its own processes reach it: the setting LOCALHOST unless that is
-/// empty, else "::1" or "127.0.0.1", as the switch LOCALHOST_IPV6 says.
+/// The loopback name or address of this host: the setting LOCALHOST; if that is empty or
+/// not set, "::1" with the switch LOCALHOST_IPV6 and "127.0.0.1" without.
 QString sc_localhost();
-/// The same as addresses; looked up, and possibly none, for the setting.
+/// The addresses of sc_localhost(). Looks the setting up; empty when that fails.
 QList<QHostAddress> sc_localhostAddresses();
 
-/// The names of the interfaces that are looked at, in the kernel's order.
+/// The names of the interfaces that NETWORK_INTERFACES selects, in the kernel's order.
 QStringList localHostInterfaces();
 
-/// This host's addresses, best first: those of its name, then its interfaces'.
+/// The addresses of this host, best first: those of its name, then those of its
+/// interfaces.
 QList<QHostAddress> localHostAddresses();
-/// This host's names and the texts of its addresses, best first. Makes one
-/// look-up of the host's name, one of its canonical name where that differs, and one of
-/// each IPv4 address of an interface.
+/// The names and the texts of the addresses of this host, best first. Looks up the host's
+/// name, its canonical name if that differs, and each IPv4 address of an interface.
 QStringList localHostNamesAndAddresses();
 
 /// Whether an address is loopback or one of localHostAddresses().
 bool isThisHost(const QHostAddress& address);
-/// Whether a text is loopback or, as it stands, one of
-/// localHostNamesAndAddresses().
+/// Whether a text is loopback or one of localHostNamesAndAddresses(). Compares texts, not
+/// addresses.
 bool isThisHost(const QString& hostNameOrAddress);
 
-// Makes a host's addresses or names fit for use from here: loopback is taken
-// out of those of another host, and added to those of this one, which an empty
-// list stands for.
+/// @name Adapting a host's names and addresses for use on this host
+/// If the list belongs to this host or is empty, adds the loopback entry; otherwise removes
+/// all loopback entries.
+/// @{
 QList<QHostAddress> fixLocalHost(const QList<QHostAddress>& addresses);
 QStringList fixLocalHost(const QStringList& hostNamesAndAddresses);
+/// @}

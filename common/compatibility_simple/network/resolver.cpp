@@ -1,5 +1,3 @@
-// Name look-ups, with the canonical name that QHostInfo's own do not give.
-
 #include "common/compatibility_simple/network/resolver.h"
 
 #include "common/compatibility_simple/lookups/lookups.h"

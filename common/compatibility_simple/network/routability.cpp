@@ -1,5 +1,3 @@
-// Which of a host's addresses to try first.
-
 #include "common/compatibility_simple/network/routability.h"
 
 #include "common/compatibility_simple/network/addresses.h"
@@ -13,7 +11,7 @@
 
 namespace {
 
-// A shorter common prefix says nothing.
+// In bits. A shorter common prefix counts as none.
 constexpr int shortestPrefix = 4;
 
 struct HostAddressAndPrefixLength
@@ -36,7 +34,7 @@ bool compareHostAddressAndPrefix(const HostAddressAndPrefixLength& a,
     return a.pass != b.pass ? a.pass < b.pass : a.prefixLength > b.prefixLength;
 }
 
-// The number of leading bits that two addresses share; 0 for different families.
+// The length in bits of the common prefix of two addresses; 0 for different families.
 int commonPrefix(const QHostAddress& a, const QHostAddress& b)
 {
     if (a.protocol() != b.protocol()) {

@@ -1,24 +1,20 @@
-// Which of a host's addresses to try first.
-
 #pragma once
 
 #include <QHostAddress>
 #include <QList>
 #include <QStringList>
 
-/// Orders a host's addresses by how likely each is to be reachable from here:
-/// by the number of leading bits, at least 4, that it shares with an address
-/// of an interface of this host, within that interface's network prefix.
+/// Sorts the addresses of a host by how likely this host can reach them: by the length of
+/// the common prefix with an address of an interface, at least 4 bits and at most the
+/// interface's network prefix.
 ///
-/// The result has four blocks: by ethernet interfaces' IPv4 and IPv6 addresses,
-/// then by other interfaces'. Each block holds every address that is not loopback,
-/// closest first; addresses that are equally close keep their order. The setting
-/// NETWORK_INTERFACES restricts the interfaces. Makes no look-up and asks the
-/// kernel for its interfaces once.
+/// The result has four parts, one for each class of interface addresses: Ethernet IPv4,
+/// Ethernet IPv6, other IPv4, other IPv6. Each part has all addresses that are not
+/// loopback, closest first; equally close addresses keep their order. The setting
+/// NETWORK_INTERFACES restricts the interfaces. Makes no look-up.
 QList<QHostAddress> sortAddressesByPotentialRoutability(const QList<QHostAddress>& addresses);
 
-/// The same for a host's names and addresses, looked up in the calling thread:
-/// the addresses of the first entry, the canonical one, as they are, and after
-/// them those of the other entries in order of routability.
+/// The addresses of the first entry, the canonical one, followed by the sorted addresses of
+/// the other entries. Looks the names up in the calling thread. Empty for an empty list.
 QList<QHostAddress>
 sortHostNamesAndAddressesByPotentialRoutability(const QStringList& hostNamesAndAddresses);

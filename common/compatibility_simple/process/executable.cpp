@@ -18,9 +18,10 @@
 
 namespace {
 
-// The kernel follows a script's interpreter that is a script itself so often.
+// The kernel's limit for scripts whose interpreter is a script.
 constexpr int deepestNesting = 4;
-// Where the headers of a binary are; the kernel reads 256 bytes of a script's line.
+// The headers of a binary are in its first bytes. The kernel reads 256 bytes of the first
+// line of a script.
 constexpr qsizetype headerSize = 4096;
 constexpr qsizetype longestLine = 256;
 
@@ -31,13 +32,13 @@ ProgramState faulty(Fault fault, const QString& cause)
     return {fault, cause};
 }
 
-// None when it cannot be read.
 Result<QByteArray> readHeader(const QString& path)
 {
     return readRegularFile(path, headerSize);
 }
 
-// The value of a line such as "magic 7f454c46" of a handler's description.
+// The value of a key, such as "magic 7f454c46", in the description of a handler; null for
+// none.
 QByteArray valueIn(const QByteArray& description, const char* key)
 {
     const QList<QByteArray> lines = description.split('\n');
@@ -62,9 +63,9 @@ bool matches(const QByteArray& header, const QByteArray& description)
     return same;
 }
 
-// Whether a handler of the kernel's binfmt_misc takes a file, see the kernel's
-// Documentation/admin-guide/binfmt-misc.rst. Those that go by a file name's extension
-// do not count: the helper's name has none.
+// Whether binfmt_misc has a handler for a file, see the kernel's
+// Documentation/admin-guide/binfmt-misc.rst. Handlers for file name extensions do not
+// count: the helper's name has none.
 bool isHandled(const QByteArray& header)
 {
     const QDir handlers(QStringLiteral("/proc/sys/fs/binfmt_misc"));
@@ -90,10 +91,10 @@ template <typename T> T at(const QByteArray& bytes, qsizetype offset)
     return value;
 }
 
-// What counts of a binary's program headers.
+// The program headers of a binary, as far as they are checked.
 struct Segments
 {
-    quint64 end = 0; // of the last one, in the file
+    quint64 end = 0; // offset in the file of the end of the last segment
     QString loader;
 };
 
@@ -118,13 +119,13 @@ Segments segmentsOf(const QByteArray& header)
                                              : segmentsOf<Elf32_Ehdr, Elf32_Phdr>(header);
 }
 
-// Kernels run 32-bit programs of the same family as well; where one does not, its loader
-// is missing as a rule.
+// Includes 32-bit programs of the same family. On systems that do not run them, their
+// loader is usually missing.
 bool isOwnArchitecture(const QByteArray& header)
 {
     static const QByteArray own =
         readHeader(QStringLiteral("/proc/self/exe")).value_or(QByteArray());
-    // Nobody can tell without /proc.
+    // Unknown without /proc.
     if (own.isEmpty()) {
         return true;
     }
@@ -137,7 +138,7 @@ bool isOwnArchitecture(const QByteArray& header)
 
 ProgramState examine(const QString& path, int nesting);
 
-// The fault of what starts a program.
+// Examines the interpreter or loader of a program. Returns its fault as `fault`.
 ProgramState through(Fault fault, const char* role, const QString& path, int nesting)
 {
     ProgramState state = examine(path, nesting + 1);
@@ -169,7 +170,8 @@ ProgramState examineBinary(const QString& path, const QByteArray& header, int ne
                : through(Fault::Loader, "its loader", segments.loader, nesting);
 }
 
-// env(1) looks for the script's real interpreter.
+// Examines the interpreter that env(1) starts: its first word that is neither an option nor
+// an assignment.
 ProgramState examineEnv(const QStringList& words)
 {
     for (const QString& word : words) {

@@ -1,15 +1,13 @@
-// Why a program file cannot be started.
-
 #pragma once
 
 #include <QString>
 
-/// What keeps the kernel from starting a program file, see execve(2) and elf(5).
+/// The reason why the kernel cannot start a program file, see execve(2) and elf(5).
 enum class ProgramFault {
-    None,           ///< nothing that can be seen from outside
-    Missing,        ///< not there, or a link that leads nowhere
+    None,           ///< no fault found
+    Missing,        ///< no such file, or a dangling link
     Unreachable,    ///< in a directory that this user may not enter
-    NoFile,         ///< a directory, or another file that is not regular
+    NoFile,         ///< a directory or another file that is not regular
     NotExecutable,  ///< this user may not execute it
     NoExecMount,    ///< its file system is mounted without execution
     Empty,          ///< no bytes
@@ -21,25 +19,23 @@ enum class ProgramFault {
     Loader,         ///< a binary whose loader cannot be started
 };
 
+/// The result of examineProgram().
 struct ProgramState
 {
     ProgramFault fault = ProgramFault::None;
-    /// What is wrong, for people, without the program's own path. Null without a
-    /// fault.
+    /// A description of the fault without the program's path. Null without a fault.
     QString cause;
 };
 
-/// Looks for what would make an exec of the file fail, or have its interpreter fail
-/// at once. Starts nothing; reads the file's first bytes, and those of the
-/// interpreter or loader that it names. What a handler of binfmt_misc takes has no
-/// fault. A file that this user may execute but not read has none either.
+/// Finds out whether an exec of the file would fail, or its interpreter right after. Starts
+/// nothing; reads the first bytes of the file and of its interpreter or loader. Reports no
+/// fault for a file that binfmt_misc handles or that this user may execute but not read.
 ProgramState examineProgram(const QString& path);
 
-/// The loader that a binary asks for (PT_INTERP, see elf(5)); null for a static
-/// binary, a script, and what cannot be read.
+/// The path of the loader that a binary names (PT_INTERP, see elf(5)); null for a static
+/// binary, a script, a binary for another architecture and a file that cannot be read.
 QString loaderOf(const QString& path);
 
-/// Completes the system's text for a start that failed: adds what is wrong with the
-/// program file, and names the report that tells more. The text of a program that is
-/// missing needs neither and stays as it is.
+/// The system's text for a failed start, with the fault of the program file and a hint at
+/// zorv-mpirun-info. For a missing program, the system's text alone.
 QString describeStartFailure(const QString& path, const QString& systemText);

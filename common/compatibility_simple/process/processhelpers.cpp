@@ -14,7 +14,7 @@ namespace {
 
 constexpr int longestInterpreterLine = 1023;
 
-// The first bytes of a file, fewer when it is shorter; empty when it cannot be read.
+// The first `count` bytes of a file, or all of a shorter one; empty when it cannot be read.
 QByteArray firstBytes(const QString& path, int count)
 {
     const Result<QByteArray> bytes = readRegularFile(path, count);
@@ -50,7 +50,7 @@ QStringList ProcessHelpers::outputLines(const QString& command, bool merge, bool
         process.setStandardErrorFile(QProcess::nullDevice());
     }
     process.setStandardInputFile(inputFile.isEmpty() ? QProcess::nullDevice() : inputFile);
-    // QProcess::startCommand() crashes on a command without words.
+    // QProcess::startCommand() crashes on an empty command.
     const QStringList words = QProcess::splitCommand(command);
     process.start(words.value(0), words.mid(1), QIODevice::ReadOnly);
     if (!process.waitForStarted(limitMs)) {
@@ -84,7 +84,7 @@ QStringList sc_getScriptBinaryPathAndArguments(const QString& path)
     if (end != -1) {
         line.truncate(end);
     }
-    // The kernel, too, takes the line as a C string.
+    // A null byte ends the line, as it does for the kernel.
     const QString text = QFile::decodeName(line.constData());
     return text.startsWith(QLatin1String("#!")) ? parseArgs(text.mid(2)) : QStringList();
 }

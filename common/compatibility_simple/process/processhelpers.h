@@ -1,31 +1,28 @@
-// Programs that are run for their output, and what starts a script.
-
 #pragma once
 
 #include <QString>
 #include <QStringList>
 
-/// The process id under which the system knows `pid`: the same, the hook for a
-/// platform that translates them.
+/// Translates a process id into the one that the system uses. Returns `pid` on Linux.
 int convertPid(int pid);
 
-/// Sleeps for a number of microseconds; an interrupted sleep is not resumed.
-/// Always 0.
+/// Sleeps for a number of microseconds, or until a signal handler has run. Always returns
+/// 0.
 int sc_usleep(int microseconds);
 
-/// Runs a command line (split as QProcess splits it) and returns the lines of
-/// its standard output, without their line ends. `merge` adds its standard
-/// error, which is discarded otherwise; its standard input is `inputFile`, the
-/// null device when that is empty. A command that does not start within 30
-/// seconds gives an empty list and, unless `quiet`, a warning. One that still runs
-/// 30 seconds after the end of its output is killed, with a warning from QProcess.
+/// Runs a command line, split as QProcess::splitCommand() splits it, and returns the lines
+/// of its standard output without their line ends. With `merge`, also the lines of its
+/// standard error, which is /dev/null otherwise. Standard input is `inputFile`, or
+/// /dev/null when that is empty. A command that does not start within 30 seconds gives an
+/// empty list and, unless `quiet`, a warning. One that still runs 30 seconds after the end
+/// of its output is killed, with a warning from QProcess.
 QStringList sc_helper_exec(const QString& command, bool merge, bool quiet,
                            const QString& inputFile);
 
-/// Whether the file begins with "#!"; false when it cannot be read.
+/// Whether a file begins with "#!"; false when it cannot be read.
 bool sc_isScript(const QString& path);
 
-/// The interpreter of a script and its arguments, from the first 1023 bytes of
-/// the script's first line. Empty when the file cannot be read or does not
-/// begin with "#!".
+/// The interpreter of a script and its arguments, from the first 1023 bytes of its first
+/// line, split as parseArgs() splits it. Empty when the file cannot be read or is no
+/// script.
 QStringList sc_getScriptBinaryPathAndArguments(const QString& path);

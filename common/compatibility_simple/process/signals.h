@@ -1,13 +1,12 @@
-// Signals to and of this process.
-
 #pragma once
 
 #include <sys/types.h>
 
-/// Ignores SIGPIPE, once for the process. 0, or what sigaction(2) returned.
+/// Ignores SIGPIPE in this process. The second and later calls do nothing. Returns 0, or
+/// the result of a failed sigaction(2).
 int ignoreSigPipe();
 
-/// As kill(2), but the setting DEBUG_SC_KILL may name signals that are not to
-/// be sent, as "ignore{15}" for signal 15; such a call succeeds. While the
-/// setting is there, every signal but the probe 0 is logged as a debug message.
+/// Sends a signal as kill(2) does. If the setting DEBUG_SC_KILL is not empty, logs each
+/// signal except 0 as a debug message, and does not send those that the setting names, as
+/// "ignore{15}" names SIGTERM; such a call returns 0.
 int sc_kill(pid_t pid, int signo);

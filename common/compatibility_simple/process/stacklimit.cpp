@@ -1,5 +1,3 @@
-// The stack size limit that the launcher itself runs under.
-
 #include "common/compatibility_simple/process/stacklimit.h"
 
 #include "common/ProcInfo.h"
@@ -88,7 +86,7 @@ void fixStackLimit(int argc, const char* const* argv, void (*beforeExec)())
     }
 }
 
-// QByteArray::toULongLong() alone would take signs and blanks.
+// QByteArray::toULongLong() alone would accept signs and blanks.
 std::optional<rlim_t> rememberedStackLimit()
 {
     const QByteArray text = qgetenv(rememberedLimit);

@@ -1,5 +1,3 @@
-// What this host is called.
-
 #include "common/compatibility_simple/system/hostname.h"
 
 #include <QSysInfo>

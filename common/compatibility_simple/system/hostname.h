@@ -1,9 +1,7 @@
-// What this host is called.
-
 #pragma once
 
 #include <QString>
 
-/// The system's name of this host, else the variable HOSTNAME, else
-/// "localhost".
+/// The name of this host: QSysInfo::machineHostName(), or else the variable HOSTNAME, or
+/// else "localhost". Never null.
 QString sc_hostname();

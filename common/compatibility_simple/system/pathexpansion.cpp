@@ -1,5 +1,3 @@
-// Expansion of what users write in paths: a tilde and variable references.
-
 #include "common/compatibility_simple/system/pathexpansion.h"
 
 #include "common/compatibility_simple/lookups/lookups.h"
@@ -13,12 +11,12 @@
 
 namespace {
 
-// Values that refer to each other can multiply the text with each variable. What would
-// get longer than this is no path and is expanded no further.
+// Values that refer to each other can double the text with each variable. A longer text is
+// no path.
 constexpr qsizetype longestText = 16777216;
 
-// A variable's name is taken as a regular expression. Nearly all names have
-// nothing special to those and are searched for as they are.
+// The name of a variable is taken as a regular expression. Nearly all names are plain and
+// need only a text search.
 bool isLiteralPattern(const QString& name)
 {
     const QLatin1String special("\\^$.[]|()?*+{}");
@@ -44,8 +42,8 @@ bool isWordAt(const QString& text, qsizetype position)
     return c == U'_' || QChar::isLetterOrNumber(c);
 }
 
-// The length of the reference to `name` that begins with the dollar sign at
-// `position`, 0 when there is none.
+// The length of the reference to `name` that begins with the dollar sign at `position`; 0
+// for none.
 qsizetype referenceLength(const QString& text, qsizetype position, const QString& name)
 {
     const QStringView rest = QStringView(text).mid(position + 1);
@@ -66,10 +64,8 @@ struct Range
     qsizetype length;
 };
 
-// The text with the value in place of every reference that `next` gives, in their order;
-// nothing when that is too long.
-//
-// Not QString::replace(), which would take a backslash in the value for a capture.
+// Replaces every reference that `next` finds by the value. Returns nothing when the result
+// would be too long. QString::replace() would take a backslash in the value for a capture.
 template <typename Next>
 std::optional<QString> replaced(const QString& text, const QString& value, Next next)
 {
@@ -114,7 +110,7 @@ std::optional<QString> replacedByPattern(const QString& text, const QString& nam
     if (!pattern.isValid() || !text.isValidUtf16()) {
         return text;
     }
-    // Checked once here, not again for the whole text at each match.
+    // Otherwise each match checks the whole text again.
     QRegularExpressionMatchIterator matches =
         pattern.globalMatch(text, 0, QRegularExpression::NormalMatch,
                             QRegularExpression::DontCheckSubjectStringMatchOption);
@@ -158,7 +154,7 @@ QString tildeExpansion(const QString& text)
 QString expandVars(const QString& text)
 {
     QString result = tildeExpansion(text);
-    // There is no list of variables at all after clearenv(3).
+    // environ is null after clearenv(3).
     if (environ && result.contains(QLatin1Char('$'))) {
         for (char** entry = environ; *entry; ++entry) {
             const char* equals = strchr(*entry, '=');

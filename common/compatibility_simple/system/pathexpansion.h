@@ -1,22 +1,19 @@
-// Expansion of what users write in paths: a tilde and variable references.
-
 #pragma once
 
 #include <QString>
 
-/// Whether expandVars() may have something to do, on any platform: the text
-/// holds a '%' or a '$', or begins with '~'.
+/// Whether a text contains '%' or '$' or begins with '~', so that expandVars() may change
+/// it on some platform.
 bool containsEnvVarOrTilde(const QString& text);
 
-/// Replaces a leading "~" by the user's home directory and a leading "~name" by
-/// that of the named user, up to the first slash or blank. The text comes back
-/// unchanged when there is no such user.
+/// Replaces a leading "~" by the user's home directory, and a leading "~name" by that of
+/// the named user. The name ends at the first slash or blank. Returns the text unchanged if
+/// there is no such user.
 QString tildeExpansion(const QString& text);
 
-/// Expands a leading tilde, then the references $NAME and ${NAME} to variables
-/// of the environment, and removes white space at both ends. References to
-/// other variables stay. The variables are applied one after another, in the
-/// environment's order, so a reference that a value brings in is expanded only
-/// by a later variable. Where that would make the text longer than 16777216 characters,
-/// this variable and those after it are not expanded.
+/// Expands a leading tilde and the references $NAME and ${NAME} to environment variables,
+/// and removes white space at both ends. A reference to a variable that is not set stays.
+/// Expands one variable after another in the order of the environment: a reference in a
+/// value is expanded only if its variable comes later. Stops before the text would become
+/// longer than 16777216 characters.
 QString expandVars(const QString& text);

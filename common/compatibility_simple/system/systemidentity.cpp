@@ -1,5 +1,3 @@
-// What machine this is: operating system, processor, Cray, Blue Gene.
-
 #include "common/compatibility_simple/system/systemidentity.h"
 
 #include "branding/filenames.h"
@@ -32,8 +30,8 @@ struct Distribution
     const char* name;
 };
 
-// The first that can be read describes the system, so a derived distribution
-// stands before the one that it is derived from.
+// The first file that can be read decides: a derived distribution comes before the one that
+// it is derived from.
 constexpr Distribution distros[] = {
     {"/etc/cray_xt", "Cray XT Compute Node"},
     {"/etc/centos-release", "CentOS"},
@@ -99,7 +97,7 @@ bool matches(const QString& line, const char* pattern)
         .hasMatch();
 }
 
-// The first line that is not empty, without white space around it.
+// The first line that is not empty, trimmed.
 QString firstLine(QFile* file)
 {
     QTextStream stream(file);
@@ -147,7 +145,7 @@ QString describeSystem()
     return description.line();
 }
 
-// The first processor's model name decides.
+// The model name of the first processor decides.
 bool isKNL()
 {
     QFile file(QStringLiteral("/proc/cpuinfo"));

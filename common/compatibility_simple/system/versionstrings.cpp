@@ -1,5 +1,3 @@
-// Which version the program is.
-
 #include "common/compatibility_simple/system/versionstrings.h"
 
 #include "common/env/zorvenv.h"
@@ -12,7 +10,7 @@
 
 namespace {
 
-// A longer part that begins with a digit is a date stamp.
+// A part that begins with a digit and has more characters is a date stamp.
 constexpr qsizetype longestNumber = 4;
 
 QString orUnknown(const char* text)
