@@ -1,5 +1,3 @@
-// The options that every back-end program of the suite understands.
-
 #include "backend/backendoptions.h"
 
 #include "backend/optiontable.h"

@@ -1,5 +1,3 @@
-// The walk over a command line that every program of the suite makes.
-
 #include "backend/options.h"
 
 #include <QObject>

@@ -1,5 +1,3 @@
-// The texts that name the product and its maker.
-
 #include "branding/branding.h"
 
 #include "branding/branding_c.h"

@@ -1,5 +1,3 @@
-// The names of the suite's programs and files.
-
 #include "branding/filenames.h"
 
 #include "branding/common/filenames_common_c.h"

@@ -33,7 +33,7 @@ void RestartableProcess::restart()
     if (mUseArguments) {
         QProcess::start(mProgram, mArguments, mMode);
     } else {
-        // QProcess::startCommand() crashes on a command without words.
+        // QProcess::startCommand() crashes on an empty command.
         const QStringList words = splitCommand(mProgram);
         QProcess::start(words.value(0), words.mid(1), mMode);
     }

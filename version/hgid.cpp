@@ -1,5 +1,3 @@
-// The identifiers of the build.
-
 #include "version/hgid.h"
 
 #include "version/hgid_c.h"

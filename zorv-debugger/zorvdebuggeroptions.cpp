@@ -1,5 +1,3 @@
-// The options of the suite's debugger helper.
-
 #include "zorv-debugger/zorvdebuggeroptions.h"
 
 #include "backend/optiontable.h"
