@@ -1,26 +1,24 @@
-// The options that every back-end program of the suite understands.
-
 #pragma once
 
 #include "backend/options.h"
 
 #include <optional>
 
-/// How to reach the front end, where shared files are, the program's own name on
-/// the network, logging and tracing. Records, while it parses, the options that
-/// must travel on to further back-end processes, in their canonical spelling.
+/// The options of every back-end program of the suite: how to connect to the front end, the
+/// shared directory, this host's name, logging and tracing. Parsing also records the options
+/// that must be passed on to further back-end processes.
 class BackendOptions : public Options
 {
 public:
     BackendOptions();
 
-    /// The name that the front end gave this host; null when it gave none.
+    /// The name that the front end uses for this host; null when it is not given.
     QString getMyName() const { return mMyName; }
-    /// The same, or this host's own name for itself.
+    /// getMyName(), or sc_hostname() when that is null.
     QString myNameWithFallback() const { return mMyName.isNull() ? mMyFallbackName : mMyName; }
-    /// The names and addresses under which this host may be reached, best
-    /// first. They are gathered at the first use, as that takes look-ups which
-    /// the calling thread waits for.
+    /// The names and addresses of this host, best first: the given names, the last one first,
+    /// then localHostNamesAndAddresses(). The first call blocks for the look-ups, whose result
+    /// later calls use again.
     QStringList myNamesAndAddresses() const;
 
     bool isDebug() const { return mDebug; }
@@ -33,28 +31,28 @@ public:
     QString getLogFileName() const { return mLogFileName; }
     QString getClientLogFileName() const { return mClientLogFileName; }
     QString getSharedDirectory() const { return mSharedDirectory; }
-    /// Whether it is an option that gave it, not the setting.
+    /// Whether the shared directory comes from an option and not from the setting.
     bool isSharedDirectoryOption() const { return mSharedDirectoryOption; }
     QString getReplayFileName() const { return mReplayFileName; }
     QString sessionFileName() const { return mSessionFileName; }
     QString sessionCookie() const { return mSessionCookie; }
     QString tarballFileName() const { return mTarballFileName; }
-    /// The front end's host as it was given: names and addresses with commas
-    /// between them.
+    /// The names and addresses of the front end's host, separated by commas; null when they
+    /// are not given.
     QString frontendHostNamesAndAddresses() const { return mFrontendHostName; }
-    /// 0 when not given.
+    /// The session number; 0 when it is not given.
     int session() const { return mSession; }
+    /// The TCP port of the front end; 0 when it is not given.
     int port() const { return mPort; }
 
     void setSharedDirectory(const QString& directory) { mSharedDirectory = directory; }
 
-    /// The options to pass on to further back-end processes, with this host's
-    /// given name at the end when `withMyName`.
+    /// The options to pass on to further back-end processes, in their long spelling, each
+    /// value as a separate argument. With `withMyName`, also getMyName() unless it is null.
     QStringList backendArguments(bool withMyName) const;
 
-    /// The options of a process that this one starts for the same session: all
-    /// but the log files, the names, the replay file, being the root, and what is
-    /// forwarded.
+    /// The options of a process that this one starts for the same session. Leaves out the log
+    /// files, this host's names, the replay file, isRoot() and backendArguments().
     BackendOptions selectiveCopy() const;
 
 protected:
@@ -72,7 +70,7 @@ private:
     void noteSharedDirectory(bool isLastArgument);
 
     mutable std::optional<QStringList> mNamesAndAddresses;
-    // In the order in which they were given.
+    // In the order of the command line.
     QStringList mPreferredNames;
     QStringList mBackendArguments;
     QString mMyName;

@@ -1,5 +1,4 @@
-// The names of this host. They are a target of their own, as their look-ups need the
-// network library.
+// In a target of its own, because the look-ups need Qt Network.
 
 #include "backend/backendoptions.h"
 

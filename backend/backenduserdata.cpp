@@ -1,5 +1,3 @@
-// Resolves the session from options, files and settings.
-
 #include "backend/backenduserdata.h"
 
 #include "backend/backendoptions.h"

@@ -6,38 +6,39 @@
 
 class BackendOptions;
 
-/// The session record of a process that belongs to a session. It is resolved from, in the
-/// order of precedence, the command-line options, the session file, the environment and
-/// the session file in the installation's root directory. Options and environment also
-/// decide which session file is read.
+/// The session record of a back-end process. Its values come, in the order of precedence,
+/// from the command-line options, the session file, the environment and the session file in
+/// the installation's root directory. Options and environment also tell which session file
+/// to read.
 ///
-/// The front end of session N listens on port 4241 + N. So a port of the sessions 1 to 21
-/// gives an unknown session, and a session gives an unknown port.
+/// The front end of session N listens on port 4241 + N. If only one of the two is known,
+/// the other is derived: the session from the ports 4242 to 4262, the port from any session.
 class BackendUserData : public UserData
 {
 public:
-    /// Fills a newly constructed record. Creates no file and prints nothing. Returns
-    /// isValid(). Settings that are not numbers and session files that cannot be read
-    /// are ignored.
+    /// Fills a new record and returns isValid(). Creates no file and prints nothing. Ignores
+    /// a port or session setting that is not a number, and a session file that cannot be
+    /// read.
     bool load(const BackendOptions& options);
 
-    /// The number of a port or session setting; none when load() ignores it.
+    /// The number in a port or session setting; none when it is not a decimal number.
     static std::optional<int> numberFrom(const QString& setting);
-    /// The port at which the front end of a session listens.
+    /// The TCP port on which the front end of a session listens: 4241 + `session`.
     static unsigned int portOfSession(int session);
 
-    /// The record as the text of a session file.
+    /// The text of a session file with this record. Leaves out an unknown host, a port of 0
+    /// and an empty cookie.
     [[nodiscard]] QString toXml() const;
 
-    /// Writes the record as a session file of that name, as replaceFile() does. A null
-    /// name stands for the session's own file in the session directory; the "latest" links
-    /// then lead to it. The name becomes the record's file name. Returns false when the
-    /// file cannot be written; an old file of that name is removed then.
+    /// Writes the record to a session file, as replaceFile() does. For a null name, the file
+    /// is the session's own file in the session directory, and the "latest" links then lead
+    /// to it. Sets sessionFileName(). Returns false when the file cannot be written, and
+    /// removes an old file of that name.
     [[nodiscard]] bool save(const QString& fileName);
 
 private:
-    // The steps of load(). chooseSessionFile() uses the options; then the environment
-    // overrides them until takeOptions().
+    // The steps of load(). chooseSessionFile() also uses the options. takeEnvironment()
+    // overwrites them, and takeOptions() sets them again.
     void chooseSessionFile(const BackendOptions& options);
     void takeEnvironment();
     void takeHostAndSessionOfEnvironment();

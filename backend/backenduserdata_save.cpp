@@ -1,5 +1,4 @@
-// Writes a session record as a session file. Alone in its target: only this needs the XML
-// library.
+// In a target of its own, because only this needs Qt Xml.
 
 #include "backend/backenduserdata.h"
 #include "backend/userdata_p.h"
@@ -34,7 +33,7 @@ bool BackendUserData::save(const QString& fileName)
     if (replaceFile(mSessionFileName, toXml().toUtf8())) {
         return true;
     }
-    // Readers would take an old file for this record's.
+    // Readers would take the old file for this session.
     sc_unlink(QFile::encodeName(mSessionFileName).constData());
     return false;
 }

@@ -1,49 +1,46 @@
-// The walk over a command line that every program of the suite makes.
-
 #pragma once
 
 #include <QString>
 #include <QStringList>
 
-/// The base of all command-line parsers. A subclass recognises its own options,
-/// one at a time, in parseOption(); the base walks the list, handles the help
-/// words and "--", and reports what is wrong in one warning.
+/// The base class of command-line parsers. It goes through the arguments, handles the help
+/// words and "--", and reports the first error in one warning. A subclass parses its options
+/// one by one in parseOption().
 class Options
 {
 public:
-    /// What a hook says of an argument.
+    /// The result of parsing an argument.
     enum ParseResult {
-        Ok = 0,           ///< taken, with its value if it has one
+        Ok = 0,           ///< parsed, with its value if it has one
         Unrecognised = 1, ///< no option of this parser: the options end here
-        Invalid = 2,      ///< the option's value is unacceptable
-        Missing = 3,      ///< the option needs a value and none follows
-        Help = 4,         ///< help was asked for
+        Invalid = 2,      ///< the value of the option is invalid
+        Missing = 3,      ///< the value of the option is missing
+        Help = 4,         ///< help was requested
     };
 
     Options();
     virtual ~Options();
 
-    /// Parses a command line, whose first element is the program's name and
-    /// whose options come first. False when it is rejected; a warning then says
-    /// why. In simple-arguments mode the help words "-h", "--help" and "-?" print
-    /// the help and end the process with status 0, and "--" ends the options.
+    /// Parses a command line: the program's name, the options, the other arguments. Returns
+    /// false, after a warning with the cause, when it is rejected. In simple-arguments mode,
+    /// "-h", "--help" and "-?" print the help and end the process with status 0, and "--"
+    /// ends the options.
     [[nodiscard]] virtual bool parse(const QStringList& arguments);
 
-    /// Simple-arguments mode (the default) accepts short and single-dash
-    /// spellings and the help words; otherwise there are only the long,
-    /// prefixed ones, which are nobody else's.
+    /// Whether simple-arguments mode is on, as it is by default. The mode also accepts short
+    /// and single-dash spellings and the help words. Without it, only the long spellings with
+    /// the suite's prefix count, which no other program uses.
     bool isSimpleArguments() const { return mSimple; }
     void setSimpleArguments(bool simple) { mSimple = simple; }
 
 protected:
-    /// Recognises one option. `it` points at it; an option with a value
-    /// advances it by one, onto the value, and returns Missing when that is
-    /// `end`.
+    /// Parses one option. `it` points at it. For an option with a value, advances `it` by one,
+    /// to the value, and returns Missing when that is `end`.
     virtual ParseResult parseOption(const QString& option, QStringList::const_iterator& it,
                                     QStringList::const_iterator end);
-    /// Takes the arguments that are no options. The base takes none.
+    /// Parses the arguments after the options. The base class accepts none.
     virtual ParseResult parseRemainingArguments(const QStringList& rest);
-    /// Prints the help to standard output. The base has none.
+    /// Prints the help to standard output. The base class prints nothing.
     virtual void printHelp();
 
     void missingArgument(const QString& option);

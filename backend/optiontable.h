@@ -1,5 +1,3 @@
-// Option tables: what most of a command-line parser is made of.
-
 #pragma once
 
 #include "backend/options.h"
@@ -7,24 +5,24 @@
 #include <algorithm>
 #include <variant>
 
-/// One option of the parser class P. Tables are looked through in order, and
-/// the first row that has the spelling decides.
+/// A row of an option table: one option of the parser class P. The first row of a table with
+/// a matching spelling counts.
 template <typename P> struct OptionRow
 {
-    /// The spelling that is accepted always.
+    /// The spelling that is always accepted.
     const char* name;
-    /// Those that are accepted in simple-arguments mode only, with blanks
-    /// between them.
+    /// The spellings that are accepted in simple-arguments mode only, separated by blanks.
     const char* simpleNames;
-    /// What the option sets. A bool takes no value and becomes true; a QString
-    /// takes a text that is not empty; an int takes a decimal number, and
-    /// becomes 0 when there is none.
+    /// The member that the option sets. A bool option has no value and sets true. The value
+    /// of a QString option must not be empty. That of an int option must be a decimal number;
+    /// otherwise the member becomes 0.
     std::variant<bool P::*, QString P::*, int P::*> member;
-    /// Whether the option, with its value, travels on to further processes.
+    /// Whether the option and its value are passed on to further processes.
     bool forwarded = false;
-    /// What else the option does, once its member is set.
+    /// Called after the member is set, or null.
     void (P::*effect)(bool isLastArgument) = nullptr;
 
+    /// Whether the option has this spelling; `simple` is for simple-arguments mode.
     bool matches(const QString& option, bool simple) const
     {
         return option == QLatin1String(name) ||
@@ -34,8 +32,8 @@ template <typename P> struct OptionRow
     }
 };
 
-/// Takes the option at `it`, with its value, by a table; options that travel on
-/// are appended to `forwarded`. As Options::parseOption().
+/// Parses the option at `it` and its value by a table, as Options::parseOption() does. Appends
+/// an option that is passed on to `forwarded`, which may be null if no row is forwarded.
 template <typename P, std::size_t Size>
 Options::ParseResult parseByTable(const OptionRow<P> (&table)[Size], P* parser, QString option,
                                   QStringList::const_iterator& it, QStringList::const_iterator end,

@@ -1,5 +1,3 @@
-// Reads session files.
-
 #include "backend/userdata.h"
 #include "backend/userdata_p.h"
 
@@ -14,15 +12,15 @@
 
 namespace {
 
-// A session file is one element of a few hundred bytes. The time of the XML reader grows
-// with the square of the number of attributes.
+// In bytes. A session file has a few hundred. The time of the XML reader grows with the
+// square of the number of attributes.
 constexpr qsizetype largestFile = 65536;
 
 using FileState = UserData::FileState;
 
-// The text of a document, in the encoding that it declares or that its first bytes show,
-// see appendix F of the XML recommendation. Empty when this Qt does not know the encoding
-// or the bytes are not in it.
+// Decodes a document from the encoding that its declaration or its first bytes tell, see
+// appendix F of the XML recommendation. Empty when this Qt does not know the encoding or the
+// bytes are not valid in it.
 QString decoded(const QByteArray& document)
 {
     QXmlStreamReader reader(document);
@@ -32,14 +30,14 @@ QString decoded(const QByteArray& document)
     QStringDecoder decoder = name.isEmpty() ? QStringDecoder(seen.value_or(QStringConverter::Utf8))
                                             : QStringDecoder(name.constData());
     const QString text = decoder(document);
-    // In UTF-32, the decoder accepts numbers that are no characters.
+    // The decoder accepts UTF-32 code units that are no characters.
     const bool isText = !reader.hasError() && !decoder.hasError() && text.isValidUtf16();
     return isText ? text : QString();
 }
 
 FileState readText(const QString& fileName, QString* text)
 {
-    // One more byte than the limit shows that the file is too large.
+    // One byte beyond the limit tells whether the file is too large.
     const Result<QByteArray> content = readRegularFile(fileName, largestFile + 1);
     if (!content) {
         const int code = content.error().code;
@@ -55,12 +53,12 @@ FileState readText(const QString& fileName, QString* text)
     return FileState::Read;
 }
 
-// Reads the whole document. Gives the attributes of the root element when it is a session.
+// Parses the whole document. Sets the attributes if the root element is a session.
 FileState parse(QString document, QXmlStreamAttributes* attributes)
 {
-    // The reader limits the text of one reference to an entity, but not that of many
-    // references, nor the number of references to empty entities. In lower case, a
-    // declaration is an error; in a comment, the case makes no difference.
+    // Makes each declaration of an entity an error; a comment may still contain the word.
+    // QXmlStreamReader limits the length of one expanded entity, but not the total length
+    // of many, nor the number of empty ones.
     document.replace(QLatin1String("<!ENTITY"), QLatin1String("<!entity"));
     QXmlStreamReader reader(document);
     reader.setNamespaceProcessing(false);

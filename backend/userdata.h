@@ -5,8 +5,8 @@
 
 class QXmlStreamAttributes;
 
-/// The session record: what a process knows about the front end of its session, as a
-/// session file tells it, and the names of the session's files.
+/// The session record: how to connect to the front end of a session, and the names of the
+/// session's files. A session file has the same data, see docs/session-files.md.
 class UserData
 {
 public:
@@ -14,7 +14,7 @@ public:
     enum class FileState {
         NotTried,
         Read,
-        Missing, ///< or a link whose target is missing
+        Missing, ///< or a dangling link
         Unreadable,
         NotRegular,
         TooLarge,      ///< more than 64 KiB
@@ -36,35 +36,36 @@ public:
         SessionFileName,
         FieldCount,
     };
+    /// Where the value of a field comes from.
     enum class Source {
         Default,
-        GlobalFile,
+        GlobalFile, ///< the session file in the installation's root directory
         Environment,
         SessionFile,
         Option,
         Derived, ///< from other fields
     };
 
-    /// Reads a session file, or the same XML from `xml` when that is not null. In any
-    /// case `fileName` becomes the record's file name. An attribute replaces its field;
-    /// a field without an attribute keeps its value.
+    /// Reads a session file, or `xml` in its place unless that is null. Sets
+    /// sessionFileName() in any case. An attribute replaces its field; a field without an
+    /// attribute keeps its value.
     ///
-    /// Returns false when the file is missing, is not a regular file, is larger than
-    /// 64 KiB or is not well-formed; no field changes then. Returns false for a port or
-    /// session that is not an unsigned 32-bit number, too. That field becomes 0, and the
-    /// attributes after it, in the order port, host, cookie, session, are not read. An
-    /// `xml` that is not well-formed changes no field and returns true.
+    /// Returns false, and changes no field, when the file is missing, is not a regular file,
+    /// is larger than 64 KiB or is not well-formed. Also returns false when the port or the
+    /// session is not an unsigned 32-bit number: that field becomes 0, and the attributes
+    /// after it, in the order port, host, cookie, session, are not read. Returns true, and
+    /// changes no field, when the root element is no session or `xml` is not well-formed.
     bool load(const QString& fileName, const QString& xml = QString());
     /// The result of the last load().
     FileState fileState() const { return mFileState; }
 
-    /// Whether a host is known and the port is below 65536.
+    /// Whether hasHost() and hasUsablePort() are true.
     bool isValid() const { return hasHost() && hasUsablePort(); }
-    /// Whether a host is known.
+    /// Whether at least one name or address of the front end's host is known.
     bool hasHost() const { return !hostNamesAndAddresses.isEmpty(); }
-    /// Whether the port is below 65536. 0, an unknown port, is.
+    /// Whether the port is below 65536; true for 0, an unknown port.
     bool hasUsablePort() const { return port < 65536; }
-    /// Where the value of a field comes from.
+    /// The source of the value of a field; Default for one that was never set.
     Source source(Field field) const { return mSources[field]; }
 
     /// The names and addresses of the front end's host, the preferred one first.
@@ -73,15 +74,16 @@ public:
     QString getCanonicalHostName() const { return hostNamesAndAddresses.value(0); }
     /// The front end's TCP port; 0 when it is not known.
     unsigned int getPort() const { return port; }
-    /// Whether the port comes from a setting, an option or a file of today's date.
+    /// Whether the port comes from a setting, an option, or a session file that was written
+    /// today.
     bool isExplicitPort() const { return mExplicitPort; }
     /// The session number; -1 when it is not known.
     int getSession() const { return mSession; }
-    /// The secret that the front end expects; null or empty when there is none.
+    /// The secret that a helper sends to the front end; null or empty when there is none.
     QString sessionCookie() const { return mSessionCookie; }
-    /// Whether the cookie is part of the session's identity.
+    /// Whether getSessionUniqueId() contains a hash of the cookie.
     bool getUseSessionCookies() const { return mUseSessionCookies; }
-    /// The session file that was read or written last; null when there is none.
+    /// The path of the session file that was read or written last; null when there is none.
     QString sessionFileName() const { return mSessionFileName; }
 
     /// Sets the directory that replaces the home directory as the root of the session
@@ -90,55 +92,58 @@ public:
     /// The directory that setSharedDirectory() set.
     QString getSharedDirectory() const { return mSharedDirectory; }
 
-    // The names of the session's files. The files need not exist. With `create`, missing
-    // directories are made; a failure shows when the name is used.
+    // The paths of the session's files, which need not exist. With `create`, the functions
+    // create missing directories; they do not report a failure.
 
-    /// The setting SESSION_PATH, which is never created, or else .talvora/session in the
-    /// shared directory, or in the home directory when that is empty.
+    /// The session directory: the setting SESSION_PATH, which is never created, or else
+    /// .talvora/session in the shared directory, or in the home directory when that is null
+    /// or empty.
     static QString getSessionDirectory(const QString& sharedDirectory, bool create);
-    /// The same for the record's shared directory.
+    /// The session directory for the record's shared directory.
     QString getSessionDirectory(bool create) const
     {
         return getSessionDirectory(mSharedDirectory, create);
     }
-    /// The restart file for a null suffix, the launcher's marker for "supported", the hold
-    /// file for "hold".
+    /// The restart file for a null suffix, the marker file for "supported", the hold file
+    /// for "hold".
     QString getRestartFileName(const QString& suffix) const;
-    /// HOST-SESSION, followed by the hash of the cookie when one is in use. The front end
-    /// makes the same text.
+    /// HOST-SESSION, followed by -HASH if a cookie is in use. The front end computes the same
+    /// text.
     QString getSessionUniqueId() const;
-    /// `name` and the unique id, without a directory.
+    /// NAME-ID with getSessionUniqueId(), without a directory.
     QString getSessionSpecificFileName(const QString& name) const;
-    /// The topology of the job. Without `create`, an existing file of that name in TMPDIR
-    /// is preferred.
+    /// The file that describes the job, in the session directory. Without `create`, an
+    /// existing file of the same name in TMPDIR is preferred.
     QString topologyFileName(bool create) const;
-    /// The tarball that a setting or option names, or else a name as topologyFileName()
-    /// makes it. A name in the session directory is kept for later calls.
+    /// The tarball of the installation: the one that a setting or option names, or else a
+    /// path like that of topologyFileName(). A path in the session directory is kept for
+    /// later calls.
     QString tarballFileName(bool create) const;
-    /// The list of the job's hosts. Makes the session directory.
+    /// The file that lists the hosts of the job. Creates the session directory.
     QString hostFileName() const;
-    /// The lock file of a program on a host, without a directory. A null host name stands
-    /// for this host.
+    /// The lock file of a program on a host, or on this host if the name is null; without a
+    /// directory.
     QString getLockFileName(const QString& prefix, const QString& hostName) const;
 
-    /// Makes the link "meta" in the session directory lead to the session file, once.
-    /// Returns whether it does; false for a record without a session file, too.
+    /// Creates the link "meta" in the session directory, which leads to the session file.
+    /// Returns false when that fails or there is no session file. After a success, later
+    /// calls do nothing and return true.
     bool makeMetaSession();
     /// Removes the session file, the "latest" links in its directory, wherever they lead,
-    /// and the "meta" link that this record made. Does nothing without a session file.
+    /// and the "meta" link of this record. Ignores failures. Does nothing without a session
+    /// file.
     void deleteSessionFile();
 
 protected:
     /// The session file in the installation's root directory.
     QString getGlobalFile() const;
-    /// The session file of one of the front end's sessions. Without `create`, the "latest"
-    /// link of the host when the number is below 1, and that of all hosts when no host is
-    /// known. With `create`, the session's own file in any case, and both "latest" links
-    /// are replaced by links to it.
+    /// The session file of a session in the session directory. Without `create`, it is
+    /// HOST-latest when the number is below 1, and latest when no host is known. With
+    /// `create`, it is HOST-NUMBER in any case, and both links are replaced by links to it.
     QString getSessionFile(int session, bool create) const;
-    /// The public load(), which also records the source of the fields that it sets.
+    /// As the public load(), and records the source of the fields that it sets.
     bool load(const QString& fileName, const QString& xml, Source source);
-    /// Records where the value of a field comes from.
+    /// Records the source of the value of a field.
     void setSource(Field field, Source source) { mSources[field] = source; }
 
     QStringList hostNamesAndAddresses;

@@ -1,5 +1,3 @@
-// The names of the session's files, and the links among them.
-
 #include "backend/userdata.h"
 
 #include "branding/filenames.h"
@@ -15,7 +13,7 @@
 
 namespace {
 
-// A file of this name beside the programs switches to session files on this host only.
+// If this file exists beside the programs, session files are local to the host.
 const QString LOCAL_ONLY_FILENAME = QStringLiteral("use_local_zorv_session");
 const QString FILENAME = QStringLiteral(".zorv_session");
 
@@ -45,8 +43,8 @@ QString userName()
     return qEnvironmentVariable(qEnvironmentVariableIsSet("LOGNAME") ? "LOGNAME" : "USER");
 }
 
-// The string hash of the front end, which makes the same names: the hash of symbol tables
-// in the System V ABI, over UTF-16 code units.
+// The front end computes the same hash: that of the symbol tables in the System V ABI, over
+// UTF-16 code units.
 quint32 cookieHash(const QString& cookie)
 {
     quint32 hash = 0;
@@ -58,8 +56,8 @@ quint32 cookieHash(const QString& cookie)
     return hash;
 }
 
-// The file of that name in TMPDIR, where a job may have a copy of its own. Null when
-// there is none or the file is to be created.
+// The path of a job's own copy of the file in TMPDIR. Null when there is none or the file is
+// about to be created.
 QString existingCopy(const QString& name, bool create)
 {
     if (create || !qEnvironmentVariableIsSet("TMPDIR")) {
@@ -185,7 +183,7 @@ void UserData::deleteSessionFile()
         removeFile(mSessionFileName);
         const QDir directory = QFileInfo(mSessionFileName).dir();
         removeFile(directory.filePath(QStringLiteral("latest")));
-        // A name with a slash would lead out of the directory.
+        // With a slash in the name, the path could be in another directory.
         const QString host = getCanonicalHostName();
         if (!hostNamesAndAddresses.isEmpty() && !host.contains(QLatin1Char('/'))) {
             removeFile(directory.filePath(host + QStringLiteral("-latest")));
