@@ -73,7 +73,7 @@ Options::ParseResult ZORVDebuggerOptions::parseOption(const QString& option,
     return result == Unrecognised ? BackendOptions::parseOption(option, it, end) : result;
 }
 
-// Alone, the option asks for help on the mode.
+// As the last argument, the option asks for help on manual-launch mode.
 void ZORVDebuggerOptions::beginManualLaunch(bool isLastArgument)
 {
     mExplicitTarget = true;
