@@ -11,8 +11,8 @@ namespace {
 
 constexpr qsizetype readSize = 65536;
 
-// The end of the output tells of the end of the process, unless a descendant
-// holds it open; this is how often we then look for the process itself.
+// The output may stay open after the end of the process, in a descendant. This is the
+// interval at which we check the process itself.
 constexpr qint64 lookAgainMs = 100;
 
 void closeDescriptor(int* fd)
@@ -34,7 +34,7 @@ QBlockingProcess::QBlockingProcess(QObject* parent)
 
 QBlockingProcess::~QBlockingProcess()
 {
-    // The base ends a process that still runs.
+    // The base class kills a running process, which changes the state.
     disconnect(this, &QProcess::stateChanged, this, &QBlockingProcess::followState);
 }
 
@@ -70,7 +70,7 @@ qint64 QBlockingProcess::readData(char* data, qint64 maxSize)
     return size;
 }
 
-// Before the fork the process is starting, after the exec it is running.
+// The state changes to Starting before the fork and to Running after the exec.
 void QBlockingProcess::followState(ProcessState state)
 {
     if (state == Starting) {
@@ -101,8 +101,8 @@ void QBlockingProcess::replaceStreams() const
     mPipes[merged ? StandardOutput : StandardError].replaceStream(STDERR_FILENO);
 }
 
-// Waits for data of the current read channel. The other one is received as well, or the
-// process could wait for us to do so.
+// Waits for data of the current read channel. Also receives that of the other one, so that
+// the process does not block on a full pipe.
 bool QBlockingProcess::receive(QDeadlineTimer deadline)
 {
     if (state() == Starting) {
@@ -111,8 +111,8 @@ bool QBlockingProcess::receive(QDeadlineTimer deadline)
     Pipe& pipe = mPipes[currentReadChannel()];
     const qsizetype size = pipe.received.size();
     for (;;) {
-        // Looked at before the pipes: what a process wrote before its end is
-        // then there to be received.
+        // Checked before the pipes are read, so that the last output of a process is not
+        // lost.
         const bool ended = state() == NotRunning;
         mPipes[StandardOutput].receive();
         mPipes[StandardError].receive();
@@ -167,7 +167,7 @@ void QBlockingProcess::Pipe::receive()
     }
 }
 
-// Of the streams that QProcess reads itself; files stay.
+// Only a stream that QProcess reads is a pipe; one that is redirected to a file stays.
 void QBlockingProcess::Pipe::replaceStream(int fd) const
 {
     struct stat status;

@@ -4,12 +4,12 @@
 #include <QDeadlineTimer>
 #include <QProcess>
 
-/// A QProcess whose reads wait: read(), readLine(), readAll(), atEnd() and what is built
-/// on them, QTextStream for one, return when there is data, when the process has closed
-/// the stream, or when it has ended. There is no time limit.
+/// A QProcess with blocking reads: read(), readLine(), readAll(), atEnd(), and QTextStream
+/// on top of them, return when there is data, when the process has closed the stream, or
+/// when the process has ended. There is no time limit.
 ///
-/// Both output streams work so, in every process channel mode; a stream that is
-/// redirected to a file is left alone. No readyRead() signal is emitted.
+/// This holds for both output streams and in every process channel mode, except for a
+/// stream that is redirected to a file. The signal readyRead() is not emitted.
 class QBlockingProcess : public QProcess
 {
     Q_OBJECT
@@ -18,22 +18,23 @@ public:
     explicit QBlockingProcess(QObject* parent = nullptr);
     ~QBlockingProcess() override;
 
-    /// Waits for data; true when no more comes.
+    /// Blocks until there is data, and returns false; or true at the end of the stream.
     bool atEnd() const override;
     qint64 bytesAvailable() const override;
     bool canReadLine() const override;
-    /// False when the time is over or no more comes; -1 is no time limit.
+    /// Blocks until there is new data. Returns false after `msecs` milliseconds and at the
+    /// end of the stream. -1 is no time limit.
     bool waitForReadyRead(int msecs = 30000) override;
 
-    /// The class sets one of its own.
+    /// Not available: the class uses the modifier itself.
     void setChildProcessModifier(const std::function<void()>&) = delete;
 
 protected:
     qint64 readData(char* data, qint64 maxSize) override;
 
 private:
-    // QProcess does not tell that a process has closed its output and runs on; a pipe of
-    // our own does.
+    // Replaces QProcess's pipe. QProcess does not report that a process has closed its output
+    // while it still runs.
     class Pipe
     {
     public:
@@ -46,7 +47,7 @@ private:
         void close();
         void closeWriteEnd();
         void receive();
-        // In the child, between fork and exec.
+        // Called in the child between fork and exec.
         void replaceStream(int fd) const;
 
         int readEnd = -1;
