@@ -1,11 +1,9 @@
-// The texts that name the product and its maker.
-
 #pragma once
 
 #include <QString>
 
-/// Constants that exist before main runs and until exit; a translation that is
-/// installed at start-up may replace them.
+/// The names and addresses of the product and its maker. Initialized before main;
+/// QObject::tr() translates them if a translator is installed by then.
 namespace Branding {
 
 /// The display name of the suite.
@@ -14,11 +12,11 @@ extern const QString SuiteName;
 extern const QString SuiteIconName;
 /// The copyright line of the suite.
 extern const QString CopyrightTalvoraSoftware;
-/// The display name of the quick-start feature: in running text,
+/// The display name of the quick-start feature in running text.
 extern const QString SprintstartName;
-/// in titles,
+/// The same in titles.
 extern const QString SprintstartNameTitleCase;
-/// and at the start of a sentence.
+/// The same at the start of a sentence.
 extern const QString SprintstartNameSentenceStart;
 /// The address of the maker's support form.
 extern const QString SupportFormURL;

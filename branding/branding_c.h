@@ -1,4 +1,4 @@
-/* The raw texts that name the product and its maker; see branding_c.c.in. */
+/* The constants of branding.h in C, untranslated. */
 
 #pragma once
 

@@ -1,11 +1,9 @@
-// The names of the suite's programs and files.
-
 #pragma once
 
 #include <QString>
 
-/// Constants that exist before main runs and until exit. Names of programs stand
-/// alone, without a directory.
+/// The names of the suite's programs and files, without a directory, and of what is in
+/// them. Initialized before main.
 namespace FileName {
 
 extern const QString zorvDebugger;

@@ -1,5 +1,3 @@
-/* The raw texts of the file names that go with the suite's branding. */
-
 #include "branding/filenames_c.h"
 
 char* FileNameSuiteExecutable = "zorv.bin";

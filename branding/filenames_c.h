@@ -1,4 +1,4 @@
-/* The raw texts of the file names that go with the suite's branding. */
+/* The constants of filenames.h in C: names that depend on the branding. */
 
 #pragma once
 

@@ -1,6 +1,6 @@
-# Writes hgid_c.c from what the source control says at build time. Run by
-# cmake -P with sourceDir, outputFile and version set; rewrites the file only
-# when its content changes.
+# Writes hgid_c.c at build time, with the changeset and the tag that Git reports. Run it
+# with cmake -P and set sourceDir, outputFile and version. Changes the file only when its
+# content changes.
 
 function(ask_git result default)
     find_program(git git)
@@ -18,8 +18,7 @@ function(ask_git result default)
     set(${result} "${answer}" PARENT_SCOPE)
 endfunction()
 
-# A checkout of something else above an unpacked source tree says nothing
-# about this one.
+# Git would also find a checkout of another project above an unpacked source tree.
 set(changeset "000000000000")
 set(tag "unknown")
 if(EXISTS "${sourceDir}/.git")

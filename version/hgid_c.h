@@ -1,4 +1,4 @@
-/* The raw texts of the build identifiers, which the build itself writes. */
+/* The constants of hgid.h in C. */
 
 #pragma once
 

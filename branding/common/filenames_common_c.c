@@ -1,5 +1,3 @@
-/* The raw texts of the file names that are the same in every product of the suite. */
-
 #include "branding/common/filenames_common_c.h"
 
 char* FileNameZorvDebugger = "zorv-debugger";

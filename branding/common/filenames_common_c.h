@@ -1,5 +1,4 @@
-/* The raw texts of the file names that are the same in every product of the suite:
- * its programs. */
+/* The constants of filenames.h in C: names that are the same in every product. */
 
 #pragma once
 
