@@ -107,8 +107,9 @@ public:
     /// The restart file for a null suffix, the marker file for "supported", the hold file
     /// for "hold".
     QString getRestartFileName(const QString& suffix) const;
-    /// HOST-SESSION, followed by -HASH if a cookie is in use. The front end computes the same
-    /// text.
+    /// HOST-SESSION, followed by -HASH if a cookie is in use, where HASH are 8 hexadecimal
+    /// digits. The front end computes the same text. Without a host or a session number, the
+    /// text has an empty HOST or -1.
     QString getSessionUniqueId() const;
     /// NAME-ID with getSessionUniqueId(), without a directory.
     QString getSessionSpecificFileName(const QString& name) const;

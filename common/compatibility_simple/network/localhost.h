@@ -31,7 +31,8 @@ QList<QHostAddress> localHostAddresses();
 /// name, its canonical name if that differs, and each IPv4 address of an interface.
 QStringList localHostNamesAndAddresses();
 
-/// Whether an address is loopback or one of localHostAddresses().
+/// Whether an address is loopback or one of localHostAddresses(). Looks this host's name up
+/// unless the address is loopback.
 bool isThisHost(const QHostAddress& address);
 /// Whether a text is loopback or one of localHostNamesAndAddresses(). Compares texts, not
 /// addresses.
