@@ -1,5 +1,4 @@
-/* The least that a launcher can be: starts a program, waits for its end, and
-   does so as often as it is told. */
+/* A minimal launcher: starts a program and waits for its end, as often as it is told. */
 
 #include <errno.h>
 #include <stdio.h>

@@ -1,5 +1,3 @@
-// What is compared, and one start of it.
-
 #include "bench/contestants.h"
 
 #include <QStandardPaths>

@@ -1,5 +1,3 @@
-// What is compared, and one start of it.
-
 #pragma once
 
 #include <QTemporaryDir>
@@ -12,7 +10,7 @@
 using Words = std::vector<std::string>;
 using Variables = std::map<std::string, std::string>;
 
-/// Something that starts the helper and waits for its end.
+/// A program that is compared: it starts the helper and waits for its end.
 struct Contestant
 {
     std::string name;
@@ -23,26 +21,26 @@ struct Contestant
     bool isLauncher;
 };
 
-/// A directory with an installation for each contestant, a home and room for session
-/// directories; removed with its object.
+/// A directory with an installation for each contestant, a home directory and session
+/// directories. The destructor removes it.
 class Scratch
 {
 public:
-    /// Ends this program when it cannot make the directory.
+    /// Creates the directory. Ends this program when that fails.
     Scratch();
 
     std::string path(const std::string& relative) const;
-    /// What every start has in its environment besides PATH.
+    /// The environment of every run besides PATH.
     Variables variables() const { return {{"HOME", path("home")}}; }
-    /// Makes the directory, and empties it when it is there.
+    /// Creates an empty directory, and removes an existing one first.
     std::string freshDirectory(const std::string& relative) const;
 
-    /// The bare program, the public ones that are found in PATH, and the launchers
-    /// of these files, each with a helper of its own; what is not there is named on
-    /// standard output. An empty name stands for a launcher that was not given.
+    /// The bare program, the public programs that are on PATH, and the launchers with these
+    /// paths, each with its own helper. Prints the names of missing programs. An empty path
+    /// leaves a launcher out.
     ///
-    /// All are fresh copies, made alike: how a file came into the page cache changes the
-    /// time that a launch takes by 5 to 10 %.
+    /// Copies all programs in the same way: how a file came into the page cache changes the
+    /// time of a launch by 5 to 10 %.
     std::vector<Contestant> contestants(const std::string& portable,
                                         const std::string& ordinary) const;
 
@@ -52,19 +50,18 @@ private:
     QTemporaryDir mRoot;
 };
 
-/// A program that was started; whoever has one must call finish().
+/// A running program. The caller must call finish().
 class Run
 {
 public:
-    /// Starts `command` with the environment of every measurement and `variables`.
-    /// Standard input and output are those descriptors, or for -1 /dev/null and our
-    /// own. Ends this program when that is impossible.
+    /// Starts `command` with PATH and `variables` as its environment. -1 stands for /dev/null
+    /// as standard input and for our own standard output. Ends this program when that fails.
     Run(const Words& command, const Variables& variables, int input = -1, int output = -1);
 
     pid_t pid() const { return mPid; }
-    /// Waits for the end; the microseconds of processor time that it and what it
-    /// waited for took. A run that takes longer than half a minute, or one whose
-    /// status is not 0, ends this program when it was to succeed.
+    /// Waits for the end and returns the processor time in microseconds, including that of
+    /// the children that the program has waited for. Ends this program when the run takes
+    /// longer than 30 seconds, or with `mustSucceed` when its status is not 0.
     double finish(bool mustSucceed = true);
 
 private:
@@ -72,18 +69,18 @@ private:
     pid_t mPid;
 };
 
-/// What a run took, in microseconds: from before its start to after its end, and of
-/// the processors.
+/// The cost of a run in microseconds: elapsed time and processor time.
 struct Cost
 {
     double elapsed;
     double processor;
 };
 
-/// Runs to the end.
+/// Runs a program to its end. Ends this program when the run fails.
 Cost costOf(const Words& command, const Variables& variables);
 
-/// The path of a program in PATH, or an empty string.
+/// The path of a program on PATH; empty when it is not found.
 std::string findProgram(const std::string& name);
 
+/// Prints `what` with the text of errno, and ends this program with status 1.
 [[noreturn]] void fail(const std::string& what);

@@ -1,12 +1,11 @@
-/* The program that is started: ends at once, unless one of these variables says
-   what else it is to do.
+/* The helper: ends at once, unless one of these variables tells it to do something else.
 
-   BENCH_SLEEP     says that it runs on standard output, and sleeps until standard
-                   input ends or a signal comes
-   BENCH_TIMES     the file to which it appends a record: the times at which it
-                   started and ended, two 64-bit numbers of nanoseconds
-   BENCH_RESTARTS  with BENCH_TIMES: asks for a restart through the files in the
-                   session directory until there are that many records */
+   BENCH_SLEEP     writes to standard output and sleeps until the end of standard input
+                   or a signal
+   BENCH_TIMES     appends a record to this file: the times of start and end, two 64-bit
+                   numbers of nanoseconds
+   BENCH_RESTARTS  with BENCH_TIMES: requests restarts through the files in the session
+                   directory until the file has this number of records */
 
 #include <fcntl.h>
 #include <stdint.h>
@@ -32,7 +31,7 @@ static int sleepUntilTold(void)
     return read(STDIN_FILENO, &byte, 1) == 0 ? 0 : 1;
 }
 
-/* Takes the hold file away, without which the launcher decides nothing, and asks. */
+/* Requests a restart if `again` is set, and removes the hold file. */
 static void decideRestart(const char* directory, int again)
 {
     char name[4096];

@@ -1,5 +1,4 @@
-// What a launch costs: the launchers beside public programs that also only start a
-// program and wait for it, and beside a bare one, in one run.
+// Compares the cost of launches with that of init programs and of a bare program.
 
 #include "bench/report.h"
 
@@ -21,7 +20,7 @@ struct Request
     long rounds = 0;
 };
 
-// Ends the program when the arguments are wrong.
+// Ends the program when the arguments are invalid.
 Request parseRequest(const QStringList& arguments)
 {
     const QCommandLineOption portable(QStringLiteral("portable"),
@@ -84,7 +83,7 @@ int main(int argc, char** argv)
 {
     const QCoreApplication app(argc, argv);
     const Request request = parseRequest(QCoreApplication::arguments());
-    // Static: goes with the program when a measurement ends it, too.
+    // Static, so that it is also removed when a measurement ends the program.
     static const Scratch scratch;
     const std::vector<Contestant> contestants =
         scratch.contestants(request.portable, request.ordinary);

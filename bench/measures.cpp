@@ -1,4 +1,4 @@
-// Times: whole launches, restarts, and growth with what is passed.
+// Measures times: whole launches, restarts and growth.
 
 #include "bench/measures.h"
 
@@ -16,7 +16,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// After this many rounds a part stops early when its time is up.
+// A part may stop early after this many rounds.
 constexpr size_t fewestRounds = 5;
 constexpr std::chrono::seconds timeForLaunches(40);
 constexpr std::chrono::seconds timeForOneGrowth(15);
@@ -46,7 +46,7 @@ double medianOf(std::vector<double>& values)
     return *middle;
 }
 
-// Of the medians of values that were measured in the same rounds.
+// The ratio of the medians of values that were measured in the same rounds.
 Ratio ratioOf(const std::vector<double>& values, const std::vector<double>& others)
 {
     constexpr size_t samples = 1000;
@@ -68,8 +68,8 @@ Ratio ratioOf(const std::vector<double>& values, const std::vector<double>& othe
             {ratios[samples / 40], ratios[samples - 1 - samples / 40]}};
 }
 
-// The values of each measure, which is made once in every round, in a new order, so
-// that what else happens on the machine meets all of them alike.
+// Takes each measure once in every round, in a random order, so that other load on the machine
+// affects all measures alike.
 std::vector<std::vector<double>> alternate(const std::vector<std::function<double()>>& measures,
                                            size_t rounds, Clock::duration time)
 {
@@ -137,7 +137,7 @@ std::vector<double> restartOften(const Contestant& contestant, const Scratch& sc
     return gaps;
 }
 
-// How a start is given `count` of something.
+// Adds `count` items to the command line, the environment or the session directory of a run.
 using Give = std::function<void(long count, Words* command, Variables* variables)>;
 
 void grow(const std::vector<Contestant>& contestants, const Scratch& scratch,

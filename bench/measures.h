@@ -1,5 +1,3 @@
-// What is measured of the contestants.
-
 #pragma once
 
 #include "bench/contestants.h"
@@ -9,7 +7,7 @@
 #include <string>
 #include <vector>
 
-/// In which the true value lies with a confidence of 95 %.
+/// A confidence interval of 95 %.
 struct Interval
 {
     double low = 0;
@@ -23,7 +21,7 @@ struct Spread
     double median = 0;
     double upper = 0;
     size_t count = 0;
-    /// Of the median, by its ranks in the binomial distribution.
+    /// The interval of the median, from its ranks in the binomial distribution.
     Interval interval;
 };
 
@@ -35,15 +33,14 @@ struct Ratio
     Interval interval;
 };
 
-/// From the first instruction that the kernel gives a launcher to the start of the
-/// helper, in one run.
+/// Counts from the exec of a launcher to that of the helper, in one run.
 struct Calls
 {
     long systemCalls = 0;
     long fileNames = 0;
 };
 
-/// Of a launcher whose helper sleeps.
+/// The memory and wake-ups of a launcher whose helper sleeps.
 struct Idle
 {
     long peakKilobytes = 0;
@@ -52,7 +49,7 @@ struct Idle
     long wakeUps = 0;
 };
 
-/// The times of one contestant for growing counts of one thing.
+/// The times of one contestant for growing counts of one kind of item.
 struct Growth
 {
     std::string what;
@@ -60,52 +57,53 @@ struct Growth
     std::vector<long> counts;
     std::vector<Spread> spreads;
 
-    /// Microseconds for one more, from a straight line through the medians.
+    /// The cost of one more item in microseconds, from a line fitted to the medians.
     double perItem() const;
-    /// The power of the count with which the time above the first one grows, over
-    /// the last tenfold step; nothing where no growth stands out of the spread.
+    /// The exponent of the growth over the last tenfold step, after the time of the lowest
+    /// count is subtracted; none when the growth is within the spread.
     std::optional<double> exponent() const;
 };
 
-/// One part of what a launch costs.
+/// The elapsed time or the processor time of launches.
 struct LaunchPart
 {
     Spread spread;
-    /// To the contestants of these names.
+    /// The ratios to other contestants, by their names.
     std::map<std::string, Ratio> ratios;
 };
 
-/// Both parts of what a launch costs.
+/// The cost of launches of one contestant.
 struct LaunchSpread
 {
     LaunchPart elapsed;
-    /// Does not count the waiting for a processor, of which a busy machine has much.
+    /// Leaves out the time of waiting for a processor, which is long on a busy machine.
     LaunchPart processor;
 };
 
-/// Whether the launches of the others are compared with those of that contestant.
+/// Whether the other contestants are compared with this one.
 bool comparedWith(const std::string& contestant);
 
-/// Whole launches of a helper that ends at once, in alternating rounds: as many as
-/// asked for, or fewer when they take too long.
+/// Measures whole launches of a helper that ends at once, in alternating rounds. Stops early
+/// when the rounds take too long.
 std::vector<LaunchSpread> measureLaunches(const std::vector<Contestant>& contestants,
                                           const Scratch& scratch, long rounds);
 
-/// From the end of one helper to the start of the next, over 1 000 restarts in
-/// alternating rounds, for the bare program and the launchers.
+/// Measures the time from the end of one helper to the start of the next, for the bare
+/// program and the launchers, over 1 000 restarts in alternating rounds.
 std::vector<Spread> measureRestarts(const std::vector<Contestant>& contestants,
                                     const Scratch& scratch);
-/// Whether measureRestarts() measures it: public programs start a helper only once.
+/// Whether measureRestarts() includes the contestant: init programs cannot restart a helper.
 bool restarts(const Contestant& contestant);
 
-/// The growth with the arguments, the environment and the session directory. The
-/// last is for the launchers alone.
+/// Measures the growth with the numbers of arguments, of environment variables and, for the
+/// launchers, of entries in the session directory.
 std::vector<Growth> measureGrowth(const std::vector<Contestant>& contestants,
                                   const Scratch& scratch);
 
-/// Nothing where strace is missing or may not trace.
+/// Counts the system calls and file look-ups of a launch. None when strace is missing or may
+/// not trace.
 std::optional<Calls> countCalls(const Contestant& contestant, const Scratch& scratch,
                                 const std::string& locale);
 
-/// All contestants sleep through the same ten seconds.
+/// Observes all contestants during the same ten seconds, while their helpers sleep.
 std::vector<Idle> observeIdle(const std::vector<Contestant>& contestants, const Scratch& scratch);

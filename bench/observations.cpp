@@ -1,4 +1,4 @@
-// What can be seen from outside: system calls, memory, and wake-ups.
+// Observes system calls, memory and wake-ups.
 
 #include "bench/measures.h"
 #include "common/ProcInfo.h"
@@ -28,8 +28,7 @@ constexpr int helperTimeoutMs = 30000;
 constexpr int quietLooks = 10;
 constexpr int mostLooks = 200;
 
-// The calls that look a name up in the file system, apart from those that start a
-// program and are looked for as well.
+// Whether a line of strace's output is a system call that looks up a file name.
 bool looksForFile(const std::string& call)
 {
     static const std::array<const char*, 12> names = {
@@ -38,12 +37,12 @@ bool looksForFile(const std::string& call)
     const bool named = std::any_of(names.begin(), names.end(), [&](const char* name) {
         return call.find(name) != std::string::npos;
     });
-    // With an empty name it is the descriptor that is asked.
+    // A call with an empty name is about the descriptor.
     return named && call.find("(AT_FDCWD, \"\"") == std::string::npos &&
            call.find(", \"\", ") == std::string::npos;
 }
 
-// The number after `key` in a file of lines; 0 when there is none.
+// The number after `key` at the start of a line of a file; 0 when there is none.
 long number(const std::string& fileName, const char* key)
 {
     const QString line = ProcInfo::line(QString::fromStdString(fileName), key);
@@ -66,8 +65,8 @@ long contextSwitches(pid_t pid)
     return count;
 }
 
-// What the launcher does after the helper's start is no wake-up: until it has not
-// been seen to run in ten looks.
+// Waits until the launcher has finished its work after the helper's start: until ten checks in
+// a row show no context switch.
 void waitUntilQuiet(pid_t pid)
 {
     long last = -1;
@@ -79,7 +78,7 @@ void waitUntilQuiet(pid_t pid)
     }
 }
 
-// A contestant whose helper sleeps until this object goes.
+// A contestant whose helper sleeps until the destructor runs.
 class Sleeper
 {
 public:

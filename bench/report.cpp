@@ -1,5 +1,3 @@
-// How the measurements are shown.
-
 #include "bench/report.h"
 
 #include <QJsonArray>

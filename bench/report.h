@@ -1,15 +1,13 @@
-// How the measurements are shown.
-
 #pragma once
 
 #include "bench/measures.h"
 
-/// What is known of one contestant.
+/// The results of one contestant.
 struct Finding
 {
     std::string name;
     LaunchSpread launch;
-    /// Without a locale in the environment, and with one of UTF-8.
+    /// Without a locale in the environment, and with a UTF-8 locale.
     std::optional<Calls> calls;
     std::optional<Calls> callsWithLocale;
     Idle idle;
@@ -22,8 +20,8 @@ struct Report
     std::vector<Growth> growth;
 };
 
-/// Tables on standard output.
+/// Prints tables to standard output.
 void print(const Report& report);
-/// Both end the program when the file cannot be written; the plot needs gnuplot.
+/// Both end the program when the file cannot be written. writePlot() needs gnuplot.
 void writeJson(const Report& report, const QString& fileName);
 void writePlot(const Report& report, const QString& fileName);

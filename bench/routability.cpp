@@ -1,6 +1,5 @@
-// How the ordering by routability grows: with the candidates, against the same
-// interface addresses, and with the interface addresses, for the same
-// candidates. The interfaces are real, in a namespace.
+// Measures the growth of sorting by routability with the number of candidates and with the
+// number of interface addresses. The interfaces are real, in a namespace.
 
 #include "common/compatibility_simple/network/routability.h"
 #include "tests/support/namespace.h"
@@ -21,7 +20,7 @@ QList<QHostAddress> candidates(qint64 count)
     return addresses;
 }
 
-// The interface has as many addresses as were ever asked for: ask for more and more.
+// Adds addresses to the interface up to `count`. It removes none: call it with growing counts.
 void giveInterfaceAddresses(qint64 count)
 {
     static qint64 given = 0;
