@@ -1,5 +1,5 @@
-# The portable build: one file that needs no other. To be included before Qt is
-# looked for.
+# Settings of the portable build, which links everything statically. Include this file before
+# find_package(Qt6).
 
 set(target "")
 if(CMAKE_CROSSCOMPILING)
@@ -17,33 +17,33 @@ endif()
 list(PREPEND CMAKE_PREFIX_PATH "${ZORV_STATIC_QT}")
 list(APPEND CMAKE_FIND_ROOT_PATH "${ZORV_STATIC_QT}")
 
-# A static Qt would put its plug-ins into every program, and none needs them.
+# Otherwise a static Qt links its plug-ins into every program. None needs them.
 define_property(TARGET PROPERTY QT_DEFAULT_PLUGINS
     INITIALIZE_FROM_VARIABLE ZORV_QT_DEFAULT_PLUGINS)
 set(ZORV_QT_DEFAULT_PLUGINS 0)
 
-# The functions that a launch calls stand side by side in the program, so that few
-# of its pages are read and mapped: tools/order-functions has found out which.
+# Places the functions that a launch calls next to each other, so that few pages of the program
+# are read and mapped. tools/order-functions has written the list.
 find_program(ZORV_LLD ld.lld)
 if(NOT ZORV_LLD)
     message(FATAL_ERROR "The portable build is linked by lld, which is not here.")
 endif()
 if(CMAKE_CROSSCOMPILING)
-    # A cross compiler looks in PATH for a linker with its own prefix only.
+    # A cross compiler searches PATH only for linkers with its own prefix.
     file(REAL_PATH "${ZORV_LLD}" linker)
     cmake_path(GET linker PARENT_PATH folder)
     add_link_options("-B${folder}")
 endif()
 option(ZORV_KEEP_SYMBOLS "Keep the symbols in the portable programs" OFF)
 add_compile_options(-ffunction-sections -fdata-sections)
-# Not -static-libstdc++ as well: with it, g++ ends the list of libraries with
-# -Bdynamic, and the program needs a C library but has no interpreter to load it.
-# One segment for code and constants is one mapping less.
-# Relative relocations in a RELR section, of which the C library's own start-up code
-# takes care since 2.36, are read in one go from two pages instead of sixty.
+# -static-libstdc++ must not be added: with it, g++ ends the list of libraries with -Bdynamic,
+# and the program needs a C library without having a loader for it.
+# --no-rosegment: one segment for code and constants saves one mapping.
+# --pack-dyn-relocs=relr: relative relocations take two pages instead of sixty. The start-up
+# code of the C library supports them since 2.36.
 add_link_options(-fuse-ld=lld $<$<STREQUAL:$<TARGET_PROPERTY:TYPE>,EXECUTABLE>:-static-pie>
     -Wl,--gc-sections -Wl,--no-rosegment -Wl,--pack-dyn-relocs=relr
     "-Wl,--symbol-ordering-file=${PROJECT_SOURCE_DIR}/cmake/portable.order"
     -Wl,--no-warn-symbol-ordering $<$<NOT:$<BOOL:${ZORV_KEEP_SYMBOLS}>>:-s>)
-# No library to be looked for, no place to look.
+# Static programs have no library path.
 set(CMAKE_INSTALL_RPATH "")

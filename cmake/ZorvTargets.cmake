@@ -1,5 +1,5 @@
-# What every target of the project has in common: the language level, the
-# warnings, the strict Qt definitions and, when asked for, the sanitizers.
+# The properties of all targets: language standard, warnings, Qt definitions and, as an option,
+# the sanitizers. The function zorv_add_library() for all libraries.
 
 set(CMAKE_CXX_STANDARD 17)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
@@ -15,7 +15,7 @@ target_compile_definitions(zorv_strict INTERFACE
 target_compile_options(zorv_strict INTERFACE
     -Wall -Wextra -Wpedantic -Wshadow -Wformat=2 -Wconversion
     $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor -Woverloaded-virtual -Wold-style-cast>
-    # Qt's own macros are written so.
+    # Qt's macros use this extension.
     $<$<CXX_COMPILER_ID:Clang>:-Wno-gnu-zero-variadic-macro-arguments>)
 target_include_directories(zorv_strict INTERFACE "${PROJECT_SOURCE_DIR}")
 if(ZORV_SANITIZE)
@@ -30,9 +30,9 @@ add_library(Zorv::Strict ALIAS zorv_strict)
 
 # zorv_add_library(<target> <Alias> [WHOLE] SOURCES <file>... LIBRARIES <library>...)
 #
-# A folder's static library, reached by the others as Zorv::<Alias>. With WHOLE, all of
-# it is in every program that links to it, directly or not: the linker would take from
-# an archive only what something refers to. Its target <target>_objects compiles it.
+# Adds a static library with the alias Zorv::<Alias>. With WHOLE, each program that links to
+# it, directly or not, contains all of it; from an archive, the linker would take only the
+# objects that are referred to. The target <target>_objects compiles such a library.
 function(zorv_add_library target alias)
     cmake_parse_arguments(PARSE_ARGV 2 arg "WHOLE" "" "SOURCES;LIBRARIES")
     set(compiled ${target})

@@ -1,6 +1,6 @@
-# Toolchain file of the portable builds for other architectures: give -DZORV_TARGET=,
-# the name that uname -m prints there. It uses Debian's cross compilers and, for the
-# tests, its user-mode emulators. Another architecture is one more line of the list.
+# Toolchain file of the portable builds for other architectures. ZORV_TARGET is the name that
+# uname -m prints there. Uses Debian's cross compilers and, for the tests, its user-mode
+# emulators. To add an architecture, add a line to the list.
 
 set(CMAKE_TRY_COMPILE_PLATFORM_VARIABLES ZORV_TARGET)
 
@@ -30,7 +30,7 @@ set(CMAKE_FIND_ROOT_PATH "/usr/${triplet}")
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
-# The programs that the build runs, moc and rcc, are the distribution's own.
+# The build runs the moc and rcc of this machine's Qt.
 set(QT_HOST_PATH /usr CACHE PATH "Qt whose tools the build runs")
 execute_process(COMMAND gcc -print-multiarch OUTPUT_VARIABLE machine
     OUTPUT_STRIP_TRAILING_WHITESPACE)
