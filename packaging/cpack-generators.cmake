@@ -1,12 +1,11 @@
-# Read by CPack once for each kind of package.
+# CPack reads this file once for each type of package.
 
-# A package of the system has a directory of its own. The tarball has no place: it is
-# unpacked anywhere.
+# Packages for a package manager install to a fixed directory. The tarball has no fixed one.
 if(NOT CPACK_GENERATOR STREQUAL "TGZ")
     set(CPACK_PACKAGING_INSTALL_PREFIX "/opt/velmor/kinnet")
 endif()
 
-# The same sources give the same bytes where SOURCE_DATE_EPOCH is set.
+# With SOURCE_DATE_EPOCH, the same sources give the same bytes.
 set(CPACK_RPM_SPEC_MORE_DEFINE
 "%define packager ${CPACK_PACKAGE_CONTACT}
 %define _buildhost localhost

@@ -1,9 +1,9 @@
-# Tells what is linked into the portable programs: the notices that the licences ask
-# for, and an SPDX document (SPDX 2.3, ISO/IEC 5962).
+# Lists the libraries in the portable programs: the notices that their licences require, and an
+# SPDX document (SPDX 2.3, ISO/IEC 5962).
 
 set(attributions "${ZORV_STATIC_QT}/share/attributions")
 
-# attributed_version(<result> <id>): a library that comes with Qt's source.
+# attributed_version(<result> <id>): the version of a library in Qt's source.
 function(attributed_version result id)
     file(STRINGS "${attributions}/${id}.json" lines REGEX "\"Version\"" LIMIT_COUNT 1)
     string(REGEX REPLACE ".*\"Version\": *\"([^\"+]*).*" "\\1" version "${lines}")
@@ -22,7 +22,7 @@ string(TIMESTAMP ZORV_BUILD_TIME UTC)
 
 configure_file(spdx.json.in zorv-mpirun.spdx.json @ONLY)
 configure_file(THIRD-PARTY-NOTICES.in THIRD-PARTY-NOTICES @ONLY)
-# The texts of the licences, as the distribution that the libraries come from has them.
+# The texts of the licences, from the distribution's packages of the libraries.
 set(gcc "${CMAKE_CXX_COMPILER_VERSION}")
 string(REGEX REPLACE "\\..*" "" gcc "${gcc}")
 foreach(file IN ITEMS "${attributions}/copyright" /usr/share/doc/libc6-dev/copyright

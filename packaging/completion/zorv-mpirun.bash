@@ -1,10 +1,10 @@
-# Bash completion of zorv-mpirun's own options and of zorv-mpirun-info's. The options
-# stand at the front; from the first other word on, the command line is that of the MPI
-# launcher and the program, and words are completed as file names.
+# Bash completion of the options of zorv-mpirun and zorv-mpirun-info. The options come first.
+# After the first other argument, the command line belongs to the MPI launcher and the
+# program, and file names are completed.
 # shellcheck shell=bash
 
-# Of each option: the spelling that always counts, what its value is (none for a
-# switch), and the spellings that count in manual-launch mode only.
+# For each option: the long spelling, the type of its value (none for a switch), and the
+# spellings of manual-launch mode.
 _zorv_mpirun_options=(
 # generated: options (by tools/generate-from-tables, from backend/options.def)
     "--zorvhost host -zorvhost --host -host"
@@ -62,7 +62,7 @@ _zorv_mpirun()
     fi
     COMPREPLY=()
 
-    # What the word at the cursor is: an option (none), or the value of one.
+    # The type of the word at the cursor: an option (none), or that of an option's value.
     local state=none i word
     for ((i = 1; i < COMP_CWORD; i++)); do
         word=${COMP_WORDS[i]}
@@ -104,7 +104,7 @@ _zorv_mpirun()
 
 complete -o default -F _zorv_mpirun zorv-mpirun
 
-# zorv-mpirun-info takes options of its own and then a launcher's command line.
+# zorv-mpirun-info has its own options, and then a launcher's command line.
 _zorv_mpirun_info()
 {
     local own=1 launcher=

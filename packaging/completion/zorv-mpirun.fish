@@ -1,9 +1,9 @@
-# Fish completion of zorv-mpirun's own options and of zorv-mpirun-info's. The options
-# stand at the front; from the first other word on, the command line is that of the MPI
-# launcher and the program, and words are completed as file names.
+# Fish completion of the options of zorv-mpirun and zorv-mpirun-info. The options come first.
+# After the first other argument, the command line belongs to the MPI launcher and the
+# program, and file names are completed.
 
-# Lists of the same length: all spellings of all options, and for each one what its
-# value is (none for a switch) and a description.
+# Lists of the same length: all spellings of all options, and for each spelling the type of the
+# value (none for a switch) and a description.
 set -g __zorv_mpirun_spellings
 set -g __zorv_mpirun_values
 set -g __zorv_mpirun_texts
@@ -16,10 +16,10 @@ function __zorv_mpirun_option --argument-names name value simple_names text
     end
 end
 
-# The spelling that always counts, what the value is, the spellings that count in
-# manual-launch mode only, and the description.
+# The arguments: the long spelling, the type of the value, the spellings of manual-launch mode,
+# and the description.
 # generated: options (by tools/generate-from-tables, from backend/options.def)
-__zorv_mpirun_option '--zorvhost' 'host' '-zorvhost --host -host' 'The front end\'s host: its names and addresses, separated by commas, the preferred one first'
+__zorv_mpirun_option '--zorvhost' 'host' '-zorvhost --host -host' 'The front end\'s host'
 __zorv_mpirun_option '--zorvport' 'text' '-zorvport --port -port' 'The TCP port on which the front end listens'
 __zorv_mpirun_option '--zorvsession' 'text' '-zorvsession --session -session' 'The session number'
 __zorv_mpirun_option '--zorvsessionfile' 'file' '-zorvsessionfile --sessionfile -sessionfile' 'The session file to read'
@@ -46,7 +46,7 @@ __zorv_mpirun_option '--zorvreplay' 'file' '-p -replay --replay' 'The file that 
 __zorv_mpirun_option '--zorvwaitfortopologyfile' 'none' '' 'The helper waits for the file that describes the job'
 # end of generated
 
-# The value of the option, "none" for a switch; nothing for other words.
+# Prints the type of an option's value, "none" for a switch, and nothing for other words.
 function __zorv_mpirun_value_of --argument-names word manual
     if test -n "$manual"; or string match -q -- '--zorv*' $word
         if set -l index (contains -i -- $word $__zorv_mpirun_spellings)
@@ -78,14 +78,14 @@ function __zorv_mpirun_offer_options --argument-names manual
     end
 end
 
-# The arguments are the words of the launcher's command line before the cursor.
+# The arguments: the words of the launcher's command line before the cursor.
 function __zorv_mpirun
     set -l current (commandline -ct)
     set -l manual
     if __zorv_mpirun_is_manual
         set manual yes
     end
-    # What the word at the cursor is: an option (none), or the value of one.
+    # The type of the word at the cursor: an option (none), or that of an option's value.
     set -l state none
     for word in $argv
         if test $state != none
@@ -119,7 +119,7 @@ function __zorv_mpirun
     end
 end
 
-# zorv-mpirun-info takes options of its own and then a launcher's command line.
+# zorv-mpirun-info has its own options, and then a launcher's command line.
 function __zorv_mpirun_info
     set -l words $argv
     while set -q words[1]

@@ -1,13 +1,13 @@
 #compdef zorv-mpirun zorv-mpirun-info
-# Zsh completion of zorv-mpirun's own options and of zorv-mpirun-info's. The options
-# stand at the front; from the first other word on, the command line is that of the MPI
-# launcher and the program, and words are completed as file names.
+# Zsh completion of the options of zorv-mpirun and zorv-mpirun-info. The options come first.
+# After the first other argument, the command line belongs to the MPI launcher and the
+# program, and file names are completed.
 
-# Of each option: the spelling that always counts, what its value is (none for a
-# switch), the spellings that count in manual-launch mode only, and a description.
+# For each option: the long spelling, the type of its value (none for a switch), the spellings
+# of manual-launch mode, and a description.
 local -a launcher_options=(
 # generated: options (by tools/generate-from-tables, from backend/options.def)
-    --zorvhost host '-zorvhost --host -host' 'The front end'"'"'s host: its names and addresses, separated by commas, the preferred one first'
+    --zorvhost host '-zorvhost --host -host' 'The front end'"'"'s host'
     --zorvport text '-zorvport --port -port' 'The TCP port on which the front end listens'
     --zorvsession text '-zorvsession --session -session' 'The session number'
     --zorvsessionfile file '-zorvsessionfile --sessionfile -sessionfile' 'The session file to read'
@@ -56,7 +56,7 @@ else
     manual=yes
 fi
 
-# zorv-mpirun-info takes options of its own and then a launcher's command line.
+# zorv-mpirun-info has its own options, and then a launcher's command line.
 local launcher=yes
 integer i=2
 if [[ $service == zorv-mpirun-info ]]; then
@@ -81,7 +81,7 @@ if [[ $service == zorv-mpirun-info ]]; then
     fi
 fi
 
-# What the word at the cursor is: an option (none), or the value of one.
+# The type of the word at the cursor: an option (none), or that of an option's value.
 local state=none word
 for (( ; i < CURRENT; i++ )); do
     word=$words[i]

@@ -1,6 +1,6 @@
-# Run by CPack before it makes a package. Adds to the Debian package what Debian's
-# policy expects outside of /opt: the copyright file, the change logs, and the reasons
-# for which lintian's objections do not apply.
+# CPack runs this file before it creates a package. Adds the files that Debian's policy requires
+# outside of /opt to the Debian package: the copyright file, the change logs, and lintian's
+# overrides.
 
 if(NOT CPACK_GENERATOR STREQUAL "DEB")
     return()
@@ -11,7 +11,7 @@ cmake_path(GET source PARENT_PATH source)
 set(root "${CPACK_TEMPORARY_DIRECTORY}")
 set(documents "${root}/usr/share/doc/zorv-mpirun")
 
-# Policy 12.5: the licence, and those of the libraries that are linked in.
+# Policy 12.5: the licences of the programs and of the libraries in them.
 file(READ "${source}/LICENSE" copyright)
 set(notices "${CPACK_TEMPORARY_DIRECTORY}${CPACK_PACKAGING_INSTALL_PREFIX}/share/doc/zorv-mpirun/THIRD-PARTY-NOTICES")
 if(EXISTS "${notices}")

@@ -1,13 +1,13 @@
 # Spack recipe of zorv-mpirun. Copy it to packages/zorv-mpirun/package.py in a
-# Spack repository; docs/building.md says how it is used.
+# Spack repository, see docs/building.md.
 
 from spack.package import *
 
 
 class ZorvMpirun(CMakePackage):
-    """MPI job launcher stand-in of a parallel debugging and profiling suite."""
+    """MPI job launcher of a parallel debugging and profiling suite."""
 
-    # Built from a checkout: docs/building.md has the command.
+    # Built from a checkout with the command in docs/building.md.
     manual_download = True
     url = "zorv-mpirun-1.0.0.tar.gz"
 
