@@ -1,5 +1,5 @@
-/* Each rank prints its rank; the sum of the ranks, made by an all-reduce, is
- * checked against the formula. */
+/* Each rank prints its number and checks the sum of all ranks, which an all-reduce gives,
+ * against the formula. */
 
 #include <mpi.h>
 #include <stdio.h>
