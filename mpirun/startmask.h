@@ -2,17 +2,16 @@
 
 #include <csignal>
 
-// Before main, the launcher blocks the signals that it passes on: they wait for
-// handlePassedSignals() instead of ending it.
+// Before main, the launcher blocks the signals that it passes on, so that they stay pending
+// until handlePassedSignals() and do not end it.
 
-/// The signals that were blocked when the launcher was started, and that the helper is to
-/// have blocked.
+/// The signal mask that the launcher was started with and that the helper inherits.
 sigset_t signalMaskOfStart();
 
-/// Stores the mask of the start for the fresh copy that fixStackLimit() makes: in the
-/// variable TALVORA_OLD_SIGNAL_MASK, as 16 hexadecimal digits.
+/// Stores the signal mask of the start in the variable TALVORA_OLD_SIGNAL_MASK, as 16
+/// hexadecimal digits, for the new copy that fixStackLimit() executes.
 void rememberSignalMask();
 
-/// Makes the mask that the variable holds the mask of the start, and removes the variable.
-/// A value that is no mask is ignored. Does nothing without the variable.
+/// Sets signalMaskOfStart() from the variable, and removes the variable. Ignores a value that
+/// is not a mask. Does nothing without the variable. Call it after fixStackLimit().
 void recallSignalMask();
