@@ -99,7 +99,8 @@ public:
     /// .talvora/session in the shared directory, or in the home directory when that is null
     /// or empty.
     static QString getSessionDirectory(const QString& sharedDirectory, bool create);
-    /// The session directory for the record's shared directory.
+    /// The session directory for getSharedDirectory(). With `create`, creates it unless
+    /// SESSION_PATH is set.
     QString getSessionDirectory(bool create) const
     {
         return getSessionDirectory(mSharedDirectory, create);

@@ -20,7 +20,8 @@ public:
     /// change. Does not check that it exists.
     void setLocationsAsFlatPath(const QString& path);
     /// Sets the paths of an installation whose root is the parent of the executable's
-    /// directory, and ".talvora" as the local configuration directory.
+    /// directory, as setLocationsFromInstallPath() does, and ".talvora" as the local
+    /// configuration directory.
     void initPaths();
 
     /// Sets the name of the local configuration directory.

@@ -30,9 +30,10 @@ public:
     void setDirectoryWasWritable(bool wasWritable);
 
 Q_SIGNALS:
-    /// Emitted when the helper must be started again.
+    /// Emitted when the helper must be started again. The hold file exists by then.
     void restart();
-    /// Emitted when the launcher must end.
+    /// Emitted when the launcher must end, without a request or because the hold file could
+    /// not be created.
     void quit();
 
 public Q_SLOTS:

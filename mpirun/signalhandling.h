@@ -19,7 +19,7 @@
 // A signal that the terminal sent to the whole process group is not sent to a helper in
 // that group, which has received it from the terminal.
 
-/// The signals of the third group. Usable before handlePassedSignals().
+/// The signals of the third group. May be called before main.
 sigset_t passedSignals();
 
 /// Installs the handlers for the signals of the second and third group, ignored ones

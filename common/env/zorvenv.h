@@ -61,7 +61,8 @@ template <typename Kind> class Site
 public:
     using Value = typename Kind::Value;
 
-    /// The value of the setting, or the result of `absent()` when no variable is set.
+    /// The value of the setting, or the result of `absent()` when no variable is set. Reads
+    /// the environment only if the cache is stale.
     template <typename Absent> Value lookup(const char* bareName, Absent absent)
     {
         for (int prefix = 0; prefix < PrefixCount - 1; ++prefix) {

@@ -48,7 +48,7 @@ bool isSameHost(const QString& hostName1, const QString& hostName2);
 
 /// Parses an address, or looks a name up. Empty when the look-up fails.
 QList<QHostAddress> resolveHostNameOrAddress(const QString& hostNameOrAddress);
-/// `list1`, followed by the entries of `list2` that are not in `list1`.
+/// `list1`, followed by the entries of `list2` that are not in `list1`, in their order.
 QList<QHostAddress> mergeAddressLists(const QList<QHostAddress>& list1,
                                       const QList<QHostAddress>& list2);
 /// The addresses of all names and addresses of one host, each once, in the order of the
