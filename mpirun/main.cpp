@@ -59,6 +59,11 @@ bool createMarker(const BackendUserData& session)
 void setUpHelper(RestartableProcess* process)
 {
     process->setProcessChannelMode(QProcess::ForwardedChannels);
+#if QT_VERSION >= QT_VERSION_CHECK(6, 6, 0)
+    // Otherwise the child waits for the launcher before its exec, for ever if that is
+    // killed. Earlier versions do not ask: LaunchContext::execHelper() is made for vfork(2).
+    process->setUnixProcessParameters(QProcess::UnixProcessFlag::UseVFork);
+#endif
     if (envFlag("HELPER_INPUT")) {
         process->setInputChannelMode(QProcess::ForwardedInputChannel);
     }

@@ -32,6 +32,12 @@ constexpr int terminalSignals[] = {SIGINT,  SIGQUIT, SIGHUP,   SIGTSTP,
                                    SIGTTIN, SIGTTOU, SIGWINCH, SIGCONT};
 constexpr int faultSignals[] = {SIGSEGV, SIGFPE, SIGBUS, SIGILL, SIGTRAP, SIGSYS};
 
+// The signals with an empty handler in the child until its exec, which resets it. A child
+// that stops would block the launcher in vfork(2); the launcher has the signal, too, and
+// sends it to the helper later. SIG_DFL discards a pending signal that is ignored by
+// default, see sigaction(3posix).
+constexpr int emptyInChild[] = {SIGTSTP, SIGTTIN, SIGTTOU, SIGCONT, SIGURG, SIGWINCH};
+
 // The process id of the helper, or 0, and the path of the marker, or null; never freed.
 std::atomic<pid_t> pid = 0;
 std::atomic<char*> g_restartSupportedFileName = nullptr;
@@ -311,23 +317,27 @@ void passingHandler(int signo, siginfo_t* info, void* context)
     errno = savedErrno;
 }
 
-// Gives stop signals an empty handler until the exec. A child that stops before its exec
-// would block the launcher in vfork(2). The launcher has the signal, too, and sends it to
-// the helper later.
-void skipStops()
+// Makes the stack of handlers in the child large enough.
+void useChildStack()
 {
     stack_t stack = {};
     stack.ss_sp = g_childStack;
     stack.ss_size = childStackSize;
     sigaltstack(&stack, nullptr);
+}
+
+// Gives a signal the disposition that the helper inherits.
+void resetHandler(int signo)
+{
     struct sigaction action = {};
-    action.sa_handler = [](int) {};
+    action.sa_handler = SIG_DFL;
     action.sa_flags = SA_ONSTACK;
-    for (int signo : stoppingSignals) {
-        if (sigismember(&g_ignoredSignals, signo) == 0) {
-            sigaction(signo, &action, nullptr);
-        }
+    if (sigismember(&g_ignoredSignals, signo) == 1) {
+        action.sa_handler = SIG_IGN;
+    } else if (contains(emptyInChild, signo)) {
+        action.sa_handler = [](int) {};
     }
+    sigaction(signo, &action, nullptr);
 }
 
 // Reads the signals that are pending for the launcher, from the line ShdPnd of
@@ -501,12 +511,12 @@ void releaseSignals()
 void resetSignalHandlers()
 {
     noteOlderSignals();
+    useChildStack();
     for (int signo = 1; signo <= SIGRTMAX; ++signo) {
         if (sigismember(&g_signalsWithHandler, signo) == 1) {
-            signal(signo, sigismember(&g_ignoredSignals, signo) == 1 ? SIG_IGN : SIG_DFL);
+            resetHandler(signo);
         }
     }
-    skipStops();
 }
 
 void setSignalledHelper(pid_t helper)
