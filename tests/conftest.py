@@ -189,6 +189,14 @@ def make_fifo(scratch):
 
 
 @pytest.fixture
+def started(installation, make_fifo) -> Fifo:
+    """A FIFO with the process of each helper that starts; helpers run until killed."""
+    started = make_fifo("started")
+    installation.set_helper(f"echo $$ >{started.path}; exec sleep 600")
+    return started
+
+
+@pytest.fixture
 def namespace():
     """Namespaces of the test's own; skips the test where they are forbidden."""
     namespace = Namespace()

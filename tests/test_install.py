@@ -155,11 +155,3 @@ def test_package_has_no_errors(run, needs, source, package, scratch, environment
         assert run("rpmlint", "--config", source / "packaging/rpmlint.toml", package).status == 0
     else:
         pytest.skip("nothing checks a tarball")
-
-
-def test_another_qt_on_the_library_path_is_not_loaded(scratch, installation):
-    """The launcher starts with the Qt that it was linked with."""
-    garbage = scratch / "garbage"
-    garbage.mkdir()
-    (garbage / "libQt6Core.so.6").write_text("garbage")
-    assert installation.launch(env={"LD_LIBRARY_PATH": str(garbage)}) == Ended(0, "started\n")

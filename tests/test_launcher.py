@@ -2,7 +2,7 @@
 
 import os
 import resource
-from pathlib import Path
+from signal import SIGKILL
 
 import pytest
 
@@ -39,8 +39,7 @@ def test_starts_the_helper_beside_it(
     pytest.param([], id="none"),
     pytest.param(["a b", "", "'c\"", "d\ne", "\\", "$HOME", "*"], id="blanks, quotes, line ends"),
     pytest.param([os.fsdecode(bytes(range(1, 256)))], id="every byte"),
-    pytest.param([str(number) for number in range(10000)], id="many"),
-    pytest.param(["x" * 131000], id="long"),
+    pytest.param(["x" * 131000] * 10, id="long"),
     pytest.param(["-qmljsdebugger=x", "--qmljsdebugger", "y", "-platform", "z"],
                  id="options that Qt takes for itself"),
     pytest.param(["--zorvport", "4242", "--zorvmpirun", "-np", "2", "a.out", "--zorvport"],
@@ -64,23 +63,12 @@ def test_reports_a_helper_that_is_missing(installation):
         1, "", f"{installation.helper}: No such file or directory\n")
 
 
-@pytest.mark.parametrize("content, cause", [
-    pytest.param(b"\001\002garbage", "Exec format error (neither a program for this system nor a "
-                                     "script that begins with #!", id="garbage"),
-    pytest.param(b"#!/nowhere/sh\n", "No such file or directory (its interpreter /nowhere/sh is "
-                                     "missing: /nowhere does not exist", id="no interpreter"),
-    pytest.param(b"#!/bin/sh\r\n", "No such file or directory (its first line ends with a "
-                                   "carriage return", id="DOS file"),
-    pytest.param(Path("/bin/true").read_bytes().replace(b"/ld-", b"/xx-"),
-                 "No such file or directory (its loader ", id="no loader"),
-])
-def test_says_why_a_helper_does_not_start(installation, content, cause):
+def test_says_why_a_helper_does_not_start(installation):
     """The cause is more than the system's text, and the report is named."""
-    installation.helper.write_bytes(content)
-    ended = installation.launch()
-    assert (ended.status, ended.output) == (1, "")
-    assert ended.errors.startswith(f"{installation.helper}: {cause}")
-    assert ended.errors.endswith("; zorv-mpirun-info tells more)\n")
+    installation.helper.write_text("#!/nowhere/sh\n")
+    assert installation.launch() == Ended(
+        1, "", f"{installation.helper}: No such file or directory (its interpreter /nowhere/sh is "
+        "missing: /nowhere does not exist; zorv-mpirun-info tells more)\n")
 
 
 @pytest.mark.parametrize("under", [
@@ -96,30 +84,21 @@ def test_says_why_a_helper_does_not_start(installation, content, cause):
     pytest.param(["setpriv", "--pdeathsig", "TERM"], id="signal of the parent's death"),
     pytest.param(["taskset", "--cpu-list", "0"], id="CPU affinity"),
     pytest.param(["env", "OMP_PROC_BIND=true"], id="OMP_PROC_BIND"),
-    pytest.param(["env", "OMP_PLACES=cores"], id="OMP_PLACES"),
-    pytest.param(["env", "GOMP_CPU_AFFINITY=0"], id="GOMP_CPU_AFFINITY"),
-    pytest.param(["nice"], id="nice value"),
-    pytest.param(["setpriv", "--no-new-privs"], id="no new privileges"),
     pytest.param(["sh", "-c", 'umask 077; exec env -u _ "$@"', "sh"], id="umask"),
-    pytest.param(["prlimit", "--nofile=16"], id="few descriptors"),
-    pytest.param(["prlimit", "--nofile=1048576"], id="many descriptors"),
+    pytest.param(["prlimit", "--nofile=16"], id="resource limits"),
 ])
 def test_helper_inherits_what_the_launcher_got(installation, run, needs, scratch, under):
     """A helper finds the same through the launcher as without it, and all standard streams."""
     needs(*under, "true")
     state = scratch / "state"
     installation.set_test_child("--record-state", state)
-
-    def recorded() -> list[str]:
-        """The lines of the record; the first one lists the descriptors."""
-        lines = state.read_text().splitlines()
-        state.unlink()
-        numbers = {int(word) for word in lines[0].split()[1:]} | {0, 1, 2}
-        return [f"descriptors {sorted(numbers)}", *lines[1:]]
     run(*under, installation.helper)
-    direct = recorded()
+    descriptors, *direct = state.read_text().splitlines()
+    state.unlink()
     assert installation.launch(under=under) == Ended(0)
-    assert recorded() == direct
+    seen, *through_launcher = state.read_text().splitlines()
+    assert through_launcher == direct
+    assert set(seen.split()) == {*descriptors.split(), "0", "1", "2"}
 
 
 @pytest.fixture
@@ -188,19 +167,34 @@ def test_help_ends_the_launcher(installation, arguments, env, status, first_line
     assert "started" not in ended.output
 
 
-def test_loads_no_library_from_the_working_directory(installation, scratch):
-    """A file with the name of a library of the launcher stays unused."""
-    (scratch / "cwd/libQt6Core.so.6").touch()
-    assert installation.launch() == Ended(0, "started\n")
-    (scratch / "cwd/libQt6Core.so.6").unlink()
+def test_loads_no_other_qt(installation, scratch):
+    """Neither the working directory nor the library path changes the Qt that is loaded."""
+    library = scratch / "cwd/libQt6Core.so.6"
+    library.write_text("garbage")
+    assert installation.launch(env={"LD_LIBRARY_PATH": "."}) == Ended(0, "started\n")
+    library.unlink()
 
 
-def test_holds_the_other_end_of_the_helpers_input(installation):
-    """The helper's input is a pipe of the launcher, which has no end while both run."""
-    installation.set_helper(
-        'input=$(readlink "/proc/$$/fd/0")\n'
-        'ls -l "/proc/$PPID/fd" | grep -oF "$input" | uniq | tr -d "0-9"')
-    assert installation.launch() == Ended(0, "pipe:[]\n")
+@pytest.mark.parametrize("value, seen", [
+    pytest.param(None, "pipe:[]", id="not set"),
+    pytest.param("", "/dev/null", id="set"),
+])
+def test_helper_input_decides_what_the_helper_reads(installation, value, seen):
+    """The helper reads from a pipe that the launcher holds, or from the launcher's input."""
+    installation.set_helper('ls -l "/proc/$PPID/fd" | grep -oF "$(readlink "/proc/$$/fd/0")" |'
+                            ' uniq | tr -d "0-9"')
+    assert installation.launch(env={"ZORV_HELPER_INPUT": value}) == Ended(0, f"{seen}\n")
+
+
+@pytest.mark.parametrize("value, script, status", [
+    pytest.param(None, "exit 3", 0, id="not set"),
+    pytest.param("", "exit 3", 3, id="exit status"),
+    pytest.param("", "kill -KILL $$", 128 + SIGKILL, id="signal"),
+])
+def test_helper_status_decides_how_the_launcher_ends(installation, value, script, status):
+    """The launcher ends with 0, or as a shell that has run the helper."""
+    installation.set_helper(script)
+    assert installation.launch(env={"ZORV_HELPER_STATUS": value}) == Ended(status)
 
 
 def test_closed_output_swallows_what_the_helper_writes(installation):

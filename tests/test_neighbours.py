@@ -1,44 +1,28 @@
-"""A session directory that others can write, with things of theirs at our names."""
+"""A session directory that others can write, with things of theirs at our names.
+
+tst_files has all cases of owners and modes.
+"""
 
 import os
-from pathlib import Path
 
 import pytest
 
 from support.processes import Ended
 
-FOREIGN = "belongs to another user"
-
-
-@pytest.fixture
-def precious(installation) -> Path:
-    """A file of the user's, which no link of a stranger may lead to."""
-    path = installation.root / "precious"
-    path.write_text("precious")
-    return path
-
-
-@pytest.fixture
-def shared_session(installation, session, scratch):
-    """A session whose directory anybody may write, and whose log stands in it.
-
-    It is sticky: nobody can remove what another user made.
-    """
-    scratch.chmod(0o755)
-    session.folder.chmod(0o1777)
-    installation.environment["ZORV_MPIRUN_LOG"] = str(session.folder / "log")
-    return session
-
 
 @pytest.fixture(params=["log", "marker"])
-def taken_name(request, installation, shared_session) -> Path:
-    """A name at which the launcher writes."""
-    return {"log": installation.log_name(shared_session.folder / "log"),
-            "marker": shared_session.marker}[request.param]
+def taken_name(request, installation, session, scratch):
+    """A name at which the launcher writes, in a sticky directory that anybody may write."""
+    scratch.chmod(0o755)
+    session.folder.chmod(0o1777)
+    log = session.folder / "log"
+    installation.environment["ZORV_MPIRUN_LOG"] = str(log)
+    return {"log": installation.log_name(log), "marker": session.marker}[request.param]
 
 
-def assert_left_alone(path: Path, installation, cause: str):
-    """A launch reports the cause, and leaves what has the name as it is."""
+def assert_is_left_alone(path, owner: int, installation, cause="belongs to another user"):
+    """A launch reports the cause, and leaves what the owner has at the name as it is."""
+    os.lchown(path, owner, -1)
     before = os.lstat(path)
     assert installation.launch() == Ended(0, "started\n", f"{path}: {cause}\n")
     after = os.lstat(path)
@@ -49,51 +33,32 @@ def assert_left_alone(path: Path, installation, cause: str):
 def test_leaves_a_strangers_file(installation, taken_name, another_user):
     """A file of another user is not emptied."""
     taken_name.write_text("text")
-    os.chown(taken_name, another_user, -1)
-    assert_left_alone(taken_name, installation, FOREIGN)
+    assert_is_left_alone(taken_name, another_user, installation)
 
 
 @pytest.mark.parametrize("target", ["precious", "nothing"])
-def test_follows_no_link_of_a_stranger(
-        installation, taken_name, another_user, precious, target):
+def test_follows_no_link_of_a_stranger(installation, taken_name, another_user, scratch, target):
     """A link of another user leads nowhere, neither to a file nor to a new one."""
-    taken_name.symlink_to(precious.with_name(target))
-    os.lchown(taken_name, another_user, -1)
-    assert_left_alone(taken_name, installation, FOREIGN)
-    assert precious.read_text() == "precious"
-    assert not precious.with_name("nothing").exists()
+    (scratch / "precious").write_text("precious")
+    taken_name.symlink_to(scratch / target)
+    assert_is_left_alone(taken_name, another_user, installation)
+    assert (scratch / "precious").read_text() == "precious"
+    assert not (scratch / "nothing").exists()
 
 
-@pytest.mark.parametrize("has_reader", [False, True], ids=["no reader", "reader"])
-def test_does_not_wait_for_a_strangers_fifo(
-        installation, taken_name, another_user, has_reader):
-    """A FIFO of another user is not written to, whether somebody reads it or not."""
+def test_does_not_wait_for_a_strangers_fifo(installation, taken_name, another_user):
+    """A FIFO that nobody reads holds no launch up."""
     os.mkfifo(taken_name)
-    os.chown(taken_name, another_user, -1)
-    with open(taken_name if has_reader else os.devnull, "r+b", buffering=0):
-        cause = FOREIGN if has_reader else "is a FIFO without a reader, or a socket"
-        assert_left_alone(taken_name, installation, cause)
+    assert_is_left_alone(taken_name, another_user, installation,
+                         "is a FIFO without a reader, or a socket")
 
 
-def test_leaves_a_file_of_ours_that_has_another_name(installation, taken_name, precious):
-    """Others may have linked a file of ours to the name, which is not emptied."""
-    os.link(precious, taken_name)
-    assert_left_alone(taken_name, installation, "has other names, where others can write")
-    assert precious.read_text() == "precious"
-
-
-@pytest.mark.parametrize("log_is_link", [False, True], ids=["file", "link"])
-@pytest.mark.parametrize("is_strangers", [False, True], ids=["ours", "stranger's"])
-def test_trusts_the_owner_of_the_directory(
-        installation, shared_session, another_user, precious, is_strangers, log_is_link):
-    """What belongs to us or to the owner of the directory is emptied, and links followed."""
-    owner = another_user if is_strangers else os.getuid()
-    log = installation.log_name(shared_session.folder / "log")
-    log.symlink_to(precious) if log_is_link else log.write_text("old")
-    shared_session.marker.write_text("old")
-    for path in (shared_session.folder, log, shared_session.marker):
-        os.lchown(path, owner, -1)
+def test_follows_a_link_of_the_directorys_owner(
+        installation, session, taken_name, another_user, scratch):
+    """Who owns the directory decides what is in it."""
+    (scratch / "target").write_text("old")
+    taken_name.symlink_to(scratch / "target")
+    for path in (session.folder, taken_name):
+        os.lchown(path, another_user, -1)
     assert installation.launch() == Ended(0, "started\n")
-    assert log.read_text() == ""
-    assert log.is_symlink() == log_is_link
-    assert shared_session.marker.read_text() == ""
+    assert taken_name.read_text() == ""

@@ -6,8 +6,6 @@ import pytest
 
 from support.processes import Ended
 
-NO_ANSWER = "getent passwd: no answer; no more names are looked up\n"
-
 
 @pytest.fixture(autouse=True)
 def portable(build):
@@ -25,7 +23,7 @@ def test_needs_no_other_file(build, run, needs, program):
     assert re.search(r"Type: +DYN", shown)
 
 
-@pytest.mark.parametrize("locale", ["de_DE", "ja_JP.eucjp", "tr_TR.utf8", "C.UTF-8", "no_NO.none"])
+@pytest.mark.parametrize("locale", ["de_DE", "ja_JP.eucjp", "C.UTF-8"])
 def test_loads_no_file_of_the_c_library(installation, scratch, needs, locale):
     """No locale, translation, character set or user look-up makes the launcher open a file."""
     needs("strace", "-o", "/dev/null", "true")
@@ -40,19 +38,15 @@ def test_loads_no_file_of_the_c_library(installation, scratch, needs, locale):
             and not name.startswith("~nobody-here/")] == []
 
 
-@pytest.mark.parametrize("script, mode, message", [
-    pytest.param("", 0o644, "", id="is not there"),
-    pytest.param("exec sleep 600", 0o755, NO_ANSWER, id="does not answer"),
-    pytest.param("exec yes", 0o755, NO_ANSWER, id="answers without end"),
-    pytest.param("head -c 100000 /dev/urandom", 0o755, "", id="answers with noise"),
-    pytest.param("kill -SEGV $$", 0o755, "", id="crashes"),
-    pytest.param("exec 2>&1; echo wrong; exit 1", 0o755, "", id="fails"),
+@pytest.mark.parametrize("mode, message", [
+    pytest.param(0o644, "", id="may not be executed"),
+    pytest.param(0o755, "getent passwd: no answer; no more names are looked up\n",
+                 id="does not answer"),
 ])
-def test_launches_where_getent_is_broken(
-        installation, namespace, scratch, script, mode, message):
-    """The launch goes on, with one line at most, when getent is not as it should be."""
+def test_launches_where_getent_is_broken(installation, namespace, scratch, mode, message):
+    """The launch goes on, with one line at most; tst_lookups has what getent may answer."""
     getent = scratch / "getent"
-    getent.write_text(f"#!/bin/sh\n{script}\n")
+    getent.write_text("#!/bin/sh\nexec sleep 600\n")
     getent.chmod(mode)
     namespace.run('mount --bind "$1" /usr/bin/getent', getent)
     assert installation.launch(

@@ -8,11 +8,8 @@ from signal import SIGCONT, SIGHUP, SIGINT, SIGKILL, SIGTERM, SIGTSTP, SIGUSR1
 
 import pytest
 
-from support.processes import Ended, children, wait_until
+from support.processes import Ended, wait_until
 from support.terminal import Terminal
-
-passed = ["SIGUSR1", "SIGUSR2", "SIGCONT", "SIGWINCH", "SIGURG", "SIGALRM", "SIGVTALRM",
-          "SIGPROF", "SIGXCPU", "SIGPWR", "SIGIO", "SIGRTMIN", "SIGRTMAX"]
 
 
 class SignalLog:
@@ -39,6 +36,12 @@ def signals(installation, make_fifo) -> SignalLog:
     return log
 
 
+def leave_the_group(installation):
+    """Makes the helper leave the process group of the launcher."""
+    installation.helper.rename(installation.root / "testchild")
+    installation.set_helper(f"exec setsid {installation.root}/testchild")
+
+
 def end(launcher, signals):
     """Ends the launcher with SIGTERM, which the helper gets as well."""
     launcher.send(SIGTERM)
@@ -46,12 +49,14 @@ def end(launcher, signals):
     assert signals.next() == (SIGTERM, 0)
 
 
-def state(pid: int) -> str:
-    """The letter of the process state, see proc(5)."""
-    return re.search(r"^State:\s*(\S)", Path(f"/proc/{pid}/status").read_text(), re.M)[1]
+def status(pid: int, field: str) -> str:
+    """The first word of a field of the process's status, see proc(5)."""
+    return re.search(rf"^{field}:\s*(\S+)", Path(f"/proc/{pid}/status").read_text(), re.M)[1]
 
 
-@pytest.mark.parametrize("name", passed)
+@pytest.mark.parametrize("name", [
+    "SIGUSR1", "SIGUSR2", "SIGCONT", "SIGWINCH", "SIGURG", "SIGALRM", "SIGVTALRM", "SIGPROF",
+    "SIGXCPU", "SIGPWR", "SIGIO", "SIGRTMIN", "SIGRTMAX"])
 def test_signal_is_passed_on_and_the_launcher_lives(installation, signals, name):
     """The helper gets the signal once, and nothing ends."""
     launcher = installation.start()
@@ -94,7 +99,7 @@ def test_signal_between_two_helpers_waits_for_the_next(installation, session, si
     session.hold.touch()
     launcher = installation.start(under=["env", f"--block-signal={int(number)}"])
     os.kill(signals.wait_for_start(), SIGKILL)
-    wait_until(lambda: not children(launcher.pid), "the launcher sees the end of its helper")
+    launcher.wait_for_no_child()
     launcher.send(number)
     session.restart.touch()
     session.hold.unlink()
@@ -108,7 +113,7 @@ def test_signal_that_nobody_waits_for_ends_with_the_launcher(installation, sessi
     session.hold.touch()
     launcher = installation.start()
     os.kill(signals.wait_for_start(), SIGKILL)
-    wait_until(lambda: not children(launcher.pid), "the launcher sees the end of its helper")
+    launcher.wait_for_no_child()
     launcher.send(SIGUSR1)
     session.hold.unlink()
     assert launcher.wait() == Ended(0)
@@ -140,8 +145,7 @@ def test_interrupt_of_the_terminal_reaches_the_helper_once(terminal, signals):
 def test_interrupt_of_the_terminal_reaches_a_helper_in_another_group(
         installation, terminal, signals):
     """The launcher passes Ctrl-C on to a helper that the terminal does not reach."""
-    installation.helper.rename(installation.root / "testchild")
-    installation.set_helper(f"exec setsid {installation.root}/testchild")
+    leave_the_group(installation)
     shell = terminal()
     helper = signals.wait_for_start()
     shell.type("\x03")
@@ -169,18 +173,15 @@ def test_end_of_a_session_leader_hangs_no_helper_up(installation, scratch, signa
     os.close(master)
 
 
-def test_suspend_of_the_terminal_stops_both_and_fg_continues_them(
-        installation, terminal, make_fifo):
+def test_suspend_of_the_terminal_stops_both_and_fg_continues_them(terminal, started):
     """Ctrl-Z and fg work as with any program."""
-    started = make_fifo("started")
-    installation.set_helper(f"echo $$ >{started.path}; exec sleep 600")
     shell = terminal()
     helper = int(started.line())
     shell.type("\x1a")
     shell.wait_for("status 148")
-    assert state(helper) == "T"
+    assert status(helper, "State") == "T"
     shell.type("\n")
-    wait_until(lambda: state(helper) != "T", "the helper continues")
+    wait_until(lambda: status(helper, "State") != "T", "the helper continues")
     shell.type("\x03")
     shell.wait_for("status 130")
 
@@ -189,11 +190,10 @@ def test_stop_signal_stops_the_helper_and_the_launcher(installation, terminal, s
     """A stop signal to the launcher alone reaches the helper as itself; SIGCONT wakes both."""
     terminal()
     helper = signals.wait_for_start()
-    launcher = int(re.search(r"^PPid:\s*(\d+)", Path(f"/proc/{helper}/status").read_text(),
-                             re.M)[1])
+    launcher = int(status(helper, "PPid"))
     os.kill(launcher, SIGTSTP)
     assert signals.next() == (SIGTSTP, 0)
-    wait_until(lambda: state(launcher) == "T", "the launcher stops")
+    wait_until(lambda: status(launcher, "State") == "T", "the launcher stops")
     os.kill(launcher, SIGCONT)
     assert signals.next() == (SIGCONT, 0)
     os.kill(launcher, SIGTERM)
@@ -208,10 +208,8 @@ def test_hang_up_that_is_ignored_at_the_start_stays_ignored(installation, signal
     end(launcher, signals)
 
 
-def test_interrupt_that_is_ignored_at_the_start_ends_both(installation, make_fifo):
+def test_interrupt_that_is_ignored_at_the_start_ends_both(installation, started):
     """A job that a shell script put in the background leaves no helper behind."""
-    started = make_fifo("started")
-    installation.set_helper(f"echo $$ >{started.path}; exec sleep 600")
     launcher = installation.start(under=["env", "--ignore-signal=INT,QUIT"])
     started.line()
     launcher.send(SIGINT)
@@ -229,12 +227,11 @@ def test_signal_that_is_ignored_at_the_start_is_passed_on(installation, signals)
 
 def test_helper_that_is_stopped_is_ended(installation, signals):
     """It continues to handle the signal that ends the launcher, in another group as well."""
-    installation.helper.rename(installation.root / "testchild")
-    installation.set_helper(f"exec setsid {installation.root}/testchild")
+    leave_the_group(installation)
     launcher = installation.start()
     helper = signals.wait_for_start()
     os.kill(helper, signal.SIGSTOP)
-    wait_until(lambda: state(helper) == "T", "the helper stops")
+    wait_until(lambda: status(helper, "State") == "T", "the helper stops")
     launcher.send(SIGTERM)
     assert launcher.wait() == Ended(-SIGTERM)
     assert signals.next() == (SIGTERM, 0)

@@ -34,66 +34,34 @@ def test_reports_an_unusable_session_directory(
         Ended(0, "started\n", expected))
 
 
-def test_makes_its_marker_on_a_full_file_system(
-        installation, session, namespace, without_privileges):
-    """The log and the marker are empty files, which need no space."""
-    namespace.run('mount -t tmpfs -o size=4k none "$1"; ! printf %8192s x 2>&- >"$1/data"',
-                  session.folder)
-    log = session.folder / "log"
-    assert installation.launch(
-        under=without_privileges, env={"ZORV_MPIRUN_LOG": str(log)}) == Ended(0, "started\n")
-    namespace.run('test -e "$1"', session.marker)
-
-
 @pytest.mark.parametrize("name, locale", [
-    pytest.param("sé€".encode(), "C.UTF-8", id="UTF-8"),
-    pytest.param("sé".encode(), "C", id="UTF-8 in the C locale"),
-    pytest.param(b" a\n%s ", "C", id="blanks, line end, percent sign"),
+    pytest.param("sé€", "C.UTF-8", id="UTF-8"),
+    pytest.param("sé", "C", id="UTF-8 in the C locale"),
+    pytest.param(" a\n%s ", "C", id="blanks, line end, percent sign"),
 ])
-def test_finds_a_session_directory_with_an_unusual_name(
-        installation, session, name, locale):
+def test_finds_a_session_directory_with_an_unusual_name(installation, session, name, locale):
     """The marker goes to the directory, whatever characters its name has."""
-    folder = session.folder / os.fsdecode(name)
+    folder = session.folder / name
     folder.mkdir()
     assert installation.launch(
         env={"LC_ALL": locale, "ZORV_SESSION_PATH": str(folder)}) == Ended(0, "started\n")
     assert os.listdir(folder) == ["restart-supported"]
 
 
-def test_reports_a_session_directory_whose_name_is_not_utf8(installation, session):
-    """A name that is not UTF-8 is not found, and shown with a replacement character."""
-    folder = session.folder / os.fsdecode(b"s\xe9")
-    folder.mkdir()
-    shown = session.folder / "s\N{REPLACEMENT CHARACTER}/restart-supported"
-    assert installation.launch(
-        env={"LC_ALL": "C.UTF-8", "ZORV_SESSION_PATH": str(folder)}) == Ended(
-            0, "started\n", f"{shown}: No such file or directory\n")
-    assert os.listdir(folder) == []
-
-
-INTERFACE = "ip link set lo up; ip link add d0 type veth peer name d1; ip link set d1 up; " \
-            "ip link set d0 up; "
-
-
-@pytest.mark.parametrize("server, interfaces", [
-    pytest.param("127.0.0.1", "", id="no interface is up"),
-    pytest.param("127.0.0.1", INTERFACE + "ip addr add 10.9.9.1/24 dev d0",
-                 id="name server on this host"),
-    pytest.param("10.9.9.2", INTERFACE + "ip addr add 10.9.9.1/24 dev d0",
-                 id="name server that does not answer"),
-    pytest.param("10.9.9.2", INTERFACE + "for i in $(seq 0 255); do "
-                 "echo addr add 10.9.$i.1/16 dev d0; done | ip -batch -", id="256 addresses"),
-])
-def test_asks_no_name_server(installation, session, namespace, needs, server, interfaces):
-    """A launch sends nothing, whatever name servers and addresses there are."""
+def test_asks_no_name_server(installation, session, namespace, needs):
+    """A launch sends nothing where a name server does not answer."""
     needs("ip", "-V")
-    namespace.run(interfaces)
     namespace.run("""
+        ip link set lo up
+        ip link add d0 type veth peer name d1
+        ip link set d1 up
+        ip link set d0 up
+        ip addr add 10.9.9.1/24 dev d0
         mount -t tmpfs none /etc
         echo 127.0.0.1 localhost >/etc/hosts
         echo hosts: files dns >/etc/nsswitch.conf
-        echo "nameserver $1" >/etc/resolv.conf
-        hostname nodex""", server)
+        echo nameserver 10.9.9.2 >/etc/resolv.conf
+        hostname nodex""")
     before = namespace.sent_datagrams()
     assert installation.launch(
         "--zorvyourname", "other", under=namespace.under) == Ended(0, "started\n")

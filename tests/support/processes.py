@@ -69,6 +69,10 @@ class Process:
         status = Path(f"/proc/{self.pid}/status").read_text()
         return int(re.search(r"^voluntary_ctxt_switches:\s*(\d+)", status, re.MULTILINE)[1])
 
+    def wait_for_no_child(self):
+        """Waits until it has seen the end of its child."""
+        wait_until(lambda: not children(self.pid), f"{self.command[0]} has no child")
+
     def errors(self) -> str:
         """What it has written to standard error so far."""
         return read_text(self._errors)
