@@ -7,6 +7,7 @@ from signal import SIGTERM
 
 import pytest
 
+
 @pytest.fixture
 def front_end(installation, source) -> list[str]:
     """The command that starts the launcher through the front end."""
