@@ -15,8 +15,8 @@ import pytest
 from support.emulator import difference
 from support.installation import Build, Installation, Session
 from support.namespace import Namespace
-from support.processes import (Fifo, Process, become_subreaper, command_line, kill_descendants,
-                               running_descendants, wait_until)
+from support.processes import (Fifo, Process, become_subreaper, kill_descendants, read_text,
+                               running_children, wait_until)
 
 SOURCE = Path(__file__).resolve().parent.parent
 
@@ -77,28 +77,16 @@ def pytest_runtest_makereport(item):
         report.sections.append(("scratch folder", f"kept: {item.scratch}"))
 
 
-def open_descriptors() -> dict[str, str]:
-    """What is open in this process."""
-    found = {}
-    for number in os.listdir("/proc/self/fd"):
-        try:
-            found[number] = os.readlink(f"/proc/self/fd/{number}")
-        except FileNotFoundError:
-            pass  # the one that listed the others
-    return found
-
-
-def leftovers(scratch: Path, descriptors: dict[str, str]) -> list[str]:
-    """What a test has left behind: processes, descriptors, files outside its folders."""
-    found = []
+def leftovers(scratch: Path) -> list[str]:
+    """What a test has left behind: processes, and files outside its folders."""
+    found = [f"file {path}" for name in ("cwd", "home", "tmp")
+             for path in (scratch / name).iterdir()]
     try:
-        wait_until(lambda: not running_descendants(), "the end of all processes", seconds=5)
+        wait_until(lambda: not running_children(), "the end of all processes", seconds=5)
     except pytest.fail.Exception:
-        found += [f"process {pid}: {command_line(pid)}" for pid in running_descendants()]
-    found += [f"descriptor {number}: {target}" for number, target in open_descriptors().items()
-              if descriptors.get(number) != target]
-    return found + [f"file {path}" for name in ("cwd", "home", "tmp")
-                    for path in (scratch / name).iterdir()]
+        found += [f"process {pid}: {read_text(Path(f'/proc/{pid}/cmdline'))!r}"
+                  for pid in running_children()]
+    return found
 
 
 @pytest.fixture(autouse=True)
@@ -106,18 +94,16 @@ def scratch(request):
     """A folder of the test's own; kept when the test fails.
 
     `cwd`, `home` and `tmp` in it are the working directory, HOME and TMPDIR of what the
-    test starts. The test fails if it leaves something in them, or leaves processes or
-    descriptors behind.
+    test starts. The test fails if it leaves something in them, or leaves processes behind.
     """
     folder = Path(tempfile.mkdtemp(prefix="zorv-test-"))
     request.node.scratch = folder
     for name in ("cwd", "home", "tmp"):
         (folder / name).mkdir()
-    descriptors = open_descriptors()
     yield folder
     # There is no outcome when the user interrupts the tests.
     outcome = getattr(request.node, "outcome", "interrupted")
-    found = leftovers(folder, descriptors) if outcome in ("passed", "skipped") else []
+    found = leftovers(folder) if outcome in ("passed", "skipped") else []
     kill_descendants()
     if request.config.option.discard_scratch or (outcome != "failed" and not found):
         shutil.rmtree(folder)
@@ -205,15 +191,11 @@ def namespace():
 
 
 @pytest.fixture
-def another_user(scratch) -> int:
+def another_user() -> int:
     """Another user, to whom the test can give files; skips the test of who is not root."""
-    user = 54321
-    try:
-        (scratch / "probe").touch()
-        os.chown(scratch / "probe", user, -1)
-    except PermissionError:
+    if os.geteuid() != 0:
         pytest.skip("only root can be several users")
-    return user
+    return 54321
 
 
 @pytest.fixture

@@ -108,43 +108,20 @@ def become_subreaper():
 
 
 def children(pid: int) -> list[int]:
-    """The children of a process; none of one that has ended."""
-    try:
-        return [int(child) for task in Path(f"/proc/{pid}/task").iterdir()
-                for child in (task / "children").read_text().split()]
-    except (FileNotFoundError, ProcessLookupError):
-        return []
+    """The children of a process's first thread."""
+    return [int(pid) for pid in Path(f"/proc/{pid}/task/{pid}/children").read_text().split()]
 
 
-def descendants(pid: int) -> list[int]:
-    """The children of a process, their children and so on."""
-    found = children(pid)
-    for child in list(found):
-        found += descendants(child)
-    return found
-
-
-def running_descendants() -> list[int]:
-    """The descendants of this process that have not ended; reaps its children."""
+def running_children() -> list[int]:
+    """The children of this process, without those that have ended, which it reaps."""
     for child in children(os.getpid()):
         os.waitpid(child, os.WNOHANG)
-    return descendants(os.getpid())
-
-
-def command_line(pid: int) -> str:
-    """The words of the process's command, or nothing when it has ended."""
-    try:
-        return read_text(Path(f"/proc/{pid}/cmdline")).replace("\0", " ")
-    except (FileNotFoundError, ProcessLookupError):
-        return ""
+    return children(os.getpid())
 
 
 def kill_descendants():
-    """Ends all descendants of this process."""
-    while remaining := running_descendants():
+    """Ends all descendants of this process, which become its children one by one."""
+    while remaining := running_children():
         for pid in remaining:
-            try:
-                os.kill(pid, signal.SIGKILL)
-            except ProcessLookupError:
-                pass
+            os.kill(pid, signal.SIGKILL)
         time.sleep(0.001)
