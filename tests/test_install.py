@@ -60,13 +60,8 @@ def test_launcher_needs_no_network_and_xml_libraries(stage, run):
     assert [name for name in libraries if re.match("libQt6(Network|Xml)", name)] == []
 
 
-def test_moved_installation_launches(installed, launch):
-    """The launcher finds its helper, wherever it was moved to."""
-    assert launch(installed / "bin/zorv-mpirun") == Ended(0, "helper\n")
-
-
-def test_session_of_the_installation_serves_every_user(installed, launch, scratch):
-    """The front end that the installation's session file names is that of every launch."""
+def test_moved_installation_launches_and_its_session_serves_every_user(installed, launch, scratch):
+    """A moved installation finds its helper, and its session file names the front end."""
     sessions = scratch / "user/.talvora/session"
     sessions.mkdir(parents=True)
     (installed / "session").write_text('<session host="front" port="4242"/>\n')
@@ -85,12 +80,8 @@ def test_module_finds_the_installation(installed, run):
         0, f"{installed}/bin/zorv-mpirun\n{installed}/share/man\n")
 
 
-@pytest.fixture
-def as_root(needs) -> list[str]:
-    """What to put in front of a command that root runs."""
-    as_root = [] if os.getuid() == 0 else ["unshare", "--map-root-user"]
-    needs(*as_root, "true")
-    return as_root
+# What to put in front of a command that root runs.
+AS_ROOT = [] if os.getuid() == 0 else ["unshare", "--map-root-user"]
 
 
 @pytest.fixture(params=["TGZ", "DEB", "RPM"])
@@ -107,19 +98,19 @@ def package(request, build, run, needs, scratch) -> Path:
     return next((scratch / "package").glob("zorv-mpirun*"))
 
 
-def unpack(run, as_root, package: Path, root: Path) -> tuple[Path, set[str]]:
+def unpack(run, package: Path, root: Path) -> tuple[Path, set[str]]:
     """Installs the package into the empty root; returns its prefix and what it depends on."""
     if package.name.endswith(".tar.gz"):
         assert run("tar", "-xzf", package, "-C", root).status == 0
         return next(root.glob("zorv-mpirun-*")), set()
     prefix = root / "opt/velmor/kinnet"
     if package.suffix == ".rpm":
-        assert run(*as_root, "rpm", "--root", root, "--dbpath", "/var/lib/rpm", "--install",
+        assert run(*AS_ROOT, "rpm", "--root", root, "--dbpath", "/var/lib/rpm", "--install",
                    package, env={"HOME": "/"}).status == 0
         return prefix, set()
     (root / "var/lib/dpkg/info").mkdir(parents=True)
     (root / "var/lib/dpkg/status").touch()
-    assert run(*as_root, "dpkg", f"--root={root}", "--log=/dev/null", "--force-depends", "-i",
+    assert run(*AS_ROOT, "dpkg", f"--root={root}", "--log=/dev/null", "--force-depends", "-i",
                package).status == 0
     depends = run("dpkg-deb", "-f", package, "Depends").output
     return prefix, set(re.findall(r"(?:^|, )([^ ,]+)", depends))
@@ -127,11 +118,12 @@ def unpack(run, as_root, package: Path, root: Path) -> tuple[Path, set[str]]:
 
 @pytest.mark.timeout(300)
 def test_package_launches_with_nothing_but_its_libraries(
-        build, run, package, launch, as_root, scratch):
+        build, run, needs, package, launch, scratch):
     """The package names all that it needs; with it, launcher and report work."""
+    needs(*AS_ROOT, "true")
     clean = scratch / "clean"
     clean.mkdir()
-    prefix, depends = unpack(run, as_root, package, clean)
+    prefix, depends = unpack(run, package, clean)
     for library in needed_libraries(run, *prefix.glob("bin/*")):
         owners = re.findall("^([^:]+):", run("dpkg", "-S", f"*/{library}").output, re.MULTILINE)
         assert depends & set(owners), library
@@ -139,19 +131,18 @@ def test_package_launches_with_nothing_but_its_libraries(
     for file in re.findall(r"\s(/\S+) \(", run("ldd", *prefix.glob("bin/*")).output):
         run("cp", "--parents", "-L", "-t", clean, file)
     inside = Path("/") / prefix.relative_to(clean)
-    assert launch(*as_root, "chroot", clean, inside / "bin/zorv-mpirun") == Ended(0, "helper\n")
-    assert run(*as_root, "chroot", clean, inside / "bin/zorv-mpirun-info").status == 0
+    assert launch(*AS_ROOT, "chroot", clean, inside / "bin/zorv-mpirun") == Ended(0, "helper\n")
+    assert run(*AS_ROOT, "chroot", clean, inside / "bin/zorv-mpirun-info").status == 0
 
 
 def test_package_has_no_errors(run, needs, source, package, scratch, environment):
     """The distributions' own tools find no error in the package."""
     # They leave files in both.
     environment.update(HOME=str(scratch), TMPDIR=str(scratch))
-    if package.suffix == ".deb":
-        needs("lintian", "--version")
-        assert run("lintian", "--fail-on", "error", package).status == 0
-    elif package.suffix == ".rpm":
-        needs("rpmlint", "--version")
-        assert run("rpmlint", "--config", source / "packaging/rpmlint.toml", package).status == 0
-    else:
+    checks = {".deb": ["lintian", "--fail-on", "error"],
+              ".rpm": ["rpmlint", "--config", source / "packaging/rpmlint.toml"]}
+    if package.suffix not in checks:
         pytest.skip("nothing checks a tarball")
+    check = checks[package.suffix]
+    needs(check[0], "--version")
+    assert run(*check, package).status == 0
