@@ -8,6 +8,7 @@ import shlex
 import shutil
 import signal
 import tempfile
+from contextlib import ExitStack, closing
 from pathlib import Path
 
 import pytest
@@ -164,14 +165,8 @@ def session(installation) -> Session:
 @pytest.fixture
 def make_fifo(scratch):
     """make_fifo(name): makes a FIFO, through which a helper tells of its start."""
-    fifos = []
-
-    def make_fifo(name: str) -> Fifo:
-        fifos.append(Fifo(scratch / name))
-        return fifos[-1]
-    yield make_fifo
-    for fifo in fifos:
-        fifo.close()
+    with ExitStack() as stack:
+        yield lambda name: stack.enter_context(closing(Fifo(scratch / name)))
 
 
 @pytest.fixture

@@ -3,6 +3,8 @@
 import os
 import re
 import signal
+import sys
+from contextlib import ExitStack, closing
 from pathlib import Path
 from signal import SIGCONT, SIGHUP, SIGINT, SIGKILL, SIGTERM, SIGTSTP, SIGUSR1
 
@@ -120,36 +122,25 @@ def test_signal_that_nobody_waits_for_ends_with_the_launcher(installation, sessi
 
 
 @pytest.fixture
-def terminal(installation, environment, scratch):
-    """terminal(*under): starts the launcher in a terminal."""
-    terminals = []
-
-    def start(*under) -> Terminal:
-        terminals.append(Terminal([*under, installation.launcher], environment, scratch / "cwd"))
-        return terminals[-1]
-    yield start
-    for terminal in terminals:
-        terminal.close()
+def start_in_terminal(installation, environment, scratch):
+    """start_in_terminal(*under): starts the launcher in a terminal, which is returned."""
+    with ExitStack() as stack:
+        yield lambda *under: stack.enter_context(closing(
+            Terminal([*under, installation.launcher], environment, scratch / "cwd")))
 
 
-def test_interrupt_of_the_terminal_reaches_the_helper_once(terminal, signals):
-    """Ctrl-C goes to the whole process group, and the launcher does not repeat it."""
-    shell = terminal()
+@pytest.mark.parametrize("prepare", [
+    pytest.param(lambda installation: None, id="same group"),
+    pytest.param(leave_the_group, id="another group"),
+])
+def test_interrupt_of_the_terminal_reaches_the_helper_once(
+        installation, start_in_terminal, signals, prepare):
+    """The launcher passes Ctrl-C on where the terminal does not reach the helper, only."""
+    prepare(installation)
+    terminal = start_in_terminal()
     helper = signals.wait_for_start()
-    shell.type("\x03")
-    shell.wait_for("status 130")
-    os.kill(helper, SIGTERM)
-    assert [signals.next(), signals.next()] == [(SIGINT, 0), (SIGTERM, 0)]
-
-
-def test_interrupt_of_the_terminal_reaches_a_helper_in_another_group(
-        installation, terminal, signals):
-    """The launcher passes Ctrl-C on to a helper that the terminal does not reach."""
-    leave_the_group(installation)
-    shell = terminal()
-    helper = signals.wait_for_start()
-    shell.type("\x03")
-    shell.wait_for("status 130")
+    terminal.type("\x03")
+    terminal.wait_for("status 130")
     assert signals.next() == (SIGINT, 0)
     os.kill(helper, SIGTERM)
     assert signals.next() == (SIGTERM, 0)
@@ -173,31 +164,52 @@ def test_end_of_a_session_leader_hangs_no_helper_up(installation, scratch, signa
     os.close(master)
 
 
-def test_suspend_of_the_terminal_stops_both_and_fg_continues_them(terminal, started):
+def test_suspend_of_the_terminal_stops_both_and_fg_continues_them(start_in_terminal, started):
     """Ctrl-Z and fg work as with any program."""
-    shell = terminal()
+    terminal = start_in_terminal()
     helper = int(started.line())
-    shell.type("\x1a")
-    shell.wait_for("status 148")
+    terminal.type("\x1a")
+    terminal.wait_for("status 148")
     assert status(helper, "State") == "T"
-    shell.type("\n")
+    terminal.type("\n")
     wait_until(lambda: status(helper, "State") != "T", "the helper continues")
-    shell.type("\x03")
-    shell.wait_for("status 130")
+    terminal.type("\x03")
+    terminal.wait_for("status 130")
 
 
-def test_stop_signal_stops_the_helper_and_the_launcher(installation, terminal, signals):
+@pytest.mark.parametrize("name", ["SIGTSTP", "SIGTTIN", "SIGTTOU"])
+def test_stop_signal_stops_the_helper_and_the_launcher(start_in_terminal, signals, name):
     """A stop signal to the launcher alone reaches the helper as itself; SIGCONT wakes both."""
-    terminal()
-    helper = signals.wait_for_start()
-    launcher = int(status(helper, "PPid"))
-    os.kill(launcher, SIGTSTP)
-    assert signals.next() == (SIGTSTP, 0)
+    start_in_terminal()
+    number = getattr(signal, name)
+    launcher = int(status(signals.wait_for_start(), "PPid"))
+    os.kill(launcher, number)
+    assert signals.next() == (number, 0)
     wait_until(lambda: status(launcher, "State") == "T", "the launcher stops")
     os.kill(launcher, SIGCONT)
     assert signals.next() == (SIGCONT, 0)
     os.kill(launcher, SIGTERM)
     assert signals.next() == (SIGTERM, 0)
+
+
+def test_stop_signal_that_is_ignored_at_the_start_does_not_stop_the_launcher(
+        start_in_terminal, signals):
+    """The helper gets it all the same."""
+    terminal = start_in_terminal("env", "--ignore-signal=TSTP")
+    launcher = int(status(signals.wait_for_start(), "PPid"))
+    os.kill(launcher, SIGTSTP)
+    assert signals.next() == (SIGTSTP, 0)
+    os.kill(launcher, SIGTERM)
+    terminal.wait_for("status 143")
+
+
+def test_signal_that_is_blocked_at_the_start_stays_blocked(installation, started):
+    """Only another signal ends the launcher."""
+    launcher = installation.start(under=["env", "--block-signal=TERM"])
+    started.line()
+    launcher.send(SIGTERM)
+    launcher.send(SIGINT)
+    assert launcher.wait() == Ended(-SIGINT)
 
 
 def test_hang_up_that_is_ignored_at_the_start_stays_ignored(installation, signals):
@@ -246,27 +258,35 @@ def test_message_beyond_the_limit_of_a_file_ends_no_launch(installation):
     assert ended == Ended(128 + signal.SIGXFSZ)
 
 
-process_1 = ["unshare", "--map-root-user", "--pid", "--fork", "--mount-proc"]
+IN_CONTAINER = ["unshare", "--map-root-user", "--pid", "--fork", "--mount-proc"]
+SUBREAPER = [sys.executable, "-c", "import ctypes, os, sys; ctypes.CDLL(None).prctl(36, 1); "
+             "os.execv(sys.argv[1], sys.argv[1:])"]
 
 
-def test_process_1_waits_for_the_clean_up_of_the_helper(installation, session, needs, scratch):
+@pytest.mark.parametrize("under, status", [
+    pytest.param(IN_CONTAINER, 128 + SIGTERM, id="process 1"),
+    pytest.param(SUBREAPER, -SIGTERM, id="subreaper"),
+])
+def test_reaper_waits_for_the_clean_up_of_the_helper(
+        installation, session, needs, scratch, under, status):
     """The kernel kills all others when process 1 ends, so it ends after the helper."""
-    needs(*process_1, "true")
+    needs(*under, "/bin/true")
     cleaned = scratch / "cleaned"
     installation.set_helper(f"""trap 'sleep 0.2; : >{cleaned}; exit 0' TERM
         kill -s TERM "$PPID"
         while :; do sleep 0.1; done""")
-    assert installation.launch(under=process_1) == Ended(128 + SIGTERM)
+    assert installation.launch(under=under) == Ended(status)
     assert cleaned.exists()
     assert session.files() == []
 
 
-def test_process_1_reaps_what_is_left_to_it(installation, needs):
-    """No zombies of orphans stay in a container."""
-    needs(*process_1, "true")
+@pytest.mark.parametrize("under", [IN_CONTAINER, SUBREAPER], ids=["process 1", "subreaper"])
+def test_reaper_reaps_what_is_left_to_it(installation, needs, under):
+    """No zombies of orphans stay."""
+    needs(*under, "/bin/true")
     installation.set_helper("""for i in 1 2 3 4 5 6 7 8 9 10; do
             sh -c 'sh -c "exit 0" &'
         done
         while grep -qs "^State:.Z" /proc/[0-9]*/status; do sleep 0.01; done
         echo reaped""")
-    assert installation.launch(under=process_1) == Ended(0, "reaped\n")
+    assert installation.launch(under=under) == Ended(0, "reaped\n")
