@@ -30,15 +30,12 @@ def pytest_addoption(parser):
 
 
 def pytest_configure(config):
-    if config.option.build is None:
-        launchers = sorted(SOURCE.glob("build/*/mpirun/zorv-mpirun"),
-                           key=lambda path: path.stat().st_mtime)
-        if not launchers:
-            raise pytest.UsageError("no launcher in build/; build it, or give --build DIRECTORY")
-        config.option.build = launchers[-1].parent.parent
-    config.option.build = config.option.build.resolve()
+    newest = max(SOURCE.glob("build/*/mpirun/zorv-mpirun"), key=os.path.getmtime,
+                 default=SOURCE / "build/mpirun/zorv-mpirun")
+    config.option.build = (config.option.build or newest.parent.parent).resolve()
     if not Build(config.option.build).launcher.exists():
-        raise pytest.UsageError(f"no launcher in {config.option.build}")
+        raise pytest.UsageError(
+            f"no launcher in {config.option.build}; build it, or give --build DIRECTORY")
     # The same surroundings for every user: no settings of the suite, no umask, no
     # ignored or blocked signals, no core dumps; what CTest sets for this build.
     for name in list(os.environ):
