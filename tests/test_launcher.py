@@ -101,26 +101,6 @@ def test_helper_inherits_what_the_launcher_got(installation, run, needs, scratch
     assert set(seen.split()) == {*descriptors.split(), "0", "1", "2"}
 
 
-@pytest.fixture
-def launch_with_stack(installation, needs, scratch):
-    """launch_with_stack(limits, env={}): the launcher's end, and how often it was executed.
-
-    The helper prints its argument, its stack limit in KiB and what the launcher may leave
-    in the environment.
-    """
-    needs("strace", "-o", "/dev/null", "true")
-    installation.set_helper('echo "$2 $(ulimit -Ss) ${TALVORA_OLD_STACK_LIMIT-unset}"')
-    trace = scratch / "trace"
-
-    def launch_with_stack(limits, env=None):
-        # The sanitizers cannot look for leaks under strace.
-        ended = installation.launch(
-            "argument", env={"ASAN_OPTIONS": "detect_leaks=0", **(env or {})},
-            under=["prlimit", f"--stack={limits}", "strace", "-o", trace, "-e", "trace=execve"])
-        return ended, trace.read_text().count("execve(")
-    return launch_with_stack
-
-
 @pytest.mark.skipif(resource.getrlimit(resource.RLIMIT_STACK)[1] != resource.RLIM_INFINITY,
                     reason="the stack has a hard limit here")
 @pytest.mark.parametrize("soft_limit, env, executions, seen", [
@@ -137,16 +117,23 @@ def launch_with_stack(installation, needs, scratch):
       for value in ("", "+4194304", "4194304k", "99999999999999999999")),
 ])
 def test_executes_itself_again_for_an_unusual_stack_limit(
-        launch_with_stack, soft_limit, env, executions, seen):
+        installation, needs, scratch, soft_limit, env, executions, seen):
     """The launcher runs with a stack of a usual size; the helper gets the user's limit."""
-    assert launch_with_stack(f"{soft_limit}:", env) == (
-        Ended(0, f"argument {seen}\n"), executions)
+    needs("strace", "-o", "/dev/null", "true")
+    installation.set_helper('echo "$2 $(ulimit -Ss) ${TALVORA_OLD_STACK_LIMIT-unset}"')
+    trace = scratch / "trace"
+    under = ["prlimit", f"--stack={soft_limit}:", "strace", "-o", trace, "-e", "trace=execve"]
+    # The sanitizers cannot look for leaks under strace.
+    assert installation.launch("argument", under=under, env={
+        "ASAN_OPTIONS": "detect_leaks=0", **env}) == Ended(0, f"argument {seen}\n")
+    assert trace.read_text().count("execve(") == executions
 
 
-def test_reports_a_stack_limit_that_cannot_be_raised(launch_with_stack):
+def test_reports_a_stack_limit_that_cannot_be_raised(installation):
     """A hard limit below what the launcher wants is reported, and the launch goes on."""
-    assert launch_with_stack("4194304:10485760") == (
-        Ended(0, "argument 4096 4194304\n", "setrlimit: Invalid argument\n"), 1)
+    installation.set_helper('echo "$(ulimit -Ss) $TALVORA_OLD_STACK_LIMIT"')
+    assert installation.launch(under=["prlimit", "--stack=4194304:10485760"]) == Ended(
+        0, "4096 4194304\n", "setrlimit: Invalid argument\n")
 
 
 @pytest.mark.parametrize("arguments, env, status, first_line", [
