@@ -6,7 +6,7 @@ import signal
 import sys
 from contextlib import ExitStack, closing
 from pathlib import Path
-from signal import SIGCONT, SIGHUP, SIGINT, SIGKILL, SIGTERM, SIGTSTP, SIGUSR1
+from signal import SIGCONT, SIGHUP, SIGINT, SIGKILL, SIGSTOP, SIGTERM, SIGTSTP, SIGUSR1
 
 import pytest
 
@@ -129,14 +129,41 @@ def start_in_terminal(installation, environment, scratch):
             Terminal([*under, installation.launcher], environment, scratch / "cwd")))
 
 
-@pytest.mark.parametrize("prepare", [
-    pytest.param(lambda installation: None, id="same group"),
-    pytest.param(leave_the_group, id="another group"),
-])
-def test_interrupt_of_the_terminal_reaches_the_helper_once(
-        installation, start_in_terminal, signals, prepare):
-    """The launcher passes Ctrl-C on where the terminal does not reach the helper, only."""
-    prepare(installation)
+@pytest.fixture
+def start_at_keyboard(installation):
+    """start_at_keyboard(*under): starts the launcher in a terminal without job control.
+
+    Returns its Process, and the descriptor for what the user types.
+    """
+    keyboard, terminal = os.openpty()
+    yield lambda *under: (installation.start(under=[
+        "sh", "-c", 'exec setsid --ctty "$@" <"$0"', os.ttyname(terminal), *under]), keyboard)
+    os.close(terminal)
+    os.close(keyboard)
+
+
+def test_interrupt_of_the_terminal_reaches_the_helper_once(start_at_keyboard, signals):
+    """Ctrl-C goes to the whole process group, and the launcher does not repeat it."""
+    # Not as the leader of the session, which waits for the helper.
+    process, keyboard = start_at_keyboard("unshare", "--fork")
+    helper = signals.wait_for_start()
+    launcher = int(status(helper, "PPid"))
+    os.kill(launcher, SIGSTOP)
+    wait_until(lambda: status(launcher, "State") == "T", "the launcher stops")
+    os.write(keyboard, b"\x03")
+    # The helper takes it before the launcher does: two at a time would look like one.
+    assert signals.next() == (SIGINT, 0)
+    os.kill(launcher, SIGCONT)
+    assert process.wait() == Ended(-SIGINT)
+    os.kill(helper, SIGTERM)
+    # The end of the session's leader hangs up.
+    assert [signals.next(), signals.next()] == [(SIGHUP, 0), (SIGTERM, 0)]
+
+
+def test_interrupt_of_the_terminal_reaches_a_helper_in_another_group(
+        installation, start_in_terminal, signals):
+    """The launcher passes Ctrl-C on to a helper that the terminal does not reach."""
+    leave_the_group(installation)
     terminal = start_in_terminal()
     helper = signals.wait_for_start()
     terminal.type("\x03")
@@ -146,22 +173,18 @@ def test_interrupt_of_the_terminal_reaches_the_helper_once(
     assert signals.next() == (SIGTERM, 0)
 
 
-def test_end_of_a_session_leader_hangs_no_helper_up(installation, scratch, signals):
+def test_end_of_a_session_leader_hangs_no_helper_up(start_at_keyboard, signals):
     """The leader waits for the helper: its end would add a SIGHUP to the Ctrl-C.
 
     The launcher leads the session of a terminal where no shell is between, as in ssh -t.
     """
-    master, slave = os.openpty()
-    launcher = installation.start(under=[
-        "sh", "-c", 'exec setsid --ctty "$@" <"$0"', os.ttyname(slave)])
-    os.close(slave)
+    launcher, keyboard = start_at_keyboard()
     helper = signals.wait_for_start()
-    os.write(master, b"\x03")
+    os.write(keyboard, b"\x03")
     assert signals.next() == (SIGINT, 0)
     os.kill(helper, SIGTERM)
     assert signals.next() == (SIGTERM, 0)
     assert launcher.wait() == Ended(-SIGINT)
-    os.close(master)
 
 
 def test_suspend_of_the_terminal_stops_both_and_fg_continues_them(start_in_terminal, started):
