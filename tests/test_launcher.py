@@ -35,6 +35,19 @@ def test_starts_the_helper_beside_it(
         0, f"{installation.helper}\n", missing if incomplete else "")
 
 
+def test_program_that_was_removed_finds_no_installation(installation):
+    """The launcher says so, and ends with 1."""
+    ended = installation.launch(under=["sh", "-c", 'exec 9<"$0"; rm "$0"; exec /proc/self/fd/9'])
+    assert ended == Ended(1, "", "zorv-mpirun: cannot find the installation: the program's file "
+                          "was replaced or removed\n")
+
+
+def test_program_may_be_named_as_if_it_were_removed(installation, run):
+    """The kernel shows a file that is gone by the end of its name, which may be the name."""
+    renamed = installation.launcher.rename(f"{installation.launcher} (deleted)")
+    assert run(renamed) == Ended(0, "started\n")
+
+
 @pytest.mark.parametrize("arguments", [
     pytest.param([], id="none"),
     pytest.param(["a b", "", "'c\"", "d\ne", "\\", "$HOME", "*"], id="blanks, quotes, line ends"),
@@ -137,9 +150,9 @@ def test_reports_a_stack_limit_that_cannot_be_raised(installation):
 
 
 @pytest.mark.parametrize("arguments, env, status, first_line", [
-    pytest.param(["-h"], {"ZORV_MANUAL_LAUNCH": "yes"}, 0,
-                 "Usage: zorv-client [OPTION]... [PROGRAM] [ARGUMENTS]...",
-                 id="-h in a manual launch"),
+    *(pytest.param([word], {"ZORV_MANUAL_LAUNCH": "yes"}, 0,
+                   "Usage: zorv-client [OPTION]... [PROGRAM] [ARGUMENTS]...",
+                   id=f"{word} in a manual launch") for word in ("-h", "--help", "-?")),
     pytest.param(["--zorvmanuallaunch"], {"ZORV_MANUAL_LAUNCH": "no"}, 1,
                  "Usage: zorv-client [OPTION]... [PROGRAM] [ARGUMENTS]...",
                  id="manual launch without a program"),
