@@ -303,7 +303,10 @@ def test_reaper_waits_for_the_clean_up_of_the_helper(
     assert session.files() == []
 
 
-@pytest.mark.parametrize("under", [IN_CONTAINER, SUBREAPER], ids=["process 1", "subreaper"])
+@pytest.mark.parametrize("under", [
+    pytest.param(IN_CONTAINER, id="process 1"),
+    pytest.param([*IN_CONTAINER, "sh", "-c", '"$@"; exit $?', "sh", *SUBREAPER], id="subreaper"),
+])
 def test_reaper_reaps_what_is_left_to_it(installation, needs, under):
     """No zombies of orphans stay."""
     needs(*under, "/bin/true")
