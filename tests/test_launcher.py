@@ -86,6 +86,7 @@ def test_says_why_a_helper_does_not_start(installation):
 
 @pytest.mark.parametrize("under", [
     pytest.param(["env", "-C", "/"], id="working directory"),
+    pytest.param(["env", "XDG_CONFIG_HOME=/a", "XDG_CONFIG_DIRS=/b"], id="environment"),
     pytest.param(["sh", "-c", 'exec env -u _ "$@" 3</dev/null 9</dev/null', "sh"],
                  id="open descriptors"),
     pytest.param(["sh", "-c", 'exec env -u _ "$@" <&- >&- 2>&-', "sh"],
