@@ -69,47 +69,36 @@ private Q_SLOTS:
                        "DEBUGGER_MULTIPLEXER_LOG", "DEBUGGER_MULTIPLEXER_CLIENT_LOG"});
     }
 
-    void sessionOptionsTravelInTheirFirstSpelling_data()
-    {
-        QTest::addColumn<QStringList>("arguments");
-        QTest::newRow("first spelling")
-            << list({"--zorvshareddirectory", "f", "--zorvhost", "a,b", "--zorvsessionfile", "f",
-                     "--zorvsessioncookie", "c", "--zorvtarball", "f", "--zorvsession", "-7",
-                     "--zorvport", "42", "--zorvdebug", "--zorvverbose", "--zorvprogress",
-                     "--zorvnosessioncookie", "--zorvwaitfortopologyfile"});
-        QTest::newRow("others") << list({"-s", "f", "-host", "a,b", "--sessionfile", "f",
-                                         "-sessioncookie", "c", "--tarball", "f", "--session", "-7",
-                                         "-port", "042", "-d", "-v", "--progress",
-                                         "--zorvnosessioncookie", "--zorvwaitfortopologyfile"});
-    }
-
     void sessionOptionsTravelInTheirFirstSpelling()
     {
-        QFETCH(QStringList, arguments);
-        BackendOptions options;
-        QVERIFY(options.parse(program + arguments));
+        const QStringList given =
+            list({"-s", "f", "-host", "a,b", "--sessionfile", "f", "-sessioncookie", "c",
+                  "--tarball", "f", "--session", "-7", "-port", "042", "-d", "-v", "--progress",
+                  "--zorvnosessioncookie", "--zorvwaitfortopologyfile"});
         const QStringList travelling =
             list({"--zorvshareddirectory", "f", "--zorvhost", "a,b", "--zorvsessionfile", "f",
                   "--zorvsessioncookie", "c", "--zorvtarball", "f", "--zorvsession", "-7",
                   "--zorvport", "42", "--zorvdebug", "--zorvverbose", "--zorvprogress",
                   "--zorvnosessioncookie", "--zorvwaitfortopologyfile"});
-        QCOMPARE(options.backendArguments(true), travelling);
-        const State state = {
-            {u"shareddirectory"_s, u"f"_s},
-            {u"host"_s, u"a,b"_s},
-            {u"sessionfile"_s, u"f"_s},
-            {u"sessioncookie"_s, u"c"_s},
-            {u"tarball"_s, u"f"_s},
-            {u"session"_s, -7},
-            {u"port"_s, 42},
-            {u"debug"_s, true},
-            {u"verbose"_s, true},
-            {u"progress"_s, true},
-            {u"nosessioncookie"_s, true},
-            {u"waitfortopologyfile"_s, true},
-        };
-        QCOMPARE(stateOf(options), state);
-        QCOMPARE(stateOf(options.selectiveCopy()), state);
+        const State state = {{u"shareddirectory"_s, u"f"_s},
+                             {u"host"_s, u"a,b"_s},
+                             {u"sessionfile"_s, u"f"_s},
+                             {u"sessioncookie"_s, u"c"_s},
+                             {u"tarball"_s, u"f"_s},
+                             {u"session"_s, -7},
+                             {u"port"_s, 42},
+                             {u"debug"_s, true},
+                             {u"verbose"_s, true},
+                             {u"progress"_s, true},
+                             {u"nosessioncookie"_s, true},
+                             {u"waitfortopologyfile"_s, true}};
+        for (const QStringList& arguments : {given, travelling}) {
+            BackendOptions options;
+            QVERIFY(options.parse(program + arguments));
+            QCOMPARE(options.backendArguments(true), travelling);
+            QCOMPARE(stateOf(options), state);
+            QCOMPARE(stateOf(options.selectiveCopy()), state);
+        }
     }
 
     void otherOptionsStay()
@@ -136,34 +125,21 @@ private Q_SLOTS:
         QTest::addColumn<QStringList>("target");
         const Settings none;
         QTest::newRow("options, then the target")
-            << none << list({"--zorvport", "4242", "-np", "2", "a.out"}) << State{{u"port"_s, 4242}}
-            << list({"-np", "2", "a.out"});
-        QTest::newRow("no options in the target")
-            << none << list({"-np", "a.out", "--zorvport", "1"}) << State()
+            << none
+            << list({"--zorvcount", "3", "--zorvoffset", "-4", "--zorvmpirun",
+                     "--zorvensureoneperhost", "-np", "a.out", "--zorvport", "1"})
+            << State{{u"count"_s, 3},
+                     {u"offset"_s, -4},
+                     {u"mpirun"_s, true},
+                     {u"ensureoneperhost"_s, true}}
             << list({"-np", "a.out", "--zorvport", "1"});
-        QTest::newRow("joined value is no option")
-            << none << list({"--zorvport=1"}) << State() << list({"--zorvport=1"});
-        QTest::newRow("help words are no options")
-            << none << list({"-h"}) << State() << list({"-h"});
         QTest::newRow("two dashes are no option")
             << none << list({"--", "a.out"}) << State() << list({"--", "a.out"});
-        QTest::newRow("numbers") << none
-                                 << list({"--zorvattach", "1", "--zorvcount", "3", "--zorvoffset",
-                                          "-4"})
-                                 << State{{u"attach"_s, 1}, {u"count"_s, 3}, {u"offset"_s, -4}}
-                                 << QStringList();
-        QTest::newRow("flags") << none
-                               << list({"--zorvexplicittarget", "--zorvmpirun",
-                                        "--zorvensureoneperhost"})
-                               << State{{u"explicittarget"_s, true},
-                                        {u"mpirun"_s, true},
-                                        {u"ensureoneperhost"_s, true}}
-                               << QStringList();
+        QTest::newRow("explicit target") << none << list({"--zorvexplicittarget"})
+                                         << State{{u"explicittarget"_s, true}} << QStringList();
         QTest::newRow("forked has a target")
             << none << list({"--zorvforked"})
             << State{{u"forked"_s, true}, {u"explicittarget"_s, true}} << QStringList();
-        QTest::newRow("replay") << none << list({"--zorvreplay", "r"})
-                                << State{{u"replay"_s, u"r"_s}} << QStringList();
         QTest::newRow("manual launch from here on")
             << none << list({"--zorvmanuallaunch", "-a", "5", "--", "-h"})
             << State{{u"attach"_s, 5}, {u"explicittarget"_s, true}, {u"manuallaunch"_s, true}}
@@ -214,28 +190,24 @@ private Q_SLOTS:
         QCOMPARE(options.getClientLogFileName(), u"c.log-root"_s + process);
     }
 
-    void commandLineIsRejected_data()
+    void rejectedOptionIsNamedAndSetsNothing_data()
     {
         QTest::addColumn<QStringList>("arguments");
-        QTest::addColumn<QString>("message");
-        QTest::newRow("no value") << list({"--zorvdebug", "--zorvlog"})
-                                  << u"option '--zorvlog' requires an argument"_s;
+        QTest::addColumn<QStringList>("messages");
         QTest::newRow("no number")
-            << list({"--zorvport", "0x%1", "-d"}) << u"invalid --zorvport argument '0x%1'"_s;
-        QTest::newRow("no number of the helper's")
-            << list({"--zorvattach", ""}) << u"invalid --zorvattach argument ''"_s;
-        QTest::newRow("empty") << list({"--zorvhost", ""}) << u"invalid --zorvhost argument ''"_s;
+            << list({"--zorvport", "0x%1", "-d"}) << list({"invalid --zorvport argument '0x%1'"});
+        QTest::newRow("empty") << list({"--zorvhost", ""})
+                               << list({"invalid --zorvhost argument ''"});
     }
 
-    void commandLineIsRejected()
+    void rejectedOptionIsNamedAndSetsNothing()
     {
         QFETCH(QStringList, arguments);
-        QFETCH(QString, message);
         const MessageCollector messages;
         ZORVDebuggerOptions options;
         QVERIFY(!options.parse(program + arguments));
-        QCOMPARE(messages.texts(), QStringList(message));
-        QCOMPARE(options.port(), 0);
+        QTEST(messages.texts(), "messages");
+        QCOMPARE(stateOf(options), State());
         QCOMPARE(options.targetArguments(), QStringList());
     }
 
