@@ -19,17 +19,16 @@ private Q_SLOTS:
         QTest::addColumn<QByteArray>("talvora");
         QTest::addColumn<QString>("text");
         QTest::addColumn<bool>("on");
-        const QByteArray unset;
-        QTest::newRow("none is set") << unset << unset << unset << QString() << false;
-        QTest::newRow("ZORV_ before the others") << "a"_ba
-                                                 << "off"_ba
-                                                 << "no"_ba << u"a"_s << true;
-        QTest::newRow("empty is set and on") << ""_ba
-                                             << "no"_ba
-                                             << "x"_ba << u""_s << true;
-        QTest::newRow("PELK_ before TALVORA_") << unset << "no"_ba
-                                               << "x"_ba << u"no"_s << false;
-        QTest::newRow("TALVORA_ alone") << unset << unset << "\xc3\xa9"_ba << u"é"_s << true;
+        const auto add = [](const char* name, const char* zorv, const char* pelk,
+                            const char* talvora, const QString& text, bool on) {
+            QTest::newRow(name) << QByteArray(zorv) << QByteArray(pelk) << QByteArray(talvora)
+                                << text << on;
+        };
+        add("none is set", nullptr, nullptr, nullptr, {}, false);
+        add("ZORV_ before the others", "a", "off", "no", u"a"_s, true);
+        add("empty is set and on", "", "no", "x", u""_s, true);
+        add("PELK_ before TALVORA_", nullptr, "no", "x", u"no"_s, false);
+        add("TALVORA_ alone", nullptr, nullptr, "\xc3\xa9", u"é"_s, true);
     }
 
     void firstVariableThatIsSetCounts()

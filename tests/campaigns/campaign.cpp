@@ -43,8 +43,12 @@ const int passedSignals[] = {SIGUSR1,   SIGUSR2, SIGCONT, SIGWINCH, SIGURG, SIGA
                              SIGVTALRM, SIGPROF, SIGXCPU, SIGPWR,   SIGIO,  SIGRTMIN};
 
 std::string mode;
-std::map<std::string, long> options = {
-    {"--count", 100}, {"--seed", 1}, {"--timeout", 20000}, {"--mebibytes", 20}, {"--first", 0}};
+// The options that are numbers.
+long trials = 100;
+long seed = 1;
+long firstTrial = 0;
+long timeoutMs = 20000;
+long mebibytes = 20;
 // What every launcher is run under, besides what a mode runs it under.
 std::vector<QByteArray> under;
 std::mt19937 randomBits;
@@ -57,13 +61,19 @@ std::map<pid_t, int> ends;
 // Looks again all the time; false when that took longer than the timeout.
 bool waitUntil(const std::function<bool()>& condition)
 {
-    const QDeadlineTimer deadline(options["--timeout"]);
+    const QDeadlineTimer deadline(timeoutMs);
     bool holds = condition();
     while (!holds && !deadline.hasExpired()) {
         usleep(500);
         holds = condition();
     }
     return holds;
+}
+
+std::string contentOf(const char* fileName)
+{
+    std::ifstream file(fileName);
+    return {std::istreambuf_iterator<char>(file), {}};
 }
 
 // The children that live.
@@ -149,11 +159,6 @@ void clean()
     ends.clear();
 }
 
-bool helperIsReady()
-{
-    return waitUntil([] { return exists("ready") || exists("session/restarts"); });
-}
-
 void trySignal(long)
 {
     std::string actions = "--sleep";
@@ -180,19 +185,16 @@ void trySignal(long)
 void tryPassed(long)
 {
     const int signo = pickFrom(passedSignals);
-    const std::string block = "--block-signal=" + std::to_string(signo);
-    const pid_t launcher = launch("--record-signals ready", -1, {"/usr/bin/env", block.c_str()});
-    usleep(unsigned(pick(spanUs)));
-    // Before env(1) has become the launcher, nobody would pass the signal on.
-    const std::string exe = "/proc/" + std::to_string(launcher) + "/exe";
-    waitUntil([&] { return fs::read_symlink(exe).filename() == "zorv-mpirun"; });
-    usleep(unsigned(pick(spanUs)));
+    sigset_t passed;
+    sigemptyset(&passed);
+    sigaddset(&passed, signo);
+    sigprocmask(SIG_BLOCK, &passed, nullptr);
+    const pid_t launcher = launch("--record-signals ready");
+    sigprocmask(SIG_UNBLOCK, &passed, nullptr);
+    usleep(unsigned(pick(2 * spanUs)));
     kill(launcher, signo);
     const std::string expected = std::to_string(signo) + " 0\n";
-    const auto records = [] {
-        std::ifstream file("ready");
-        return std::string(std::istreambuf_iterator<char>(file), {});
-    };
+    const auto records = [] { return contentOf("ready"); };
     if (!waitUntil([&] { return records().find('\n' + expected) != std::string::npos; })) {
         wrong("lost signals", "the helper did not get signal " + std::to_string(signo));
     }
@@ -226,7 +228,7 @@ void tryStop(long)
 void tryIgnored(long)
 {
     const pid_t launcher = launch("--ignore 15 --append ready --sleep");
-    helperIsReady();
+    waitUntil([] { return exists("ready"); });
     kill(launcher, SIGTERM);
     checkEnd(launcher, {SIGTERM}, 1);
 }
@@ -269,7 +271,7 @@ void tryRestarts(long)
         }
     }
     const auto count = long(used[0].size());
-    if (count != options["--count"] || digests.size() != 1) {
+    if (count != trials || digests.size() != 1) {
         wrong("differences", std::to_string(count) + " helpers, and different things");
         return;
     }
@@ -289,7 +291,7 @@ void tryRestarts(long)
 
 void tryOutput(long number)
 {
-    const auto size = size_t(options["--mebibytes"]) * 1024 * 1024;
+    const auto size = size_t(mebibytes) * 1024 * 1024;
     const std::string flood = std::to_string(size);
     const std::string end = number % 2 == 0 ? " --exit 3" : " --signal 6";
     const bool slow = number % 3 == 1;
@@ -377,7 +379,7 @@ void listFaults()
         }
     }
     printf("%zu faults possible, ", faults.size());
-    options["--count"] = std::min(options["--count"], long(faults.size()));
+    trials = std::min(trials, long(faults.size()));
 }
 
 // The helpers that have run, each of which has written a record of 64 bytes.
@@ -388,14 +390,13 @@ long restarts()
 
 void tryFault(long number)
 {
-    trial = faults[size_t(number) * faults.size() / size_t(options["--count"])];
+    trial = faults[size_t(number) * faults.size() / size_t(trials)];
     const std::string inject = "inject=" + trial;
     // Of that call alone, and "-qq": strace itself prints nothing.
     const std::string trace = "trace=" + trial.substr(0, trial.find(':'));
     const int status =
         runTraced({"-qq", "-o", "/dev/null", "-e", trace.c_str(), "-e", inject.c_str()});
-    std::ifstream file("errors");
-    const std::string errors(std::istreambuf_iterator<char>(file), {});
+    const std::string errors = contentOf("errors");
     const bool losesMessage = std::regex_search(trial, std::regex("^write:error=(EIO|ENOSPC)"));
     if (status != 0 && status != W_EXITCODE(1, 0)) {
         wrong("wrong ends", "wait status " + std::to_string(status) + ": " + errors);
@@ -434,6 +435,19 @@ const std::map<std::string, Mode> modes = {
     {"sessionfiles", {trySessionFile, "session files of any content"}},
 };
 
+struct Number
+{
+    long* value;
+    const char* name;
+    const char* description;
+};
+
+const Number numbers[] = {{&trials, "count", "Trials."},
+                          {&seed, "seed", "Of the random numbers."},
+                          {&firstTrial, "first", "Number of the first trial."},
+                          {&timeoutMs, "timeout", "Milliseconds for each wait."},
+                          {&mebibytes, "mebibytes", "Of a flood."}};
+
 // Takes the mode and the options from the command line; ends the program if it cannot.
 void parseCommandLine(const QStringList& arguments)
 {
@@ -447,32 +461,24 @@ void parseCommandLine(const QStringList& arguments)
     parser.setApplicationDescription(description);
     parser.addHelpOption();
     parser.addPositionalArgument(QStringLiteral("mode"), QStringLiteral("What is tried."));
-    parser.addOptions({
-        {QStringLiteral("count"), QStringLiteral("Trials."), QStringLiteral("N")},
-        {QStringLiteral("seed"), QStringLiteral("Of the random numbers."), QStringLiteral("N")},
-        {QStringLiteral("first"), QStringLiteral("Number of the first trial."),
-         QStringLiteral("N")},
-        {QStringLiteral("timeout"), QStringLiteral("Milliseconds for each wait."),
-         QStringLiteral("N")},
-        {QStringLiteral("mebibytes"), QStringLiteral("Of a flood."), QStringLiteral("N")},
-        {QStringLiteral("under"),
-         QStringLiteral("A word of the command that the launcher is run under."),
-         QStringLiteral("WORD")},
-    });
+    parser.addPositionalArgument(QStringLiteral("command"),
+                                 QStringLiteral("What the launcher is run under."),
+                                 QStringLiteral("[command...]"));
+    for (const auto& [value, name, text] : numbers) {
+        parser.addOption({QLatin1String(name), QLatin1String(text), QLatin1String("N"),
+                          QString::number(*value)});
+    }
     parser.process(arguments);
-    mode = parser.positionalArguments().value(0).toStdString();
-    const QStringList words = parser.values(QStringLiteral("under"));
+    QStringList words = parser.positionalArguments();
+    mode = words.isEmpty() ? std::string() : words.takeFirst().toStdString();
     for (const QString& word : words) {
         under.push_back(word.toLocal8Bit());
     }
-    bool understood = modes.count(mode) > 0 && parser.positionalArguments().size() == 1;
-    for (auto& [name, value] : options) {
-        const QString option = QString::fromStdString(name).mid(2);
+    bool understood = modes.count(mode) > 0;
+    for (const Number& number : numbers) {
         bool isNumber = true;
-        if (parser.isSet(option)) {
-            value = parser.value(option).toLong(&isNumber);
-        }
-        understood = understood && isNumber && value >= 0;
+        *number.value = parser.value(QLatin1String(number.name)).toLong(&isNumber);
+        understood = understood && isNumber && *number.value >= 0;
     }
     if (!understood) {
         fprintf(stderr, "The mode or a number is not understood; see campaign --help\n");
@@ -485,7 +491,7 @@ void beginTrial(long number)
 {
     trialNumber = number;
     trial = "trial " + std::to_string(number);
-    randomBits.seed(static_cast<unsigned>(options["--seed"] * 1000003 + number));
+    randomBits.seed(static_cast<unsigned>(seed * 1000003 + number));
 }
 
 } // namespace
@@ -499,7 +505,7 @@ void wrong(const char* kind, const std::string& what)
 {
     ++wrongs;
     fprintf(stderr, "%s: %s (%s)\nRepeat it with: campaign %s --seed %ld --first %ld --count 1\n",
-            kind, what.c_str(), trial.c_str(), mode.c_str(), options["--seed"], trialNumber);
+            kind, what.c_str(), trial.c_str(), mode.c_str(), seed, trialNumber);
 }
 
 int main(int argc, char** argv)
@@ -514,7 +520,7 @@ int main(int argc, char** argv)
     fs::copy(ZORV_MPIRUN, "bin/zorv-mpirun");
     fs::copy(TESTCHILD, "bin/zorv-debugger");
     const bool sessionless = mode == "faults" || mode == "faults_failure";
-    const long restarts = mode == "faults_restart" ? 2 : options["--count"];
+    const long restarts = mode == "faults_restart" ? 2 : trials;
     setenv("HOME", fs::current_path().c_str(), 1);
     setenv("LC_ALL", "C.UTF-8", 1);
     setenv("RESTARTS", std::to_string(restarts).c_str(), 1);
@@ -532,13 +538,12 @@ int main(int argc, char** argv)
     if (tryOnce == tryFault) {
         listFaults();
     }
-    const long trials = tryOnce == tryRestarts ? 1 : options["--count"];
-    for (long i = 0; i < trials && wrongs < mostWrong; ++i) {
+    const long times = tryOnce == tryRestarts ? 1 : trials;
+    for (long i = 0; i < times && wrongs < mostWrong; ++i) {
         clean();
-        beginTrial(options["--first"] + i);
-        tryOnce(options["--first"] + i);
+        beginTrial(firstTrial + i);
+        tryOnce(firstTrial + i);
     }
-    printf("%s: %ld tried, seed %ld: %ld wrong\n", mode.c_str(), options["--count"],
-           options["--seed"], wrongs);
-    return wrongs == 0 && options["--count"] > 0 ? 0 : 1;
+    printf("%s: %ld tried, seed %ld: %ld wrong\n", mode.c_str(), trials, seed, wrongs);
+    return wrongs == 0 && trials > 0 ? 0 : 1;
 }
