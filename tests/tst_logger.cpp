@@ -250,12 +250,10 @@ private Q_SLOTS:
     void logThatCannotBeOpenedIsReported()
     {
         Logger::installLogMsgHandler(u"first"_s);
-        {
-            const MessageCollector messages;
-            Logger::installLogMsgHandler({});
-            Logger::installLogMsgHandler(u"."_s);
-            QCOMPARE(messages.texts(), list({"Log file name is empty", ".: Is a directory"}));
-        }
+        QTest::ignoreMessage(QtWarningMsg, "Log file name is empty");
+        Logger::installLogMsgHandler({});
+        QTest::ignoreMessage(QtCriticalMsg, ".: Is a directory");
+        Logger::installLogMsgHandler(u"."_s);
         Logger::log(QtDebugMsg, "1");
         QCOMPARE(content(u"first"_s), QByteArray("1\n"));
     }

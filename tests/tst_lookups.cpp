@@ -6,6 +6,7 @@
 #include "tests/support/texts.h"
 
 #include <QFileInfo>
+#include <QRegularExpression>
 #include <QTest>
 
 #include <arpa/inet.h>
@@ -238,11 +239,11 @@ private Q_SLOTS:
     void asksNoMoreAfterAnEndlessAnswer()
     {
         replaceGetent("echo >>/mnt/asked; exec yes 10.0.0.1");
-        const MessageCollector messages;
+        QTest::failOnWarning(QRegularExpression(u".*"_s));
+        QTest::ignoreMessage(QtWarningMsg, "getent ahosts: no answer; no more names are looked up");
         for (int i = 0; i < 2; ++i) {
             QCOMPARE(Lookups::Getent::hostOfName("a").addresses, QByteArrayList());
         }
-        QCOMPARE(messages.texts(), list({"getent ahosts: no answer; no more names are looked up"}));
         QCOMPARE(QFileInfo(u"/mnt/asked"_s).size(), 1);
     }
 };

@@ -184,7 +184,7 @@ private Q_SLOTS:
         QCOMPARE(options.getClientLogFileName(), u"/zorv-debugger-multiplexer-client"_s + process);
         setSetting("ZORV_DEBUGGER_MULTIPLEXER_LOG", "l.LOG");
         setSetting("ZORV_DEBUGGER_MULTIPLEXER_CLIENT_LOG", "c.log.log");
-        const MessageCollector messages;
+        QTest::ignoreMessage(QtWarningMsg, "invalid --zorvport argument 'x'");
         QVERIFY(!options.parse(program + list({"--zorvroot", "--zorvport", "x"})));
         QCOMPARE(options.getLogFileName(), u"l.LOG-root"_s + process);
         QCOMPARE(options.getClientLogFileName(), u"c.log-root"_s + process);
@@ -192,31 +192,29 @@ private Q_SLOTS:
 
     void rejectedOptionIsNamedAndSetsNothing_data()
     {
-        QTest::addColumn<QStringList>("arguments");
-        QTest::addColumn<QStringList>("messages");
-        QTest::newRow("no number")
-            << list({"--zorvport", "0x%1", "-d"}) << list({"invalid --zorvport argument '0x%1'"});
-        QTest::newRow("empty") << list({"--zorvhost", ""})
-                               << list({"invalid --zorvhost argument ''"});
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<QString>("value");
+        QTest::newRow("no number") << u"--zorvport"_s << u"0x%1"_s;
+        QTest::newRow("empty") << u"--zorvhost"_s << QString();
     }
 
     void rejectedOptionIsNamedAndSetsNothing()
     {
-        QFETCH(QStringList, arguments);
-        const MessageCollector messages;
+        QFETCH(QString, name);
+        QFETCH(QString, value);
+        const QString message = u"invalid %1 argument '%2'"_s.arg(name, value);
+        QTest::ignoreMessage(QtWarningMsg, message.toLatin1().constData());
         ZORVDebuggerOptions options;
-        QVERIFY(!options.parse(program + arguments));
-        QTEST(messages.texts(), "messages");
+        QVERIFY(!options.parse(program + QStringList({name, value, u"-d"_s})));
         QCOMPARE(stateOf(options), State());
         QCOMPARE(options.targetArguments(), QStringList());
     }
 
     void argumentsThatAreNoOptionsAreRejectedWithoutATarget()
     {
-        const MessageCollector messages;
+        QTest::ignoreMessage(QtWarningMsg, "unrecognised argument '%1'");
         BackendOptions options;
         QVERIFY(!options.parse(program + list({"-d", "--", "%1", "x"})));
-        QCOMPARE(messages.texts(), list({"unrecognised argument '%1'"}));
         QVERIFY(Options().parse({}));
     }
 

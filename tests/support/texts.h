@@ -25,22 +25,3 @@ inline QStringList list(std::initializer_list<const char*> entries)
     QFile file(fileName);
     return file.open(QIODevice::WriteOnly) && file.write(content) == content.size();
 }
-
-/// Takes the messages that are logged while it lives, of which there is one at
-/// a time.
-class MessageCollector
-{
-public:
-    MessageCollector()
-    {
-        sTexts.clear();
-        mPrevious = qInstallMessageHandler(
-            [](QtMsgType, const QMessageLogContext&, const QString& text) { sTexts += text; });
-    }
-    ~MessageCollector() { qInstallMessageHandler(mPrevious); }
-    QStringList texts() const { return sTexts; }
-
-private:
-    static inline QStringList sTexts;
-    QtMessageHandler mPrevious;
-};
