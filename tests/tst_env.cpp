@@ -10,7 +10,7 @@ class EnvTest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void init() { clearSettings({"TST"}); }
+    void init() { clearSettings(); }
 
     void firstVariableThatIsSetCounts_data()
     {

@@ -40,7 +40,6 @@ const QMap<QByteArray, void (*)()> childActions = {
     {"deadlock", [] { qDebug("Deadlock detected"); }},
     {"missing signal", [] { QObject::connect(qApp, "2no()", qApp, SLOT(quit())); }},
     {"missing slot", [] { QObject::connect(qApp, SIGNAL(aboutToQuit()), qApp, "1no()"); }},
-    {"record", [] { Logger::xmlLog(STDOUT_FILENO, QtDebugMsg, "text"); }},
 };
 
 int runChild(const QByteArray& action, const char* logFileName)
@@ -64,14 +63,6 @@ QByteArray content(const QString& fileName)
 {
     QFile file(fileName);
     return file.open(QIODevice::ReadOnly) ? file.readAll() : "cannot be read";
-}
-
-// The attributes of a record.
-QXmlStreamAttributes attributesOf(const QByteArray& record)
-{
-    QXmlStreamReader reader(record);
-    reader.readNextStartElement();
-    return reader.attributes();
 }
 
 QByteArrayList received;
@@ -108,7 +99,7 @@ private Q_SLOTS:
 
     void init()
     {
-        clearSettings({"TEST_LOG", "LOGS"});
+        clearSettings();
         mDirectory = std::make_unique<QTemporaryDir>();
         QVERIFY(QDir::setCurrent(mDirectory->path()));
         received.clear();
@@ -162,7 +153,9 @@ private Q_SLOTS:
         const QByteArray record = Logger::xmlLogBytes(QtWarningMsg, "a <b/> & c");
         const QDateTime after = QDateTime::currentDateTime();
         QVERIFY(record.startsWith("<debug ") && record.endsWith("\">a <b/> & c</debug>"));
-        const QXmlStreamAttributes attributes = attributesOf(record);
+        QXmlStreamReader reader(record);
+        reader.readNextStartElement();
+        const QXmlStreamAttributes attributes = reader.attributes();
         QCOMPARE(attributes.value(u"source"_s), QFileInfo(mProgram).fileName());
         QCOMPARE(attributes.value(u"pid"_s).toInt(), int(getpid()));
         QCOMPARE(attributes.value(u"type"_s), u"warning"_s);
@@ -180,17 +173,6 @@ private Q_SLOTS:
         QCOMPARE(Logger::typeToString(QtCriticalMsg), "critical");
         QCOMPARE(Logger::typeToString(QtFatalMsg), "fatal");
         QCOMPARE(Logger::typeToString(QtInfoMsg), "unknown");
-    }
-
-    void recordHasTheFirst64CharactersOfTheProgram()
-    {
-        const QString name(70, u'n');
-        QVERIFY(QFile::copy(mProgram, name));
-        QProcess child;
-        child.start(QDir::current().filePath(name), {u"record"_s, u"log"_s});
-        QVERIFY(child.waitForFinished());
-        const QXmlStreamAttributes attributes = attributesOf(child.readAllStandardOutput());
-        QCOMPARE(attributes.value(u"source"_s), QString(64, u'n'));
     }
 
     void recordIsCompleteForASlowReader()
@@ -233,41 +215,24 @@ private Q_SLOTS:
         Logger::removeMsgHandler(receive);
     }
 
-    void secondLogTakesThePlaceOfTheFirst()
+    void logIsTheLastFileThatCouldBeOpened()
     {
-        Logger::installLogMsgHandler(u"first"_s);
-        Logger::log(QtDebugMsg, "1");
-        Logger::installLogMsgHandler(u"second"_s);
-        Logger::log(QtDebugMsg, "2");
-        QCOMPARE(content(u"first"_s), QByteArray("1\n"));
-        QCOMPARE(content(u"second"_s), QByteArray("2\n"));
-        const QDir descriptors(u"/proc/self/fd"_s);
-        for (const QFileInfo& entry : descriptors.entryInfoList(QDir::System | QDir::Files)) {
-            QVERIFY(entry.symLinkTarget() != QDir::current().filePath(u"first"_s));
-        }
-    }
-
-    void logThatCannotBeOpenedIsReported()
-    {
-        Logger::installLogMsgHandler(u"first"_s);
+        QCOMPARE(mkfifo("fifo", 0600), 0);
+        const int reader = open("fifo", O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+        Logger::installLogMsgHandler(u"fifo"_s);
         QTest::ignoreMessage(QtWarningMsg, "Log file name is empty");
         Logger::installLogMsgHandler({});
         QTest::ignoreMessage(QtCriticalMsg, ".: Is a directory");
         Logger::installLogMsgHandler(u"."_s);
         Logger::log(QtDebugMsg, "1");
-        QCOMPARE(content(u"first"_s), QByteArray("1\n"));
-    }
-
-    void fifoWithAReaderIsALog()
-    {
-        QCOMPARE(mkfifo("fifo", 0600), 0);
-        QFile reader;
-        const int fd = open("fifo", O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-        QVERIFY(reader.open(fd, QIODevice::ReadOnly, QFileDevice::AutoCloseHandle));
-        Logger::installLogMsgHandler(u"fifo"_s);
-        Logger::log(QtDebugMsg, "1");
-        QCOMPARE(reader.readLine(), QByteArray("1\n"));
-        Logger::installLogMsgHandler(u"file"_s);
+        char line[10];
+        QCOMPARE(read(reader, line, sizeof line), 2);
+        Logger::installLogMsgHandler(u"second"_s);
+        Logger::log(QtDebugMsg, "2");
+        QCOMPARE(content(u"second"_s), QByteArray("2\n"));
+        // The end, as nobody has the FIFO open any more.
+        QCOMPARE(read(reader, line, sizeof line), 0);
+        close(reader);
     }
 };
 

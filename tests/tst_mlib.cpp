@@ -9,7 +9,7 @@ class MlibTest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void init() { clearSettings({"ALLOW_NEWLINE_IN_ARGS"}); }
+    void init() { clearSettings(); }
 
     void splitsCommandLines_data()
     {

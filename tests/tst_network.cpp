@@ -98,7 +98,7 @@ class NetworkTest : public QObject
 private Q_SLOTS:
     void init()
     {
-        clearSettings({"FORCE_IP_HOSTNAME", "LOCALHOST", "LOCALHOST_IPV6", "NETWORK_INTERFACES"});
+        clearSettings();
         QVERIFY(writeFile(u"/etc/hosts"_s, hostsFile));
         sc_setHasBluegeneNodes(false);
         lookUps.clear();

@@ -62,12 +62,7 @@ class OptionsTest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void init()
-    {
-        clearSettings({"SHARED_DIRECTORY", "MANUAL_LAUNCH", "DEBUG", "LOGS",
-                       "DEBUGGER_MULTIPLEXER_DEBUG", "DEBUGGER_MULTIPLEXER_VERBOSE",
-                       "DEBUGGER_MULTIPLEXER_LOG", "DEBUGGER_MULTIPLEXER_CLIENT_LOG"});
-    }
+    void init() { clearSettings(); }
 
     void sessionOptionsTravelInTheirFirstSpelling()
     {

@@ -23,7 +23,7 @@ class ProcessTest : public QObject
     const QString mFile = mDir.filePath(u"file"_s);
 
 private Q_SLOTS:
-    void init() { clearSettings({"DEBUG_SC_KILL", "ALLOW_NEWLINE_IN_ARGS"}); }
+    void init() { clearSettings(); }
 
     // No child is left behind, not even one that has ended.
     void cleanup() { QVERIFY(waitpid(-1, nullptr, WNOHANG) == -1 && errno == ECHILD); }

@@ -86,8 +86,8 @@ class SessionTest : public QObject
 private Q_SLOTS:
     void init()
     {
-        clearSettings({"HOST", "PORT", "SESSION", "SESSION_COOKIE", "SESSION_FILE", "SESSION_PATH",
-                       "SHARED_DIRECTORY", "NO_SESSION_COOKIE", "TARBALL", "TMPDIR", "LOGNAME"});
+        clearSettings();
+        qunsetenv("TMPDIR");
         setSetting("ZORV_SESSION_PATH", "s");
         mRoot = std::make_unique<QTemporaryDir>();
         QVERIFY(QDir::setCurrent(mRoot->path()));

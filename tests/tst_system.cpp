@@ -69,8 +69,9 @@ class SystemTest : public QObject
 private Q_SLOTS:
     void init()
     {
-        clearSettings({"FAKE_BLUEGENE", "FORCE_BGQ_SUPPORT", "BG_NODE_TYPE", "BGQDRV", "VERSION",
-                       "RELEASE_VERSION"});
+        clearSettings();
+        qunsetenv("BG_NODE_TYPE");
+        qunsetenv("BGQDRV");
     }
 
     void expandsPaths_data()

@@ -5,8 +5,8 @@
 #include "common/env/zorvenv.h"
 
 #include <QByteArray>
-
-#include <initializer_list>
+#include <QProcessEnvironment>
+#include <QRegularExpression>
 
 /// Gives a variable a value, or none for null.
 inline void setSetting(const char* name, const QByteArray& value)
@@ -15,13 +15,12 @@ inline void setSetting(const char* name, const QByteArray& value)
     discardEnvCache();
 }
 
-/// Unsets variables of these names, with each of the suite's prefixes and
-/// without one.
-inline void clearSettings(std::initializer_list<const char*> names)
+/// Unsets all of the suite's settings.
+inline void clearSettings()
 {
-    for (const char* name : names) {
-        for (const char* prefix : {"ZORV_", "PELK_", "TALVORA_", ""}) {
-            setSetting(QByteArray(prefix) + name, QByteArray());
-        }
+    static const QRegularExpression ours(QStringLiteral("^(ZORV|PELK|TALVORA)_"));
+    for (const QString& name : QProcessEnvironment::systemEnvironment().keys().filter(ours)) {
+        qunsetenv(name.toLatin1().constData());
     }
+    discardEnvCache();
 }
