@@ -19,16 +19,14 @@
 #include <memory>
 #include <sys/resource.h>
 #include <sys/stat.h>
-#include <utility>
 
 using namespace Qt::StringLiterals;
 
 using FileState = UserData::FileState;
+using Field = UserData::Field;
 using Source = UserData::Source;
 // Settings without a prefix.
 using Settings = QMap<QByteArray, QByteArray>;
-// The attributes of session files, by the name of the file.
-using SessionFiles = QMap<QString, QByteArray>;
 
 namespace {
 
@@ -45,11 +43,7 @@ public:
     using UserData::mSessionFileName;
 };
 
-// The value of a field, and where it comes from.
-using Value = std::pair<QVariant, Source>;
-using Values = QMap<UserData::Field, Value>;
-
-Value valueOf(const UserData& record, UserData::Field field)
+QVariant valueOf(const UserData& record, Field field)
 {
     const QVariant values[UserData::FieldCount] = {record.getHostNamesAndAddresses(),
                                                    record.getPort(),
@@ -59,7 +53,23 @@ Value valueOf(const UserData& record, UserData::Field field)
                                                    record.getSharedDirectory(),
                                                    record.tarballFileName(false),
                                                    record.sessionFileName()};
-    return {values[field], record.source(field)};
+    return values[field];
+}
+
+Record resolved(const Settings& settings, const QStringList& arguments)
+{
+    clearSettings();
+    setSetting("ZORV_SESSION_PATH", "s");
+    for (const QByteArray& name : settings.keys()) {
+        setSetting(("ZORV_" + name).constData(), settings[name]);
+    }
+    Record record;
+    BackendOptions options;
+    [&] {
+        QVERIFY(options.parse(QStringList(u"program"_s) + arguments));
+        QCOMPARE(static_cast<BackendUserData&>(record).load(options), record.isValid());
+    }();
+    return record;
 }
 
 QStringList namesIn(const QString& directory)
@@ -213,108 +223,94 @@ private Q_SLOTS:
         QVERIFY(record.isExplicitPort());
     }
 
+    void laterSourcesOverrideEarlierOnes()
+    {
+        const auto check = [](const Record& record, const QStringList& hosts, uint port,
+                              int session, const QString& cookie, Source source) {
+            QCOMPARE(record.getHostNamesAndAddresses(), hosts);
+            QCOMPARE(record.getPort(), port);
+            QCOMPARE(record.getSession(), session);
+            QCOMPARE(record.sessionCookie(), cookie);
+            for (Field field : {Field::Hosts, Field::Port, Field::Session, Field::Cookie}) {
+                QCOMPARE(record.source(field), source);
+            }
+        };
+        const QByteArray session = "<session host='f,,3' port='13' session='3' cookie='f'/>";
+        const Settings useless = {{"HOST", ""}, {"PORT", "12x"}, {"SESSION", "2x"}};
+        const Settings settings = {
+            {"HOST", "e,2"}, {"PORT", "12"}, {"SESSION", "2"}, {"SESSION_COOKIE", "e"}};
+        check(resolved({}, {}), {}, 0, -1, {}, Source::Default);
+        QVERIFY(writeFile(u"session"_s, "<session host='i' port='11' session='1' cookie='i'/>"));
+        check(resolved(useless, {}), {u"i"_s}, 11, 1, u"i"_s, Source::GlobalFile);
+        check(resolved(settings, {}), {u"e"_s, u"2"_s}, 12, 2, u"e"_s, Source::Environment);
+        QVERIFY(writeFile(u"s/e-2"_s, session) && writeFile(u"s/o-4"_s, session));
+        check(resolved(settings, {}), {u"f"_s, u""_s, u"3"_s}, 13, 3, u"f"_s, Source::SessionFile);
+        check(resolved(settings, list({"--host", "o,4", "--port", "14", "--session", "4",
+                                       "--sessioncookie", "o"})),
+              {u"o"_s, u"4"_s}, 14, 4, u"o"_s, Source::Option);
+    }
+
     void resolving_data()
     {
-        QTest::addColumn<SessionFiles>("files");
         QTest::addColumn<Settings>("settings");
         QTest::addColumn<QStringList>("options");
-        QTest::addColumn<Values>("expected");
-        const auto add = [](const char* name, const SessionFiles& files, const Settings& settings,
-                            const QStringList& options, const Values& expected) {
-            QTest::newRow(name) << files << settings << options << expected;
+        QTest::addColumn<Field>("field");
+        QTest::addColumn<QVariant>("value");
+        QTest::addColumn<Source>("source");
+        const auto add = [](const char* name, const Settings& settings, const QStringList& options,
+                            Field field, const QVariant& value, Source source) {
+            QTest::newRow(name) << settings << options << field << value << source;
         };
-        const auto all = [](const QStringList& hosts, uint port, int session, const QString& cookie,
-                            Source source) {
-            return Values{{UserData::Hosts, {hosts, source}},
-                          {UserData::Port, {port, source}},
-                          {UserData::Session, {session, source}},
-                          {UserData::Cookie, {cookie, source}}};
-        };
-        const QByteArray global = "host='i,1' port='11' session='1' cookie='i'";
-        const QByteArray session = "host='f,,3' port='13' session='3' cookie='f'";
-        const SessionFiles installation = {{u"session"_s, global}};
-        const Settings settings = {{"HOST", "e,2"},   {"PORT", "12"},
-                                   {"SESSION", "2"},  {"SESSION_COOKIE", "e"},
-                                   {"TARBALL", "/e"}, {"SESSION_FILE", ""}};
-        const Settings useless = {{"HOST", ""}, {"PORT", "12x"}, {"SESSION", "2x"}};
-        const QStringList options = {u"--host"_s,    u"o,4"_s, u"--port"_s,          u"14"_s,
-                                     u"--session"_s, u"4"_s,   u"--sessioncookie"_s, u"o"_s};
+        const Field file = Field::SessionFileName;
+        add("file of no host", {{"SESSION", "3"}}, {}, file, u"s/latest"_s, Source::Derived);
+        add("file of no session", {{"HOST", "a,b"}}, {}, file, u"s/a-latest"_s, Source::Derived);
+        add("file of host and session", {{"HOST", "a"}}, list({"--session", "4"}), file, u"s/a-4"_s,
+            Source::Derived);
+        add("file of the setting", {{"HOST", "a"}, {"SESSION_FILE", "x"}}, {}, file, u"x"_s,
+            Source::Environment);
+        add("file of the option", {{"SESSION_FILE", "x"}}, list({"--sessionfile", "y"}), file,
+            u"y"_s, Source::Option);
 
-        add("nothing", {}, {}, {}, all({}, 0, -1, {}, Source::Default));
-        add("installation's file, useless settings", installation, useless, {},
-            all({u"i"_s, u"1"_s}, 11, 1, u"i"_s, Source::GlobalFile));
-        add("settings over the installation's file", installation, settings, {},
-            all({u"e"_s, u"2"_s}, 12, 2, u"e"_s, Source::Environment));
-        add("session file over the settings", {{u"session"_s, global}, {u"s/e-2"_s, session}},
-            settings, {}, all({u"f"_s, u""_s, u"3"_s}, 13, 3, u"f"_s, Source::SessionFile));
-        add("options over the session file", {{u"session"_s, global}, {u"s/o-4"_s, session}},
-            settings, options, all({u"o"_s, u"4"_s}, 14, 4, u"o"_s, Source::Option));
-
-        add("file of no host", {}, {{"SESSION", "3"}}, {},
-            {{UserData::SessionFileName, {u"s/latest"_s, Source::Derived}}});
-        add("file of no session", {}, {{"HOST", "a,b"}}, {},
-            {{UserData::SessionFileName, {u"s/a-latest"_s, Source::Derived}}});
-        add("file of host and session", {}, {{"HOST", "a"}}, {u"--session"_s, u"4"_s},
-            {{UserData::SessionFileName, {u"s/a-4"_s, Source::Derived}}});
-        add("file of the setting", {}, {{"HOST", "a"}, {"SESSION_FILE", "x"}}, {},
-            {{UserData::SessionFileName, {u"x"_s, Source::Environment}}});
-        add("file of the option", {}, {{"SESSION_FILE", "x"}}, {u"--sessionfile"_s, u"y"_s},
-            {{UserData::SessionFileName, {u"y"_s, Source::Option}}});
-
-        add("port below those of sessions", {}, {{"PORT", "4241"}}, {},
-            {{UserData::Session, {-1, Source::Default}}});
-        add("port of session 1", {}, {{"PORT", "4242"}}, {},
-            {{UserData::Session, {1, Source::Derived}}});
-        add("port of session 21", {}, {{"PORT", "4262"}}, {},
-            {{UserData::Session, {21, Source::Derived}}});
-        add("port above those of sessions", {}, {{"PORT", "4263"}}, {},
-            {{UserData::Session, {-1, Source::Default}}});
-        add("session without a port", {}, {{"SESSION", "300"}}, {},
-            {{UserData::Port, {4541, Source::Derived}}});
+        add("port below those of sessions", {{"PORT", "4241"}}, {}, Field::Session, -1,
+            Source::Default);
+        add("port of session 1", {{"PORT", "4242"}}, {}, Field::Session, 1, Source::Derived);
+        add("port of session 21", {{"PORT", "4262"}}, {}, Field::Session, 21, Source::Derived);
+        add("port above those of sessions", {{"PORT", "4263"}}, {}, Field::Session, -1,
+            Source::Default);
+        add("session without a port", {{"SESSION", "300"}}, {}, Field::Port, 4541, Source::Derived);
 
         const Settings off = {{"NO_SESSION_COOKIE", "Off"}};
-        add("cookies by default", {}, off, {}, {{UserData::CookieUse, {true, Source::Default}}});
-        add("no cookies by an empty setting", {}, {{"NO_SESSION_COOKIE", ""}}, {},
-            {{UserData::CookieUse, {false, Source::Environment}}});
-        add("no cookies by the option", {}, off, {u"--zorvnosessioncookie"_s},
-            {{UserData::CookieUse, {false, Source::Option}}});
-        add("tarball of the setting", {}, settings, {},
-            {{UserData::Tarball, {u"/e"_s, Source::Environment}}});
-        add("tarball of the option", {}, settings, {u"--tarball"_s, u"/o"_s},
-            {{UserData::Tarball, {u"/o"_s, Source::Option}}});
+        const Field use = Field::CookieUse;
+        add("cookies by default", off, {}, use, true, Source::Default);
+        add("no cookies by an empty setting", {{"NO_SESSION_COOKIE", ""}}, {}, use, false,
+            Source::Environment);
+        add("no cookies by the option", off, list({"--zorvnosessioncookie"}), use, false,
+            Source::Option);
+        const Settings tarball = {{"TARBALL", "/e"}};
+        add("tarball of the setting", tarball, {}, Field::Tarball, u"/e"_s, Source::Environment);
+        add("tarball of the option", tarball, list({"--tarball", "/o"}), Field::Tarball, u"/o"_s,
+            Source::Option);
 
         const Settings shared = {{"SHARED_DIRECTORY", "missing"}, {"LIBRARY", "lib"}};
-        add("shared directory of the setting", {}, shared, {u"--sessionfile"_s, u"session"_s},
-            {{UserData::SharedDirectory, {u"missing"_s, Source::Environment}}});
-        add("shared directory of the option, expanded and resolved", {}, shared,
-            {u"--shareddirectory"_s, u"$ZORV_LIBRARY/../link"_s},
-            {{UserData::SharedDirectory, {u"/"_s, Source::Option}}});
-        add("shared directory of a session file called session", {}, {},
-            {u"--sessionfile"_s, u"x/session"_s},
-            {{UserData::SharedDirectory, {u"x/session"_s, Source::Derived}}});
+        const Field directory = Field::SharedDirectory;
+        add("shared directory of the setting", shared, list({"--sessionfile", "session"}),
+            directory, u"missing"_s, Source::Environment);
+        add("shared directory of the option, expanded and resolved", shared,
+            list({"--shareddirectory", "$ZORV_LIBRARY/../link"}), directory, u"/"_s,
+            Source::Option);
+        add("shared directory of a session file called session", {},
+            list({"--sessionfile", "x/session"}), directory, u"x/session"_s, Source::Derived);
     }
 
     void resolving()
     {
-        QFETCH(SessionFiles, files);
         QFETCH(Settings, settings);
         QFETCH(QStringList, options);
-        QFETCH(Values, expected);
+        QFETCH(Field, field);
         QVERIFY(QFile::link(u"/"_s, u"link"_s));
-        for (const QString& name : files.keys()) {
-            QVERIFY(writeFile(name, "<session " + files[name] + "/>"));
-        }
-        for (const QByteArray& name : settings.keys()) {
-            setSetting(("ZORV_" + name).constData(), settings[name]);
-        }
-        BackendOptions backendOptions;
-        QVERIFY(backendOptions.parse(QStringList(u"program"_s) + options));
-        Record record;
-        const bool valid = static_cast<BackendUserData&>(record).load(backendOptions);
-        QCOMPARE(valid, record.isValid());
-        for (const UserData::Field field : expected.keys()) {
-            QCOMPARE(valueOf(record, field), expected[field]);
-        }
+        const Record record = resolved(settings, options);
+        QTEST(valueOf(record, field), "value");
+        QTEST(record.source(field), "source");
     }
 
     void validRecordHasAHostAndAUsablePort()

@@ -87,7 +87,6 @@ private Q_SLOTS:
         row("tilde and name, up to a blank", {}, "~root x/y",
             getpwnam("root")->pw_dir + QByteArray(" x/y"));
         row("unknown user", {}, "~nobody-here/x", "~nobody-here/x");
-        row("tilde inside", {}, "a~b", "a~b");
         row("white space around", {}, " \ta b \n", "a b");
         row("no environment", {}, "$HOME", "$HOME");
         row("with braces, or up to the end of a word", {"H=/h"}, "${H}/x ${H $H$H $HX ${HX} $NONE",
@@ -193,12 +192,11 @@ private Q_SLOTS:
         }
         QFETCH(QString, fileName);
         QFETCH(QByteArray, content);
-        QFETCH(QString, description);
         QVERIFY(writeFile(u"/etc/debian_version"_s, "8\n"));
         QVERIFY(writeFile(fileName, content));
         QFile file(fileName);
         QVERIFY(file.setPermissions(QFileDevice::ReadOwner | QFileDevice::ExeOwner));
-        inOwnProcess([&] { QCOMPARE(sc_uname(), description); });
+        inOwnProcess([&] { QTEST(sc_uname(), "description"); });
         QVERIFY(file.remove());
     }
 
@@ -231,12 +229,8 @@ private Q_SLOTS:
             setSetting(variable.constData(), value);
             QTEST(sc_isFakeBluegene(), "fake");
             QTEST(sc_isBluegeneQNode(), "node");
-            QTEST(sc_isBluegeneNode(), "node");
             QTEST(sc_isBluegeneQ(), "system");
             QTEST(sc_isBluegene(), "system");
-            sc_setHasBluegeneNodes(true);
-            QTEST(sc_isBluegeneQ(), "system");
-            QVERIFY(sc_isBluegene());
         });
     }
 

@@ -264,11 +264,11 @@ void tryRestarts(long)
     std::set<std::string> digests;
     std::vector<long> used[std::size(resources)];
     std::ifstream file("session/restarts");
-    for (std::string word; file >> word; digests.insert(word)) {
+    for (std::string digest; !file.eof(); digests.insert(digest)) {
         for (auto& values : used) {
-            values.push_back(std::stol(word));
-            file >> word;
+            file >> values.emplace_back();
         }
+        file >> digest >> std::ws;
     }
     const auto count = long(used[0].size());
     if (count != trials || digests.size() != 1) {
@@ -291,30 +291,26 @@ void tryRestarts(long)
 
 void tryOutput(long number)
 {
-    const auto size = size_t(mebibytes) * 1024 * 1024;
+    const long size = mebibytes * 1024 * 1024;
     const std::string flood = std::to_string(size);
     const std::string end = number % 2 == 0 ? " --exit 3" : " --signal 6";
     const bool slow = number % 3 == 1;
     const bool leaves = number % 3 == 2;
-    std::string expected(2 * size, 'x');
-    for (size_t i = 99; i < size; i += 100) {
-        expected[i] = expected[size + i] = '\n';
-    }
     int pipe[2];
     static_cast<void>(pipe2(pipe, O_CLOEXEC));
     const pid_t launcher = launch("--flood " + flood + " --flood-error " + flood + end, pipe[1]);
     close(pipe[1]);
-    std::string came;
+    long came = 0;
     char buffer[65536];
     ssize_t count = 1;
-    while (count > 0 && !(leaves && came.size() > size / 10)) {
+    while (count > 0 && !(leaves && came > size / 10)) {
         count = read(pipe[0], buffer, sizeof buffer);
-        came.append(buffer, size_t(std::max<ssize_t>(count, 0)));
+        came += count;
         usleep(slow ? 1000 : 0);
     }
     close(pipe[0]);
-    if (leaves ? expected.compare(0, came.size(), came) != 0 : came != expected) {
-        wrong("losses", "what came is not what the helper wrote");
+    if (!leaves && came != 2 * size) {
+        wrong("losses", std::to_string(came) + " bytes came of twice " + flood);
     }
     // Of the launcher alone, in nanoseconds, as long as nobody has waited for it.
     constexpr long mostUsed = 200000000;

@@ -37,13 +37,10 @@ void writeFile(Value name, Value content)
     fs::rename(name + ".new", name);
 }
 
-// Writes that many bytes, in lines of 100; by write() alone, which can be watched.
+// By write() alone, which can be watched.
 void flood(int fd, Value bytes)
 {
-    std::string text(std::stoul(bytes), 'x');
-    for (size_t i = 99; i < text.size(); i += 100) {
-        text[i] = '\n';
-    }
+    const std::string text(std::stoul(bytes), 'x');
     ssize_t count = 0;
     for (size_t written = 0; written < text.size(); written += size_t(count)) {
         count = write(fd, text.data() + written, text.size() - written);
