@@ -325,43 +325,39 @@ private Q_SLOTS:
         QCOMPARE(fixLocalHost(addresses(entries)), addresses(fixed));
     }
 
-    void closestAddressesFirst_data()
+    // Each block of the result is by one kind of interface: Ethernet IPv4 and IPv6, other
+    // IPv4 and IPv6.
+    void closestAddressesAreFirstInABlockForEachKindOfInterface()
     {
-        QTest::addColumn<QByteArray>("interfaces");
-        QTest::addColumn<Addresses>("candidates");
-        // By each kind of interface: Ethernet IPv4 and IPv6, other IPv4 and IPv6.
-        QTest::addColumn<QList<Addresses>>("order");
         const Addresses mixed = addresses({"192.168.9.9", "10.0.0.77", "10.9.9.9", "2001:db8::99"});
-        QTest::newRow("all interfaces; loopback is left out")
-            << QByteArray() << mixed + addresses({"127.0.0.1", "::1"})
-            << QList<Addresses>{addresses({"10.0.0.77", "10.9.9.9", "192.168.9.9", "2001:db8::99"}),
-                                addresses({"2001:db8::99", "192.168.9.9", "10.0.0.77", "10.9.9.9"}),
-                                mixed, mixed};
-        const Addresses v4 =
-            addresses({"32.0.0.1", "16.0.0.1", "192.168.9.9", "127.42.42.5", "10.0.0.200",
-                       "1.0.0.1", "10.0.0.2", "10.0.0.200", "11.0.0.1"});
-        QTest::newRow("one interface's network, 7 and 4 common bits; fewer and other networks")
-            << QByteArray("eth0") << v4
-            << QList<Addresses>{
-                   addresses({"10.0.0.200", "10.0.0.2", "10.0.0.200", "11.0.0.1", "1.0.0.1",
-                              "32.0.0.1", "16.0.0.1", "192.168.9.9", "127.42.42.5"}),
-                   v4, v4, v4};
-        const Addresses v6 = addresses({"3001:db8::1", "2000:db8::1", "2001:d00::1", "2001:df0::1",
-                                        "2001:db8:1::1", "2001:db8:0:1::1"});
-        QTest::newRow("3 to 63 common bits of IPv6")
-            << QByteArray("eth0") << v6
-            << QList<Addresses>{v6, Addresses(v6.crbegin(), v6.crend()), v6, v6};
+        QCOMPARE(sortAddressesByPotentialRoutability(mixed + addresses({"127.0.0.1", "::1"})),
+                 addresses({"10.0.0.77", "10.9.9.9", "192.168.9.9", "2001:db8::99"}) +
+                     addresses({"2001:db8::99", "192.168.9.9", "10.0.0.77", "10.9.9.9"}) + mixed +
+                     mixed);
+        QCOMPARE(lookUps, QStringList());
     }
 
-    void closestAddressesFirst()
+    // Only the network's own bits count, and no fewer than four.
+    void closenessIsTheNumberOfCommonBits()
     {
-        QFETCH(QByteArray, interfaces);
-        QFETCH(Addresses, candidates);
-        QFETCH(QList<Addresses>, order);
-        setSetting("ZORV_NETWORK_INTERFACES", interfaces);
-        QCOMPARE(sortAddressesByPotentialRoutability(candidates),
-                 order[0] + order[1] + order[2] + order[3]);
-        QCOMPARE(lookUps, QStringList());
+        setSetting("ZORV_NETWORK_INTERFACES", "eth0");
+        const Addresses v4 = addresses({"32.0.0.1", "16.0.0.1", "192.168.9.9", "10.0.0.200",
+                                        "1.0.0.1", "10.0.0.2", "10.0.0.200", "11.0.0.1"});
+        QCOMPARE(sortAddressesByPotentialRoutability(v4),
+                 addresses({"10.0.0.200", "10.0.0.2", "10.0.0.200", "11.0.0.1", "1.0.0.1",
+                            "32.0.0.1", "16.0.0.1", "192.168.9.9"}) +
+                     v4 + v4 + v4);
+        const Addresses v6 = addresses({"3001:db8::1", "2000:db8::1", "2001:d00::1", "2001:df0::1",
+                                        "2001:db8:1::1", "2001:db8:0:1::1"});
+        QCOMPARE(sortAddressesByPotentialRoutability(v6),
+                 v6 + Addresses(v6.crbegin(), v6.crend()) + v6 + v6);
+    }
+
+    void suitesOwnAddressesAreNotLoopbackToSort()
+    {
+        const Addresses special = addresses({"127.42.42.5"});
+        QCOMPARE(sortAddressesByPotentialRoutability(special),
+                 special + special + special + special);
     }
 
     void addressesOfTheFirstNameAreNotOrdered()

@@ -23,7 +23,6 @@
 using namespace Qt::StringLiterals;
 
 using FileState = UserData::FileState;
-using Field = UserData::Field;
 using Source = UserData::Source;
 // Settings without a prefix.
 using Settings = QMap<QByteArray, QByteArray>;
@@ -43,20 +42,8 @@ public:
     using UserData::mSessionFileName;
 };
 
-QVariant valueOf(const UserData& record, Field field)
-{
-    const QVariant values[UserData::FieldCount] = {record.getHostNamesAndAddresses(),
-                                                   record.getPort(),
-                                                   record.getSession(),
-                                                   record.sessionCookie(),
-                                                   record.getUseSessionCookies(),
-                                                   record.getSharedDirectory(),
-                                                   record.tarballFileName(false),
-                                                   record.sessionFileName()};
-    return values[field];
-}
-
-Record resolved(const Settings& settings, const QStringList& arguments)
+// The record of a process with these settings and options, and no others.
+Record resolved(const Settings& settings, const QStringList& arguments = {})
 {
     clearSettings();
     setSetting("ZORV_SESSION_PATH", "s");
@@ -67,7 +54,8 @@ Record resolved(const Settings& settings, const QStringList& arguments)
     BackendOptions options;
     [&] {
         QVERIFY(options.parse(QStringList(u"program"_s) + arguments));
-        QCOMPARE(static_cast<BackendUserData&>(record).load(options), record.isValid());
+        const bool valid = static_cast<BackendUserData&>(record).load(options);
+        QCOMPARE(valid, record.isValid());
     }();
     return record;
 }
@@ -231,9 +219,10 @@ private Q_SLOTS:
             QCOMPARE(record.getPort(), port);
             QCOMPARE(record.getSession(), session);
             QCOMPARE(record.sessionCookie(), cookie);
-            for (Field field : {Field::Hosts, Field::Port, Field::Session, Field::Cookie}) {
-                QCOMPARE(record.source(field), source);
-            }
+            QCOMPARE(record.source(UserData::Hosts), source);
+            QCOMPARE(record.source(UserData::Port), source);
+            QCOMPARE(record.source(UserData::Session), source);
+            QCOMPARE(record.source(UserData::Cookie), source);
         };
         const QByteArray session = "<session host='f,,3' port='13' session='3' cookie='f'/>";
         const Settings useless = {{"HOST", ""}, {"PORT", "12x"}, {"SESSION", "2x"}};
@@ -250,67 +239,73 @@ private Q_SLOTS:
               {u"o"_s, u"4"_s}, 14, 4, u"o"_s, Source::Option);
     }
 
-    void resolving_data()
+    void fileIsThatOfHostAndSessionUnlessItIsGiven()
     {
-        QTest::addColumn<Settings>("settings");
-        QTest::addColumn<QStringList>("options");
-        QTest::addColumn<Field>("field");
-        QTest::addColumn<QVariant>("value");
-        QTest::addColumn<Source>("source");
-        const auto add = [](const char* name, const Settings& settings, const QStringList& options,
-                            Field field, const QVariant& value, Source source) {
-            QTest::newRow(name) << settings << options << field << value << source;
-        };
-        const Field file = Field::SessionFileName;
-        add("file of no host", {{"SESSION", "3"}}, {}, file, u"s/latest"_s, Source::Derived);
-        add("file of no session", {{"HOST", "a,b"}}, {}, file, u"s/a-latest"_s, Source::Derived);
-        add("file of host and session", {{"HOST", "a"}}, list({"--session", "4"}), file, u"s/a-4"_s,
-            Source::Derived);
-        add("file of the setting", {{"HOST", "a"}, {"SESSION_FILE", "x"}}, {}, file, u"x"_s,
-            Source::Environment);
-        add("file of the option", {{"SESSION_FILE", "x"}}, list({"--sessionfile", "y"}), file,
-            u"y"_s, Source::Option);
-
-        add("port below those of sessions", {{"PORT", "4241"}}, {}, Field::Session, -1,
-            Source::Default);
-        add("port of session 1", {{"PORT", "4242"}}, {}, Field::Session, 1, Source::Derived);
-        add("port of session 21", {{"PORT", "4262"}}, {}, Field::Session, 21, Source::Derived);
-        add("port above those of sessions", {{"PORT", "4263"}}, {}, Field::Session, -1,
-            Source::Default);
-        add("session without a port", {{"SESSION", "300"}}, {}, Field::Port, 4541, Source::Derived);
-
-        const Settings off = {{"NO_SESSION_COOKIE", "Off"}};
-        const Field use = Field::CookieUse;
-        add("cookies by default", off, {}, use, true, Source::Default);
-        add("no cookies by an empty setting", {{"NO_SESSION_COOKIE", ""}}, {}, use, false,
-            Source::Environment);
-        add("no cookies by the option", off, list({"--zorvnosessioncookie"}), use, false,
-            Source::Option);
-        const Settings tarball = {{"TARBALL", "/e"}};
-        add("tarball of the setting", tarball, {}, Field::Tarball, u"/e"_s, Source::Environment);
-        add("tarball of the option", tarball, list({"--tarball", "/o"}), Field::Tarball, u"/o"_s,
-            Source::Option);
-
-        const Settings shared = {{"SHARED_DIRECTORY", "missing"}, {"LIBRARY", "lib"}};
-        const Field directory = Field::SharedDirectory;
-        add("shared directory of the setting", shared, list({"--sessionfile", "session"}),
-            directory, u"missing"_s, Source::Environment);
-        add("shared directory of the option, expanded and resolved", shared,
-            list({"--shareddirectory", "$ZORV_LIBRARY/../link"}), directory, u"/"_s,
-            Source::Option);
-        add("shared directory of a session file called session", {},
-            list({"--sessionfile", "x/session"}), directory, u"x/session"_s, Source::Derived);
+        const Settings given = {{"HOST", "a"}, {"SESSION_FILE", "x"}};
+        QCOMPARE(resolved({{"SESSION", "3"}}).sessionFileName(), u"s/latest"_s);
+        QCOMPARE(resolved({{"HOST", "a,b"}}).sessionFileName(), u"s/a-latest"_s);
+        QCOMPARE(resolved({{"HOST", "a"}}, list({"--session", "4"})).sessionFileName(), u"s/a-4"_s);
+        QCOMPARE(resolved({}).source(UserData::SessionFileName), Source::Derived);
+        QCOMPARE(resolved(given).sessionFileName(), u"x"_s);
+        QCOMPARE(resolved(given).source(UserData::SessionFileName), Source::Environment);
+        const Record byOption = resolved(given, list({"--sessionfile", "y"}));
+        QCOMPARE(byOption.sessionFileName(), u"y"_s);
+        QCOMPARE(byOption.source(UserData::SessionFileName), Source::Option);
     }
 
-    void resolving()
+    void portsOfSessions1To21TellTheSession()
     {
-        QFETCH(Settings, settings);
-        QFETCH(QStringList, options);
-        QFETCH(Field, field);
+        QCOMPARE(resolved({{"PORT", "4241"}}).getSession(), -1);
+        QCOMPARE(resolved({{"PORT", "4242"}}).getSession(), 1);
+        QCOMPARE(resolved({{"PORT", "4262"}}).getSession(), 21);
+        QCOMPARE(resolved({{"PORT", "4262"}}).source(UserData::Session), Source::Derived);
+        QCOMPARE(resolved({{"PORT", "4263"}}).getSession(), -1);
+    }
+
+    void sessionTellsThePort()
+    {
+        QCOMPARE(resolved({{"SESSION", "300"}}).getPort(), 4541U);
+        QCOMPARE(resolved({{"SESSION", "300"}}).source(UserData::Port), Source::Derived);
+    }
+
+    void cookiesAreUsedUnlessTheyAreSwitchedOff()
+    {
+        const Record used = resolved({{"NO_SESSION_COOKIE", "Off"}});
+        QVERIFY(used.getUseSessionCookies());
+        QCOMPARE(used.source(UserData::CookieUse), Source::Default);
+        const Record bySetting = resolved({{"NO_SESSION_COOKIE", ""}});
+        QVERIFY(!bySetting.getUseSessionCookies());
+        QCOMPARE(bySetting.source(UserData::CookieUse), Source::Environment);
+        const Record byOption = resolved({}, list({"--zorvnosessioncookie"}));
+        QVERIFY(!byOption.getUseSessionCookies());
+        QCOMPARE(byOption.source(UserData::CookieUse), Source::Option);
+    }
+
+    void tarballIsThatOfTheOptionOrTheSetting()
+    {
+        const Record bySetting = resolved({{"TARBALL", "/e"}});
+        QCOMPARE(bySetting.tarballFileName(false), u"/e"_s);
+        QCOMPARE(bySetting.source(UserData::Tarball), Source::Environment);
+        const Record byOption = resolved({{"TARBALL", "/e"}}, list({"--tarball", "/o"}));
+        QCOMPARE(byOption.tarballFileName(false), u"/o"_s);
+        QCOMPARE(byOption.source(UserData::Tarball), Source::Option);
+    }
+
+    // That of an option is expanded and resolved; that of a setting does not exist here.
+    void sharedDirectoryIsGivenOrAFileCalledSession()
+    {
+        const Settings settings = {{"SHARED_DIRECTORY", "missing"}, {"LIBRARY", "lib"}};
         QVERIFY(QFile::link(u"/"_s, u"link"_s));
-        const Record record = resolved(settings, options);
-        QTEST(valueOf(record, field), "value");
-        QTEST(record.source(field), "source");
+        const Record bySetting = resolved(settings, list({"--sessionfile", "session"}));
+        QCOMPARE(bySetting.getSharedDirectory(), u"missing"_s);
+        QCOMPARE(bySetting.source(UserData::SharedDirectory), Source::Environment);
+        const Record byOption =
+            resolved(settings, list({"--shareddirectory", "$ZORV_LIBRARY/../link"}));
+        QCOMPARE(byOption.getSharedDirectory(), u"/"_s);
+        QCOMPARE(byOption.source(UserData::SharedDirectory), Source::Option);
+        const Record byFile = resolved({}, list({"--sessionfile", "x/session"}));
+        QCOMPARE(byFile.getSharedDirectory(), u"x/session"_s);
+        QCOMPARE(byFile.source(UserData::SharedDirectory), Source::Derived);
     }
 
     void validRecordHasAHostAndAUsablePort()
