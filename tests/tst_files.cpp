@@ -49,11 +49,6 @@ QStringList namesIn(const QString& directory)
                                      QDir::NoDotAndDotDot);
 }
 
-int openDescriptors()
-{
-    return int(namesIn(u"/proc/self/fd"_s).size());
-}
-
 } // namespace
 
 // Each row has a working directory of its own.
@@ -62,7 +57,6 @@ class FilesTest : public QObject
     Q_OBJECT
 
     std::unique_ptr<QTemporaryDir> mDirectory;
-    int mOpenDescriptors = 0;
 
 private Q_SLOTS:
     void init()
@@ -70,10 +64,7 @@ private Q_SLOTS:
         mDirectory = std::make_unique<QTemporaryDir>();
         QVERIFY(QDir::setCurrent(mDirectory->path()));
         umask(0);
-        mOpenDescriptors = openDescriptors();
     }
-
-    void cleanup() { QCOMPARE(openDescriptors(), mOpenDescriptors); }
 
     void overwriting_data()
     {
