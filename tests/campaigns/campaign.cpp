@@ -43,12 +43,17 @@ const int passedSignals[] = {SIGUSR1,   SIGUSR2, SIGCONT, SIGWINCH, SIGURG, SIGA
                              SIGVTALRM, SIGPROF, SIGXCPU, SIGPWR,   SIGIO,  SIGRTMIN};
 
 std::string mode;
-// The options that are numbers.
-long trials = 100;
-long seed = 1;
-long firstTrial = 0;
-long timeoutMs = 20000;
-long mebibytes = 20;
+struct Number
+{
+    const char* option;
+    const char* description;
+    long value;
+};
+Number trials = {"count", "Trials.", 100};
+Number seed = {"seed", "Of the random numbers.", 1};
+Number firstTrial = {"first", "Number of the first trial.", 0};
+Number timeoutMs = {"timeout", "Milliseconds for each wait.", 20000};
+Number mebibytes = {"mebibytes", "Of a flood.", 20};
 // What every launcher is run under, besides what a mode runs it under.
 std::vector<QByteArray> under;
 std::mt19937 randomBits;
@@ -61,7 +66,7 @@ std::map<pid_t, int> ends;
 // Looks again all the time; false when that took longer than the timeout.
 bool waitUntil(const std::function<bool()>& condition)
 {
-    const QDeadlineTimer deadline(timeoutMs);
+    const QDeadlineTimer deadline(timeoutMs.value);
     bool holds = condition();
     while (!holds && !deadline.hasExpired()) {
         usleep(500);
@@ -271,7 +276,7 @@ void tryRestarts(long)
         file >> digest >> std::ws;
     }
     const auto count = long(used[0].size());
-    if (count != trials || digests.size() != 1) {
+    if (count != trials.value || digests.size() != 1) {
         wrong("differences", std::to_string(count) + " helpers, and different things");
         return;
     }
@@ -291,7 +296,7 @@ void tryRestarts(long)
 
 void tryOutput(long number)
 {
-    const long size = mebibytes * 1024 * 1024;
+    const long size = mebibytes.value * 1024 * 1024;
     const std::string flood = std::to_string(size);
     const std::string end = number % 2 == 0 ? " --exit 3" : " --signal 6";
     const bool slow = number % 3 == 1;
@@ -375,7 +380,7 @@ void listFaults()
         }
     }
     printf("%zu faults possible, ", faults.size());
-    trials = std::min(trials, long(faults.size()));
+    trials.value = std::min(trials.value, long(faults.size()));
 }
 
 // The helpers that have run, each of which has written a record of 64 bytes.
@@ -386,7 +391,7 @@ long restarts()
 
 void tryFault(long number)
 {
-    trial = faults[size_t(number) * faults.size() / size_t(trials)];
+    trial = faults[size_t(number) * faults.size() / size_t(trials.value)];
     const std::string inject = "inject=" + trial;
     // Of that call alone, and "-qq": strace itself prints nothing.
     const std::string trace = "trace=" + trial.substr(0, trial.find(':'));
@@ -405,64 +410,43 @@ void tryFault(long number)
     }
 }
 
-struct Mode
-{
-    void (*tryOnce)(long);
-    const char* description;
-};
-
-const std::map<std::string, Mode> modes = {
-    {"start", {trySignal, "a signal that ends the launcher, at a random instant"}},
-    {"pair", {trySignal, "two of them"}},
-    {"group", {trySignal, "one to the whole process group"}},
-    {"restart", {trySignal, "one while helpers are restarted without a pause"}},
-    {"hold", {trySignal, "one around the end of a helper that a hold follows"}},
-    {"passed", {tryPassed, "a signal that is passed on, at a random instant"}},
-    {"stop", {tryStop, "Ctrl-Z and fg at a random instant"}},
-    {"ignored", {tryIgnored, "SIGTERM, which the helper ignores"}},
-    {"killed", {tryKilled, "SIGKILL at a random instant"}},
-    {"ends", {tryEnds, "helpers that end at once"}},
-    {"restarts", {tryRestarts, "restarts in one run"}},
-    {"output", {tryOutput, "floods on both output streams"}},
-    {"faults", {tryFault, "system calls that fail"}},
-    {"faults_session", {tryFault, "the same with a session"}},
-    {"faults_restart", {tryFault, "the same with a restart"}},
-    {"faults_failure", {tryFault, "the same with a helper that cannot start"}},
-    {"sessionfiles", {trySessionFile, "session files of any content"}},
-};
-
-struct Number
-{
-    long* value;
-    const char* name;
-    const char* description;
-};
-
-const Number numbers[] = {{&trials, "count", "Trials."},
-                          {&seed, "seed", "Of the random numbers."},
-                          {&firstTrial, "first", "Number of the first trial."},
-                          {&timeoutMs, "timeout", "Milliseconds for each wait."},
-                          {&mebibytes, "mebibytes", "Of a flood."}};
+const std::map<std::string, void (*)(long)> modes = {{"start", trySignal},
+                                                     {"pair", trySignal},
+                                                     {"group", trySignal},
+                                                     {"restart", trySignal},
+                                                     {"hold", trySignal},
+                                                     {"passed", tryPassed},
+                                                     {"stop", tryStop},
+                                                     {"ignored", tryIgnored},
+                                                     {"killed", tryKilled},
+                                                     {"ends", tryEnds},
+                                                     {"restarts", tryRestarts},
+                                                     {"output", tryOutput},
+                                                     {"faults", tryFault},
+                                                     {"faults_session", tryFault},
+                                                     {"faults_restart", tryFault},
+                                                     {"faults_failure", tryFault},
+                                                     {"sessionfiles", trySessionFile}};
 
 // Takes the mode and the options from the command line; ends the program if it cannot.
 void parseCommandLine(const QStringList& arguments)
 {
     QCommandLineParser parser;
-    QString description = QStringLiteral("Tries the launcher many times. Modes:");
-    for (const auto& [name, entry] : modes) {
-        description += QStringLiteral("\n  %1 %2")
-                           .arg(QString::fromStdString(name), -16)
-                           .arg(QLatin1String(entry.description));
+    QString names;
+    for (const auto& [name, tryOnce] : modes) {
+        names += QLatin1Char(' ') + QString::fromStdString(name);
     }
-    parser.setApplicationDescription(description);
+    parser.setApplicationDescription(
+        QStringLiteral("Tries the launcher many times. README.md says what the modes do:") + names);
     parser.addHelpOption();
     parser.addPositionalArgument(QStringLiteral("mode"), QStringLiteral("What is tried."));
     parser.addPositionalArgument(QStringLiteral("command"),
                                  QStringLiteral("What the launcher is run under."),
                                  QStringLiteral("[command...]"));
-    for (const auto& [value, name, text] : numbers) {
-        parser.addOption({QLatin1String(name), QLatin1String(text), QLatin1String("N"),
-                          QString::number(*value)});
+    Number* const numbers[] = {&trials, &seed, &firstTrial, &timeoutMs, &mebibytes};
+    for (const Number* number : numbers) {
+        parser.addOption({QLatin1String(number->option), QLatin1String(number->description),
+                          QLatin1String("N"), QString::number(number->value)});
     }
     parser.process(arguments);
     QStringList words = parser.positionalArguments();
@@ -471,10 +455,10 @@ void parseCommandLine(const QStringList& arguments)
         under.push_back(word.toLocal8Bit());
     }
     bool understood = modes.count(mode) > 0;
-    for (const Number& number : numbers) {
+    for (Number* number : numbers) {
         bool isNumber = true;
-        *number.value = parser.value(QLatin1String(number.name)).toLong(&isNumber);
-        understood = understood && isNumber && *number.value >= 0;
+        number->value = parser.value(QLatin1String(number->option)).toLong(&isNumber);
+        understood = understood && isNumber && number->value >= 0;
     }
     if (!understood) {
         fprintf(stderr, "The mode or a number is not understood; see campaign --help\n");
@@ -487,7 +471,7 @@ void beginTrial(long number)
 {
     trialNumber = number;
     trial = "trial " + std::to_string(number);
-    randomBits.seed(static_cast<unsigned>(seed * 1000003 + number));
+    randomBits.seed(static_cast<unsigned>(seed.value * 1000003 + number));
 }
 
 } // namespace
@@ -501,7 +485,7 @@ void wrong(const char* kind, const std::string& what)
 {
     ++wrongs;
     fprintf(stderr, "%s: %s (%s)\nRepeat it with: campaign %s --seed %ld --first %ld --count 1\n",
-            kind, what.c_str(), trial.c_str(), mode.c_str(), seed, trialNumber);
+            kind, what.c_str(), trial.c_str(), mode.c_str(), seed.value, trialNumber);
 }
 
 int main(int argc, char** argv)
@@ -516,7 +500,7 @@ int main(int argc, char** argv)
     fs::copy(ZORV_MPIRUN, "bin/zorv-mpirun");
     fs::copy(TESTCHILD, "bin/zorv-debugger");
     const bool sessionless = mode == "faults" || mode == "faults_failure";
-    const long restarts = mode == "faults_restart" ? 2 : trials;
+    const long restarts = mode == "faults_restart" ? 2 : trials.value;
     setenv("HOME", fs::current_path().c_str(), 1);
     setenv("LC_ALL", "C.UTF-8", 1);
     setenv("RESTARTS", std::to_string(restarts).c_str(), 1);
@@ -530,16 +514,16 @@ int main(int argc, char** argv)
     if (mode == "faults_failure") {
         fs::remove("bin/zorv-debugger");
     }
-    const auto tryOnce = modes.at(mode).tryOnce;
+    const auto tryOnce = modes.at(mode);
     if (tryOnce == tryFault) {
         listFaults();
     }
-    const long times = tryOnce == tryRestarts ? 1 : trials;
+    const long times = tryOnce == tryRestarts ? 1 : trials.value;
     for (long i = 0; i < times && wrongs < mostWrong; ++i) {
         clean();
-        beginTrial(firstTrial + i);
-        tryOnce(firstTrial + i);
+        beginTrial(firstTrial.value + i);
+        tryOnce(firstTrial.value + i);
     }
-    printf("%s: %ld tried, seed %ld: %ld wrong\n", mode.c_str(), trials, seed, wrongs);
-    return wrongs == 0 && trials > 0 ? 0 : 1;
+    printf("%s: %ld tried, seed %ld: %ld wrong\n", mode.c_str(), trials.value, seed.value, wrongs);
+    return wrongs == 0 && trials.value > 0 ? 0 : 1;
 }
