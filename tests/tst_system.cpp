@@ -44,7 +44,8 @@ QString expandedIn(Environment environment, const QString& path)
     return expanded;
 }
 
-// Runs the function, which may fail the test, in a process of its own.
+// Runs the function, which may fail the test, in a process of its own: some answers are
+// given once in a process.
 template <typename Function> void inOwnProcess(const Function& function)
 {
     const pid_t child = fork();
@@ -165,39 +166,28 @@ private Q_SLOTS:
         QCOMPARE(endiannessFromArch(sc_arch()), sc_localEndianness());
     }
 
-    void describesTheSystem_data()
-    {
-        QTest::addColumn<QString>("fileName");
-        QTest::addColumn<QByteArray>("content");
-        QTest::addColumn<QString>("description");
-        QTest::newRow("lsb_release before files")
-            << u"/usr/bin/lsb_release"_s
-            << "#!/bin/sh\ntest $* = -d && echo 'Description:\t CentOS 7 \nx'\n"_ba
-            << u"CentOS 7"_s;
-        QTest::newRow("lsb_release without a description")
-            << u"/usr/bin/lsb_release"_s << "#!/bin/sh\necho none\n"_ba << u"Debian GNU/Linux 8"_s;
-        QTest::newRow("first line that is not empty")
-            << u"/etc/centos-release"_s << "\n  CentOS 6.5 (Final) \nx 1"_ba
-            << u"CentOS 6.5 (Final)"_s;
-        QTest::newRow("no version") << u"/etc/redhat-release"_s << "buster/sid"_ba
-                                    << u"Linux "_s + QSysInfo::kernelVersion();
-    }
-
-    // Debian's file is there, and the last one that is looked for. The answer is given
-    // once in a process.
-    void describesTheSystem()
+    // Debian's file is there, and the last one that is looked for.
+    void lsbReleaseOrTheFirstFileDescribesTheSystem()
     {
         if (!haveNamespace) {
             QSKIP("No namespaces here");
         }
-        QFETCH(QString, fileName);
-        QFETCH(QByteArray, content);
+        const QString lsbRelease = u"/usr/bin/lsb_release"_s;
+        const auto describes = [](const QString& fileName, const QByteArray& content,
+                                  const QString& description) {
+            QFile file(fileName);
+            QVERIFY(writeFile(fileName, content));
+            QVERIFY(file.setPermissions(QFileDevice::ReadOwner | QFileDevice::ExeOwner));
+            inOwnProcess([&] { QCOMPARE(sc_uname(), description); });
+            QVERIFY(file.remove());
+        };
         QVERIFY(writeFile(u"/etc/debian_version"_s, "8\n"));
-        QVERIFY(writeFile(fileName, content));
-        QFile file(fileName);
-        QVERIFY(file.setPermissions(QFileDevice::ReadOwner | QFileDevice::ExeOwner));
-        inOwnProcess([&] { QTEST(sc_uname(), "description"); });
-        QVERIFY(file.remove());
+        describes(lsbRelease, "#!/bin/sh\ntest $* = -d && echo 'Description:\t CentOS 7 \nx'\n",
+                  u"CentOS 7"_s);
+        describes(lsbRelease, "#!/bin/sh\necho no description\n", u"Debian GNU/Linux 8"_s);
+        describes(u"/etc/centos-release"_s, "\n  CentOS 6.5 (Final) \nx 1",
+                  u"CentOS 6.5 (Final)"_s);
+        describes(u"/etc/redhat-release"_s, "no version", u"Linux "_s + QSysInfo::kernelVersion());
     }
 
     void tellsABlueGene_data()
