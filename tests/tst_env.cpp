@@ -1,5 +1,5 @@
 #include "common/env/zorvenv.h"
-#include "tests/support/settings.h"
+#include "tests/support/helpers.h"
 
 #include <QTest>
 

@@ -6,7 +6,7 @@
 #include "common/compatibility_simple/files/overwrite.h"
 #include "common/compatibility_simple/files/read.h"
 #include "common/compatibility_simple/files/replace.h"
-#include "tests/support/texts.h"
+#include "tests/support/helpers.h"
 
 #include <QDir>
 #include <QScopeGuard>

@@ -2,8 +2,8 @@
 // should be does no harm.
 
 #include "common/compatibility_simple/lookups/backends_p.h"
+#include "tests/support/helpers.h"
 #include "tests/support/namespace.h"
-#include "tests/support/texts.h"
 
 #include <QFileInfo>
 #include <QRegularExpression>

@@ -1,6 +1,5 @@
 #include "common/mlib.h"
-#include "tests/support/settings.h"
-#include "tests/support/texts.h"
+#include "tests/support/helpers.h"
 
 #include <QTest>
 

@@ -4,9 +4,8 @@
 #include "common/compatibility_simple/network/resolver.h"
 #include "common/compatibility_simple/network/routability.h"
 #include "common/compatibility_simple/system/systemidentity.h"
+#include "tests/support/helpers.h"
 #include "tests/support/namespace.h"
-#include "tests/support/settings.h"
-#include "tests/support/texts.h"
 
 #include <QHostAddress>
 #include <QTest>

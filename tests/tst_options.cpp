@@ -1,6 +1,5 @@
 #include "common/compatibility_simple/network/localhost.h"
-#include "tests/support/settings.h"
-#include "tests/support/texts.h"
+#include "tests/support/helpers.h"
 #include "zorv-debugger/zorvdebuggeroptions.h"
 
 #include <QSysInfo>

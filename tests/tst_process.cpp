@@ -1,8 +1,7 @@
 #include "common/compatibility_simple/process/processhelpers.h"
 #include "common/compatibility_simple/process/processhelpers_p.h"
 #include "common/compatibility_simple/process/signals.h"
-#include "tests/support/settings.h"
-#include "tests/support/texts.h"
+#include "tests/support/helpers.h"
 
 #include <QRegularExpression>
 #include <QTemporaryDir>

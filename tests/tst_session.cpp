@@ -4,8 +4,7 @@
 #include "backend/backenduserdata.h"
 #include "common/compatibility_simple/files/metadata.h"
 #include "common/talvoraglobals.h"
-#include "tests/support/settings.h"
-#include "tests/support/texts.h"
+#include "tests/support/helpers.h"
 
 #include <QDateTime>
 #include <QDir>

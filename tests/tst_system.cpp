@@ -1,9 +1,8 @@
 #include "common/compatibility_simple/system/pathexpansion.h"
 #include "common/compatibility_simple/system/systemidentity.h"
 #include "common/compatibility_simple/system/versionstrings.h"
+#include "tests/support/helpers.h"
 #include "tests/support/namespace.h"
-#include "tests/support/settings.h"
-#include "tests/support/texts.h"
 #include "version/hgid.h"
 
 #include <QTest>
