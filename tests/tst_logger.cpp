@@ -107,43 +107,34 @@ private Q_SLOTS:
     void messagesOfAProcess_data()
     {
         QTest::addColumn<QByteArray>("log");
-        QTest::addColumn<QProcess::ExitStatus>("exitStatus");
         QTest::addColumn<int>("exitCode");
-        const auto ends = [](const char* action, const QByteArray& log, int exitCode) {
-            QTest::newRow(action) << log << QProcess::NormalExit << exitCode;
+        const auto add = [](const char* action, const QByteArray& log, int exitCode) {
+            QTest::newRow(action) << log << exitCode;
         };
-        const auto aborts = [](const char* action, const QByteArray& log) {
-            QTest::newRow(action) << log << QProcess::CrashExit << SIGABRT;
-        };
-        ends("messages of every type", "a%b\n\xc3\xa9\nc\nASSERT d\n", 7);
-        ends("message of a text codec", "", 7);
-        ends("message of a static destructor", "main\nfarewell\n", 7);
-        ends("fatal message", "no ASSERT\n", 1);
-        aborts("failed assertion", "ASSERT: \"x\" in file y\n");
-        aborts("deadlock", "Deadlock detected\n");
-        aborts("missing signal", "QObject::connect: No such signal QCoreApplication::no()\n");
-        aborts("missing slot", "QObject::connect: No such slot QCoreApplication::no()\n");
+        add("messages of every type", "a%b\n\xc3\xa9\nc\nASSERT d\n", 7);
+        add("message of a text codec", "", 7);
+        add("message of a static destructor", "main\nfarewell\n", 7);
+        add("fatal message", "no ASSERT\n", 1);
+        add("failed assertion", "ASSERT: \"x\" in file y\n", SIGABRT);
+        add("deadlock", "Deadlock detected\n", SIGABRT);
+        add("missing signal", "QObject::connect: No such signal QCoreApplication::no()\n", SIGABRT);
+        add("missing slot", "QObject::connect: No such slot QCoreApplication::no()\n", SIGABRT);
     }
 
     void messagesOfAProcess()
     {
         QFETCH(QByteArray, log);
-        QFETCH(QProcess::ExitStatus, exitStatus);
-        QFETCH(int, exitCode);
         QVERIFY(writeFile(u"log"_s, "old content\n"));
         QProcess child;
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
         // A user may have set these for another program.
-        environment.insert(u"QT_LOGGING_RULES"_s, u"*=false"_s);
-        environment.insert(u"QT_MESSAGE_PATTERN"_s, u"pattern"_s);
-        child.setProcessEnvironment(environment);
+        qputenv("QT_LOGGING_RULES", "*=false");
+        qputenv("QT_MESSAGE_PATTERN", "pattern");
         child.start(mProgram, {text(QTest::currentDataTag()), u"log"_s});
         QVERIFY(child.waitForFinished());
         QCOMPARE(child.readAllStandardOutput(), QByteArray());
         QCOMPARE(child.readAllStandardError(), "early\n" + log);
         QCOMPARE(content(u"log"_s), log);
-        QCOMPARE(child.exitStatus(), exitStatus);
-        QCOMPARE(child.exitCode(), exitCode);
+        QTEST(child.exitCode(), "exitCode");
     }
 
     void recordHasTimeProgramProcessAndType()
