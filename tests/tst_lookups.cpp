@@ -127,25 +127,13 @@ private Q_SLOTS:
         QTEST(host.addresses, "addresses");
     }
 
-    void namesAddresses_data()
-    {
-        QTest::addColumn<QByteArray>("address");
-        QTest::addColumn<QByteArray>("name");
-        QTest::newRow("first of several lines") << "10.0.0.7"_ba
-                                                << "nodeb.cluster"_ba;
-        QTest::newRow("IPv6 address in another form") << "fd00:0:0::7"_ba
-                                                      << "nodeb.cluster"_ba;
-        QTest::newRow("no name") << "10.0.0.10"_ba
-                                 << ""_ba;
-        QTest::newRow("no address") << "nodeb"_ba
-                                    << ""_ba;
-    }
-
     void namesAddresses()
     {
         QFETCH_GLOBAL(const Source*, source);
-        QFETCH(const QByteArray, address);
-        QTEST(source->nameOfAddress(address), "name");
+        QCOMPARE(source->nameOfAddress("10.0.0.7"), "nodeb.cluster");
+        QCOMPARE(source->nameOfAddress("fd00:0:0::7"), "nodeb.cluster");
+        QCOMPARE(source->nameOfAddress("10.0.0.10"), QByteArray());
+        QCOMPARE(source->nameOfAddress("nodeb"), QByteArray());
     }
 
     void findsUsersByName_data()
