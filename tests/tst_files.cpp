@@ -165,6 +165,8 @@ private Q_SLOTS:
         // It does not tell its size.
         QCOMPARE(*readRegularFile(u"/proc/sys/kernel/ostype"_s, 100), "Linux\n");
         QCOMPARE(readRegularFile(u"/proc/self/mem"_s, 5).error().code, EIO);
+        QCOMPARE(mkfifo("fifo", 0600), 0);
+        QCOMPARE(readRegularFile(u"fifo"_s, 5).error().code, ENXIO);
     }
 
     void replacesALinkAndMakesAFileOfTheLongestName()

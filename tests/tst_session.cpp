@@ -169,11 +169,14 @@ private Q_SLOTS:
         QCOMPARE(record.getCanonicalHostName(), state == FileState::Read ? u"é"_s : u"a"_s);
     }
 
-    // The report's tests have files that are missing or not regular.
     void fileThatCannotBeReadChangesNothing()
     {
         QVERIFY(QFile::link(u"loop"_s, u"loop"_s));
         Record record("host='a'");
+        QVERIFY(!record.load(u"missing"_s));
+        QCOMPARE(record.fileState(), FileState::Missing);
+        QVERIFY(!record.load(u"."_s));
+        QCOMPARE(record.fileState(), FileState::NotRegular);
         QVERIFY(!record.load(u"loop"_s));
         QCOMPARE(record.fileState(), FileState::Unreadable);
         QCOMPARE(record.sessionFileName(), u"loop"_s);

@@ -87,8 +87,8 @@ void trySessionFile(long)
                            record.getPort() == 7 && record.getSession() == 9 &&
                            record.sessionCookie().isNull();
     const UserData::FileState state = record.fileState();
-    const bool isWellFormed = loaded || state == UserData::FileState::BadPort ||
-                              state == UserData::FileState::BadSession;
+    const bool isWellFormed =
+        loaded || state == UserData::FileState::BadPort || state == UserData::FileState::BadSession;
     if (isWellFormed ? truncated : !unchanged) {
         wrong("misreadings", shown);
     }
