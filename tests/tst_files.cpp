@@ -37,12 +37,6 @@ constexpr uid_t stranger = 54323;
 
 enum class Entry { File, SecondName, Link };
 
-QByteArray content(const QString& fileName)
-{
-    QFile file(fileName);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : "cannot be read";
-}
-
 QStringList namesIn(const QString& directory)
 {
     return QDir(directory).entryList(QDir::AllEntries | QDir::System | QDir::Hidden |

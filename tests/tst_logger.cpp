@@ -58,12 +58,6 @@ int runChild(const QByteArray& action, const char* logFileName)
     return 7;
 }
 
-QByteArray content(const QString& fileName)
-{
-    QFile file(fileName);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : "cannot be read";
-}
-
 QByteArrayList received;
 
 void receive(QtMsgType, const char* message)

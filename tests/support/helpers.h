@@ -32,6 +32,12 @@ inline QStringList list(std::initializer_list<const char*> entries)
     return file.open(QIODevice::WriteOnly) && file.write(content) == content.size();
 }
 
+inline QByteArray content(const QString& fileName)
+{
+    QFile file(fileName);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : "cannot be read";
+}
+
 /// Gives a variable a value, or none for null.
 inline void setSetting(const char* name, const QByteArray& value)
 {
