@@ -43,13 +43,9 @@ const QMap<QByteArray, void (*)()> childActions = {
 
 int runChild(const QByteArray& action, const char* logFileName)
 {
-    static bool isFarewell;
-    isFarewell = action == "message of a static destructor";
-    atexit([] {
-        if (isFarewell) {
-            qWarning("farewell");
-        }
-    });
+    if (action == "message of a static destructor") {
+        atexit([] { qWarning("farewell"); });
+    }
     Logger::installPlainMsgHandler();
     qDebug("early");
     Logger::installQtMsgHandler();
