@@ -337,7 +337,7 @@ private Q_SLOTS:
     {
         setSetting("ZORV_NETWORK_INTERFACES", "eth0");
         QCOMPARE(sortHostNamesAndAddressesByPotentialRoutability(
-                     list({"self", "nobody", "192.168.9.9", "nodeb-alias"})),
+                     list({"self", "192.168.9.9", "nobody", "nodeb-alias"})),
                  addresses({"127.0.1.1", "10.0.0.7", "192.168.9.9", "192.168.9.9", "10.0.0.7",
                             "192.168.9.9", "10.0.0.7", "192.168.9.9", "10.0.0.7"}));
         QCOMPARE(sortHostNamesAndAddressesByPotentialRoutability({}), Addresses());

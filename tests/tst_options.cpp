@@ -75,6 +75,17 @@ private Q_SLOTS:
         QCOMPARE(options.backendArguments(true), list({"--zorvyourname", "n"}));
     }
 
+    void nothingIsSetWithoutOptions()
+    {
+        const ZORVDebuggerOptions options = parsed({});
+        QVERIFY(options.count() == 0 && options.offset() == 0 && options.attachPid() == 0);
+        QVERIFY(options.port() == 0 && options.session() == 0);
+        QVERIFY(!options.isForked() && !options.isMpirun() && !options.isExplicitTarget());
+        QVERIFY(!options.ensureOnePerHost() && !options.isManualLaunch() && !options.isRoot());
+        QVERIFY(!options.isDebug() && !options.isVerbose() && !options.isProgress());
+        QVERIFY(!options.isNoSessionCookie() && !options.isWaitForTopologyFile());
+    }
+
     void targetBeginsAtTheFirstWordThatIsNoOption()
     {
         const ZORVDebuggerOptions options =

@@ -33,8 +33,8 @@ private Q_SLOTS:
     {
         mProcess->start(u"sh"_s, slowScript);
         QCOMPARE(mProcess->readAll(), "one\ntwo");
-        QCOMPARE(mProcess->state(), QProcess::Running);
         QCOMPARE(mProcess->readAllStandardError(), "error\n");
+        QCOMPARE(mProcess->state(), QProcess::Running);
     }
 
     void textStreamWaitsForLines()
