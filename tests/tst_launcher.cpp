@@ -28,6 +28,7 @@ private Q_SLOTS:
         RestartableProcess process;
         process.start(u"printf"_s, {u"other"_s}, QIODevice::ReadOnly);
         QVERIFY(process.waitForFinished());
+        QCOMPARE(process.readAll(), "other");
         process.start(u"printf \"<%s>\" \"a  b\" c"_s, QIODevice::ReadWrite);
         QVERIFY(process.waitForFinished());
         QCOMPARE(process.readAll(), "<a  b><c>");
