@@ -1,5 +1,5 @@
 #include "common/env/zorvenv.h"
-#include "tests/support/settings.h"
+#include "tests/support/helpers.h"
 
 #include <QTest>
 
@@ -10,80 +10,52 @@ class EnvTest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void init() { clearSettings({"TST"}); }
-
-    void firstVariableThatIsSetCounts_data()
-    {
-        QTest::addColumn<QByteArray>("zorv");
-        QTest::addColumn<QByteArray>("pelk");
-        QTest::addColumn<QByteArray>("talvora");
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<bool>("on");
-        const QByteArray unset;
-        QTest::newRow("none is set") << unset << unset << unset << QString() << false;
-        QTest::newRow("ZORV_ before the others")
-            << QByteArray("a") << QByteArray("off") << QByteArray("no") << u"a"_s << true;
-        QTest::newRow("empty is set and on")
-            << QByteArray("") << QByteArray("no") << QByteArray("x") << u""_s << true;
-        QTest::newRow("PELK_ before TALVORA_")
-            << unset << QByteArray("no") << QByteArray("x") << u"no"_s << false;
-        QTest::newRow("TALVORA_ alone")
-            << unset << unset << QByteArray("Disabled") << u"Disabled"_s << false;
-        const auto addZorvRow = [&unset](const char* value, bool on) {
-            QTest::newRow(value) << QByteArray(value) << unset << unset << QString::fromUtf8(value)
-                                 << on;
-        };
-        for (const char* value : {"OFF", "0", "disable"}) {
-            addZorvRow(value, false);
-        }
-        for (const char* value : {"00", "false", "off ", "\xc3\xa9"}) {
-            addZorvRow(value, true);
-        }
-    }
+    void init() { clearSettings(); }
 
     void firstVariableThatIsSetCounts()
     {
-        QFETCH(QByteArray, zorv);
-        QFETCH(QByteArray, pelk);
-        QFETCH(QByteArray, talvora);
-        QFETCH(QString, text);
-        setSetting("ZORV_TST", zorv);
-        setSetting("PELK_TST", pelk);
-        setSetting("TALVORA_TST", talvora);
-        QCOMPARE(envString("TST"), text);
-        QCOMPARE(envString("TST").isNull(), text.isNull());
-        QCOMPARE(envPath("TST"), text);
-        QCOMPARE(envPath("TST", u"default"_s), text.isNull() ? u"default"_s : text);
-        QTEST(envFlag("TST"), "on");
-        QCOMPARE(envIsSet("TST", false), !text.isNull());
+        QVERIFY(envString("TST").isNull() && envPath("TST").isNull());
+        QCOMPARE(envPath("TST", u"default"_s), u"default"_s);
+        QVERIFY(!envFlag("TST") && !envIsSet("TST", false));
+        setSetting("TALVORA_TST", "\xc3\xa9");
+        QCOMPARE(envString("TST"), u"é"_s);
+        setSetting("PELK_TST", "no");
+        QCOMPARE(envPath("TST", u"default"_s), u"no"_s);
+        QVERIFY(!envFlag("TST") && envIsSet("TST", false));
+        setSetting("ZORV_TST", "");
+        QCOMPARE(envString("TST"), u""_s);
+        QVERIFY(!envString("TST").isNull() && envFlag("TST") && envIsSet("TST", false));
     }
 
-    // The variables stand for the first, the second and the third read of a site.
-    void siteKeepsItsAnswerWhileCachingIsOn_data()
+    void certainWordsTurnASwitchOff()
     {
-        QTest::addColumn<QByteArray>("variable");
-        for (const char* variable : {"ZORV_TST", "PELK_TST", "TALVORA_TST"}) {
-            QTest::newRow(variable) << QByteArray(variable);
+        for (const char* word : {"No", "OFF", "0", "disable", "Disabled"}) {
+            setSetting("ZORV_TST", word);
+            QVERIFY2(!envFlag("TST"), word);
+        }
+        for (const char* word : {"00", "false", "off "}) {
+            setSetting("ZORV_TST", word);
+            QVERIFY2(envFlag("TST"), word);
         }
     }
 
     void siteKeepsItsAnswerWhileCachingIsOn()
     {
-        QFETCH(QByteArray, variable);
         const auto site = [] { return envString("TST"); };
-        setSetting(variable.constData(), "first");
-        QCOMPARE(site(), u"first"_s);
-        qputenv(variable.constData(), "second");
-        QCOMPARE(site(), u"first"_s);
+        qputenv("TALVORA_TST", "last prefix");
+        QCOMPARE(site(), u"last prefix"_s);
+        qputenv("TALVORA_TST", "changed");
+        qputenv("ZORV_TST", "first prefix");
+        QCOMPARE(site(), u"last prefix"_s);
         discardEnvCache();
-        QCOMPARE(site(), u"second"_s);
-        qunsetenv(variable.constData());
-        QCOMPARE(site(), u"second"_s);
+        QCOMPARE(site(), u"first prefix"_s);
+        qunsetenv("ZORV_TST");
+        QCOMPARE(site(), u"first prefix"_s);
         disableEnvCaching();
-        QVERIFY(site().isNull());
+        QCOMPARE(site(), u"changed"_s);
         enableEnvCaching();
-        qputenv(variable.constData(), "third");
-        QVERIFY(site().isNull());
+        qputenv("TALVORA_TST", "changed again");
+        QCOMPARE(site(), u"changed"_s);
     }
 
     void absentPathHasTheDefaultOfTheMoment()

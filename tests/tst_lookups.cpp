@@ -2,19 +2,24 @@
 // should be does no harm.
 
 #include "common/compatibility_simple/lookups/backends_p.h"
+#include "tests/support/helpers.h"
 #include "tests/support/namespace.h"
-#include "tests/support/texts.h"
 
+#include <QFileInfo>
+#include <QRegularExpression>
 #include <QTest>
 
 #include <arpa/inet.h>
 #include <sys/stat.h>
+
+using namespace Qt::StringLiterals;
 
 namespace {
 
 const char ownFiles[] = R"(set -e
     mount -t tmpfs none /mnt
     mkdir /mnt/etc
+    cp /usr/bin/getent /mnt/machines-getent
     [ ! -e /etc/ld.so.cache ] || cp /etc/ld.so.cache /mnt/etc
     echo 'multi on' >/mnt/etc/host.conf
     printf 'hosts: files\npasswd: files\n' >/mnt/etc/nsswitch.conf
@@ -46,83 +51,56 @@ const Source sources[] = {
      Lookups::Getent::userOfName, Lookups::Getent::userOfId, Lookups::Getent::hostentOfName},
 };
 
-QByteArray userText(const passwd* user)
+// Puts a shell script in the place of the machine's getent.
+void replaceGetent(const QByteArray& script, mode_t mode = 0755)
 {
-    QByteArrayList fields;
-    if (user) {
-        fields = {user->pw_name,
-                  user->pw_passwd,
-                  QByteArray::number(user->pw_uid),
-                  QByteArray::number(user->pw_gid),
-                  user->pw_gecos,
-                  user->pw_dir,
-                  user->pw_shell};
-    }
-    return fields.join(':');
+    QVERIFY(writeFile(u"/mnt/getent"_s, "#!/bin/sh\n" + script));
+    chmod("/mnt/getent", mode);
+    Namespace::run(u"mount --bind /mnt/getent /usr/bin/getent"_s);
 }
 
-// Puts a shell script in the place of the machine's getent.
-void replaceGetent(const char* script, mode_t mode = 0755)
+void restoreGetent()
 {
-    QVERIFY(writeFile(text("/mnt/getent"), QByteArray("#!/bin/sh\n") + script));
-    chmod("/mnt/getent", mode);
-    Namespace::run(text("mount --bind /mnt/getent /usr/bin/getent"));
+    Namespace::run(u"umount /usr/bin/getent"_s);
 }
 
 } // namespace
 
 Q_DECLARE_METATYPE(const Source*)
 
+// Every row runs with each source, and with a machine that has no getent, where the files
+// are read.
 class LookupsTest : public QObject
 {
     Q_OBJECT
 
-    // The test function of the row, once with each source, and once with a machine that
-    // has no getent.
-    template <typename... Values> static void addRows(const char* name, const Values&... values)
-    {
-        const Source* const getent = std::end(sources) - 1;
-        for (const Source& source : sources) {
-            (QTest::addRow("%s, %s", name, source.name) << &source << true << ... << values);
-        }
-        (QTest::addRow("%s, files", name) << getent << false << ... << values);
-    }
-
-    static void addColumns()
+private Q_SLOTS:
+    void initTestCase_data()
     {
         QTest::addColumn<const Source*>("source");
         QTest::addColumn<bool>("withGetent");
+        for (const Source& source : sources) {
+            QTest::newRow(source.name) << &source << true;
+        }
+        QTest::newRow("files") << std::end(sources) - 1 << false;
     }
 
-    bool mReplaced = false;
-
-private Q_SLOTS:
     void init()
     {
-        QFETCH(const bool, withGetent);
-        if (!withGetent) {
-            replaceGetent("", 0644);
-            mReplaced = true;
-        }
+        QFETCH_GLOBAL(const bool, withGetent);
+        replaceGetent("exec /mnt/machines-getent \"$@\"", withGetent ? 0755 : 0644);
     }
 
-    void cleanup()
-    {
-        if (mReplaced) {
-            Namespace::run(text("umount /usr/bin/getent"));
-            mReplaced = false;
-        }
-    }
+    void cleanup() { restoreGetent(); }
 
     void findsHosts_data()
     {
-        addColumns();
         QTest::addColumn<QByteArray>("name");
         QTest::addColumn<QByteArray>("canonicalName");
         QTest::addColumn<QByteArrayList>("addresses");
-        const auto add = [](const char* row, const char* name, const char* canonicalName,
-                            const QByteArrayList& addresses) {
-            addRows(row, QByteArray(name), QByteArray(canonicalName), addresses);
+        const auto add = [](const char* row, const QByteArray& name,
+                            const QByteArray& canonicalName, const QByteArrayList& addresses) {
+            QTest::newRow(row) << name << canonicalName << addresses;
         };
         add("alias of several lines", "nodeb", "nodeb.cluster",
             {"10.0.0.7", "10.0.0.8", "fd00::7"});
@@ -133,7 +111,6 @@ private Q_SLOTS:
         add("address", "10.0.0.7", "10.0.0.7", {"10.0.0.7"});
         add("name in a comment", "nodec", "", {});
         add("line with a wrong address", "bad", "", {});
-        add("unknown name", "nobody", "", {});
         add("name like an option", "--version", "", {});
         add("empty name", "", "", {});
         add("last line", "last", "last", {"10.0.0.11"});
@@ -141,111 +118,88 @@ private Q_SLOTS:
 
     void findsHosts()
     {
-        QFETCH(const Source*, source);
+        QFETCH_GLOBAL(const Source*, source);
         QFETCH(const QByteArray, name);
-        QFETCH(const QByteArray, canonicalName);
-        QFETCH(const QByteArrayList, addresses);
-        const Lookups::Host host = source->hostOfName(name);
-        QCOMPARE(host.canonicalName, canonicalName);
+        Lookups::Host host = source->hostOfName(name);
+        QTEST(host.canonicalName, "canonicalName");
         // The resolver's order depends on the host's own addresses; the files have none.
-        QByteArrayList sorted = host.addresses;
-        std::sort(sorted.begin(), sorted.end());
-        QCOMPARE(sorted, addresses);
-    }
-
-    void namesAddresses_data()
-    {
-        addColumns();
-        QTest::addColumn<QByteArray>("address");
-        QTest::addColumn<QByteArray>("name");
-        const auto add = [](const char* row, const char* address, const char* name) {
-            addRows(row, QByteArray(address), QByteArray(name));
-        };
-        add("first of several lines", "10.0.0.7", "nodeb.cluster");
-        add("IPv6 address in another form", "fd00:0:0::7", "nodeb.cluster");
-        add("no name", "10.0.0.10", "");
-        add("no address", "nodeb", "");
+        std::sort(host.addresses.begin(), host.addresses.end());
+        QTEST(host.addresses, "addresses");
     }
 
     void namesAddresses()
     {
-        QFETCH(const Source*, source);
-        QFETCH(const QByteArray, address);
-        QFETCH(const QByteArray, name);
-        QCOMPARE(source->nameOfAddress(address), name);
+        QFETCH_GLOBAL(const Source*, source);
+        QCOMPARE(source->nameOfAddress("10.0.0.7"), "nodeb.cluster");
+        QCOMPARE(source->nameOfAddress("fd00:0:0::7"), "nodeb.cluster");
+        QCOMPARE(source->nameOfAddress("10.0.0.10"), QByteArray());
+        QCOMPARE(source->nameOfAddress("nodeb"), QByteArray());
     }
 
-    void findsUsers_data()
+    void findsUsersByName_data()
     {
-        addColumns();
         QTest::addColumn<QByteArray>("name");
-        QTest::addColumn<int>("uid");
-        QTest::addColumn<QByteArray>("user");
-        const auto add = [](const char* row, const char* name, int uid, const char* user) {
-            addRows(row, QByteArray(name), uid, QByteArray(user));
-        };
-        add("name", "ann", -1, "ann:x:1000:1001:Ann  B,,:/home/ann b:/bin/bash");
-        add("number", "", 1000, "ann:x:1000:1001:Ann  B,,:/home/ann b:/bin/bash");
-        add("name of digits", "1234", -1, "1234:x:77:77::/home/digits:");
-        add("digits that are another user's number", "78", -1, "");
-        add("number zero", "", 0, "root:x:0:0:root:/root:/bin/sh");
-        add("unknown name", "nobody", -1, "");
-        add("unknown number", "", 4242, "");
-        add("line with too few fields", "short", -1, "");
+        QTest::addColumn<QByteArray>("home");
+        QTest::newRow("name") << "ann"_ba
+                              << "/home/ann b"_ba;
+        QTest::newRow("name of digits") << "1234"_ba
+                                        << "/home/digits"_ba;
+        QTest::newRow("digits that are another user's number") << "78"_ba << QByteArray();
+        QTest::newRow("unknown name") << "nobody"_ba << QByteArray();
+        QTest::newRow("line with too few fields") << "short"_ba << QByteArray();
     }
 
-    void findsUsers()
+    void findsUsersByName()
     {
-        QFETCH(const Source*, source);
+        QFETCH_GLOBAL(const Source*, source);
         QFETCH(const QByteArray, name);
-        QFETCH(const int, uid);
-        QFETCH(const QByteArray, user);
-        const passwd* const found =
-            uid == -1 ? source->userOfName(name) : source->userOfId(uid_t(uid));
-        QCOMPARE(userText(found), user);
+        const passwd* const user = source->userOfName(name);
+        QTEST(QByteArray(user ? user->pw_dir : nullptr), "home");
     }
 
-    void givesHostEntries_data()
+    void findsUsersByNumber()
     {
-        addColumns();
-        QTest::addColumn<QByteArray>("name");
-        QTest::addColumn<QByteArray>("entry");
-        const auto add = [](const char* row, const char* name, const char* entry) {
-            addRows(row, QByteArray(name), QByteArray(entry));
-        };
-        add("alias", "nodeb-alias", "nodeb-alias 10.0.0.8");
-        add("address", "10.0.0.7", "10.0.0.7 10.0.0.7");
-        add("IPv6 address alone", "six", "");
-        add("unknown name", "nobody", "");
+        QFETCH_GLOBAL(const Source*, source);
+        const passwd* const user = source->userOfId(1000);
+        QVERIFY(user);
+        QCOMPARE(user->pw_name, "ann");
+        QCOMPARE(user->pw_passwd, "x");
+        QCOMPARE(user->pw_uid, 1000U);
+        QCOMPARE(user->pw_gid, 1001U);
+        QCOMPARE(user->pw_gecos, "Ann  B,,");
+        QCOMPARE(user->pw_dir, "/home/ann b");
+        QCOMPARE(user->pw_shell, "/bin/bash");
+        QVERIFY(!source->userOfId(4242));
     }
 
     void givesHostEntries()
     {
-        QFETCH(const Source*, source);
-        QFETCH(const QByteArray, name);
-        QFETCH(const QByteArray, entry);
-        QByteArray seen;
-        if (const hostent* const found = source->hostentOfName(name)) {
-            QCOMPARE(found->h_addrtype, AF_INET);
-            char address[INET_ADDRSTRLEN];
-            seen = found->h_name;
-            for (char** next = found->h_addr_list; *next; ++next) {
-                seen += ' ';
-                seen += inet_ntop(AF_INET, *next, address, sizeof address);
-            }
-        }
-        QCOMPARE(seen, entry);
+        QFETCH_GLOBAL(const Source*, source);
+        const hostent* const entry = source->hostentOfName("nodeb-alias");
+        QVERIFY(entry);
+        QCOMPARE(entry->h_name, "nodeb-alias");
+        QCOMPARE(entry->h_addrtype, AF_INET);
+        QCOMPARE(QByteArray(entry->h_addr_list[0], 4), "\x0a\0\0\x08"_ba);
+        QCOMPARE(entry->h_addr_list[1], nullptr);
+        QVERIFY(!source->hostentOfName("six"));
     }
+};
+
+class GetentTest : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void cleanup() { restoreGetent(); }
 
     void survivesGetent_data()
     {
-        QTest::addColumn<bool>("withGetent");
         QTest::addColumn<QByteArray>("script");
         QTest::addColumn<QByteArrayList>("addresses");
         QTest::addColumn<QByteArray>("home");
-        const auto add = [](const char* row, const char* script, const QByteArrayList& addresses,
-                            const char* home) {
-            QTest::newRow(row) << true << QByteArray(script) << addresses << QByteArray(home);
+        const auto add = [](const char* row, const QByteArray& script,
+                            const QByteArrayList& addresses, const QByteArray& home) {
+            QTest::newRow(row) << script << addresses << home;
         };
         add("one that does not know --no-addrconfig",
             "case $* in\n"
@@ -255,44 +209,30 @@ private Q_SLOTS:
             "*) echo ann:x:1:2::/home/ann: ;;\n"
             "esac",
             {"10.0.0.1", "fd00::1"}, "/home/ann");
-        add("garbage", "head -c 9999 /dev/zero; echo; seq 100; echo a:b:c:d:e:f:g", {}, "");
-        add("another user's line", "echo bob:x:1:2::/home/bob:", {}, "");
-        add("no answer", "exit 2", {}, "");
-        add("crash", "kill -SEGV $$", {}, "");
-        add("streams that are closed", "exec >&- 2>&- <&-; sleep 0.1", {}, "");
+        add("garbage", "head -c 9999 /dev/zero; echo; seq 100; echo a:b:c:d:e:f:g", {}, {});
+        add("another user's line", "echo bob:x:1:2::/home/bob:", {}, {});
+        add("streams that are closed", "exec >&- 2>&- <&-; sleep 0.1", {}, {});
     }
 
     void survivesGetent()
     {
         QFETCH(const QByteArray, script);
-        QFETCH(const QByteArrayList, addresses);
-        QFETCH(const QByteArray, home);
-        replaceGetent(script.constData());
-        mReplaced = true;
-        QCOMPARE(Lookups::Getent::hostOfName("a").addresses, addresses);
+        replaceGetent(script);
+        QTEST(Lookups::Getent::hostOfName("a").addresses, "addresses");
         const passwd* const user = Lookups::Getent::userOfName("ann");
-        QCOMPARE(QByteArray(user ? user->pw_dir : ""), home);
+        QTEST(QByteArray(user ? user->pw_dir : nullptr), "home");
     }
 
     // The last: nothing is asked after it.
-    void asksNoMoreAfterAnEndlessAnswer_data()
-    {
-        QTest::addColumn<bool>("withGetent");
-        QTest::newRow("endless answer") << true;
-    }
-
     void asksNoMoreAfterAnEndlessAnswer()
     {
         replaceGetent("echo >>/mnt/asked; exec yes 10.0.0.1");
-        mReplaced = true;
-        const MessageCollector messages;
+        QTest::failOnWarning(QRegularExpression(u".*"_s));
+        QTest::ignoreMessage(QtWarningMsg, "getent ahosts: no answer; no more names are looked up");
         for (int i = 0; i < 2; ++i) {
             QCOMPARE(Lookups::Getent::hostOfName("a").addresses, QByteArrayList());
         }
-        QCOMPARE(messages.texts(), list({"getent ahosts: no answer; no more names are looked up"}));
-        QFile asked(text("/mnt/asked"));
-        QVERIFY(asked.open(QIODevice::ReadOnly));
-        QCOMPARE(asked.readAll(), QByteArray("\n"));
+        QCOMPARE(QFileInfo(u"/mnt/asked"_s).size(), 1);
     }
 };
 
@@ -302,8 +242,10 @@ int main(int argc, char** argv)
         return Namespace::Skipped;
     }
     Namespace::run(text(ownFiles));
-    LookupsTest test;
-    return QTest::qExec(&test, argc, argv);
+    LookupsTest lookups;
+    GetentTest getent;
+    const int status = QTest::qExec(&lookups, argc, argv);
+    return status + QTest::qExec(&getent, argc, argv);
 }
 
 #include "tst_lookups.moc"

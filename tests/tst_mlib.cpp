@@ -1,6 +1,5 @@
 #include "common/mlib.h"
-#include "tests/support/settings.h"
-#include "tests/support/texts.h"
+#include "tests/support/helpers.h"
 
 #include <QTest>
 
@@ -9,7 +8,7 @@ class MlibTest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void init() { clearSettings({"ALLOW_NEWLINE_IN_ARGS"}); }
+    void init() { clearSettings(); }
 
     void splitsCommandLines_data()
     {

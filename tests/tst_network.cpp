@@ -1,13 +1,11 @@
 #include "common/compatibility_simple/lookups/lookups.h"
 #include "common/compatibility_simple/network/addresses.h"
-#include "common/compatibility_simple/network/addresses_p.h"
 #include "common/compatibility_simple/network/localhost.h"
 #include "common/compatibility_simple/network/resolver.h"
 #include "common/compatibility_simple/network/routability.h"
 #include "common/compatibility_simple/system/systemidentity.h"
+#include "tests/support/helpers.h"
 #include "tests/support/namespace.h"
-#include "tests/support/settings.h"
-#include "tests/support/texts.h"
 
 #include <QHostAddress>
 #include <QTest>
@@ -48,19 +46,22 @@ const char hostsFile[] = R"(
 10.0.0.7 nodeb.cluster nodeb
 fd00::7 nodeb.cluster nodeb
 10.0.0.7 nodeb-alias
-10.0.0.3 twice
-10.0.0.3 twice
 127.0.0.1 loop.cluster
 10.0.0.8 loop.cluster hidden
 )";
 
-Addresses addresses(std::initializer_list<const char*> entries)
+Addresses addresses(const QStringList& texts)
 {
     Addresses result;
-    for (const char* entry : entries) {
-        result += QHostAddress(text(entry));
+    for (const QString& text : texts) {
+        result += QHostAddress(text);
     }
     return result;
+}
+
+Addresses addresses(std::initializer_list<const char*> texts)
+{
+    return addresses(list(texts));
 }
 
 // The names that were looked up, "reverse" for an address.
@@ -96,49 +97,31 @@ class NetworkTest : public QObject
 private Q_SLOTS:
     void init()
     {
-        clearSettings({"FORCE_IP_HOSTNAME", "LOCALHOST", "LOCALHOST_IPV6", "NETWORK_INTERFACES"});
+        clearSettings();
         QVERIFY(writeFile(u"/etc/hosts"_s, hostsFile));
+        sc_setHasBluegeneNodes(false);
         lookUps.clear();
-    }
-
-    void looksUpHosts_data()
-    {
-        QTest::addColumn<QString>("host");
-        QTest::addColumn<QString>("canonicalName");
-        QTest::addColumn<Addresses>("hostAddresses");
-        QTest::newRow("IPv4 before IPv6")
-            << u"nodeb"_s << u"nodeb.cluster"_s << addresses({"10.0.0.7", "fd00::7"});
-        QTest::newRow("no loopback")
-            << u"many"_s << u"many"_s << addresses({"10.0.0.7", "2001:db8::5"});
-        QTest::newRow("name of an address")
-            << u"fd00::7"_s << u"nodeb.cluster"_s << addresses({"fd00::7"});
-        QTest::newRow("address without a name")
-            << u"10.0.0.99"_s << u"10.0.0.99"_s << addresses({"10.0.0.99"});
-        QTest::newRow("an address once") << u"twice"_s << u"twice"_s << addresses({"10.0.0.3"});
-        QTest::newRow("unknown") << u"nobody"_s << u"nobody"_s << Addresses();
     }
 
     void looksUpHosts()
     {
-        QFETCH(QString, host);
-        QTEST(lookUpHost(host).hostName(), "canonicalName");
-        QTEST(hostAddresses(host), "hostAddresses");
+        QCOMPARE(lookUpHost(u"fd00::7"_s).hostName(), u"nodeb.cluster"_s);
+        QCOMPARE(lookUpHost(u"10.0.0.99"_s).hostName(), u"10.0.0.99"_s);
+        QCOMPARE(lookUpHost(u"nobody"_s).hostName(), u"nobody"_s);
+        QCOMPARE(hostAddresses(u"fd00::7"_s), addresses({"fd00::7"}));
+        QCOMPARE(hostAddresses(u"nobody"_s), Addresses());
+        // IPv4 comes first, and loopback addresses are left out.
+        QCOMPARE(hostAddresses(u"many"_s), addresses({"10.0.0.7", "2001:db8::5"}));
     }
 
-    void parsesAddresses_data()
+    void ipv4AddressesHaveFourDecimalNumbers()
     {
-        QTest::addColumn<bool>("isAddress");
-        QTest::newRow("10.0.0.1") << true;
-        QTest::newRow("fe80::1%lo") << true;
-        QTest::newRow("10") << false;
-        QTest::newRow("127.1") << false;
-        QTest::newRow("010.0.0.1") << false;
-    }
-
-    void parsesAddresses()
-    {
-        QFETCH(bool, isAddress);
-        QCOMPARE(!parseAddress(text(QTest::currentDataTag())).isNull(), isAddress);
+        for (const char* address : {"10.0.0.1", "fe80::1%lo"}) {
+            QVERIFY2(!parseAddress(text(address)).isNull(), address);
+        }
+        for (const char* name : {"127.1", "010.0.0.1"}) {
+            QVERIFY2(parseAddress(text(name)).isNull(), name);
+        }
     }
 
     void specialAddresses()
@@ -176,98 +159,46 @@ private Q_SLOTS:
         QTEST(isLoopback(QHostAddress(host)), "isLoopbackAddress");
     }
 
-    void linkLocal()
-    {
-        QVERIFY(NetworkInternals::isLinkLocal(QHostAddress(u"fe80::1"_s)));
-        QVERIFY(!NetworkInternals::isLinkLocal(QHostAddress(u"fe90::1"_s)));
-        QVERIFY(!NetworkInternals::isLinkLocal(QHostAddress(u"169.254.0.1"_s)));
-    }
-
-    void sameHostByName_data()
-    {
-        QTest::addColumn<QString>("name1");
-        QTest::addColumn<QString>("name2");
-        QTest::addColumn<bool>("isSame");
-        QTest::addColumn<QStringList>("lookUps");
-        QTest::newRow("equal") << u"nobody"_s << u"nobody"_s << true << QStringList();
-        QTest::newRow("both loopback") << u"localhost"_s << u"many"_s << true << list({"many"});
-        QTest::newRow("common address")
-            << u"nodeb"_s << u"nodeb-alias"_s << true << list({"nodeb", "nodeb", "nodeb-alias"});
-        QTest::newRow("one is loopback")
-            << u"nodeb"_s << u"localhost"_s << false << list({"nodeb", "nodeb", "localhost"});
-        QTest::newRow("unknown") << u"nobody"_s << u"none"_s << false
-                                 << list({"nobody", "nobody", "none"});
-    }
-
     void sameHostByName()
     {
-        QFETCH(QString, name1);
-        QFETCH(QString, name2);
-        QTEST(isSameHost(name1, name2), "isSame");
-        QTEST(lookUps, "lookUps");
-    }
-
-    void sameHostByList_data()
-    {
-        QTest::addColumn<Addresses>("list1");
-        QTest::addColumn<QStringList>("list2");
-        QTest::addColumn<bool>("isSame");
-        QTest::newRow("common entry") << addresses({"::1", "10.1.1.1", "10.1.1.2"})
-                                      << list({"127.0.0.1", "10.1.1.2"}) << true;
-        QTest::newRow("loopback does not count")
-            << addresses({"127.0.0.1"}) << list({"127.0.0.1"}) << false;
-        QTest::newRow("special address")
-            << addresses({"127.42.42.1"}) << list({"127.42.42.1"}) << true;
-        QTest::newRow("name of the address") << addresses({"10.0.0.7"}) << list({"nodeb"}) << false;
-        QTest::newRow("nothing") << Addresses() << QStringList() << false;
+        QVERIFY(isSameHost(u"nobody"_s, u"nobody"_s));
+        QCOMPARE(lookUps, QStringList());
+        QVERIFY(isSameHost(u"localhost"_s, u"many"_s));
+        QCOMPARE(lookUps, list({"many"}));
+        lookUps.clear();
+        QVERIFY(isSameHost(u"nodeb"_s, u"nodeb-alias"_s));
+        QCOMPARE(lookUps, list({"nodeb", "nodeb", "nodeb-alias"}));
+        QVERIFY(!isSameHost(u"nodeb"_s, u"localhost"_s));
+        QVERIFY(!isSameHost(u"nobody"_s, u"none"_s));
     }
 
     void sameHostByList()
     {
-        QFETCH(Addresses, list1);
-        QFETCH(QStringList, list2);
-        QFETCH(bool, isSame);
-        QStringList texts1;
-        for (const QHostAddress& address : list1) {
-            texts1 += address.toString();
-        }
-        Addresses addresses2;
-        for (const QString& entry : list2) {
-            addresses2 += QHostAddress(entry);
-        }
-        QCOMPARE(isSameHost(list1, list2), isSame);
-        QCOMPARE(isSameHost(texts1, list2), isSame);
-        QCOMPARE(isSameHost(list1, addresses2), isSame);
+        const auto check = [](const QStringList& list1, const QStringList& list2, bool isSame) {
+            QCOMPARE(isSameHost(list1, list2), isSame);
+            QCOMPARE(isSameHost(addresses(list1), list2), isSame);
+            QCOMPARE(isSameHost(addresses(list1), addresses(list2)), isSame);
+        };
+        check(list({"::1", "10.1.1.1", "10.1.1.2"}), list({"127.0.0.1", "10.1.1.2"}), true);
+        check(list({"127.0.0.1"}), list({"127.0.0.1"}), false);
+        // Names are not looked up.
+        check(list({"10.0.0.7"}), list({"nodeb"}), false);
     }
 
     void sameHostByAddress()
     {
-        const QHostAddress loopback(u"127.0.0.1"_s);
         const QHostAddress special(u"127.42.42.1"_s);
-        QVERIFY(isSameHost(loopback, QHostAddress(u"::1"_s)));
+        QVERIFY(isSameHost(QHostAddress(u"127.0.0.1"_s), QHostAddress(u"::1"_s)));
         QVERIFY(isSameHost(special, special));
-        QVERIFY(!isSameHost(special, loopback));
-        QVERIFY(!isSameHost(loopback, special));
-    }
-
-    void firstEntryIsResolvedLastAndComesFirst_data()
-    {
-        QTest::addColumn<QStringList>("entries");
-        QTest::addColumn<Addresses>("resolved");
-        QTest::addColumn<QStringList>("lookUps");
-        QTest::newRow("addresses") << list({"10.0.0.2", "10.0.0.1", "10.0.0.2"})
-                                   << addresses({"10.0.0.2", "10.0.0.1"}) << QStringList();
-        QTest::newRow("names") << list({"self", "nodeb-alias", "nobody", "10.0.0.1"})
-                               << addresses({"127.0.1.1", "10.0.0.7", "10.0.0.1"})
-                               << list({"nodeb-alias", "nobody", "self"});
-        QTest::newRow("nothing") << QStringList() << Addresses() << QStringList();
+        QVERIFY(!isSameHost(special, QHostAddress(u"127.0.0.1"_s)));
     }
 
     void firstEntryIsResolvedLastAndComesFirst()
     {
-        QFETCH(QStringList, entries);
-        QTEST(resolveHostNamesAndAddresses(entries), "resolved");
-        QTEST(lookUps, "lookUps");
+        QCOMPARE(resolveHostNamesAndAddresses(list({"self", "nodeb-alias", "nobody", "127.0.1.1"})),
+                 addresses({"127.0.1.1", "10.0.0.7"}));
+        QCOMPARE(lookUps, list({"nodeb-alias", "nobody", "self"}));
+        QCOMPARE(resolveHostNamesAndAddresses({}), Addresses());
     }
 
     void mergeKeepsTheSecondListsRepeats()
@@ -277,88 +208,57 @@ private Q_SLOTS:
                  addresses({"10.0.0.1", "10.0.0.2", "10.0.0.3", "10.0.0.3"}));
     }
 
-    void namesAndAddressesOfAHost_data()
+    void namesOfAHostComeBeforeItsAddresses()
     {
-        QTest::addColumn<QString>("host");
-        QTest::addColumn<QByteArray>("forceAddresses");
-        QTest::addColumn<bool>("blueGene");
-        QTest::addColumn<QStringList>("result");
-        const QStringList namesFirst = list({"nodeb", "nodeb.cluster", "10.0.0.7", "fd00::7"});
+        QCOMPARE(hostNameAndAddresses(u"nodeb"_s),
+                 list({"nodeb", "nodeb.cluster", "10.0.0.7", "fd00::7"}));
+        QCOMPARE(hostNameAndAddresses(u"nobody"_s), list({"nobody"}));
+        // The name has one address that is not loopback, its canonical name another.
+        QCOMPARE(hostNameAndAddresses(u"hidden"_s), list({"hidden", "10.0.0.8"}));
+    }
+
+    void addressesComeFirstByASettingAndOnABlueGene()
+    {
         const QStringList addressesFirst = list({"10.0.0.7", "fd00::7", "nodeb", "nodeb.cluster"});
-        QTest::newRow("names first") << u"nodeb"_s << QByteArray("off") << false << namesFirst;
-        QTest::newRow("addresses first")
-            << u"nodeb"_s << QByteArray("1") << false << addressesFirst;
-        QTest::newRow("on a Blue Gene") << u"nodeb"_s << QByteArray() << true << addressesFirst;
-        QTest::newRow("unknown") << u"nobody"_s << QByteArray() << false << list({"nobody"});
-        QTest::newRow("canonical name begins as loopback")
-            << u"self"_s << QByteArray() << false << list({"self"});
-        // The name given has one address that is not loopback; its canonical name another.
-        QTest::newRow("canonical name is loopback")
-            << u"hidden"_s << QByteArray() << false << list({"hidden", "10.0.0.8"});
+        setSetting("ZORV_FORCE_IP_HOSTNAME", "1");
+        QCOMPARE(hostNameAndAddresses(u"nodeb"_s), addressesFirst);
+        setSetting("ZORV_FORCE_IP_HOSTNAME", "off");
+        sc_setHasBluegeneNodes(true);
+        QCOMPARE(hostNameAndAddresses(u"nodeb"_s), addressesFirst);
     }
 
-    void namesAndAddressesOfAHost()
+    void settingsChooseTheLoopbackForm()
     {
-        QFETCH(QString, host);
-        QFETCH(QByteArray, forceAddresses);
-        QFETCH(bool, blueGene);
-        setSetting("ZORV_FORCE_IP_HOSTNAME", forceAddresses);
-        sc_setHasBluegeneNodes(blueGene);
-        const QStringList result = hostNameAndAddresses(host);
-        sc_setHasBluegeneNodes(false);
-        QTEST(result, "result");
+        setSetting("ZORV_LOCALHOST", "");
+        QCOMPARE(sc_localhost(), u"127.0.0.1"_s);
+        QCOMPARE(sc_localhostAddresses(), addresses({"127.0.0.1"}));
+        setSetting("PELK_LOCALHOST_IPV6", "1");
+        QCOMPARE(sc_localhost(), u"::1"_s);
+        QCOMPARE(sc_localhostAddresses(), addresses({"::1"}));
+        setSetting("ZORV_LOCALHOST", "nodeb-alias");
+        QCOMPARE(sc_localhost(), u"nodeb-alias"_s);
+        QCOMPARE(sc_localhostAddresses(), addresses({"10.0.0.7"}));
     }
 
-    void loopbackFormOfThisHost_data()
+    // Of the link-local addresses (RFC 4291, 2.5.6) those in fe80::/16 are left out.
+    void addressesOfThisHostAreThoseOfItsEthernetFirst()
     {
-        QTest::addColumn<QByteArray>("localhost");
-        QTest::addColumn<QByteArray>("ipv6");
-        QTest::addColumn<QString>("name");
-        QTest::addColumn<Addresses>("addresses");
-        QTest::newRow("IPv4") << QByteArray() << QByteArray("Off") << u"127.0.0.1"_s
-                              << addresses({"127.0.0.1"});
-        QTest::newRow("IPv6") << QByteArray("") << QByteArray("1") << u"::1"_s
-                              << addresses({"::1"});
-        QTest::newRow("set") << QByteArray("nodeb-alias") << QByteArray("1") << u"nodeb-alias"_s
-                             << addresses({"10.0.0.7"});
+        QCOMPARE(localHostAddresses(), addresses({"10.0.0.5", "2001:db8::5", "fe90::1%eth0",
+                                                  "127.42.42.2", "192.168.1.5", "fd00::5"}));
     }
 
-    void loopbackFormOfThisHost()
+    void addressesOfThisHostAreThoseOfTheInterfacesThatAreSet()
     {
-        QFETCH(QByteArray, localhost);
-        QFETCH(QByteArray, ipv6);
-        setSetting("ZORV_LOCALHOST", localhost);
-        setSetting("PELK_LOCALHOST_IPV6", ipv6);
-        QTEST(sc_localhost(), "name");
-        QTEST(sc_localhostAddresses(), "addresses");
+        setSetting("ZORV_NETWORK_INTERFACES", "ib0 , ETH0,eth");
+        QCOMPARE(localHostAddresses(), addresses({"192.168.1.5", "fd00::5"}));
     }
 
-    void addressesOfThisHost_data()
+    void addressesOfTheHostsNameComeFirst()
     {
-        QTest::addColumn<QByteArray>("hosts");
-        QTest::addColumn<QByteArray>("interfaces");
-        QTest::addColumn<Addresses>("expected");
-        // Of the link-local addresses (RFC 4291, 2.5.6) those in fe80::/16 are left out.
-        QTest::newRow("Ethernet first") << QByteArray("") << QByteArray()
-                                        << addresses({"10.0.0.5", "2001:db8::5", "fe90::1%eth0",
-                                                      "127.42.42.2", "192.168.1.5", "fd00::5"});
-        QTest::newRow("interfaces that are set")
-            << QByteArray("") << QByteArray("ib0 , eth9") << addresses({"192.168.1.5", "fd00::5"});
-        QTest::newRow("names of interfaces are exact")
-            << QByteArray("") << QByteArray("IB0,ib") << Addresses();
-        QTest::newRow("addresses of the name first, whatever is set")
-            << QByteArray("192.168.1.5 nodea\n10.0.0.5 nodea\n127.0.0.1 nodea\n")
-            << QByteArray("eth0")
-            << addresses({"192.168.1.5", "10.0.0.5", "2001:db8::5", "fe90::1%eth0"});
-    }
-
-    void addressesOfThisHost()
-    {
-        QFETCH(QByteArray, hosts);
-        QFETCH(QByteArray, interfaces);
-        QVERIFY(writeFile(u"/etc/hosts"_s, hosts));
-        setSetting("ZORV_NETWORK_INTERFACES", interfaces);
-        QTEST(localHostAddresses(), "expected");
+        QVERIFY(writeFile(u"/etc/hosts"_s, "192.168.1.5 nodea\n10.0.0.5 nodea\n127.0.0.1 nodea\n"));
+        setSetting("ZORV_NETWORK_INTERFACES", "eth0");
+        QCOMPARE(localHostAddresses(),
+                 addresses({"192.168.1.5", "10.0.0.5", "2001:db8::5", "fe90::1%eth0"}));
     }
 
     void addressesOfInterfacesAddTheirNames()
@@ -371,118 +271,76 @@ private Q_SLOTS:
         QCOMPARE(lookUps, list({"nodea", "nodea.cluster", "reverse"}));
     }
 
-    void thisHost_data()
-    {
-        QTest::addColumn<bool>("byName");
-        QTest::addColumn<bool>("byAddress");
-        QTest::newRow("::1") << true << true;
-        QTest::newRow("fd00::5") << true << true;
-        QTest::newRow("127.42.42.2") << true << true;
-        QTest::newRow("10.0.0.6") << false << false;
-        QTest::newRow("nodea") << true << false;
-        QTest::newRow("nodea.cluster") << true << false;
-        QTest::newRow("NODEA") << false << false;
-        QTest::newRow("alias") << false << false;
-    }
-
-    void thisHost()
+    void thisHostIsKnownByItsNamesAndAddresses()
     {
         QVERIFY(writeFile(u"/etc/hosts"_s, "10.0.0.5 nodea.cluster nodea\n10.0.0.5 alias\n"));
-        const QString host = text(QTest::currentDataTag());
-        QTEST(isThisHost(host), "byName");
-        QTEST(isThisHost(QHostAddress(host)), "byAddress");
-    }
-
-    void loopbackIsForThisHostAlone_data()
-    {
-        QTest::addColumn<QStringList>("entries");
-        QTest::addColumn<QStringList>("fixed");
-        QTest::newRow("another host") << list({"127.0.0.1", "10.9.9.9"}) << list({"10.9.9.9"});
-        QTest::newRow("nothing is this host") << QStringList() << list({"127.0.0.1"});
-        QTest::newRow("this host") << list({"10.0.0.5"}) << list({"10.0.0.5", "127.0.0.1"});
-        QTest::newRow("this host with loopback")
-            << list({"127.0.0.1", "10.0.0.5"}) << list({"127.0.0.1", "10.0.0.5"});
+        for (const char* host : {"::1", "127.42.42.2", "nodea", "nodea.cluster"}) {
+            QVERIFY2(isThisHost(text(host)), host);
+        }
+        for (const char* host : {"10.0.0.6", "NODEA", "alias"}) {
+            QVERIFY2(!isThisHost(text(host)), host);
+        }
+        QVERIFY(isThisHost(QHostAddress(u"::1"_s)));
+        QVERIFY(isThisHost(QHostAddress(u"127.42.42.2"_s)));
+        QVERIFY(!isThisHost(QHostAddress(u"10.0.0.6"_s)));
     }
 
     void loopbackIsForThisHostAlone()
     {
-        QFETCH(QStringList, entries);
-        QTEST(fixLocalHost(entries), "fixed");
-        Addresses given;
-        for (const QString& entry : entries) {
-            given += QHostAddress(entry);
-        }
-        QStringList fixed;
-        for (const QHostAddress& address : fixLocalHost(given)) {
-            fixed += address.toString();
-        }
-        QTEST(fixed, "fixed");
+        const auto check = [](const QStringList& entries, const QStringList& fixed) {
+            QCOMPARE(fixLocalHost(entries), fixed);
+            QCOMPARE(fixLocalHost(addresses(entries)), addresses(fixed));
+        };
+        check(list({"127.0.0.1", "10.9.9.9"}), list({"10.9.9.9"}));
+        check(list({"10.0.0.5"}), list({"10.0.0.5", "127.0.0.1"}));
+        check(list({"127.0.0.1", "10.0.0.5"}), list({"127.0.0.1", "10.0.0.5"}));
+        // Nothing stands for this host.
+        check({}, list({"127.0.0.1"}));
     }
 
-    void closestAddressesFirst_data()
+    // Each block of the result is by one kind of interface: Ethernet IPv4 and IPv6, other
+    // IPv4 and IPv6.
+    void closestAddressesAreFirstInABlockForEachKindOfInterface()
     {
-        QTest::addColumn<QByteArray>("interfaces");
-        QTest::addColumn<Addresses>("candidates");
-        // By each kind of interface: Ethernet IPv4 and IPv6, other IPv4 and IPv6.
-        QTest::addColumn<QList<Addresses>>("order");
         const Addresses mixed = addresses({"192.168.9.9", "10.0.0.77", "10.9.9.9", "2001:db8::99"});
-        QTest::newRow("all interfaces; loopback is left out")
-            << QByteArray() << mixed + addresses({"127.0.0.1", "::1"})
-            << QList<Addresses>{addresses({"10.0.0.77", "10.9.9.9", "192.168.9.9", "2001:db8::99"}),
-                                addresses({"2001:db8::99", "192.168.9.9", "10.0.0.77", "10.9.9.9"}),
-                                mixed, mixed};
-        const Addresses farFirst = addresses({"10.0.0.77", "192.168.9.9"});
-        QTest::newRow("one interface")
-            << QByteArray("ib0") << farFirst
-            << QList<Addresses>{farFirst, farFirst, addresses({"192.168.9.9", "10.0.0.77"}),
-                                farFirst};
-        const Addresses special = addresses({"127.42.42.5"});
-        QTest::newRow("special address")
-            << QByteArray() << special << QList<Addresses>{special, special, special, special};
-        const Addresses v4 = addresses({"32.0.0.1", "16.0.0.1", "1.0.0.1", "11.0.0.1"});
-        QTest::newRow("2, 3, 4 and 7 common bits: fewer than four do not count")
-            << QByteArray("eth0") << v4
-            << QList<Addresses>{addresses({"11.0.0.1", "1.0.0.1", "32.0.0.1", "16.0.0.1"}), v4, v4,
-                                v4};
-        const Addresses v6 = addresses({"3001:db8::1", "2000:db8::1", "2001:d00::1", "2001:df0::1",
-                                        "2001:db8:1::1", "2001:db8:0:1::1"});
-        QTest::newRow("3 to 63 common bits of IPv6")
-            << QByteArray("eth0") << v6
-            << QList<Addresses>{v6, Addresses(v6.crbegin(), v6.crend()), v6, v6};
-        const Addresses near = addresses({"10.0.0.200", "10.0.0.2", "10.0.0.200"});
-        QTest::newRow("all in the network are equally close, and repeats stay")
-            << QByteArray("eth0") << near << QList<Addresses>{near, near, near, near};
-    }
-
-    void closestAddressesFirst()
-    {
-        QFETCH(QByteArray, interfaces);
-        QFETCH(Addresses, candidates);
-        QFETCH(QList<Addresses>, order);
-        setSetting("ZORV_NETWORK_INTERFACES", interfaces);
-        QCOMPARE(sortAddressesByPotentialRoutability(candidates),
-                 order[0] + order[1] + order[2] + order[3]);
+        QCOMPARE(sortAddressesByPotentialRoutability(mixed + addresses({"127.0.0.1", "::1"})),
+                 addresses({"10.0.0.77", "10.9.9.9", "192.168.9.9", "2001:db8::99"}) +
+                     addresses({"2001:db8::99", "192.168.9.9", "10.0.0.77", "10.9.9.9"}) + mixed +
+                     mixed);
         QCOMPARE(lookUps, QStringList());
     }
 
-    void addressesOfTheFirstNameAreNotOrdered_data()
+    // Only the network's own bits count, and no fewer than four.
+    void closenessIsTheNumberOfCommonBits()
     {
-        QTest::addColumn<QStringList>("entries");
-        QTest::addColumn<Addresses>("sorted");
-        QTest::newRow("addresses")
-            << list({"10.9.9.9", "192.168.9.9", "10.0.0.77"})
-            << addresses({"10.9.9.9", "10.0.0.77", "192.168.9.9", "192.168.9.9", "10.0.0.77",
-                          "192.168.9.9", "10.0.0.77", "192.168.9.9", "10.0.0.77"});
-        QTest::newRow("names; a loopback address stays")
-            << list({"self", "nobody", "twice"})
-            << addresses({"127.0.1.1", "10.0.0.3", "10.0.0.3", "10.0.0.3", "10.0.0.3"});
-        QTest::newRow("nothing") << QStringList() << Addresses();
+        setSetting("ZORV_NETWORK_INTERFACES", "eth0");
+        const Addresses v4 = addresses({"32.0.0.1", "16.0.0.1", "192.168.9.9", "10.0.0.200",
+                                        "1.0.0.1", "10.0.0.2", "10.0.0.200", "11.0.0.1"});
+        QCOMPARE(sortAddressesByPotentialRoutability(v4),
+                 addresses({"10.0.0.200", "10.0.0.2", "10.0.0.200", "11.0.0.1", "1.0.0.1",
+                            "32.0.0.1", "16.0.0.1", "192.168.9.9"}) +
+                     v4 + v4 + v4);
+        const Addresses v6 = addresses({"3001:db8::1", "2000:db8::1", "2001:d00::1", "2001:df0::1",
+                                        "2001:db8:1::1", "2001:db8:0:1::1"});
+        QCOMPARE(sortAddressesByPotentialRoutability(v6),
+                 v6 + Addresses(v6.crbegin(), v6.crend()) + v6 + v6);
+    }
+
+    void suitesOwnAddressesAreNotLoopbackToSort()
+    {
+        const Addresses special = addresses({"127.42.42.5"});
+        QCOMPARE(sortAddressesByPotentialRoutability(special),
+                 special + special + special + special);
     }
 
     void addressesOfTheFirstNameAreNotOrdered()
     {
-        QFETCH(QStringList, entries);
-        QTEST(sortHostNamesAndAddressesByPotentialRoutability(entries), "sorted");
+        setSetting("ZORV_NETWORK_INTERFACES", "eth0");
+        QCOMPARE(sortHostNamesAndAddressesByPotentialRoutability(
+                     list({"self", "192.168.9.9", "nobody", "nodeb-alias"})),
+                 addresses({"127.0.1.1", "10.0.0.7", "192.168.9.9", "192.168.9.9", "10.0.0.7",
+                            "192.168.9.9", "10.0.0.7", "192.168.9.9", "10.0.0.7"}));
+        QCOMPARE(sortHostNamesAndAddressesByPotentialRoutability({}), Addresses());
     }
 };
 

@@ -1,9 +1,7 @@
 #include "common/compatibility_simple/network/localhost.h"
-#include "tests/support/settings.h"
-#include "tests/support/texts.h"
+#include "tests/support/helpers.h"
 #include "zorv-debugger/zorvdebuggeroptions.h"
 
-#include <QMap>
 #include <QSysInfo>
 #include <QTest>
 
@@ -11,48 +9,15 @@
 
 using namespace Qt::StringLiterals;
 
-// Settings without a prefix; options that are not as they are without arguments.
-using Settings = QMap<QByteArray, QByteArray>;
-using State = QVariantMap;
-
 namespace {
 
 const QStringList program = {u"program"_s};
 
-State stateOf(const BackendOptions& options)
+ZORVDebuggerOptions parsed(const QStringList& arguments)
 {
-    State state = {
-        {u"yourname"_s, options.getMyName()},
-        {u"log"_s, options.getLogFileName()},
-        {u"clientlog"_s, options.getClientLogFileName()},
-        {u"shareddirectory"_s, options.getSharedDirectory()},
-        {u"replay"_s, options.getReplayFileName()},
-        {u"host"_s, options.frontendHostNamesAndAddresses()},
-        {u"sessionfile"_s, options.sessionFileName()},
-        {u"sessioncookie"_s, options.sessionCookie()},
-        {u"tarball"_s, options.tarballFileName()},
-        {u"session"_s, options.session()},
-        {u"port"_s, options.port()},
-        {u"debug"_s, options.isDebug()},
-        {u"verbose"_s, options.isVerbose()},
-        {u"root"_s, options.isRoot()},
-        {u"progress"_s, options.isProgress()},
-        {u"nosessioncookie"_s, options.isNoSessionCookie()},
-        {u"waitfortopologyfile"_s, options.isWaitForTopologyFile()},
-    };
-    if (const auto* helper = dynamic_cast<const ZORVDebuggerOptions*>(&options)) {
-        state[u"attach"_s] = helper->attachPid();
-        state[u"count"_s] = helper->count();
-        state[u"offset"_s] = helper->offset();
-        state[u"explicittarget"_s] = helper->isExplicitTarget();
-        state[u"manuallaunch"_s] = helper->isManualLaunch();
-        state[u"mpirun"_s] = helper->isMpirun();
-        state[u"forked"_s] = helper->isForked();
-        state[u"ensureoneperhost"_s] = helper->ensureOnePerHost();
-    }
-    state.removeIf(
-        [](State::iterator entry) { return entry.value() == QVariant(entry.value().metaType()); });
-    return state;
+    ZORVDebuggerOptions options;
+    [&] { QVERIFY(options.parse(program + arguments)); }();
+    return options;
 }
 
 } // namespace
@@ -62,54 +27,35 @@ class OptionsTest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void init()
-    {
-        clearSettings({"SHARED_DIRECTORY", "MANUAL_LAUNCH", "DEBUG", "LOGS",
-                       "DEBUGGER_MULTIPLEXER_DEBUG", "DEBUGGER_MULTIPLEXER_VERBOSE",
-                       "DEBUGGER_MULTIPLEXER_LOG", "DEBUGGER_MULTIPLEXER_CLIENT_LOG"});
-    }
-
-    void sessionOptionsTravelInTheirFirstSpelling_data()
-    {
-        QTest::addColumn<QStringList>("arguments");
-        QTest::newRow("first spelling")
-            << list({"--zorvshareddirectory", "f", "--zorvhost", "a,b", "--zorvsessionfile", "f",
-                     "--zorvsessioncookie", "c", "--zorvtarball", "f", "--zorvsession", "-7",
-                     "--zorvport", "42", "--zorvdebug", "--zorvverbose", "--zorvprogress",
-                     "--zorvnosessioncookie", "--zorvwaitfortopologyfile"});
-        QTest::newRow("others") << list({"-s", "f", "-host", "a,b", "--sessionfile", "f",
-                                         "-sessioncookie", "c", "--tarball", "f", "--session", "-7",
-                                         "-port", "042", "-d", "-v", "--progress",
-                                         "--zorvnosessioncookie", "--zorvwaitfortopologyfile"});
-    }
+    void init() { clearSettings(); }
 
     void sessionOptionsTravelInTheirFirstSpelling()
     {
-        QFETCH(QStringList, arguments);
-        BackendOptions options;
-        QVERIFY(options.parse(program + arguments));
+        const QStringList given =
+            list({"-s", "f", "-host", "a,b", "--sessionfile", "g", "-sessioncookie", "c",
+                  "--tarball", "t", "--session", "-7", "-port", "042", "-d", "-v", "--progress",
+                  "--zorvnosessioncookie", "--zorvwaitfortopologyfile"});
         const QStringList travelling =
-            list({"--zorvshareddirectory", "f", "--zorvhost", "a,b", "--zorvsessionfile", "f",
-                  "--zorvsessioncookie", "c", "--zorvtarball", "f", "--zorvsession", "-7",
+            list({"--zorvshareddirectory", "f", "--zorvhost", "a,b", "--zorvsessionfile", "g",
+                  "--zorvsessioncookie", "c", "--zorvtarball", "t", "--zorvsession", "-7",
                   "--zorvport", "42", "--zorvdebug", "--zorvverbose", "--zorvprogress",
                   "--zorvnosessioncookie", "--zorvwaitfortopologyfile"});
-        QCOMPARE(options.backendArguments(true), travelling);
-        const State state = {
-            {u"shareddirectory"_s, u"f"_s},
-            {u"host"_s, u"a,b"_s},
-            {u"sessionfile"_s, u"f"_s},
-            {u"sessioncookie"_s, u"c"_s},
-            {u"tarball"_s, u"f"_s},
-            {u"session"_s, -7},
-            {u"port"_s, 42},
-            {u"debug"_s, true},
-            {u"verbose"_s, true},
-            {u"progress"_s, true},
-            {u"nosessioncookie"_s, true},
-            {u"waitfortopologyfile"_s, true},
-        };
-        QCOMPARE(stateOf(options), state);
-        QCOMPARE(stateOf(options.selectiveCopy()), state);
+        for (const QStringList& arguments : {given, travelling}) {
+            BackendOptions all;
+            QVERIFY(all.parse(program + arguments));
+            QCOMPARE(all.backendArguments(true), travelling);
+            for (const BackendOptions& options : {all, all.selectiveCopy()}) {
+                QCOMPARE(options.getSharedDirectory(), u"f"_s);
+                QCOMPARE(options.frontendHostNamesAndAddresses(), u"a,b"_s);
+                QCOMPARE(options.sessionFileName(), u"g"_s);
+                QCOMPARE(options.sessionCookie(), u"c"_s);
+                QCOMPARE(options.tarballFileName(), u"t"_s);
+                QCOMPARE(options.session(), -7);
+                QCOMPARE(options.port(), 42);
+                QVERIFY(options.isDebug() && options.isVerbose() && options.isProgress());
+                QVERIFY(options.isNoSessionCookie() && options.isWaitForTopologyFile());
+            }
+        }
     }
 
     void otherOptionsStay()
@@ -117,83 +63,84 @@ private Q_SLOTS:
         BackendOptions options;
         QVERIFY(options.parse(
             program + list({"--log", "l", "-clientlog", "m", "-p", "p", "-r", "--yourname", "n"})));
-        const State state = {{u"log"_s, u"l"_s},
-                             {u"clientlog"_s, u"m"_s},
-                             {u"replay"_s, u"p"_s},
-                             {u"root"_s, true},
-                             {u"yourname"_s, u"n"_s}};
-        QCOMPARE(stateOf(options), state);
-        QCOMPARE(stateOf(options.selectiveCopy()), State());
+        QCOMPARE(options.getLogFileName(), u"l"_s);
+        QCOMPARE(options.getClientLogFileName(), u"m"_s);
+        QCOMPARE(options.getReplayFileName(), u"p"_s);
+        QCOMPARE(options.getMyName(), u"n"_s);
+        QVERIFY(options.isRoot());
+        const BackendOptions copy = options.selectiveCopy();
+        QVERIFY(copy.getLogFileName().isNull() && copy.getClientLogFileName().isNull());
+        QVERIFY(copy.getReplayFileName().isNull() && copy.getMyName().isNull() && !copy.isRoot());
         QCOMPARE(options.backendArguments(false), QStringList());
         QCOMPARE(options.backendArguments(true), list({"--zorvyourname", "n"}));
     }
 
-    void commandLineIsAccepted_data()
+    void nothingIsSetWithoutOptions()
     {
-        QTest::addColumn<Settings>("settings");
-        QTest::addColumn<QStringList>("arguments");
-        QTest::addColumn<State>("state");
-        QTest::addColumn<QStringList>("target");
-        const Settings none;
-        QTest::newRow("options, then the target")
-            << none << list({"--zorvport", "4242", "-np", "2", "a.out"}) << State{{u"port"_s, 4242}}
-            << list({"-np", "2", "a.out"});
-        QTest::newRow("no options in the target")
-            << none << list({"-np", "a.out", "--zorvport", "1"}) << State()
-            << list({"-np", "a.out", "--zorvport", "1"});
-        QTest::newRow("joined value is no option")
-            << none << list({"--zorvport=1"}) << State() << list({"--zorvport=1"});
-        QTest::newRow("help words are no options")
-            << none << list({"-h"}) << State() << list({"-h"});
-        QTest::newRow("two dashes are no option")
-            << none << list({"--", "a.out"}) << State() << list({"--", "a.out"});
-        QTest::newRow("numbers") << none
-                                 << list({"--zorvattach", "1", "--zorvcount", "3", "--zorvoffset",
-                                          "-4"})
-                                 << State{{u"attach"_s, 1}, {u"count"_s, 3}, {u"offset"_s, -4}}
-                                 << QStringList();
-        QTest::newRow("flags") << none
-                               << list({"--zorvexplicittarget", "--zorvmpirun",
-                                        "--zorvensureoneperhost"})
-                               << State{{u"explicittarget"_s, true},
-                                        {u"mpirun"_s, true},
-                                        {u"ensureoneperhost"_s, true}}
-                               << QStringList();
-        QTest::newRow("forked has a target")
-            << none << list({"--zorvforked"})
-            << State{{u"forked"_s, true}, {u"explicittarget"_s, true}} << QStringList();
-        QTest::newRow("replay") << none << list({"--zorvreplay", "r"})
-                                << State{{u"replay"_s, u"r"_s}} << QStringList();
-        QTest::newRow("manual launch from here on")
-            << none << list({"--zorvmanuallaunch", "-a", "5", "--", "-h"})
-            << State{{u"attach"_s, 5}, {u"explicittarget"_s, true}, {u"manuallaunch"_s, true}}
-            << list({"-h"});
-        QTest::newRow("manual launch by a setting")
-            << Settings{{"MANUAL_LAUNCH", ""}} << list({"-host", "--", "-attach", "5", "--"})
-            << State{{u"host"_s, u"--"_s}, {u"attach"_s, 5}, {u"manuallaunch"_s, true}}
-            << QStringList();
-        QTest::newRow("DEBUG stands for both settings that are not set")
-            << Settings{{"MANUAL_LAUNCH", "no"}, {"DEBUG", "0"}} << list({"-d"})
-            << State{{u"debug"_s, true}, {u"verbose"_s, true}} << list({"-d"});
-        QTest::newRow("debug by its own setting")
-            << Settings{{"DEBUGGER_MULTIPLEXER_DEBUG", "0"}} << QStringList()
-            << State{{u"debug"_s, true}} << QStringList();
-        QTest::newRow("log files are not in a missing directory")
-            << Settings{{"LOGS", "/none"}} << list({"--zorvlog", "elsewhere"}) << State()
-            << QStringList();
+        const ZORVDebuggerOptions options = parsed({});
+        QVERIFY(options.count() == 0 && options.offset() == 0 && options.attachPid() == 0);
+        QVERIFY(options.port() == 0 && options.session() == 0);
+        QVERIFY(!options.isForked() && !options.isMpirun() && !options.isExplicitTarget());
+        QVERIFY(!options.ensureOnePerHost() && !options.isManualLaunch() && !options.isRoot());
+        QVERIFY(!options.isDebug() && !options.isVerbose() && !options.isProgress());
+        QVERIFY(!options.isNoSessionCookie() && !options.isWaitForTopologyFile());
     }
 
-    void commandLineIsAccepted()
+    void targetBeginsAtTheFirstWordThatIsNoOption()
     {
-        QFETCH(Settings, settings);
-        QFETCH(QStringList, arguments);
-        for (auto setting = settings.cbegin(); setting != settings.cend(); ++setting) {
-            qputenv("ZORV_" + setting.key(), setting.value());
-        }
-        ZORVDebuggerOptions options;
-        QVERIFY(options.parse(program + arguments));
-        QTEST(stateOf(options), "state");
-        QTEST(options.targetArguments(), "target");
+        const ZORVDebuggerOptions options =
+            parsed(list({"--zorvcount", "3", "--zorvoffset", "-4", "--zorvmpirun",
+                         "--zorvensureoneperhost", "-np", "a.out", "--zorvport", "1"}));
+        QCOMPARE(options.count(), 3);
+        QCOMPARE(options.offset(), -4);
+        QVERIFY(options.isMpirun() && options.ensureOnePerHost() && !options.isExplicitTarget());
+        QCOMPARE(options.port(), 0);
+        QCOMPARE(options.targetArguments(), list({"-np", "a.out", "--zorvport", "1"}));
+        QCOMPARE(parsed(list({"--", "a.out"})).targetArguments(), list({"--", "a.out"}));
+    }
+
+    void explicitTarget()
+    {
+        QVERIFY(parsed(list({"--zorvexplicittarget"})).isExplicitTarget());
+        const ZORVDebuggerOptions forked = parsed(list({"--zorvforked"}));
+        QVERIFY(forked.isForked() && forked.isExplicitTarget());
+    }
+
+    void manualLaunchFromTheOptionOn()
+    {
+        const ZORVDebuggerOptions options =
+            parsed(list({"--zorvmanuallaunch", "-a", "5", "--", "-h"}));
+        QVERIFY(options.isManualLaunch() && options.isExplicitTarget());
+        QCOMPARE(options.attachPid(), 5);
+        QCOMPARE(options.targetArguments(), list({"-h"}));
+    }
+
+    void manualLaunchByASetting()
+    {
+        setSetting("ZORV_MANUAL_LAUNCH", "");
+        const ZORVDebuggerOptions options =
+            parsed(list({"-host", "--", "-attach", "5", "--", "-np"}));
+        QVERIFY(options.isManualLaunch() && !options.isExplicitTarget());
+        QCOMPARE(options.frontendHostNamesAndAddresses(), u"--"_s);
+        QCOMPARE(options.attachPid(), 5);
+        QCOMPARE(options.targetArguments(), list({"-np"}));
+    }
+
+    void debugSettingStandsForTwoThatAreNotSet()
+    {
+        setSetting("ZORV_MANUAL_LAUNCH", "no");
+        setSetting("ZORV_DEBUGGER_MULTIPLEXER_DEBUG", "0");
+        QVERIFY(parsed({}).isDebug() && !parsed({}).isVerbose());
+        clearSettings();
+        setSetting("ZORV_DEBUG", "0");
+        QVERIFY(parsed({}).isDebug() && parsed({}).isVerbose());
+        QCOMPARE(parsed(list({"-d"})).targetArguments(), list({"-d"}));
+    }
+
+    void logFilesAreNotInAMissingDirectory()
+    {
+        setSetting("ZORV_LOGS", "/none");
+        QCOMPARE(parsed(list({"--zorvlog", "elsewhere"})).getLogFileName(), QString());
     }
 
     // Whatever the options.
@@ -202,49 +149,33 @@ private Q_SLOTS:
         const QString process =
             u"-%1-%2.log"_s.arg(QSysInfo::machineHostName(), QString::number(getpid()));
         setSetting("ZORV_LOGS", "/");
-        ZORVDebuggerOptions options;
-        QVERIFY(options.parse(program + list({"--zorvlog", "elsewhere"})));
+        ZORVDebuggerOptions options = parsed(list({"--zorvlog", "elsewhere"}));
         QCOMPARE(options.getLogFileName(), u"/zorv-debugger-multiplexer"_s + process);
         QCOMPARE(options.getClientLogFileName(), u"/zorv-debugger-multiplexer-client"_s + process);
         setSetting("ZORV_DEBUGGER_MULTIPLEXER_LOG", "l.LOG");
         setSetting("ZORV_DEBUGGER_MULTIPLEXER_CLIENT_LOG", "c.log.log");
-        const MessageCollector messages;
+        QTest::ignoreMessage(QtWarningMsg, "invalid --zorvport argument 'x'");
         QVERIFY(!options.parse(program + list({"--zorvroot", "--zorvport", "x"})));
         QCOMPARE(options.getLogFileName(), u"l.LOG-root"_s + process);
         QCOMPARE(options.getClientLogFileName(), u"c.log-root"_s + process);
     }
 
-    void commandLineIsRejected_data()
+    void rejectedOptionIsNamedAndSetsNothing()
     {
-        QTest::addColumn<QStringList>("arguments");
-        QTest::addColumn<QString>("message");
-        QTest::newRow("no value") << list({"--zorvdebug", "--zorvlog"})
-                                  << u"option '--zorvlog' requires an argument"_s;
-        QTest::newRow("no number")
-            << list({"--zorvport", "0x%1", "-d"}) << u"invalid --zorvport argument '0x%1'"_s;
-        QTest::newRow("no number of the helper's")
-            << list({"--zorvattach", ""}) << u"invalid --zorvattach argument ''"_s;
-        QTest::newRow("empty") << list({"--zorvhost", ""}) << u"invalid --zorvhost argument ''"_s;
-    }
-
-    void commandLineIsRejected()
-    {
-        QFETCH(QStringList, arguments);
-        QFETCH(QString, message);
-        const MessageCollector messages;
         ZORVDebuggerOptions options;
-        QVERIFY(!options.parse(program + arguments));
-        QCOMPARE(messages.texts(), QStringList(message));
-        QCOMPARE(options.port(), 0);
+        QTest::ignoreMessage(QtWarningMsg, "invalid --zorvport argument '0x%1'");
+        QVERIFY(!options.parse(program + list({"--zorvport", "0x%1", "-d"})));
+        QVERIFY(options.port() == 0 && !options.isDebug());
         QCOMPARE(options.targetArguments(), QStringList());
+        QTest::ignoreMessage(QtWarningMsg, "invalid --zorvhost argument ''");
+        QVERIFY(!options.parse(program + list({"--zorvhost", ""})));
     }
 
     void argumentsThatAreNoOptionsAreRejectedWithoutATarget()
     {
-        const MessageCollector messages;
+        QTest::ignoreMessage(QtWarningMsg, "unrecognised argument '%1'");
         BackendOptions options;
         QVERIFY(!options.parse(program + list({"-d", "--", "%1", "x"})));
-        QCOMPARE(messages.texts(), list({"unrecognised argument '%1'"}));
         QVERIFY(Options().parse({}));
     }
 

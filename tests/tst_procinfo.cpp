@@ -26,8 +26,6 @@ private Q_SLOTS:
     {
         QCOMPARE(ProcInfo::getChild(getpid()), -1);
         QProcess process;
-        // A name that looks like lines of the status file.
-        process.setChildProcessModifier([] { prctl(PR_SET_NAME, "Uid: (Z )\n9"); });
         process.start(u"" TESTCHILD ""_s, {u"--sleep"_s});
         QVERIFY(process.waitForStarted());
         const int pid = ProcInfo::getChild(getpid());
@@ -44,6 +42,7 @@ private Q_SLOTS:
     {
         const pid_t pid = fork();
         if (pid == 0) {
+            // A name that looks like a line of the status file.
             prctl(PR_SET_NAME, "PPid:\t1");
             _exit(0);
         }
@@ -58,7 +57,6 @@ private Q_SLOTS:
         QVERIFY(!ProcInfo::alive(pid));
         QCOMPARE(ProcInfo::getParent(pid), -1);
         QVERIFY(ProcInfo::getName(pid).isNull());
-        QCOMPARE(ProcInfo::getExe(pid), u""_s);
     }
 };
 

@@ -6,96 +6,77 @@
 
 using namespace Qt::StringLiterals;
 
-using Start = void (*)(QBlockingProcess&);
-using Read = QByteArray (*)(QBlockingProcess&);
-Q_DECLARE_METATYPE(Start)
-Q_DECLARE_METATYPE(Read)
+namespace {
+
+// It closes its output and runs on.
+const QStringList slowScript = {u"-c"_s, u"sleep 0.1; echo one; sleep 0.1; echo error >&2; "
+                                         "printf two; exec >&- 2>&-; exec sleep 60"_s};
+
+} // namespace
 
 class UtilTest : public QObject
 {
     Q_OBJECT
 
+    std::unique_ptr<QBlockingProcess> mProcess;
+
 private Q_SLOTS:
-    void readsWaitAfterEveryStart_data()
+    void init() { mProcess = std::make_unique<QBlockingProcess>(); }
+
+    void cleanup()
     {
-        QTest::addColumn<Start>("start");
-        const auto row = [](const char* name, Start start) { QTest::newRow(name) << start; };
-        row("program and arguments", [](QBlockingProcess& process) {
-            process.start(u"sh"_s, {u"-c"_s, u"sleep 0.1; echo hi"_s});
-        });
-        row("command", [](QBlockingProcess& process) {
-            process.startCommand(u"sh -c \"sleep 0.1; echo hi\""_s);
-        });
-        row("open() by the base class", [](QBlockingProcess& process) {
-            process.setProgram(u"sh"_s);
-            process.setArguments({u"-c"_s, u"sleep 0.1; echo hi"_s});
-            static_cast<QIODevice&>(process).open(QIODevice::ReadOnly);
-        });
-        row("second start, the first output unread", [](QBlockingProcess& process) {
-            process.start(u"echo"_s, {u"first"_s});
-            process.waitForFinished();
-            process.start(u"echo"_s, {u"hi"_s});
-        });
+        mProcess->close();
+        mProcess.reset();
     }
 
-    void readsWaitAfterEveryStart()
+    void readAllWaitsForTheEndOfTheOutput()
     {
-        QFETCH(Start, start);
-        QBlockingProcess process;
-        start(process);
-        QCOMPARE(process.readAll(), "hi\n");
+        mProcess->start(u"sh"_s, slowScript);
+        QCOMPARE(mProcess->readAll(), "one\ntwo");
+        QCOMPARE(mProcess->readAllStandardError(), "error\n");
+        QCOMPARE(mProcess->state(), QProcess::Running);
     }
 
-    void everyReadWaits_data()
+    void textStreamWaitsForLines()
     {
-        QTest::addColumn<Read>("read");
-        QTest::addColumn<QByteArray>("expected");
-        const auto row = [](const char* name, Read read, const QByteArray& expected) {
-            QTest::newRow(name) << read << expected;
-        };
-        const auto all = [](QBlockingProcess& process) { return process.readAll(); };
-        row("readAll()", all, "one\ntwo\nthree");
-        row(
-            "readLine()", [](QBlockingProcess& process) { return process.readLine(); }, "one\n");
-        const auto byTextStream = [](QBlockingProcess& process) {
-            QByteArray lines;
-            for (QTextStream stream(&process); !stream.atEnd();) {
-                lines += stream.readLine().toUtf8() + '|';
-            }
-            return lines;
-        };
-        row("QTextStream", byTextStream, "one|two|three|");
-        const auto afterWait = [](QBlockingProcess& process) {
-            while (!process.canReadLine() && process.waitForReadyRead(60000)) {
-            }
-            return process.read(process.bytesAvailable());
-        };
-        row("canReadLine() and waitForReadyRead()", afterWait, "one\n");
-        const auto error = [](QBlockingProcess& process) { return process.readAllStandardError(); };
-        row("readAllStandardError()", error, "error\n");
+        mProcess->start(u"sh"_s, slowScript);
+        QTextStream stream(mProcess.get());
+        QStringList lines;
+        while (!stream.atEnd()) {
+            lines += stream.readLine();
+        }
+        QCOMPARE(lines, QStringList({u"one"_s, u"two"_s}));
     }
 
-    // The process closes its output and runs on.
-    void everyReadWaits()
+    void waitForReadyReadEndsWithALine()
     {
-        QFETCH(Read, read);
-        QBlockingProcess process;
-        process.start(u"sh"_s,
-                      {u"-c"_s, u"sleep 0.1; echo one; sleep 0.1; echo error >&2; echo two; "
-                                "printf three; exec >&- 2>&-; exec sleep 60"_s});
-        QTEST(read(process), "expected");
-        QCOMPARE(process.state(), QProcess::Running);
-        process.close();
+        mProcess->start(u"sh"_s, slowScript);
+        while (!mProcess->canReadLine() && mProcess->waitForReadyRead(60000)) {
+        }
+        QCOMPARE(mProcess->read(mProcess->bytesAvailable()), "one\n");
+    }
+
+    void readsWaitAfterOtherKindsOfStart()
+    {
+        mProcess->startCommand(u"sh -c \"sleep 0.1; echo command\""_s);
+        QCOMPARE(mProcess->readAll(), "command\n");
+        mProcess->waitForFinished();
+        mProcess->setProgram(u"sh"_s);
+        mProcess->setArguments({u"-c"_s, u"sleep 0.1; echo unread"_s});
+        static_cast<QIODevice&>(*mProcess).open(QIODevice::ReadOnly);
+        QVERIFY(!mProcess->atEnd());
+        mProcess->waitForFinished();
+        mProcess->start(u"echo"_s, {u"last"_s});
+        QCOMPARE(mProcess->readAll(), "last\n");
     }
 
     void otherStreamsAreLeftAlone()
     {
         const QTemporaryDir directory;
         QFile file(directory.filePath(u"output"_s));
-        QBlockingProcess process;
-        process.setStandardOutputFile(file.fileName());
-        process.start(u"sh"_s, {u"-c"_s, u"echo output; echo error >&2"_s});
-        QCOMPARE(process.readAllStandardError(), "error\n");
+        mProcess->setStandardOutputFile(file.fileName());
+        mProcess->start(u"sh"_s, {u"-c"_s, u"echo output; echo error >&2"_s});
+        QCOMPARE(mProcess->readAllStandardError(), "error\n");
         QVERIFY(file.open(QIODevice::ReadOnly));
         QCOMPARE(file.readAll(), "output\n");
     }

@@ -10,8 +10,8 @@
 
 #define _GNU_SOURCE
 #include <errno.h>
-#include <seccomp.h>
 #include <sched.h>
+#include <seccomp.h>
 #include <stdio.h>
 #include <string.h>
 #include <unistd.h>
@@ -21,8 +21,8 @@
 #define CLONE_PIDFD_FLAG 0x1000
 
 static const char* const newCalls[] = {
-    "clone3",    "close_range", "epoll_pwait2",   "faccessat2",        "futex_waitv",
-    "openat2",   "pidfd_getfd", "pidfd_open",     "pidfd_send_signal", "process_madvise",
+    "clone3",  "close_range", "epoll_pwait2", "faccessat2",        "futex_waitv",
+    "openat2", "pidfd_getfd", "pidfd_open",   "pidfd_send_signal", "process_madvise",
 };
 
 /* What is to become of a call; 0 or a negative error number. */
@@ -40,17 +40,13 @@ static int change(scmp_filter_ctx filter, const char* call, int error, unsigned 
 
 static int becomeOldKernel(scmp_filter_ctx filter)
 {
-    const struct scmp_arg_cmp any = {0};
-    int result = 0;
+    const struct scmp_arg_cmp pidfd = SCMP_A0(SCMP_CMP_EQ, P_PIDFD_NUMBER);
+    const struct scmp_arg_cmp flag =
+        SCMP_A0(SCMP_CMP_MASKED_EQ, CLONE_PIDFD_FLAG, CLONE_PIDFD_FLAG);
+    int result = change(filter, "waitid", EINVAL, 1, pidfd);
+    result = result == 0 ? change(filter, "clone", ENOSYS, 1, flag) : result;
     for (size_t i = 0; i < sizeof newCalls / sizeof *newCalls && result == 0; ++i) {
-        result = change(filter, newCalls[i], ENOSYS, 0, any);
-    }
-    if (result == 0) {
-        result = change(filter, "waitid", EINVAL, 1, SCMP_A0(SCMP_CMP_EQ, P_PIDFD_NUMBER));
-    }
-    if (result == 0) {
-        result = change(filter, "clone", ENOSYS, 1,
-                        SCMP_A0(SCMP_CMP_MASKED_EQ, CLONE_PIDFD_FLAG, CLONE_PIDFD_FLAG));
+        result = change(filter, newCalls[i], ENOSYS, 0, flag);
     }
     return result;
 }

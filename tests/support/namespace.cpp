@@ -1,5 +1,3 @@
-// Interfaces, mounts and a name that nobody else sees.
-
 #include "tests/support/namespace.h"
 
 #include <cstdio>

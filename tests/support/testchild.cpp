@@ -37,13 +37,10 @@ void writeFile(Value name, Value content)
     fs::rename(name + ".new", name);
 }
 
-// Writes that many bytes, in lines of 100; by write() alone, which can be watched.
+// By write() alone, which can be watched.
 void flood(int fd, Value bytes)
 {
-    std::string text(std::stoul(bytes), 'x');
-    for (size_t i = 99; i < text.size(); i += 100) {
-        text[i] = '\n';
-    }
+    const std::string text(std::stoul(bytes), 'x');
     ssize_t count = 0;
     for (size_t written = 0; written < text.size(); written += size_t(count)) {
         count = write(fd, text.data() + written, text.size() - written);
@@ -56,12 +53,10 @@ void flood(int fd, Value bytes)
 // The lines of a file of /proc that contain the part; NUL bytes end lines as well.
 std::string linesOf(Value file, Value part)
 {
-    std::ifstream stream("/proc/" + file);
-    std::string text(std::istreambuf_iterator<char>(stream), {});
-    std::replace(text.begin(), text.end(), '\0', '\n');
-    std::istringstream lines(text);
+    std::ifstream lines("/proc/" + file);
     std::string result;
     for (std::string line; std::getline(lines, line);) {
+        std::replace(line.begin(), line.end(), '\0', '\n');
         result += line.find(part) == std::string::npos ? "" : line + '\n';
     }
     return result;
@@ -149,11 +144,9 @@ void waitForFile(Value file)
     }
 }
 
-// Leaves a child behind that holds the streams.
-void forkAndSleep(unsigned seconds)
+void forkAndExit()
 {
     if (fork() == 0) {
-        sleep(seconds);
         _exit(0);
     }
 }
@@ -161,16 +154,12 @@ void forkAndSleep(unsigned seconds)
 // The values of those that need one follow them, and do not begin with "--".
 const std::map<std::string, std::function<void(Value)>> table = {
     {"--append", [](Value file) { std::ofstream(file, std::ios::app) << getpid() << '\n'; }},
-    {"--cat", [](Value) { std::cout << std::cin.rdbuf() << std::flush; }},
-    {"--close-output", [](Value) { close(STDOUT_FILENO), close(STDERR_FILENO); }},
     {"--exit", [](Value status) { exit(std::stoi(status)); }},
     {"--flood", [](Value bytes) { flood(STDOUT_FILENO, bytes); }},
     {"--flood-error", [](Value bytes) { flood(STDERR_FILENO, bytes); }},
-    {"--fork-exit", [](Value) { forkAndSleep(0); }},
-    {"--fork-sleep", [](Value) { forkAndSleep(60); }},
+    {"--fork-exit", [](Value) { forkAndExit(); }},
     {"--ignore", [](Value signo) { signal(std::stoi(signo), SIG_IGN); }},
     {"--print", [](Value text) { std::cout << text << std::endl; }},
-    {"--print-error", [](Value text) { std::cerr << text << std::endl; }},
     {"--record-signal", recordNextSignal},
     {"--record-signals", recordSignals},
     {"--record-state", [](Value file) { writeFile(file, inheritedState()); }},
