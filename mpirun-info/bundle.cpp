@@ -13,7 +13,7 @@
 #include <QJsonArray>
 #include <QSysInfo>
 
-#include <cerrno>
+#include <cstdio>
 #include <ctime>
 #include <fcntl.h>
 #include <unistd.h>
@@ -124,11 +124,11 @@ bool writeBundle(const QString& fileName, const Report& report, const Request& r
     Descriptor fd(uninterrupted(
         [&] { return sc_open(name.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600); }));
     if (!fd.isOpen()) {
-        qCritical("%s: %s", name.constData(), qPrintable(qt_error_string(errno)));
+        perror(name.constData());
         return false;
     }
     if (!writeAll(fd.get(), archive) || !fd.close()) {
-        qCritical("%s: %s", name.constData(), qPrintable(qt_error_string(errno)));
+        perror(name.constData());
         sc_unlink(name.constData());
         return false;
     }

@@ -9,7 +9,6 @@
 
 #include "branding/filenames.h"
 #include "common/compatibility_simple/files/descriptor.h"
-#include "common/logger.h"
 #include "version/hgid.h"
 
 #include <QCoreApplication>
@@ -144,7 +143,7 @@ bool takeRequest(const QStringList& arguments, const std::vector<char*>& words, 
         ++i;
     }
     if (i > arguments.size()) {
-        qWarning("option '%s' requires an argument", qPrintable(arguments.last()));
+        fprintf(stderr, "option '%s' requires an argument\n", qPrintable(arguments.last()));
         return false;
     }
     if (i < arguments.size() && namesLauncher(arguments.at(i))) {
@@ -250,8 +249,9 @@ int main(int argc, char** argv)
     raiseLimit(RLIMIT_STACK, comfortableStack);
     signal(SIGCHLD, SIG_DFL);
 
-    // 2. The application; Qt's rules for messages are a user's for other programs.
-    Logger::installPlainMsgHandler();
+    // 2. The application. What Qt has to say, of a pipe that it cannot create for example, is
+    //    in the report by its cause; standard error has this program's own messages only.
+    qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString&) {});
     // QCoreApplication removes some from its list.
     const std::vector<char*> words(argv, argv + argc);
     QStringList arguments;

@@ -36,7 +36,7 @@ bool isForeign(const RestartFile& file)
         stat(path.constData(), &directory) == 0 && (directory.st_mode & (S_IWGRP | S_IWOTH)) != 0;
     const bool isTrusted =
         file.owner == geteuid() || file.owner == 0 || (isShared && file.owner == directory.st_uid);
-    return !isPermitted(file.path, W_OK) || (isShared && !isTrusted);
+    return !file.isOverwritable || !isPermitted(file.path, W_OK) || (isShared && !isTrusted);
 }
 
 void describeFile(Report* report, const char* key, const RestartFile& file, const QString& effect)
@@ -87,6 +87,7 @@ RestartFile::RestartFile(const QString& filePath)
         exists = true;
         age = std::max<qint64>(time(nullptr) - status.st_mtime, 0);
         owner = status.st_uid;
+        isOverwritable = S_ISREG(status.st_mode) || S_ISCHR(status.st_mode);
     }
 }
 

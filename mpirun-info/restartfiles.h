@@ -17,6 +17,8 @@ struct RestartFile
     /// Seconds since its last change, and its owner's user id; -1 when it does not exist.
     qint64 age = -1;
     qint64 owner = -1;
+    /// Whether a file of its type can be overwritten: no directory, FIFO or socket.
+    bool isOverwritable = false;
 };
 
 /// The files of a session.

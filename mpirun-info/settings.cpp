@@ -10,6 +10,8 @@
 #include <QJsonObject>
 #include <QProcessEnvironment>
 
+#include <algorithm>
+
 namespace {
 
 enum class Kind { Text, Path, Switch, Presence, Secret };
@@ -109,16 +111,22 @@ QStringList namesOfSettings()
     return names;
 }
 
+// The prefixes of the settings, without the underscore that ends them.
+QStringList prefixes()
+{
+    QStringList result;
+    for (int prefix = 0; prefix < ZorvEnv::PrefixCount; ++prefix) {
+        result += QString::fromLatin1(ZorvEnv::variableName(prefix, "")).chopped(1);
+    }
+    return result;
+}
+
 bool hasPrefixOfSuite(const QString& name)
 {
-    for (int prefix = 0; prefix < ZorvEnv::PrefixCount; ++prefix) {
-        QString start = QString::fromLatin1(ZorvEnv::variableName(prefix, ""));
-        start.chop(1);
-        if (name.startsWith(start, Qt::CaseInsensitive)) {
-            return true;
-        }
-    }
-    return false;
+    const QStringList starts = prefixes();
+    return std::any_of(starts.begin(), starts.end(), [&](const QString& start) {
+        return name.startsWith(start, Qt::CaseInsensitive);
+    });
 }
 
 // What another program of the suite reads, or a slip of the pen.
@@ -128,10 +136,15 @@ void describeUnreadVariables(Report* report)
     QStringList unread;
     const QStringList names = QProcessEnvironment::systemEnvironment().keys();
     for (const QString& name : names) {
-        if (!hasPrefixOfSuite(name) || known.contains(name)) {
+        const bool isOfSuite = hasPrefixOfSuite(name);
+        const QString prefix = name.section(QLatin1Char('_'), 0, 0);
+        if (known.contains(name) ||
+            (!isOfSuite && nearestSpelling(prefix, prefixes(), 1).isNull())) {
             continue;
         }
-        unread += name;
+        if (isOfSuite) {
+            unread += name;
+        }
         const QString nearest = nearestSpelling(name, known);
         if (!nearest.isNull()) {
             report->find(

@@ -167,7 +167,7 @@ int watch(const Request& request)
     for (int looks = 0;; ++looks) {
         const QJsonArray entries = lookWithinLimit(request);
         if (entries.isEmpty()) {
-            qCritical("there is no session to watch");
+            fputs("there is no session to watch\n", stderr);
             return 1;
         }
         const QStringList states = textsOf(entries, false);

@@ -100,6 +100,19 @@ SETUPS = [
            prepare=f"echo '#!/etc' >{HELPER}", says="/etc: a directory"),
     broken("interpreter that env does not find", "helper-interpreter",
            prepare=f"echo '#!/usr/bin/env nosuchsh' >{HELPER}", says="nosuchsh is not on PATH"),
+    *[works(f"interpreter by {line}", prepare=f"printf '#!/usr/bin/{line}\\n: >ran/yes\\n' "
+                                              f"| {{ {WRITE_HELPER}; }}")
+      for line in ("env -S sh -e", "env -vS A=b sh", "env\t/bin/sh", "env -S -u A \"sh\"")],
+    *[broken(f"interpreter by {line}", "helper-interpreter", says=cause,
+             prepare=f"printf '#!/usr/bin/{line}\\n: >ran/yes\\n' | {{ {WRITE_HELPER}; }}")
+      for line, cause in (("env sh -e", "'sh -e' is not on PATH; env needs -S to split it"),
+                          ("env -S nosuchsh -e", "nosuchsh is not on PATH"),
+                          ("env /nowhere/sh", "/nowhere does not exist"))],
+    # They start themselves again and again.
+    *[broken(f"only {line} as an interpreter", "helper-interpreter", hangs=True,
+             prepare=f"printf '#!/usr/bin/{line}\\n: >ran/yes\\n' | {{ {WRITE_HELPER}; }}",
+             says="its first line names no interpreter after env")
+      for line in ("env", "env A=b", "env -S A=b")],
     broken("first line without an interpreter", "helper-interpreter",
            prepare=f"echo '#!' >{HELPER}"),
     broken("carriage return after the interpreter", "helper-carriage-return",
@@ -130,8 +143,10 @@ SETUPS = [
            prepare=f'cp "$TESTCHILD_PROGRAM" {HELPER}'),
     broken("one process", "processes-exhausted", under=[*AS_USER, "prlimit", "--nproc=1"],
            prepare=OWN_SESSIONS),
-    works("few processes", under=[*AS_BUSY_USER, "prlimit", "--nproc=4"],
-          prepare=f"chown {BUSY_USER} sessions"),
+    *[works(f"{count} processes", under=[*AS_BUSY_USER, "prlimit", f"--nproc={count}"],
+            prepare=f"chown {BUSY_USER} sessions") for count in (2, 4)],
+    *[works(f"{mebibytes} MiB of addresses", under=["prlimit", f"--as={mebibytes * MEBIBYTE}"])
+      for mebibytes in (80, 200)],
     works("long arguments", under=long_arguments(40, "unlimited")),
     works("long arguments, unusual stack limit", under=long_arguments(50, 102400)),
     broken("arguments longer than the helper's stack limit allows",
@@ -163,6 +178,10 @@ SETUPS = [
     works("another user's marker", "marker-foreign", "others-can-write",
           prepare=f": >sessions/restart-supported; chown {USER + 1} sessions/restart-supported; "
                   "chmod 777 sessions", under=AS_USER),
+    *[works(f"{what} in the marker's place", "marker-foreign",
+            prepare=f"{make} sessions/restart-supported")
+      for what, make in (("directory", "mkdir"), ("FIFO", "mkfifo"))],
+    works("link to a device as the marker", prepare="ln -s /dev/null sessions/restart-supported"),
     works("missing session directory", "session-directory-unusable", "port-unknown",
           prepare="rm -r sessions", env={"ZORV_HOST": "127.0.0.1"}),
     works("closed home", "session-directory-unusable", "session-invalid",
@@ -223,6 +242,10 @@ SETUPS = [
           says="ZORV_SESION_PATH is read by nothing; perhaps ZORV_SESSION_PATH is meant"),
     works("setting in small letters", "setting-misspelt", env={"zorv_host": "x"},
           says="perhaps ZORV_HOST is meant"),
+    *[works(f"misspelt prefix of {name}", "setting-misspelt", env={name: "4250"},
+            says=f"{name} is read by nothing; perhaps {meant} is meant")
+      for name, meant in (("ZROV_PORT", "ZORV_PORT"), ("ZOVR_HOTS", "ZORV_HOST"),
+                          ("TALVRA_PORT", "TALVORA_PORT"), ("ZORVPORT", "ZORV_PORT"))],
     works("setting of another program", env={"ZORV_LICENCE_SERVER": "x"}),
     works("setting with two values", "settings-conflict",
           env={"ZORV_LOCALHOST": "127.0.0.1", "PELK_LOCALHOST": "127.0.0.2"},

@@ -76,7 +76,7 @@ class Site:
     def report(self, *arguments, **options) -> Report:
         """The report in JSON."""
         ended = self.start(self.program, "--json", *arguments, **options).wait()
-        assert ended.output, ended
+        assert ended.output and not ended.errors, ended
         return Report(ended.status, json.loads(ended.output))
 
     def text(self, *arguments, **options) -> str:
@@ -88,8 +88,10 @@ class Site:
         process = self.start(self.installation.launcher, *arguments, **options)
         if not hangs:
             return process.wait().status == 0 and self.ran.exists()
-        try:
-            return process._process.wait(HANG_SECONDS) == 0 and self.ran.exists()
-        except subprocess.TimeoutExpired:
-            process.send(signal.SIGKILL)
-            return False
+        # SIGTERM ends the helper, too; nothing but SIGKILL ends a wait for a file server.
+        for number in (signal.SIGTERM, signal.SIGKILL):
+            try:
+                return process._process.wait(HANG_SECONDS) == 0 and self.ran.exists()
+            except subprocess.TimeoutExpired:
+                process.send(number)
+        return False
