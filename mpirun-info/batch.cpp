@@ -11,8 +11,6 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
-#include <QJsonArray>
-#include <QJsonObject>
 #include <QRegularExpression>
 
 #include <memory>
@@ -69,17 +67,20 @@ constexpr Kind kinds[] = {
     {"PALS", "PALS"},
 };
 
-constexpr const char* launcherNames[] = {"mpirun", "mpiexec", "orterun", "prterun",
-                                         "srun",   "flux",    "aprun",   "jsrun"};
+// The launchers that are looked for, and whose they are where the name says it.
+constexpr Kind launcherNames[] = {
+    {"mpirun", ""},    {"mpiexec", ""},  {"orterun", "Open MPI"}, {"prterun", "PRRTE"},
+    {"srun", "Slurm"}, {"flux", "Flux"}, {"aprun", "ALPS"},       {"jsrun", "JSM"},
+};
 
 // Which MPI launchers a directory has.
 QJsonValue launchersIn(const QString& directory)
 {
     QJsonArray found;
-    for (const char* name : launcherNames) {
-        const QFileInfo file(QDir(directory).filePath(QLatin1String(name)));
+    for (const Kind& launcher : launcherNames) {
+        const QFileInfo file(QDir(directory).filePath(QLatin1String(launcher.sign)));
         if (file.isFile() && file.isExecutable()) {
-            found.append(QLatin1String(name));
+            found.append(QLatin1String(launcher.sign));
         }
     }
     return found;
@@ -93,22 +94,31 @@ bool leadsToLauncher(const QString& path)
            (sc_isScript(path) && systemFile(path).contains(FileName::zorvMpirun.toLatin1()));
 }
 
+// The name of the kind whose sign is in the text; null without one.
+template <std::size_t Size> QString kindIn(const QString& text, const Kind (&table)[Size])
+{
+    for (const Kind& kind : table) {
+        if (text.contains(QLatin1String(kind.sign))) {
+            return QString::fromLatin1(kind.name);
+        }
+    }
+    return QString();
+}
+
 QJsonValue askVersion(const QString& path)
 {
     if (leadsToLauncher(path)) {
-        return QJsonObject{{QStringLiteral("kind"), FileName::zorvMpirun},
-                           {QStringLiteral("version"), QJsonValue()}};
+        return objectOf(
+            {{"path", path}, {"kind", FileName::zorvMpirun}, {"version", QJsonValue()}});
     }
     const QString output = outputOf(path, {QStringLiteral("--version")});
+    const QString kind = kindIn(output, kinds);
     static const QRegularExpression number(QStringLiteral("\\d+(\\.\\d+)+\\S*"));
-    QJsonValue kind;
-    for (const Kind& row : kinds) {
-        if (kind.isNull() && output.contains(QLatin1String(row.sign))) {
-            kind = QLatin1String(row.name);
-        }
-    }
-    return QJsonObject{{QStringLiteral("kind"), kind},
-                       {QStringLiteral("version"), orNull(number.match(output).captured())}};
+    return objectOf(
+        {{"path", path},
+         {"kind", orNull(kind.isNull() ? kindIn(QFileInfo(path).fileName(), launcherNames) : kind)},
+         // Of other output, an error message for example, a number says nothing.
+         {"version", kind.isNull() ? QJsonValue() : orNull(number.match(output).captured())}});
 }
 
 struct PathEntry
@@ -129,11 +139,11 @@ QStringList findLaunchers(Report* report)
             {directory, std::make_unique<Probe>([directory] { return launchersIn(directory); })});
     }
     QStringList paths;
-    for (const char* name : launcherNames) {
+    for (const Kind& launcher : launcherNames) {
         for (const PathEntry& entry : entries) {
             entry.probe->wait();
-            if (entry.probe->answer().toArray().contains(QLatin1String(name))) {
-                paths += QDir(entry.directory).filePath(QLatin1String(name));
+            if (entry.probe->answer().toArray().contains(QLatin1String(launcher.sign))) {
+                paths += QDir(entry.directory).filePath(QLatin1String(launcher.sign));
                 break;
             }
         }
@@ -158,6 +168,7 @@ void describeBatch(Report* report, const Request&)
         }
     }
     report->add("system", system ? QJsonValue(QLatin1String(system->name)) : QJsonValue());
+    report->add("source", system ? QJsonValue(QLatin1String(system->sign)) : QJsonValue());
     report->add("job", system ? variable(system->job) : QJsonValue());
     report->add("step", system ? variable(system->step) : QJsonValue());
     report->add("task", system ? variable(system->task) : QJsonValue());
@@ -183,27 +194,25 @@ void describeMpi(Report* report, const Request&)
         probes.push_back(std::make_unique<Probe>([path] { return askVersion(path); }));
     }
     QJsonArray launchers;
-    QStringList lines;
     QStringList libraries;
+    QStringList kindsSeen;
     for (qsizetype i = 0; i < paths.size(); ++i) {
         Probe& probe = *probes.at(size_t(i));
-        probe.wait();
-        const QJsonValue kind = probe.answer()[QStringLiteral("kind")];
-        const QJsonValue version = probe.answer()[QStringLiteral("version")];
-        launchers.append(QJsonObject{{QStringLiteral("path"), paths.at(i)},
-                                     {QStringLiteral("kind"), orNull(kind.toString())},
-                                     {QStringLiteral("version"), orNull(version.toString())}});
-        lines +=
-            QStringLiteral("%1: %2 %3")
-                .arg(paths.at(i), kind.toString(QStringLiteral("unknown")), version.toString());
-        if (QFileInfo(paths.at(i)).fileName().startsWith(QLatin1String("mpi")) && kind.isString()) {
-            libraries += kind.toString();
+        const bool answered = probe.wait() == Probe::Outcome::Answered;
+        launchers.append(answered ? probe.answer()
+                                  : objectOf({{"path", paths.at(i)},
+                                              {"kind", QJsonValue()},
+                                              {"version", QJsonValue()}}));
+        const QString kind = launchers.last()[QStringLiteral("kind")].toString();
+        if (QFileInfo(paths.at(i)).fileName().startsWith(QLatin1String("mpi")) && !kind.isEmpty() &&
+            kind != FileName::zorvMpirun) {
+            libraries += QStringLiteral("%1 is of %2").arg(paths.at(i), kind);
+            kindsSeen += kind;
         }
     }
-    report->addLines("launchers", launchers, lines);
-    libraries.removeAll(FileName::zorvMpirun);
-    libraries.removeDuplicates();
-    if (libraries.size() > 1) {
-        report->find(Finding::MixedMpi, lines.join(QStringLiteral("; ")));
+    report->add("launchers", launchers);
+    kindsSeen.removeDuplicates();
+    if (kindsSeen.size() > 1) {
+        report->find(Finding::MixedMpi, libraries.join(QStringLiteral("; ")));
     }
 }

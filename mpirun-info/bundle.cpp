@@ -10,7 +10,6 @@
 #include "common/logger.h"
 
 #include <QFile>
-#include <QJsonArray>
 #include <QSysInfo>
 
 #include <cstdio>
@@ -66,7 +65,7 @@ QJsonValue describeSessionFile(const Request& request)
     UserData file;
     const bool isRead = file.load(session.sessionFileName());
     return QStringLiteral("file: %1\nreadable: %2\nhost: %3\nport: %4\nsession: %5\ncookie: %6\n")
-        .arg(session.sessionFileName(), textOf(QJsonValue(isRead)),
+        .arg(session.sessionFileName(), isRead ? QStringLiteral("yes") : QStringLiteral("no"),
              file.getHostNamesAndAddresses().join(QLatin1Char(',')))
         .arg(file.getPort())
         .arg(file.getSession())
@@ -84,11 +83,10 @@ QJsonValue endOfLog()
     return QString::fromLocal8Bit(log.read(longestLogEnd));
 }
 
-QByteArray answerTo(const Probe::Question& question)
+QByteArray answerOf(Probe* probe)
 {
-    Probe probe(question);
-    return probe.wait() == Probe::Outcome::Answered ? probe.answer().toString().toLocal8Bit()
-                                                    : QByteArray("It could not be read.\n");
+    return probe->wait() == Probe::Outcome::Answered ? probe->answer().toString().toLocal8Bit()
+                                                     : QByteArray("It could not be read.\n");
 }
 
 // False, with errno set, when not all can be written.
@@ -111,6 +109,9 @@ bool writeAll(int fd, const QByteArray& bytes)
 
 bool writeBundle(const QString& fileName, const Report& report, const Request& request)
 {
+    // Both at once: each has its own limit.
+    Probe session([&] { return describeSessionFile(request); });
+    Probe log(endOfLog);
     const QByteArray archive =
         archived("report.txt", report.toText()) + archived("report.json", report.toJson()) +
         archived("settings.txt",
@@ -118,8 +119,8 @@ bool writeBundle(const QString& fileName, const Report& report, const Request& r
         archived("versions.txt",
                  report.toText({QStringLiteral("version"), QStringLiteral("system"),
                                 QStringLiteral("libraries"), QStringLiteral("mpi")})) +
-        archived("session.txt", answerTo([&] { return describeSessionFile(request); })) +
-        archived("log.txt", answerTo(endOfLog)) + QByteArray(2 * blockSize, '\0');
+        archived("session.txt", answerOf(&session)) + archived("log.txt", answerOf(&log)) +
+        QByteArray(2 * blockSize, '\0');
     const QByteArray name = QFile::encodeName(fileName);
     Descriptor fd(uninterrupted(
         [&] { return sc_open(name.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600); }));

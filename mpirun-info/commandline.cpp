@@ -1,15 +1,11 @@
 // What the launcher makes of its command line, and what was perhaps meant.
 
-#include "mpirun-info/probe.h"
 #include "mpirun-info/report.h"
 #include "mpirun-info/request.h"
 #include "mpirun-info/sections.h"
 #include "mpirun-info/spelling.h"
 
 #include "zorv-debugger/zorvdebuggeroptions.h"
-
-#include <QJsonArray>
-#include <QJsonObject>
 
 namespace {
 
@@ -93,51 +89,27 @@ void findLateOptions(Report* report, const QStringList& rest)
     }
 }
 
-QJsonValue parse(const Request& request)
+} // namespace
+
+void describeCommandLine(Report* report, const Request& request)
 {
     ZORVDebuggerOptions options;
     QString messages;
     const bool accepted = parseCommandLine(request, &options, &messages);
-    return QJsonObject{{QStringLiteral("accepted"), accepted},
-                       {QStringLiteral("message"), orNull(messages)},
-                       {QStringLiteral("simple"), options.isSimpleArguments()},
-                       {QStringLiteral("rest"), options.targetArguments().size()}};
-}
-
-void describeParsed(Report* report, const Request& request, const QJsonValue& parsed)
-{
-    const bool accepted = parsed[QStringLiteral("accepted")].toBool();
-    const QStringList rest = request.commandLine.mid(request.commandLine.size() -
-                                                     parsed[QStringLiteral("rest")].toInt());
+    const QStringList rest =
+        request.commandLine.mid(request.commandLine.size() - options.targetArguments().size());
+    report->beginSection("commandLine");
     report->add("accepted", accepted);
-    report->add("message", parsed[QStringLiteral("message")]);
-    report->add("simpleArguments", parsed[QStringLiteral("simple")]);
+    report->add("message", orNull(messages));
+    report->add("simpleArguments", options.isSimpleArguments());
     // How many, not which: a misspelt cookie option would be among them.
     report->add("arguments", request.commandLine.size() - 1);
     report->add("argumentsOfMpiLauncher", accepted ? QJsonValue(rest.size()) : QJsonValue());
     report->add("endedBy", rest.isEmpty() ? QJsonValue() : QJsonValue(withoutValue(rest.first())));
     if (!accepted) {
-        report->find(Finding::CommandLineRejected, parsed[QStringLiteral("message")].toString());
+        report->find(Finding::CommandLineRejected, messages);
     } else if (!rest.isEmpty()) {
-        findSlip(report, rest.first(), parsed[QStringLiteral("simple")].toBool());
+        findSlip(report, rest.first(), options.isSimpleArguments());
         findLateOptions(report, rest);
-    }
-}
-
-} // namespace
-
-void describeCommandLine(Report* report, const Request& request)
-{
-    report->beginSection("commandLine");
-    Probe probe([&] { return parse(request); });
-    const Probe::Outcome outcome = probe.wait();
-    if (outcome == Probe::Outcome::Answered) {
-        describeParsed(report, request, probe.answer());
-    } else if (outcome == Probe::Outcome::Exited) {
-        report->find(
-            probe.answer().toInt() == 0 ? Finding::HelpAsked : Finding::UsageAsked,
-            QStringLiteral("the launcher ends with status %1").arg(probe.answer().toInt()));
-    } else {
-        report->find(Finding::NotLookedAt, QStringLiteral("the command line"));
     }
 }

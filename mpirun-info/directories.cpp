@@ -15,9 +15,9 @@
 #include "zorv-debugger/zorvdebuggeroptions.h"
 
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
-#include <QJsonObject>
 #include <QSysInfo>
 
 #include <algorithm>
@@ -41,12 +41,17 @@ constexpr const char* sharedTypes[] = {"nfs", "nfs4", "cifs", "smb3", "afs", "fu
 constexpr const char* uncachedOptions[] = {"noac",       "actimeo=0",  "lookupcache=none",
                                            "acdirmax=0", "cache=none", "direct_io"};
 
+enum class Role {
+    Session, // the launcher works without, but without restarts
+    Needed,  // the launcher stands still when it gives no answer
+    Other,
+};
+
 struct Place
 {
     const char* key;
     QString path;
-    bool launcherLooks; // whether the launcher stands still when it gives no answer
-    std::unique_ptr<Probe> probe;
+    Role role;
 };
 
 // Makes a name in another process and looks for it: 1 when it is seen at once, 0 when it is
@@ -76,42 +81,6 @@ int makeAndSee(const QString& directory)
     return isSeen ? 1 : 0;
 }
 
-// What a probe finds out of a directory.
-QJsonValue lookAt(const QString& path)
-{
-    const QByteArray name = QFile::encodeName(path);
-    struct stat status;
-    if (stat(name.constData(), &status) == -1) {
-        return QJsonObject{{QStringLiteral("state"), obstacleOn(path)}};
-    }
-    if (!S_ISDIR(status.st_mode)) {
-        return QJsonObject{{QStringLiteral("state"), QStringLiteral("no directory")}};
-    }
-    struct statvfs system = {};
-    statvfs(name.constData(), &system);
-    const bool isWritable = faccessat(AT_FDCWD, name.constData(), W_OK | X_OK, AT_EACCESS) == 0;
-    const int seen = isWritable ? makeAndSee(path) : -EACCES;
-    const bool isFull = isWritable && system.f_blocks > 0 && system.f_bavail == 0;
-    const bool anyone = (status.st_mode & S_IWOTH) && !(status.st_mode & S_ISVTX);
-    return QJsonObject{
-        {QStringLiteral("state"), QStringLiteral("present")},
-        {QStringLiteral("canonicalPath"), QFileInfo(path).canonicalFilePath()},
-        {QStringLiteral("freeBytes"), qint64(system.f_bavail) * qint64(system.f_frsize)},
-        // Some file systems have no fixed number of inodes, and say 0 of 0.
-        {QStringLiteral("freeFiles"),
-         system.f_files ? QJsonValue(qint64(system.f_favail)) : QJsonValue()},
-        {QStringLiteral("owner"), qint64(status.st_uid)},
-        {QStringLiteral("mode"),
-         QStringLiteral("%1").arg(status.st_mode & 07777, 4, 8, QLatin1Char('0'))},
-        {QStringLiteral("writable"), isWritable},
-        {QStringLiteral("othersCanWrite"), anyone},
-        {QStringLiteral("nameSeen"), seen < 0 ? QJsonValue() : QJsonValue(seen == 1)},
-        {QStringLiteral("error"), isFull                   ? ENOSPC
-                                  : isWritable && seen < 0 ? -seen
-                                                           : 0},
-    };
-}
-
 template <std::size_t Size> bool containsAny(const QString& text, const char* const (&words)[Size])
 {
     const QStringList parts = text.split(QLatin1Char(','));
@@ -119,16 +88,8 @@ template <std::size_t Size> bool containsAny(const QString& text, const char* co
                        [&](const char* word) { return parts.contains(QLatin1String(word)); });
 }
 
-void findFaultsOfSessionDirectory(Report* report, const QString& path, const QJsonValue& seen,
-                                  const Mount& mount)
+void findCaching(Report* report, const QString& path, const Mount& mount)
 {
-    const QString state = seen[QStringLiteral("state")].toString();
-    if (state != QLatin1String("present")) {
-        report->find(Finding::SessionDirectoryUnusable, QStringLiteral("%1: %2").arg(path, state));
-    } else if (!seen[QStringLiteral("writable")].toBool()) {
-        report->find(Finding::SessionDirectoryUnusable,
-                     QStringLiteral("%1: you may not write to it").arg(path));
-    }
     if (containsAny(mount.type.section(QLatin1Char('.'), 0, 0), sharedTypes) &&
         !containsAny(mount.options, uncachedOptions)) {
         report->find(Finding::DirectoryCached,
@@ -136,76 +97,113 @@ void findFaultsOfSessionDirectory(Report* report, const QString& path, const QJs
     }
 }
 
-void findFaults(Report* report, const Place& place, const QJsonValue& seen, const Mount& mount)
+// What is known of a place without asking its file server.
+QJsonObject mountFacts(const QString& path, const QString& state, const Mount& mount)
 {
-    if (qstrcmp(place.key, "session") == 0) {
-        findFaultsOfSessionDirectory(report, place.path, seen, mount);
-    }
-    if (place.probe->seconds() > slowSeconds) {
-        report->find(Finding::SlowDirectory,
-                     QStringLiteral("%1: %2").arg(place.path, secondsText(place.probe->seconds())));
-    }
-    if (seen[QStringLiteral("othersCanWrite")].toBool()) {
-        report->find(Finding::OthersCanWrite, place.path);
-    }
-    const int error = seen[QStringLiteral("error")].toInt();
+    return objectOf({{"path", path},
+                     {"state", state},
+                     {"type", orNull(mount.type)},
+                     {"mountPoint", orNull(mount.point)},
+                     {"source", orNull(mount.source)},
+                     {"options", orNull(mount.options)}});
+}
+
+// Null, or what is in the way of a look at the directory.
+QString obstacleOnDirectory(const QString& path)
+{
+    const QString obstacle = obstacleOn(path);
+    return obstacle.isNull() && !QFileInfo(path).isDir()
+               ? QStringLiteral("%1 is no directory").arg(path)
+               : obstacle;
+}
+
+void findWriteError(Report* report, const Place& place, int error)
+{
+    const QString cause = QStringLiteral("%1: %2").arg(place.path, qt_error_string(error));
     if (error == ENOSPC || error == EDQUOT) {
-        report->find(Finding::DirectoryFull,
-                     QStringLiteral("%1: %2").arg(place.path, qt_error_string(error)));
-    } else if (error != 0 && error != EAGAIN && qstrcmp(place.key, "session") == 0) {
-        // EAGAIN is of the process that was to make the name.
-        report->find(Finding::SessionDirectoryUnusable,
-                     QStringLiteral("%1: %2").arg(place.path, qt_error_string(error)));
+        report->find(Finding::DirectoryFull, cause);
+    } else if (error != 0 && place.role == Role::Session) {
+        report->find(Finding::SessionDirectoryUnusable, cause);
     }
-    if (seen[QStringLiteral("nameSeen")].isBool() && !seen[QStringLiteral("nameSeen")].toBool()) {
+}
+
+// Whether a file can be made there, and is seen by others.
+void lookAtWriting(Report* report, const Place& place, const struct statvfs& system,
+                   QJsonObject* facts)
+{
+    const bool isWritable = faccessat(AT_FDCWD, QFile::encodeName(place.path).constData(),
+                                      W_OK | X_OK, AT_EACCESS) == 0;
+    const int seen = isWritable ? makeAndSee(place.path) : -errno;
+    const bool isFull = isWritable && system.f_blocks > 0 && system.f_bavail == 0;
+    // EAGAIN is of the process that was to make the name; other directories need not be writable.
+    const bool isError = seen < 0 && seen != -EAGAIN;
+    findWriteError(report, place, isFull ? ENOSPC : isError ? -seen : 0);
+    facts->insert(QStringLiteral("writable"), isWritable);
+    facts->insert(QStringLiteral("nameSeen"), seen < 0 ? QJsonValue() : QJsonValue(seen == 1));
+    if (seen == 0) {
         report->find(Finding::NameNotSeen, place.path);
     }
 }
 
-QStringList linesOf(const QJsonObject& facts)
+void lookAtDirectory(Report* report, const Place& place, QJsonObject* facts)
 {
-    const auto text = [&](const char* key) { return textOf(facts[QLatin1String(key)]); };
-    QStringList lines = {
-        QStringLiteral("%1 (%2)").arg(text("path"), text("state")),
-        QStringLiteral("%1 at %2 from %3").arg(text("type"), text("mountPoint"), text("source")),
-        text("options")};
-    if (facts[QStringLiteral("freeBytes")].isDouble()) {
-        lines += QStringLiteral("%1 bytes and %2 files free")
-                     .arg(qint64(facts[QStringLiteral("freeBytes")].toDouble()))
-                     .arg(text("freeFiles"));
-        lines += QStringLiteral("of user %1, mode %2, writable %3, others can write %4")
-                     .arg(text("owner"), text("mode"), text("writable"), text("othersCanWrite"));
-        lines +=
-            QStringLiteral("a new name is seen at once: %1; %2")
-                .arg(text("nameSeen"), secondsText(facts[QStringLiteral("seconds")].toDouble()));
+    const QByteArray name = QFile::encodeName(place.path);
+    struct stat status = {};
+    struct statvfs system = {};
+    stat(name.constData(), &status);
+    statvfs(name.constData(), &system);
+    const bool anyone = (status.st_mode & S_IWOTH) && !(status.st_mode & S_ISVTX);
+    facts->insert(QStringLiteral("freeBytes"), qint64(system.f_bavail) * qint64(system.f_frsize));
+    // Some file systems have no fixed number of inodes, and say 0 of 0.
+    facts->insert(QStringLiteral("freeFiles"),
+                  system.f_files ? QJsonValue(qint64(system.f_favail)) : QJsonValue());
+    facts->insert(QStringLiteral("owner"), qint64(status.st_uid));
+    facts->insert(QStringLiteral("mode"),
+                  QStringLiteral("%1").arg(status.st_mode & 07777, 4, 8, QLatin1Char('0')));
+    facts->insert(QStringLiteral("othersCanWrite"), anyone);
+    if (anyone) {
+        report->find(Finding::OthersCanWrite, place.path);
     }
-    return lines;
+    lookAtWriting(report, place, system, facts);
 }
 
-void describePlace(Report* report, const Place& place)
+void lookAt(Report* report, const Place& place)
 {
-    const bool answered = place.probe->wait() == Probe::Outcome::Answered;
-    const QJsonValue seen = place.probe->answer();
-    const QString canonical = seen[QStringLiteral("canonicalPath")].toString(place.path);
-    const Mount mount =
-        mountOf(QDir::isAbsolutePath(canonical) ? canonical : QDir::current().filePath(canonical));
-    QJsonObject facts = answered ? seen.toObject() : QJsonObject();
-    facts.remove(QStringLiteral("canonicalPath"));
-    facts.remove(QStringLiteral("error"));
-    facts.insert(QStringLiteral("path"), place.path);
-    facts.insert(QStringLiteral("type"), orNull(mount.type));
-    facts.insert(QStringLiteral("mountPoint"), orNull(mount.point));
-    facts.insert(QStringLiteral("source"), orNull(mount.source));
-    facts.insert(QStringLiteral("options"), orNull(mount.options));
-    if (answered) {
-        facts.insert(QStringLiteral("seconds"), place.probe->seconds());
-        findFaults(report, place, seen, mount);
-    } else {
-        facts.insert(QStringLiteral("state"), QStringLiteral("no answer"));
-        report->find(place.launcherLooks ? Finding::LaunchWouldHang : Finding::NoAnswer,
-                     QStringLiteral("%1, on %2 from %3").arg(place.path, mount.type, mount.source));
+    QElapsedTimer timer;
+    timer.start();
+    const QString obstacle = obstacleOnDirectory(place.path);
+    const QString canonical = QFileInfo(place.path).canonicalFilePath();
+    const Mount mount = mountOf(canonical.isEmpty() ? place.path : canonical);
+    QJsonObject facts =
+        mountFacts(place.path, obstacle.isNull() ? QStringLiteral("present") : obstacle, mount);
+    if (obstacle.isNull()) {
+        lookAtDirectory(report, place, &facts);
+    } else if (place.role == Role::Session) {
+        report->find(Finding::SessionDirectoryUnusable, obstacle);
     }
-    report->addLines(place.key, facts, linesOf(facts));
+    if (place.role == Role::Session) {
+        findCaching(report, place.path, mount);
+    }
+    const double seconds = secondsOf(timer);
+    facts.insert(QStringLiteral("seconds"), seconds);
+    if (seconds > slowSeconds) {
+        report->find(Finding::SlowDirectory,
+                     QStringLiteral("%1: %2 s").arg(place.path).arg(seconds));
+    }
+    report->beginSection("directories");
+    report->add(place.key, facts);
+}
+
+void describePlace(Report* report, const Place& place, Probe* probe)
+{
+    if (probe->wait() == Probe::Outcome::Answered) {
+        report->addPacked(probe->answer());
+        return;
+    }
+    const Mount mount = mountOf(QDir::current().absoluteFilePath(place.path));
+    report->add(place.key, mountFacts(place.path, QStringLiteral("no answer"), mount));
+    report->find(place.role == Role::Other ? Finding::NoAnswer : Finding::LaunchWouldHang,
+                 QStringLiteral("%1, on %2 from %3").arg(place.path, mount.type, mount.source));
 }
 
 // The paths of the session as the launcher finds them; without those that need an answer of
@@ -214,8 +212,8 @@ QJsonValue findSessionPaths(const Request& request)
 {
     BackendUserData session;
     static_cast<void>(findSession(request, &session));
-    return QJsonObject{{QStringLiteral("session"), session.getSessionDirectory(false)},
-                       {QStringLiteral("file"), QFileInfo(session.sessionFileName()).path()}};
+    return QJsonArray{session.getSessionDirectory(false),
+                      QFileInfo(session.sessionFileName()).path()};
 }
 
 QJsonValue guessSessionPaths(const Request& request)
@@ -227,9 +225,7 @@ QJsonValue guessSessionPaths(const Request& request)
         options.sessionFileName().isEmpty() ? envPath("SESSION_FILE") : options.sessionFileName();
     const QString directory =
         UserData::getSessionDirectory(expandVars(options.getSharedDirectory()), false);
-    return QJsonObject{
-        {QStringLiteral("session"), directory},
-        {QStringLiteral("file"), file.isEmpty() ? directory : QFileInfo(file).path()}};
+    return QJsonArray{directory, file.isEmpty() ? directory : QFileInfo(file).path()};
 }
 
 // Null when the command line asks for help.
@@ -244,14 +240,6 @@ QJsonValue sessionPaths(const Request& request)
     return guessed.answer();
 }
 
-void addPlace(std::vector<Place>* places, const char* key, const QString& path, bool launcherLooks)
-{
-    if (!path.isEmpty()) {
-        places->push_back(
-            {key, path, launcherLooks, std::make_unique<Probe>([path] { return lookAt(path); })});
-    }
-}
-
 QString logFileName()
 {
     return Logger::logFileName("MPIRUN_LOG", QStringLiteral("zorvmpirun"),
@@ -263,12 +251,10 @@ QString obstacleOnLog(const QString& file)
 {
     const QString directory = QFileInfo(file).path();
     const QString path = QFile::exists(file) ? file : directory;
-    if (!QFileInfo(directory).isDir()) {
-        return obstacleOn(directory).isNull() ? QStringLiteral("%1 is no directory").arg(directory)
-                                              : obstacleOn(directory);
-    }
-    return faccessat(AT_FDCWD, QFile::encodeName(path).constData(), W_OK, AT_EACCESS) == 0
-               ? QString()
+    const QString obstacle = obstacleOnDirectory(directory);
+    return !obstacle.isNull() ||
+                   faccessat(AT_FDCWD, QFile::encodeName(path).constData(), W_OK, AT_EACCESS) == 0
+               ? obstacle
                : QStringLiteral("%1: %2").arg(path, qt_error_string(errno));
 }
 
@@ -279,19 +265,30 @@ void describeDirectories(Report* report, const Request& request)
     report->beginSection("directories");
     const char* const home = getenv("HOME");
     const char* const log = ZorvEnv::uncachedValue("MPIRUN_LOG");
-    const char* const logs = ZorvEnv::uncachedValue("LOGS");
     const QJsonValue paths = sessionPaths(request);
-    const QString session = paths[QStringLiteral("session")].toString();
-    const QString file = paths[QStringLiteral("file")].toString();
-    std::vector<Place> places;
-    addPlace(&places, "installation", QFileInfo(QFile::decodeName(helperPath())).path(), true);
-    addPlace(&places, "home", QFile::decodeName(home), false);
-    addPlace(&places, "session", session, true);
-    addPlace(&places, "sessionFile", file == session ? QString() : file, true);
-    addPlace(&places, "log",
-             log ? QFileInfo(QFile::decodeName(log)).path() : QFile::decodeName(logs), true);
+    const QString session = paths[0].toString();
+    const QString file = paths[1].toString();
+    const Place places[] = {
+        {"installation", QFileInfo(QFile::decodeName(helperPath())).path(), Role::Needed},
+        {"home", QFile::decodeName(home), Role::Other},
+        {"session", session, Role::Session},
+        {"sessionFile", file == session ? QString() : file, Role::Needed},
+        {"log",
+         log ? QFileInfo(QFile::decodeName(log)).path()
+             : QFile::decodeName(ZorvEnv::uncachedValue("LOGS")),
+         Role::Needed},
+    };
+    // All at once: each has its own limit.
+    std::vector<std::unique_ptr<Probe>> probes;
     for (const Place& place : places) {
-        describePlace(report, place);
+        probes.push_back(std::make_unique<Probe>(partOfReport([&place](Report* part) {
+            if (!place.path.isEmpty()) {
+                lookAt(part, place);
+            }
+        })));
+    }
+    for (std::size_t i = 0; i < probes.size(); ++i) {
+        describePlace(report, places[i], probes[i].get());
     }
     if (!home && session == QLatin1String("//.talvora/session")) {
         report->find(Finding::HomeUnset, session);
@@ -308,9 +305,6 @@ void describeLog(Report* report, const Request&)
     if (!obstacle.isNull()) {
         report->find(Finding::LogUnwritable, obstacle);
     } else if (file.isNull() && ZorvEnv::uncachedValue("LOGS")) {
-        const QString logs = envPath("LOGS");
-        report->find(Finding::LogDirectoryMissing,
-                     obstacleOn(logs).isNull() ? QStringLiteral("%1 is no directory").arg(logs)
-                                               : obstacleOn(logs));
+        report->find(Finding::LogDirectoryMissing, obstacleOnDirectory(envPath("LOGS")));
     }
 }

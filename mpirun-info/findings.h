@@ -24,7 +24,8 @@ struct FindingText
     const char* remedy;
 };
 
-const FindingText& textOf(Finding finding);
+/// The row of a Finding.
+const FindingText& findingAt(int finding);
 const char* nameOf(Severity severity);
 
 /// The list of all findings: a text for people, or a JSON array.

@@ -13,9 +13,7 @@
 #include "common/compatibility_simple/system/systemidentity.h"
 #include "common/env/zorvenv.h"
 
-#include <QFileInfo>
-#include <QJsonArray>
-#include <QJsonObject>
+#include <QElapsedTimer>
 #include <QNetworkInterface>
 
 #include <gnu/libc-version.h>
@@ -44,7 +42,6 @@ QStringList describeInterfaces(Report* report)
 {
     const QStringList used = localHostInterfaces();
     QJsonArray interfaces;
-    QStringList lines;
     QStringList looked;
     const QList<QNetworkInterface> all = QNetworkInterface::allInterfaces();
     for (const QNetworkInterface& interface : all) {
@@ -58,14 +55,10 @@ QStringList describeInterfaces(Report* report)
                 looked += entry.ip().toString();
             }
         }
-        const QString text =
-            QStringLiteral("%1: %2").arg(interface.name(), textOf(textsOf(addresses)));
-        interfaces += QJsonObject{{QStringLiteral("name"), interface.name()},
-                                  {QStringLiteral("addresses"), textsOf(addresses)},
-                                  {QStringLiteral("used"), isUsed}};
-        lines += isUsed ? text : text + QStringLiteral(" (filtered out)");
+        interfaces += objectOf(
+            {{"name", interface.name()}, {"addresses", textsOf(addresses)}, {"used", isUsed}});
     }
-    report->addLines("interfaces", interfaces, lines);
+    report->add("interfaces", interfaces);
     report->add("interfaceFilter", orNull(envString("NETWORK_INTERFACES")));
     if (used.isEmpty()) {
         report->find(
@@ -89,58 +82,50 @@ QStringList frontEndHosts(const Request& request)
 
 QJsonValue lookUp(const QString& name)
 {
+    QElapsedTimer timer;
+    timer.start();
     const QHostInfo info = lookUpHost(name);
-    return QJsonObject{{QStringLiteral("name"), info.hostName()},
-                       {QStringLiteral("addresses"), textsOf(info.addresses())}};
+    return objectOf({{"lookedUp", name},
+                     {"seconds", secondsOf(timer)},
+                     {"name", info.hostName()},
+                     {"addresses", textsOf(info.addresses())}});
 }
 
-struct LookUp
+// What came of a look-up.
+QJsonValue finish(Report* report, const QString& name, Probe* probe)
 {
-    QString name;
-    std::unique_ptr<Probe> probe;
-};
-
-QJsonObject finish(Report* report, const LookUp& lookUp)
-{
-    const bool answered = lookUp.probe->wait() == Probe::Outcome::Answered;
-    const QJsonValue answer = lookUp.probe->answer();
-    const double seconds = lookUp.probe->seconds();
-    if (!answered) {
-        report->find(Finding::NameServerSilent, lookUp.name);
-    } else if (answer[QStringLiteral("addresses")].toArray().isEmpty()) {
-        report->find(Finding::HostUnknown, lookUp.name);
-    } else if (seconds > slowSeconds) {
-        report->find(Finding::SlowLookUp,
-                     QStringLiteral("%1: %2").arg(lookUp.name, secondsText(seconds)));
+    if (probe->wait() != Probe::Outcome::Answered) {
+        report->find(Finding::NameServerSilent, name);
+        return objectOf({{"lookedUp", name},
+                         {"seconds", QJsonValue()},
+                         {"name", QJsonValue()},
+                         {"addresses", QJsonValue()}});
     }
-    return {{QStringLiteral("lookedUp"), lookUp.name},
-            {QStringLiteral("seconds"), answered ? QJsonValue(seconds) : QJsonValue()},
-            {QStringLiteral("name"), answer[QStringLiteral("name")]},
-            {QStringLiteral("addresses"), answer[QStringLiteral("addresses")]}};
+    const QJsonValue answer = probe->answer();
+    const double seconds = answer[QStringLiteral("seconds")].toDouble();
+    if (answer[QStringLiteral("addresses")].toArray().isEmpty()) {
+        report->find(Finding::HostUnknown, name);
+    } else if (seconds > slowSeconds) {
+        report->find(Finding::SlowLookUp, QStringLiteral("%1: %2 s").arg(name).arg(seconds));
+    }
+    return answer;
 }
 
 void describeLookUps(Report* report, QStringList names)
 {
     names.removeDuplicates();
     names.removeAll(QString());
+    names = names.mid(0, mostLookUps);
     // All at once: each has its own limit.
-    std::vector<LookUp> lookUps;
-    for (const QString& name : names.mid(0, mostLookUps)) {
-        lookUps.push_back({name, std::make_unique<Probe>([name] { return lookUp(name); })});
+    std::vector<std::unique_ptr<Probe>> probes;
+    for (const QString& name : std::as_const(names)) {
+        probes.push_back(std::make_unique<Probe>([name] { return lookUp(name); }));
     }
-    QJsonArray array;
-    QStringList lines;
-    for (const LookUp& lookUp : lookUps) {
-        const QJsonObject result = finish(report, lookUp);
-        const QJsonValue seconds = result[QStringLiteral("seconds")];
-        array.append(result);
-        lines += seconds.isNull() ? QStringLiteral("%1: no answer").arg(lookUp.name)
-                                  : QStringLiteral("%1: %2, %3, %4")
-                                        .arg(lookUp.name, secondsText(seconds.toDouble()),
-                                             result[QStringLiteral("name")].toString(),
-                                             textOf(result[QStringLiteral("addresses")]));
+    QJsonArray lookUps;
+    for (qsizetype i = 0; i < names.size(); ++i) {
+        lookUps.append(finish(report, names.at(i), probes.at(size_t(i)).get()));
     }
-    report->addLines("lookUps", array, lines);
+    report->add("lookUps", lookUps);
 }
 
 QJsonValue lookUpOwnNames()

@@ -15,11 +15,9 @@
 
 #include <QDir>
 #include <QFileInfo>
-#include <QJsonArray>
-#include <QJsonObject>
-#include <QMap>
 #include <QRegularExpression>
 
+#include <algorithm>
 #include <unistd.h>
 
 namespace {
@@ -47,6 +45,11 @@ constexpr FaultFinding faultFindings[] = {
     {ProgramFault::Loader, Finding::HelperLoader},
 };
 
+void addPath(Report* report, const char* key, const QString& path, const QString& state)
+{
+    report->add(key, objectOf({{"path", path}, {"state", state}}));
+}
+
 // The libraries that the loader does not find for a binary.
 QStringList missingLibraries(const QString& path)
 {
@@ -66,40 +69,17 @@ QStringList missingLibraries(const QString& path)
     return missing;
 }
 
-// What a probe finds out of the helper: the number of its fault and the cause.
-QJsonValue lookAtHelper(const QString& path)
+void findFaultsOfProgram(Report* report, const QString& path, rlim_t descriptors)
 {
-    const ProgramState state = examineProgram(path);
-    const QStringList missing =
-        state.fault == ProgramFault::None ? missingLibraries(path) : QStringList();
-    return QJsonObject{
-        {QStringLiteral("fault"), static_cast<int>(state.fault)},
-        {QStringLiteral("cause"), state.cause},
-        {QStringLiteral("script"), sc_isScript(path)},
-        {QStringLiteral("readable"), access(QFile::encodeName(path).constData(), R_OK) == 0},
-        {QStringLiteral("libraries"), missing.join(QStringLiteral(", "))},
-    };
-}
-
-void findFaultsOfHelper(Report* report, const QString& path, const QJsonValue& seen,
-                        rlim_t descriptors)
-{
-    const auto fault = static_cast<ProgramFault>(seen[QStringLiteral("fault")].toInt());
-    for (const FaultFinding& entry : faultFindings) {
-        if (entry.fault == fault) {
-            report->find(entry.finding,
-                         path + QStringLiteral(": ") + seen[QStringLiteral("cause")].toString());
-            return;
-        }
+    const QStringList missing = missingLibraries(path);
+    if (!missing.isEmpty()) {
+        report->find(Finding::HelperLibrary,
+                     QStringLiteral("%1 needs %2").arg(path, missing.join(QStringLiteral(", "))));
     }
-    const QString libraries = seen[QStringLiteral("libraries")].toString();
-    if (!libraries.isEmpty()) {
-        report->find(Finding::HelperLibrary, QStringLiteral("%1 needs %2").arg(path, libraries));
-    }
-    if (!seen[QStringLiteral("readable")].toBool()) {
+    if (access(QFile::encodeName(path).constData(), R_OK) == -1) {
         report->find(Finding::HelperUnreadable, path);
     }
-    if (seen[QStringLiteral("script")].toBool() && descriptors < descriptorsOfShell) {
+    if (sc_isScript(path) && descriptors < descriptorsOfShell) {
         report->find(Finding::DescriptorsExhausted,
                      QStringLiteral("%1 is a script, and a shell needs at least %2 descriptors")
                          .arg(path)
@@ -107,61 +87,74 @@ void findFaultsOfHelper(Report* report, const QString& path, const QJsonValue& s
     }
 }
 
+void lookAtHelper(Report* report, const QString& path, rlim_t descriptors)
+{
+    const ProgramState state = examineProgram(path);
+    const auto* const fault =
+        std::find_if(std::begin(faultFindings), std::end(faultFindings),
+                     [&](const FaultFinding& entry) { return entry.fault == state.fault; });
+    if (fault == std::end(faultFindings)) {
+        addPath(report, "helper", path, QStringLiteral("present"));
+        findFaultsOfProgram(report, path, descriptors);
+    } else {
+        addPath(report, "helper", path, state.cause);
+        report->find(fault->finding, QStringLiteral("%1: %2").arg(path, state.cause));
+    }
+}
+
 void describeHelper(Report* report, const Request& request, const QString& path)
 {
-    Probe probe([&] { return lookAtHelper(path); });
-    if (probe.wait() != Probe::Outcome::Answered) {
-        report->addPath("helper", path, QStringLiteral("no answer"));
+    Probe probe(partOfReport([&](Report* part) {
+        part->beginSection("installation");
+        lookAtHelper(part, path, request.start.limits[RLIMIT_NOFILE].rlim_cur);
+    }));
+    if (probe.wait() == Probe::Outcome::Answered) {
+        report->addPacked(probe.answer());
+    } else {
+        addPath(report, "helper", path, QStringLiteral("no answer"));
         report->find(Finding::LaunchWouldHang, path);
-        return;
     }
-    const QString cause = probe.answer()[QStringLiteral("cause")].toString();
-    report->addPath("helper", path, cause.isEmpty() ? QStringLiteral("present") : cause);
-    findFaultsOfHelper(report, path, probe.answer(), request.start.limits[RLIMIT_NOFILE].rlim_cur);
 }
 
 void describeDirectory(Report* report, const char* key, const QString& path)
 {
     const bool present = QFileInfo(path).isDir();
-    report->addPath(key, path, present ? QStringLiteral("present") : QStringLiteral("missing"));
+    addPath(report, key, path, present ? QStringLiteral("present") : QStringLiteral("missing"));
     if (!present) {
         report->find(Finding::DirectoryMissing, path);
     }
 }
 
-// The files that the loader has mapped into this program, by their directories.
-QMap<QString, QStringList> loadedLibraries()
+// The paths of the libraries that the loader has mapped into this program.
+QStringList loadedLibraries()
 {
-    QMap<QString, QStringList> libraries;
+    QStringList libraries;
     const QList<QByteArray> lines = systemFile(QStringLiteral("/proc/self/maps")).split('\n');
     for (const QByteArray& line : lines) {
         const qsizetype start = line.indexOf('/');
-        const QFileInfo file(QFile::decodeName(line.mid(qMax<qsizetype>(start, 0))));
-        if (start != -1 && file.fileName().contains(QLatin1String(".so")) &&
-            !libraries[file.path()].contains(file.fileName())) {
-            libraries[file.path()] += file.fileName();
+        if (start != -1 && line.indexOf(".so", line.lastIndexOf('/')) != -1) {
+            libraries += QFile::decodeName(line.mid(start));
         }
     }
-    for (QStringList& names : libraries) {
-        names.sort();
-    }
+    libraries.removeDuplicates();
+    libraries.sort();
     return libraries;
 }
 
 // The libraries that variables of the loader bring in, see ld.so(8).
-QStringList foreignLibraries(const QMap<QString, QStringList>& libraries)
+QStringList foreignLibraries(const QStringList& libraries)
 {
     static const QRegularExpression separator(QStringLiteral("[: ;]"));
-    QStringList foreign;
     const QStringList places = (qEnvironmentVariable("LD_LIBRARY_PATH") + QLatin1Char(':') +
                                 qEnvironmentVariable("LD_PRELOAD"))
                                    .split(separator, Qt::SkipEmptyParts);
+    QStringList foreign;
     for (const QString& place : places) {
-        const QFileInfo info(QFileInfo(place).canonicalFilePath());
-        if (info.isDir()) {
-            foreign += libraries.value(info.filePath());
-        } else if (libraries.value(info.path()).contains(info.fileName())) {
-            foreign += info.fileName();
+        const QString path = QFileInfo(place).canonicalFilePath();
+        for (const QString& library : libraries) {
+            if (library == path || QFileInfo(library).path() == path) {
+                foreign += library;
+            }
         }
     }
     return foreign;
@@ -183,16 +176,6 @@ void describeVersion(Report* report, const Request&)
 void describeInstallation(Report* report, const Request& request)
 {
     report->beginSection("installation");
-    Probe probe([] {
-        chooseInstallationLayout();
-        return QJsonValue();
-    });
-    if (probe.wait() != Probe::Outcome::Answered) {
-        report->find(Finding::LaunchWouldHang,
-                     QStringLiteral("a directory of the installation of %1")
-                         .arg(QFile::decodeName(helperPath())));
-        return;
-    }
     const InstallationLayout layout = chooseInstallationLayout();
     if (layout == InstallationLayout::Unknown) {
         report->find(Finding::NotLookedAt,
@@ -211,22 +194,13 @@ void describeInstallation(Report* report, const Request& request)
 
 void describeLibraries(Report* report, const Request&)
 {
-    const QMap<QString, QStringList> libraries = loadedLibraries();
-    QStringList files;
-    QStringList lines;
-    for (auto it = libraries.begin(); it != libraries.end(); ++it) {
-        for (const QString& name : it.value()) {
-            files += it.key() + QLatin1Char('/') + name;
-        }
-        lines += it.key() + QStringLiteral(": ") + it.value().join(QStringLiteral(", "));
-    }
+    const QStringList libraries = loadedLibraries();
+    const bool isOrdinary = !libraries.filter(QStringLiteral("/libQt6Core.so")).isEmpty();
     report->beginSection("libraries");
-    report->add("build", files.filter(QStringLiteral("libQt")).isEmpty()
-                             ? QStringLiteral("portable")
-                             : QStringLiteral("ordinary"));
+    report->add("build", isOrdinary ? QStringLiteral("ordinary") : QStringLiteral("portable"));
     report->add("libraryPath", orNull(qEnvironmentVariable("LD_LIBRARY_PATH")));
     report->add("preload", orNull(qEnvironmentVariable("LD_PRELOAD")));
-    report->addLines("loaded", QJsonArray::fromStringList(files), lines);
+    report->add("loaded", QJsonArray::fromStringList(libraries));
     const QStringList foreign = foreignLibraries(libraries);
     if (!foreign.isEmpty()) {
         report->find(Finding::ForeignLibrary, foreign.join(QStringLiteral(", ")));

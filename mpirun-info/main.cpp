@@ -165,6 +165,24 @@ void raiseLimit(__rlimit_resource resource, rlim_t soft)
     }
 }
 
+// What the section's process says when it gives no part of the report.
+void addFailure(Report* report, const char* section, Probe::Outcome outcome, int number)
+{
+    const QString name = QString::fromLatin1(section);
+    if (outcome == Probe::Outcome::NoAnswer) {
+        report->find(
+            Finding::NotLookedAt,
+            QStringLiteral("%1: no answer within %2 s").arg(name).arg(sectionLimitMs / 1000));
+    } else if (outcome == Probe::Outcome::Killed) {
+        report->find(Finding::NotLookedAt,
+                     QStringLiteral("%1: ended by signal %2").arg(name).arg(number));
+    } else if (name == QLatin1String("commandLine")) {
+        // A command line that asks for help ends all who parse it.
+        report->find(number == 0 ? Finding::HelpAsked : Finding::UsageAsked,
+                     QStringLiteral("the launcher ends with status %1").arg(number));
+    }
+}
+
 // All sections at once, each in a process of its own: the report takes no longer than the
 // slowest of them.
 void addSections(Report* report, const Request& request)
@@ -173,27 +191,16 @@ void addSections(Report* report, const Request& request)
     for (const Section& section : sections) {
         const auto describe = section.describe;
         probes.push_back(std::make_unique<Probe>(
-            [describe, &request] {
-                Report part;
-                describe(&part, request);
-                return part.packed();
-            },
+            partOfReport([describe, &request](Report* part) { describe(part, request); }),
             sectionLimitMs));
     }
     for (std::size_t i = 0; i < probes.size(); ++i) {
         const Probe::Outcome outcome = probes[i]->wait();
         if (outcome == Probe::Outcome::Answered) {
             report->addPacked(probes[i]->answer());
-        } else if (outcome == Probe::Outcome::NoAnswer) {
-            report->find(Finding::NotLookedAt, QStringLiteral("%1: no answer within %2 s")
-                                                   .arg(QLatin1String(sections[i].name))
-                                                   .arg(sectionLimitMs / 1000));
-        } else if (outcome == Probe::Outcome::Killed) {
-            report->find(Finding::NotLookedAt, QStringLiteral("%1: ended by signal %2")
-                                                   .arg(QLatin1String(sections[i].name))
-                                                   .arg(probes[i]->answer().toInt()));
+        } else {
+            addFailure(report, sections[i].name, outcome, probes[i]->answer().toInt());
         }
-        // A command line that asks for help ends what parses it: its section says so.
     }
 }
 

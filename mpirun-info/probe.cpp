@@ -50,11 +50,8 @@ Probe::Probe(Question question, int limitMs)
     if (mPid == 0) {
         close(ends[0]);
         becomeProbe();
-        const QJsonValue value = mQuestion();
         const QByteArray answer =
-            QJsonDocument(QJsonArray{value, double(mTimer.nsecsElapsed()) / 1e9})
-                .toJson(QJsonDocument::Compact) +
-            '\n';
+            QJsonDocument(QJsonArray{mQuestion()}).toJson(QJsonDocument::Compact) + '\n';
         blocking_write(ends[1], answer.constData(), size_t(answer.size()));
         _exit(0);
     }
@@ -92,9 +89,7 @@ bool Probe::readAnswer()
     if (!mBytes.endsWith('\n')) {
         return false;
     }
-    const QJsonArray answer = QJsonDocument::fromJson(mBytes).array();
-    mAnswer = answer.at(0);
-    mSeconds = answer.at(1).toDouble();
+    mAnswer = QJsonDocument::fromJson(mBytes).array().at(0);
     mOutcome = Outcome::Answered;
     return true;
 }
@@ -118,7 +113,6 @@ Probe::Outcome Probe::wait()
 {
     if (mPid == -1 && mOutcome == Outcome::NoAnswer) {
         mAnswer = mQuestion();
-        mSeconds = double(mTimer.nsecsElapsed()) / 1e9;
         mOutcome = Outcome::Answered;
     }
     // Once at least: the answer may have come while others were waited for.
@@ -130,6 +124,20 @@ Probe::Outcome Probe::wait()
         isOver = readAnswer() || noteEnd() || left == 0;
     }
     return mOutcome;
+}
+
+Probe::Question partOfReport(std::function<void(Report*)> describe)
+{
+    return [describe = std::move(describe)] {
+        Report part;
+        describe(&part);
+        return part.packed();
+    };
+}
+
+double secondsOf(const QElapsedTimer& timer)
+{
+    return double(timer.elapsed()) / 1000;
 }
 
 QString outputOf(const QString& program, const QStringList& arguments)

@@ -2,6 +2,8 @@
 
 #pragma once
 
+#include "mpirun-info/report.h"
+
 #include <QByteArray>
 #include <QElapsedTimer>
 #include <QJsonValue>
@@ -41,8 +43,6 @@ public:
     /// After wait(), the answer; the exit status or signal in place of one; null when
     /// there is none.
     QJsonValue answer() const { return mAnswer; }
-    /// How long the answer took.
-    double seconds() const { return mSeconds; }
 
 private:
     bool readAnswer();
@@ -56,8 +56,13 @@ private:
     QByteArray mBytes;
     QJsonValue mAnswer;
     Outcome mOutcome = Outcome::NoAnswer;
-    double mSeconds = 0;
 };
+
+/// The question whose answer is what `describe` adds to a report, see Report::addPacked().
+Probe::Question partOfReport(std::function<void(Report*)> describe);
+
+/// A stopwatch's time in seconds.
+double secondsOf(const QElapsedTimer& timer);
 
 /// For use in a probe: runs a program and returns its output, errors included. Empty
 /// when it does not start.

@@ -18,14 +18,13 @@ struct Start
 {
     static Start ofThisProcess();
 
-    /// Whether a signal is among those of a line such as "SigBlk" of /proc/PID/status.
+    /// The value of a line of /proc/self/status, see proc_pid_status(5); null without one.
+    QString value(const char* key) const;
+    /// Whether a signal is among those of a line such as "SigBlk".
     bool hasSignal(const char* line, int signo) const;
 
-    /// The lines of /proc/PID/status, see proc(5).
     QByteArray status;
     rlimit limits[RLIM_NLIMITS];
-    /// The processors that it may use, as "0-3,8".
-    QString affinity;
     QString standardInput;
 };
 
@@ -45,9 +44,6 @@ struct Request
     std::vector<const char*> arguments;
     Start start;
 };
-
-/// The value of a line of a file such as /proc/PID/status; empty when there is none.
-QByteArray statusValue(const QByteArray& status, const char* key);
 
 /// The content of a small file of the system's, without blanks around it; empty when it
 /// cannot be read.

@@ -7,7 +7,6 @@
 
 #include <QFile>
 #include <QFileInfo>
-#include <QJsonObject>
 
 #include <algorithm>
 #include <ctime>
@@ -39,21 +38,14 @@ bool isForeign(const RestartFile& file)
     return !file.isOverwritable || !isPermitted(file.path, W_OK) || (isShared && !isTrusted);
 }
 
-void describeFile(Report* report, const char* key, const RestartFile& file, const QString& effect)
+void describeFile(Report* report, const char* key, const RestartFile& file, const char* effect)
 {
-    const QString state = file.exists ? QStringLiteral("of user %1, %2 old, %3")
-                                            .arg(file.owner)
-                                            .arg(ageText(file.age), effect)
-                                      : QStringLiteral("does not exist");
-    report->add(
-        key,
-        QJsonObject{
-            {QStringLiteral("path"), file.path},
-            {QStringLiteral("exists"), file.exists},
-            {QStringLiteral("ageSeconds"), file.exists ? QJsonValue(file.age) : QJsonValue()},
-            {QStringLiteral("owner"), file.exists ? QJsonValue(file.owner) : QJsonValue()},
-            {QStringLiteral("effect"), file.exists ? QJsonValue(effect) : QJsonValue()}},
-        QStringLiteral("%1 (%2)").arg(file.path, state));
+    const bool exists = file.exists;
+    report->add(key, objectOf({{"path", file.path},
+                               {"exists", exists},
+                               {"ageSeconds", exists ? QJsonValue(file.age) : QJsonValue()},
+                               {"owner", exists ? QJsonValue(file.owner) : QJsonValue()},
+                               {"effect", exists ? QLatin1String(effect) : QJsonValue()}}));
 }
 
 void findLeftFiles(Report* report, const RestartFiles& files)
@@ -118,15 +110,16 @@ QString ageText(qint64 seconds)
 void describeRestartFiles(Report* report, const BackendUserData& session)
 {
     const RestartFiles files(session);
-    const bool counts = session.isValid();
-    const QString none = QStringLiteral("without a session not looked at");
-    describeFile(report, "supportedMarker", files.marker,
-                 counts ? QStringLiteral("emptied by the next launch") : none);
-    describeFile(report, "restartFile", files.request,
-                 counts ? QStringLiteral("the next launch starts its helper again") : none);
-    describeFile(report, "holdFile", files.hold,
-                 counts ? QStringLiteral("the next launch waits while it exists") : none);
-    if (counts) {
+    const auto describe = [&](const char* key, const RestartFile& file, const char* effect) {
+        describeFile(report, key, file,
+                     session.isValid() ? effect : "without a session not looked at");
+    };
+    describe("supportedMarker", files.marker,
+             isForeign(files.marker) ? "the next launch cannot empty it"
+                                     : "emptied by the next launch");
+    describe("restartFile", files.request, "the next launch starts its helper again");
+    describe("holdFile", files.hold, "the next launch waits while it exists");
+    if (session.isValid()) {
         findLeftFiles(report, files);
     }
 }

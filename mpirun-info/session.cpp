@@ -10,8 +10,6 @@
 #include "common/env/zorvenv.h"
 
 #include <QFileInfo>
-#include <QJsonArray>
-#include <QJsonObject>
 
 namespace {
 
@@ -41,50 +39,31 @@ constexpr Field fields[] = {
     {UserData::SessionFileName, "sessionFile", "SESSION_FILE"},
 };
 
+// In the order of UserData::Source.
+constexpr const char* sourceNames[] = {"default",      "global file", "environment",
+                                       "session file", "option",      "derived"};
+// In the order of UserData::FileState.
+constexpr const char* stateNames[] = {
+    "not tried",
+    "read",
+    "missing",
+    "unreadable",
+    "not a regular file",
+    "too large",
+    "not well-formed",
+    "without a session",
+    "with a port that is no number",
+    "with a session that is no number",
+};
+
 QString nameOf(Source source)
 {
-    switch (source) {
-    case Source::GlobalFile:
-        return QStringLiteral("global file");
-    case Source::Environment:
-        return QStringLiteral("environment");
-    case Source::SessionFile:
-        return QStringLiteral("session file");
-    case Source::Option:
-        return QStringLiteral("option");
-    case Source::Derived:
-        return QStringLiteral("derived");
-    case Source::Default:
-        break;
-    }
-    return QStringLiteral("default");
+    return QString::fromLatin1(sourceNames[static_cast<int>(source)]);
 }
 
 QString nameOf(FileState state)
 {
-    switch (state) {
-    case FileState::Read:
-        return QStringLiteral("read");
-    case FileState::Missing:
-        return QStringLiteral("missing");
-    case FileState::Unreadable:
-        return QStringLiteral("unreadable");
-    case FileState::NotRegular:
-        return QStringLiteral("not a regular file");
-    case FileState::TooLarge:
-        return QStringLiteral("too large");
-    case FileState::NotWellFormed:
-        return QStringLiteral("not well-formed");
-    case FileState::NoSession:
-        return QStringLiteral("without a session");
-    case FileState::BadPort:
-        return QStringLiteral("with a port that is no number");
-    case FileState::BadSession:
-        return QStringLiteral("with a session that is no number");
-    case FileState::NotTried:
-        break;
-    }
-    return QStringLiteral("not tried");
+    return QString::fromLatin1(stateNames[static_cast<int>(state)]);
 }
 
 // The port, or the negative number that was given as one.
@@ -129,10 +108,8 @@ QJsonValue valueOf(const BackendUserData& session, UserData::Field field)
 void describeField(Report* report, const BackendUserData& session, const Field& field)
 {
     const QJsonValue value = valueOf(session, field.field);
-    const QString source = nameOf(session.source(field.field));
     report->add(field.key,
-                QJsonObject{{QStringLiteral("value"), value}, {QStringLiteral("source"), source}},
-                QStringLiteral("%1 (%2)").arg(textOf(value), source));
+                objectOf({{"value", value}, {"source", nameOf(session.source(field.field))}}));
 }
 
 // A setting that was made and has no effect.
@@ -164,20 +141,14 @@ void describeFile(Report* report, const char* key, const QString& fileName, bool
     const bool isDeadLink = file.fileState() == FileState::Missing && info.isSymLink();
     const QString state = isDeadLink ? QStringLiteral("dead link") : nameOf(file.fileState());
     const QString target = info.symLinkTarget();
-    QString text = QStringLiteral("%1 (%2)").arg(fileName, state);
-    if (!target.isEmpty()) {
-        text += QStringLiteral(", a link to ") + target;
-    }
-    report->add(key,
-                QJsonObject{{QStringLiteral("path"), fileName},
-                            {QStringLiteral("state"), state},
-                            {QStringLiteral("linksTo"),
-                             target.isEmpty() ? QJsonValue() : QJsonValue(target)}},
-                text);
+    report->add(key, objectOf({{"path", fileName}, {"state", state}, {"linksTo", orNull(target)}}));
     const bool isFine = file.fileState() == FileState::Read ||
                         (file.fileState() == FileState::Missing && !isDeadLink && !expected);
     if (!isFine) {
-        report->find(Finding::SessionFileUnusable, text);
+        report->find(Finding::SessionFileUnusable,
+                     QStringLiteral("%1 (%2)%3")
+                         .arg(fileName, state,
+                              target.isEmpty() ? target : QStringLiteral(", a link to ") + target));
     }
 }
 

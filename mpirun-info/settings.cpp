@@ -6,8 +6,6 @@
 
 #include "common/env/zorvenv.h"
 
-#include <QJsonArray>
-#include <QJsonObject>
 #include <QProcessEnvironment>
 
 #include <algorithm>
@@ -50,19 +48,6 @@ QJsonValue valueOf(Kind kind, const char* value)
     return ZorvEnv::TextKind::convert(value);
 }
 
-QString textOf(Kind kind, const char* value)
-{
-    QString text = QString::fromLocal8Bit(value);
-    if (kind == Kind::Secret && !text.isEmpty()) {
-        return QStringLiteral("(hidden)");
-    }
-    if (kind == Kind::Switch) {
-        return text +
-               (ZorvEnv::readsOn(value) ? QStringLiteral(" (on)") : QStringLiteral(" (off)"));
-    }
-    return text;
-}
-
 // The variables that are set of those that give a setting; the first one counts.
 QStringList variablesOf(const char* bareName)
 {
@@ -87,13 +72,10 @@ void describeSetting(Report* report, const Setting& setting)
                              .arg(variable, winner));
         }
     }
-    report->add(
-        setting.name,
-        QJsonObject{{QStringLiteral("variable"), value ? QJsonValue(winner) : QJsonValue()},
-                    {QStringLiteral("value"), value ? valueOf(setting.kind, value) : QJsonValue()},
-                    {QStringLiteral("hidden"), QJsonArray::fromStringList(hidden)}},
-        value ? winner + QStringLiteral(" = ") + textOf(setting.kind, value)
-              : QStringLiteral("not set"));
+    report->add(setting.name,
+                objectOf({{"variable", orNull(winner)},
+                          {"value", value ? valueOf(setting.kind, value) : QJsonValue()},
+                          {"hidden", QJsonArray::fromStringList(hidden)}}));
 }
 
 // Every name under which a variable is read.
@@ -171,9 +153,8 @@ void describeSettings(Report* report, const Request&)
     }
     report->beginSection("variables");
     for (const char* name : plainVariables) {
-        const bool isSet = qEnvironmentVariableIsSet(name);
-        report->add(name, isSet ? QJsonValue(qEnvironmentVariable(name)) : QJsonValue(),
-                    isSet ? qEnvironmentVariable(name) : QStringLiteral("not set"));
+        report->add(name, qEnvironmentVariableIsSet(name) ? QJsonValue(qEnvironmentVariable(name))
+                                                          : QJsonValue());
     }
     describeUnreadVariables(report);
 }

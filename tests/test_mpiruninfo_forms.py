@@ -63,8 +63,8 @@ def shown(site: Site, tmp_path_name: str, *arguments, env, under=()) -> str:
     with tarfile.open(archive) as bundle:
         texts += [bundle.extractfile(name).read().decode() for name in bundle.getnames()]
     archive.unlink()
-    return re.sub(r'\d+\.\d+ s|"seconds": .*|\d+ bytes and \d+|"free\w+": \d+|\d+ s\b|'
-                  r'"ageSeconds": \d+|zorv-mpirun-info-\d+', "~", "\n".join(texts))
+    return re.sub(r'(seconds|free \w+) [\d.]+|"(seconds|free\w+|ageSeconds)": [\d.]+|'
+                  r'zorv-mpirun-info-\d+', "~", "\n".join(texts))
 
 
 @pytest.mark.parametrize("way", [
@@ -109,7 +109,7 @@ def test_bundles_all_that_a_ticket_needs(site):
                  for name in bundle.getnames()}
     assert files["report.txt"] == ended.output
     assert json.loads(files["report.json"])["schema"] == 1
-    assert "ZORV_MPIRUN_LOG = log" in files["settings.txt"]
+    assert "log (variable ZORV_MPIRUN_LOG)" in files["settings.txt"]
     assert "changeset" in files["versions.txt"]
     assert "port: 4244\n" in files["session.txt"]
     assert "cookie: (hidden)\n" in files["session.txt"]

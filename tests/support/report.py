@@ -79,19 +79,14 @@ class Site:
         assert ended.output and not ended.errors, ended
         return Report(ended.status, json.loads(ended.output))
 
-    def text(self, *arguments, **options) -> str:
-        """The report for people."""
-        return self.start(self.program, *arguments, **options).wait().output
-
     def launch_works(self, *arguments, hangs: bool, **options) -> bool:
         """Whether the helper runs and the launcher ends after it with status 0."""
         process = self.start(self.installation.launcher, *arguments, **options)
         if not hangs:
             return process.wait().status == 0 and self.ran.exists()
-        # SIGTERM ends the helper, too; nothing but SIGKILL ends a wait for a file server.
-        for number in (signal.SIGTERM, signal.SIGKILL):
-            try:
-                return process._process.wait(HANG_SECONDS) == 0 and self.ran.exists()
-            except subprocess.TimeoutExpired:
-                process.send(number)
-        return False
+        try:
+            return process._process.wait(HANG_SECONDS) == 0 and self.ran.exists()
+        except subprocess.TimeoutExpired:
+            # Ends the helper, too.
+            process.send(signal.SIGTERM)
+            return False
