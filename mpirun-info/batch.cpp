@@ -13,8 +13,7 @@
 #include <QFileInfo>
 #include <QRegularExpression>
 
-#include <memory>
-#include <vector>
+#include <deque>
 
 namespace {
 
@@ -121,36 +120,30 @@ QJsonValue askVersion(const QString& path)
          {"version", kind.isNull() ? QJsonValue() : orNull(number.match(output).captured())}});
 }
 
-struct PathEntry
-{
-    QString directory;
-    std::unique_ptr<Probe> probe;
-};
-
-// The paths of the launchers that a shell would find, in the order of the names.
+// The paths of the launchers that a shell would find.
 QStringList findLaunchers(Report* report)
 {
-    std::vector<PathEntry> entries;
     QStringList directories =
         qEnvironmentVariable("PATH").split(QLatin1Char(':'), Qt::SkipEmptyParts);
     directories.removeDuplicates();
+    std::deque<Probe> probes;
     for (const QString& directory : std::as_const(directories)) {
-        entries.push_back(
-            {directory, std::make_unique<Probe>([directory] { return launchersIn(directory); })});
+        probes.emplace_back([directory] { return launchersIn(directory); });
     }
+    QStringList names;
     QStringList paths;
-    for (const Kind& launcher : launcherNames) {
-        for (const PathEntry& entry : entries) {
-            entry.probe->wait();
-            if (entry.probe->answer().toArray().contains(QLatin1String(launcher.sign))) {
-                paths += QDir(entry.directory).filePath(QLatin1String(launcher.sign));
-                break;
-            }
+    for (qsizetype i = 0; i < directories.size(); ++i) {
+        Probe& probe = probes[size_t(i)];
+        if (probe.wait() != Probe::Outcome::Answered) {
+            report->find(Finding::NoAnswer, QStringLiteral("%1 on PATH").arg(directories.at(i)));
+            continue;
         }
-    }
-    for (const PathEntry& entry : entries) {
-        if (entry.probe->wait() != Probe::Outcome::Answered) {
-            report->find(Finding::NoAnswer, QStringLiteral("%1 on PATH").arg(entry.directory));
+        const QStringList found = probe.answer().toVariant().toStringList();
+        for (const QString& name : found) {
+            if (!names.contains(name)) {
+                names += name;
+                paths += QDir(directories.at(i)).filePath(name);
+            }
         }
     }
     return paths;
@@ -189,15 +182,15 @@ void describeMpi(Report* report, const Request&)
 {
     report->beginSection("mpi");
     const QStringList paths = findLaunchers(report);
-    std::vector<std::unique_ptr<Probe>> probes;
+    std::deque<Probe> probes;
     for (const QString& path : paths) {
-        probes.push_back(std::make_unique<Probe>([path] { return askVersion(path); }));
+        probes.emplace_back([path] { return askVersion(path); });
     }
     QJsonArray launchers;
     QStringList libraries;
     QStringList kindsSeen;
     for (qsizetype i = 0; i < paths.size(); ++i) {
-        Probe& probe = *probes.at(size_t(i));
+        Probe& probe = probes[size_t(i)];
         const bool answered = probe.wait() == Probe::Outcome::Answered;
         launchers.append(answered ? probe.answer()
                                   : objectOf({{"path", paths.at(i)},

@@ -23,17 +23,14 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
+#include <deque>
 #include <fcntl.h>
-#include <memory>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <sys/wait.h>
 #include <unistd.h>
-#include <vector>
 
 namespace {
-
-constexpr double slowSeconds = 0.5;
 
 // File systems of which other hosts have a part, and a client keeps copies.
 constexpr const char* sharedTypes[] = {"nfs", "nfs4", "cifs", "smb3", "afs", "fuse", "9p", "ceph"};
@@ -279,16 +276,16 @@ void describeDirectories(Report* report, const Request& request)
          Role::Needed},
     };
     // All at once: each has its own limit.
-    std::vector<std::unique_ptr<Probe>> probes;
+    std::deque<Probe> probes;
     for (const Place& place : places) {
-        probes.push_back(std::make_unique<Probe>(partOfReport([&place](Report* part) {
+        probes.emplace_back(partOfReport([&place](Report* part) {
             if (!place.path.isEmpty()) {
                 lookAt(part, place);
             }
-        })));
+        }));
     }
     for (std::size_t i = 0; i < probes.size(); ++i) {
-        describePlace(report, places[i], probes[i].get());
+        describePlace(report, places[i], &probes[i]);
     }
     if (!home && session == QLatin1String("//.talvora/session")) {
         report->find(Finding::HomeUnset, session);

@@ -16,14 +16,12 @@
 #include <QElapsedTimer>
 #include <QNetworkInterface>
 
+#include <deque>
 #include <gnu/libc-version.h>
-#include <memory>
 #include <sys/utsname.h>
-#include <vector>
 
 namespace {
 
-constexpr double slowSeconds = 0.5;
 // Of a host with hundreds of addresses, the first show how the name server is.
 constexpr qsizetype mostLookUps = 8;
 
@@ -117,13 +115,13 @@ void describeLookUps(Report* report, QStringList names)
     names.removeAll(QString());
     names = names.mid(0, mostLookUps);
     // All at once: each has its own limit.
-    std::vector<std::unique_ptr<Probe>> probes;
+    std::deque<Probe> probes;
     for (const QString& name : std::as_const(names)) {
-        probes.push_back(std::make_unique<Probe>([name] { return lookUp(name); }));
+        probes.emplace_back([name] { return lookUp(name); });
     }
     QJsonArray lookUps;
     for (qsizetype i = 0; i < names.size(); ++i) {
-        lookUps.append(finish(report, names.at(i), probes.at(size_t(i)).get()));
+        lookUps.append(finish(report, names.at(i), &probes[size_t(i)]));
     }
     report->add("lookUps", lookUps);
 }

@@ -14,14 +14,15 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
+#include <QHash>
 #include <QStandardPaths>
 
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <deque>
 #include <fcntl.h>
-#include <memory>
 #include <sys/resource.h>
 #include <vector>
 
@@ -102,49 +103,29 @@ bool namesLauncher(const QString& word)
     return probe.wait() == Probe::Outcome::Answered && probe.answer().toBool();
 }
 
-// Takes the option at `i`, with its value. False for what is none.
-bool takeOption(const QStringList& arguments, qsizetype* i, Request* request)
-{
-    struct Switch
-    {
-        const char* name;
-        bool Request::*member;
-    };
-    struct Value
-    {
-        const char* name;
-        QString Request::*member;
-    };
-    for (const Switch& option :
-         {Switch{"--json", &Request::json}, Switch{"--help", &Request::help},
-          Switch{"--version", &Request::version}, Switch{"--codes", &Request::codes},
-          Switch{"--watch", &Request::watch}}) {
-        if (arguments.at(*i) == QLatin1String(option.name)) {
-            request->*option.member = true;
-            return true;
-        }
-    }
-    for (const Value& option :
-         {Value{"--host", &Request::host}, Value{"--bundle", &Request::bundle}}) {
-        if (arguments.at(*i) == QLatin1String(option.name)) {
-            ++*i;
-            request->*option.member = arguments.value(*i);
-            return true;
-        }
-    }
-    return false;
-}
-
 // False, with a message, when an option lacks its value.
 bool takeRequest(const QStringList& arguments, const std::vector<char*>& words, Request* request)
 {
+    const QHash<QString, bool*> switches = {{QStringLiteral("--json"), &request->json},
+                                            {QStringLiteral("--help"), &request->help},
+                                            {QStringLiteral("--version"), &request->version},
+                                            {QStringLiteral("--codes"), &request->codes},
+                                            {QStringLiteral("--watch"), &request->watch}};
+    const QHash<QString, QString*> values = {{QStringLiteral("--host"), &request->host},
+                                             {QStringLiteral("--bundle"), &request->bundle}};
     qsizetype i = 1;
-    while (i < arguments.size() && takeOption(arguments, &i, request)) {
-        ++i;
-    }
-    if (i > arguments.size()) {
-        fprintf(stderr, "option '%s' requires an argument\n", qPrintable(arguments.last()));
-        return false;
+    for (; i < arguments.size(); ++i) {
+        if (bool* const isGiven = switches.value(arguments.at(i))) {
+            *isGiven = true;
+        } else if (QString* const value = values.value(arguments.at(i))) {
+            if (++i == arguments.size()) {
+                fprintf(stderr, "option '%s' requires an argument\n", words.back());
+                return false;
+            }
+            *value = arguments.at(i);
+        } else {
+            break;
+        }
     }
     if (i < arguments.size() && namesLauncher(arguments.at(i))) {
         ++i;
@@ -187,19 +168,19 @@ void addFailure(Report* report, const char* section, Probe::Outcome outcome, int
 // slowest of them.
 void addSections(Report* report, const Request& request)
 {
-    std::vector<std::unique_ptr<Probe>> probes;
+    std::deque<Probe> probes;
     for (const Section& section : sections) {
         const auto describe = section.describe;
-        probes.push_back(std::make_unique<Probe>(
+        probes.emplace_back(
             partOfReport([describe, &request](Report* part) { describe(part, request); }),
-            sectionLimitMs));
+            sectionLimitMs);
     }
     for (std::size_t i = 0; i < probes.size(); ++i) {
-        const Probe::Outcome outcome = probes[i]->wait();
+        const Probe::Outcome outcome = probes[i].wait();
         if (outcome == Probe::Outcome::Answered) {
-            report->addPacked(probes[i]->answer());
+            report->addPacked(probes[i].answer());
         } else {
-            addFailure(report, sections[i].name, outcome, probes[i]->answer().toInt());
+            addFailure(report, sections[i].name, outcome, probes[i].answer().toInt());
         }
     }
 }
@@ -210,7 +191,7 @@ Report makeReport(const Request& request)
     describeVersion(&report, request);
     describeStart(&report, request);
     raiseLimit(RLIMIT_NOFILE, RLIM_INFINITY);
-    if (Descriptor(open("/", O_PATH | O_CLOEXEC)).isOpen()) {
+    if (canFork() && Descriptor(open("/", O_PATH | O_CLOEXEC)).isOpen()) {
         addSections(&report, request);
     } else {
         report.find(Finding::NotLookedAt,

@@ -42,6 +42,11 @@ Probe::Probe(Question question, int limitMs)
     , mLimitMs(limitMs)
 {
     mTimer.start();
+    start();
+}
+
+void Probe::start()
+{
     int ends[2];
     if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) == -1) {
         return;
@@ -56,7 +61,11 @@ Probe::Probe(Question question, int limitMs)
         _exit(0);
     }
     close(ends[1]);
-    mFd = ends[0];
+    if (mPid == -1) {
+        close(ends[0]);
+    } else {
+        mFd = ends[0];
+    }
 }
 
 Probe::~Probe()
@@ -111,6 +120,10 @@ bool Probe::noteEnd()
 
 Probe::Outcome Probe::wait()
 {
+    // The processes of other questions may have ended.
+    if (mPid == -1 && mOutcome == Outcome::NoAnswer) {
+        start();
+    }
     if (mPid == -1 && mOutcome == Outcome::NoAnswer) {
         mAnswer = mQuestion();
         mOutcome = Outcome::Answered;
@@ -124,6 +137,15 @@ Probe::Outcome Probe::wait()
         isOver = readAnswer() || noteEnd() || left == 0;
     }
     return mOutcome;
+}
+
+bool canFork()
+{
+    const pid_t pid = fork();
+    if (pid == 0) {
+        _exit(0);
+    }
+    return pid != -1 && waitpid(pid, nullptr, 0) == pid;
 }
 
 Probe::Question partOfReport(std::function<void(Report*)> describe)

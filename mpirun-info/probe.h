@@ -45,6 +45,7 @@ public:
     QJsonValue answer() const { return mAnswer; }
 
 private:
+    void start();
     bool readAnswer();
     bool noteEnd();
 
@@ -57,6 +58,12 @@ private:
     QJsonValue mAnswer;
     Outcome mOutcome = Outcome::NoAnswer;
 };
+
+/// Whether this user may have one more process.
+bool canFork();
+
+/// From this many seconds on, an answer is reported as slow.
+constexpr double slowSeconds = 0.5;
 
 /// The question whose answer is what `describe` adds to a report, see Report::addPacked().
 Probe::Question partOfReport(std::function<void(Report*)> describe);

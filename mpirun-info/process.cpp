@@ -136,15 +136,6 @@ bool isStackLimitIgnored()
     return ZorvEnv::readsOn(ZorvEnv::uncachedValue("IGNORE_STACK_LIMIT"));
 }
 
-bool canFork()
-{
-    const pid_t pid = fork();
-    if (pid == 0) {
-        _exit(0);
-    }
-    return pid != -1 && waitpid(pid, nullptr, 0) == pid;
-}
-
 // The soft stack limit under which the helper is started.
 rlim_t helperStackLimit(const rlimit& stack)
 {
