@@ -1,16 +1,13 @@
 #include "mpirun-info/bundle.h"
 
-#include "mpirun-info/probe.h"
 #include "mpirun-info/report.h"
 #include "mpirun-info/request.h"
 
 #include "backend/backenduserdata.h"
 #include "common/compatibility_simple/files/descriptor.h"
 #include "common/compatibility_simple/files/read.h"
-#include "common/logger.h"
 
 #include <QFile>
-#include <QSysInfo>
 
 #include <cstdio>
 #include <ctime>
@@ -74,8 +71,7 @@ QJsonValue describeSessionFile(const Request& request)
 
 QJsonValue endOfLog()
 {
-    QFile log(Logger::logFileName("MPIRUN_LOG", QStringLiteral("zorvmpirun"),
-                                  QLatin1Char('-') + QSysInfo::machineHostName()));
+    QFile log(launcherLogFileName());
     if (log.fileName().isEmpty() || !log.open(QIODevice::ReadOnly)) {
         return QStringLiteral("There is no log.\n");
     }
@@ -107,11 +103,15 @@ bool writeAll(int fd, const QByteArray& bytes)
 
 } // namespace
 
-bool writeBundle(const QString& fileName, const Report& report, const Request& request)
+Bundle::Bundle(const Request& request)
+    : mFileName(QFile::encodeName(request.bundle))
+    , mSession([&request] { return describeSessionFile(request); })
+    , mLog(endOfLog)
 {
-    // Both at once: each has its own limit.
-    Probe session([&] { return describeSessionFile(request); });
-    Probe log(endOfLog);
+}
+
+bool Bundle::write(const Report& report)
+{
     const QByteArray archive =
         archived("report.txt", report.toText()) + archived("report.json", report.toJson()) +
         archived("settings.txt",
@@ -119,18 +119,18 @@ bool writeBundle(const QString& fileName, const Report& report, const Request& r
         archived("versions.txt",
                  report.toText({QStringLiteral("version"), QStringLiteral("system"),
                                 QStringLiteral("libraries"), QStringLiteral("mpi")})) +
-        archived("session.txt", answerOf(&session)) + archived("log.txt", answerOf(&log)) +
+        archived("session.txt", answerOf(&mSession)) + archived("log.txt", answerOf(&mLog)) +
         QByteArray(2 * blockSize, '\0');
-    const QByteArray name = QFile::encodeName(fileName);
-    Descriptor fd(uninterrupted(
-        [&] { return sc_open(name.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600); }));
+    Descriptor fd(uninterrupted([&] {
+        return sc_open(mFileName.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+    }));
     if (!fd.isOpen()) {
-        perror(name.constData());
+        perror(mFileName.constData());
         return false;
     }
     if (!writeAll(fd.get(), archive) || !fd.close()) {
-        perror(name.constData());
-        sc_unlink(name.constData());
+        perror(mFileName.constData());
+        sc_unlink(mFileName.constData());
         return false;
     }
     return true;

@@ -4,6 +4,7 @@
 #include "mpirun-info/probe.h"
 #include "mpirun-info/report.h"
 #include "mpirun-info/request.h"
+#include "mpirun-info/restartfiles.h"
 #include "mpirun-info/sections.h"
 
 #include "backend/backenduserdata.h"
@@ -11,14 +12,12 @@
 #include "common/compatibility_simple/system/pathexpansion.h"
 #include "common/env/zorvenv.h"
 #include "common/installation.h"
-#include "common/logger.h"
 #include "zorv-debugger/zorvdebuggeroptions.h"
 
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
-#include <QSysInfo>
 
 #include <algorithm>
 #include <cerrno>
@@ -237,22 +236,22 @@ QJsonValue sessionPaths(const Request& request)
     return guessed.answer();
 }
 
-QString logFileName()
-{
-    return Logger::logFileName("MPIRUN_LOG", QStringLiteral("zorvmpirun"),
-                               QLatin1Char('-') + QSysInfo::machineHostName());
-}
-
 // Null, or why the launcher would not write to the file.
 QString obstacleOnLog(const QString& file)
 {
     const QString directory = QFileInfo(file).path();
-    const QString path = QFile::exists(file) ? file : directory;
     const QString obstacle = obstacleOnDirectory(directory);
-    return !obstacle.isNull() ||
-                   faccessat(AT_FDCWD, QFile::encodeName(path).constData(), W_OK, AT_EACCESS) == 0
-               ? obstacle
-               : QStringLiteral("%1: %2").arg(path, qt_error_string(errno));
+    if (!obstacle.isNull()) {
+        return obstacle;
+    }
+    const RestartFile log(file);
+    if (log.exists) {
+        return log.isRefused() ? QStringLiteral("%1 cannot be overwritten").arg(file) : QString();
+    }
+    return faccessat(AT_FDCWD, QFile::encodeName(directory).constData(), W_OK | X_OK, AT_EACCESS) ==
+                   0
+               ? QString()
+               : QStringLiteral("%1: %2").arg(directory, qt_error_string(errno));
 }
 
 } // namespace
@@ -295,7 +294,7 @@ void describeDirectories(Report* report, const Request& request)
 void describeLog(Report* report, const Request&)
 {
     report->beginSection("log");
-    const QString file = logFileName();
+    const QString file = launcherLogFileName();
     const QString obstacle = file.isNull() ? QString() : obstacleOnLog(file);
     report->add("file", orNull(file));
     report->add("obstacle", orNull(obstacle));

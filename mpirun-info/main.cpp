@@ -23,6 +23,7 @@
 #include <cstdio>
 #include <deque>
 #include <fcntl.h>
+#include <optional>
 #include <sys/resource.h>
 #include <vector>
 
@@ -216,9 +217,13 @@ int printed(const QByteArray& text)
 
 int reported(const Request& request)
 {
+    std::optional<Bundle> bundle;
+    if (!request.bundle.isNull()) {
+        bundle.emplace(request);
+    }
     const Report report = makeReport(request);
-    if ((!request.bundle.isNull() && !writeBundle(request.bundle, report, request)) ||
-        !print(request.json ? report.toJson() : report.toText())) {
+    const bool isBundled = !bundle || bundle->write(report);
+    if (!print(request.json ? report.toJson() : report.toText()) || !isBundled) {
         return CouldNotLook;
     }
     if (report.has(Severity::Error)) {

@@ -4,8 +4,10 @@
 #include "common/compatibility_simple/files/read.h"
 #include "common/env/zorvenv.h"
 #include "common/installation.h"
+#include "common/logger.h"
 #include "zorv-debugger/zorvdebuggeroptions.h"
 
+#include <QSysInfo>
 #include <QtGlobal>
 
 #include <fcntl.h>
@@ -90,6 +92,12 @@ QString Start::value(const char* key) const
         }
     }
     return QString();
+}
+
+QString launcherLogFileName()
+{
+    return Logger::logFileName("MPIRUN_LOG", QStringLiteral("zorvmpirun"),
+                               QLatin1Char('-') + QSysInfo::machineHostName());
 }
 
 QByteArray systemFile(const QString& path)

@@ -45,6 +45,9 @@ struct Request
     Start start;
 };
 
+/// The launcher's log file; null when there is to be none.
+QString launcherLogFileName();
+
 /// The content of a small file of the system's, without blanks around it; empty when it
 /// cannot be read.
 QByteArray systemFile(const QString& path);

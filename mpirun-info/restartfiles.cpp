@@ -26,18 +26,6 @@ bool canMakeFileIn(const QString& directory)
     return isPermitted(directory, W_OK | X_OK);
 }
 
-// Whether the launcher cannot or does not write to the file, see files/overwrite.h.
-bool isForeign(const RestartFile& file)
-{
-    struct stat directory;
-    const QByteArray path = QFile::encodeName(QFileInfo(file.path).path());
-    const bool isShared =
-        stat(path.constData(), &directory) == 0 && (directory.st_mode & (S_IWGRP | S_IWOTH)) != 0;
-    const bool isTrusted =
-        file.owner == geteuid() || file.owner == 0 || (isShared && file.owner == directory.st_uid);
-    return !file.isOverwritable || !isPermitted(file.path, W_OK) || (isShared && !isTrusted);
-}
-
 void describeFile(Report* report, const char* key, const RestartFile& file, const char* effect)
 {
     const bool exists = file.exists;
@@ -62,7 +50,7 @@ void findLeftFiles(Report* report, const RestartFiles& files)
                                                   : Finding::RestartFileStuck,
                      remove(files.request));
     }
-    if (files.marker.exists && isForeign(files.marker)) {
+    if (files.marker.exists && files.marker.isRefused()) {
         report->find(
             Finding::MarkerForeign,
             QStringLiteral("%1, of user %2").arg(files.marker.path).arg(files.marker.owner));
@@ -81,6 +69,17 @@ RestartFile::RestartFile(const QString& filePath)
         owner = status.st_uid;
         isOverwritable = S_ISREG(status.st_mode) || S_ISCHR(status.st_mode);
     }
+}
+
+bool RestartFile::isRefused() const
+{
+    struct stat directory;
+    const QByteArray name = QFile::encodeName(QFileInfo(path).path());
+    const bool isShared =
+        stat(name.constData(), &directory) == 0 && (directory.st_mode & (S_IWGRP | S_IWOTH)) != 0;
+    const bool isTrusted =
+        owner == geteuid() || owner == 0 || (isShared && owner == directory.st_uid);
+    return !isOverwritable || !isPermitted(path, W_OK) || (isShared && !isTrusted);
 }
 
 RestartFiles::RestartFiles(const BackendUserData& session)
@@ -115,8 +114,8 @@ void describeRestartFiles(Report* report, const BackendUserData& session)
                      session.isValid() ? effect : "without a session not looked at");
     };
     describe("supportedMarker", files.marker,
-             isForeign(files.marker) ? "the next launch cannot empty it"
-                                     : "emptied by the next launch");
+             files.marker.isRefused() ? "the next launch cannot empty it"
+                                      : "emptied by the next launch");
     describe("restartFile", files.request, "the next launch starts its helper again");
     describe("holdFile", files.hold, "the next launch waits while it exists");
     if (session.isValid()) {

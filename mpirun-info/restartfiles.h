@@ -7,10 +7,13 @@
 class BackendUserData;
 class Report;
 
-/// What is at the path of one of the files.
+/// What is at the path of one of the files, or of another file that the launcher writes.
 struct RestartFile
 {
     explicit RestartFile(const QString& filePath);
+
+    /// Whether the launcher cannot write to the file or refuses to, see files/overwrite.h.
+    bool isRefused() const;
 
     QString path;
     bool exists = false;

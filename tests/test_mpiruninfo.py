@@ -221,6 +221,8 @@ SETUPS = [
           says="nowhere does not exist"),
     works("log in a missing directory", "log-unwritable",
           env={"ZORV_MPIRUN_LOG": "nowhere/log"}),
+    works("directory in the log's place", "log-unwritable",
+          prepare="mkdir log-$(uname -n).log", env={"ZORV_MPIRUN_LOG": "log"}),
     # Slips of the pen.
     broken("no number", "command-line-rejected", arguments=["--zorvport", "42x"],
            says="invalid --zorvport argument '42x'"),

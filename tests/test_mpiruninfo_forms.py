@@ -121,12 +121,13 @@ def test_bundles_all_that_a_ticket_needs(site):
     pytest.param("mkdir small", "small/ticket.tar", "No space left on device", id="full disk"),
 ])
 def test_reports_an_archive_that_it_cannot_write(site, namespace, prepare, path, error):
-    """The status says so, and no half an archive is left."""
+    """The status says so, the report is printed, and no half an archive is left."""
     site.prepare(prepare)
     namespace.run(f"cd {site.root}; [ ! -d small ] || mount -t tmpfs -o size=8k none small")
     archive = site.root / path
     ended = site.start(site.program, "--bundle", archive, under=namespace.under).wait()
-    assert ended == Ended(2, "", f"{archive}: {error}\n")
+    assert (ended.status, ended.errors) == (2, f"{archive}: {error}\n")
+    assert "\nfindings" in ended.output
     namespace.run(f"[ ! -s {archive} ]")
 
 
