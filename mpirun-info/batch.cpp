@@ -20,7 +20,7 @@ namespace {
 struct BatchSystem
 {
     const char* name;
-    const char* sign; // the variable that says that this is its job
+    const char* sign; // the variable that identifies its jobs
     const char* job;
     const char* step;
     const char* task;
@@ -36,7 +36,7 @@ constexpr BatchSystem batchSystems[] = {
     {"Cobalt", "COBALT_JOBID", "COBALT_JOBID", "", "", "COBALT_NODEFILE"},
 };
 
-// How many tasks of a step run what was started, by whoever started it.
+// The number of tasks of the step that the launcher is in.
 constexpr const char* taskCounts[] = {"SLURM_STEP_NUM_TASKS", "OMPI_COMM_WORLD_SIZE", "PMI_SIZE",
                                       "FLUX_JOB_SIZE", "PALS_SIZE"};
 
@@ -50,7 +50,7 @@ struct Kind
     const char* sign;
     const char* name;
 };
-// What the versions of MPI launchers say of themselves; the first that fits counts.
+// Text in the version output of MPI launchers. The first match counts.
 constexpr Kind kinds[] = {
     {"Intel(R) MPI", "Intel MPI"},
     {"Spectrum MPI", "IBM Spectrum MPI"},
@@ -66,13 +66,13 @@ constexpr Kind kinds[] = {
     {"PALS", "PALS"},
 };
 
-// The launchers that are looked for, and whose they are where the name says it.
+// The launchers to look for, and their kind if the name tells it.
 constexpr Kind launcherNames[] = {
     {"mpirun", ""},    {"mpiexec", ""},  {"orterun", "Open MPI"}, {"prterun", "PRRTE"},
     {"srun", "Slurm"}, {"flux", "Flux"}, {"aprun", "ALPS"},       {"jsrun", "JSM"},
 };
 
-// Which MPI launchers a directory has.
+// The MPI launchers in a directory.
 QJsonValue launchersIn(const QString& directory)
 {
     QJsonArray found;
@@ -85,8 +85,8 @@ QJsonValue launchersIn(const QString& directory)
     return found;
 }
 
-// Whether starting the program would start a launch of the suite's: it is the launcher, or
-// a script that names it.
+// Whether the program is the suite's launcher, or a script that names it: running it could
+// start a launch.
 bool leadsToLauncher(const QString& path)
 {
     return QFileInfo(QFileInfo(path).canonicalFilePath()).fileName() == FileName::zorvMpirun ||
@@ -116,7 +116,7 @@ QJsonValue askVersion(const QString& path)
     return objectOf(
         {{"path", path},
          {"kind", orNull(kind.isNull() ? kindIn(QFileInfo(path).fileName(), launcherNames) : kind)},
-         // Of other output, an error message for example, a number says nothing.
+         // A number in other output, such as an error message, is not a version.
          {"version", kind.isNull() ? QJsonValue() : orNull(number.match(output).captured())}});
 }
 

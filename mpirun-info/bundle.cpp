@@ -42,7 +42,7 @@ QByteArray archived(const QByteArray& name, const QByteArray& content)
     put(&header, 136, octal(time(nullptr), 11));
     put(&header, 156, "0");
     put(&header, 257, QByteArray("ustar\00000", 8));
-    // The sum is made as if its own field held blanks.
+    // The checksum is computed with blanks in its own field.
     put(&header, 148, QByteArray(8, ' '));
     qint64 sum = 0;
     for (const char c : std::as_const(header)) {
@@ -53,8 +53,8 @@ QByteArray archived(const QByteArray& name, const QByteArray& content)
     return header + content + QByteArray(padding, '\0');
 }
 
-// What the launcher reads of the session file: the file itself has the secret, and one that
-// is not well-formed may have it anywhere.
+// The fields of the session file. The file itself contains the secret, and a malformed one
+// may contain it anywhere.
 QJsonValue describeSessionFile(const Request& request)
 {
     BackendUserData session;
@@ -82,7 +82,7 @@ QJsonValue endOfLog()
 QByteArray answerOf(Probe* probe)
 {
     return probe->wait() == Probe::Outcome::Answered ? probe->answer().toString().toLocal8Bit()
-                                                     : QByteArray("It could not be read.\n");
+                                                     : QByteArray("It cannot be read.\n");
 }
 
 // False, with errno set, when not all can be written.

@@ -1,4 +1,4 @@
-// All that a ticket needs, in one file.
+// The archive for a support ticket.
 
 #pragma once
 
@@ -10,8 +10,8 @@ class Report;
 struct Request;
 
 /// A tar archive (the format ustar of pax(1)): the report in both forms, the settings, the
-/// versions, what the session file says but for the secret, and the end of the launcher's
-/// log. Looks at session file and log from its construction on, while the report is made.
+/// versions, the session file without the secret, and the end of the launcher's log. Reads
+/// the session file and the log from its construction on, while the report is made.
 class Bundle
 {
 public:

@@ -1,4 +1,4 @@
-// What keeps the launcher's processes apart from the rest of the host.
+// Containers, namespaces, control groups and seccomp.
 
 #include "mpirun-info/report.h"
 #include "mpirun-info/request.h"
@@ -15,7 +15,7 @@ struct Sign
     const char* variable;
     const char* kind;
 };
-// The file or variable by which the containers of each kind are known.
+// The file or variable that identifies each kind of container.
 constexpr Sign signs[] = {
     {"/.dockerenv", "", "Docker"},
     {"/run/.containerenv", "", "Podman"},

@@ -1,4 +1,4 @@
-// The directories that the launch touches, and the file systems that they are on.
+// The directories that a launch uses, and their file systems.
 
 #include "mpirun-info/mounts.h"
 #include "mpirun-info/probe.h"
@@ -31,15 +31,15 @@
 
 namespace {
 
-// File systems of which other hosts have a part, and a client keeps copies.
+// File systems that hosts share and clients cache.
 constexpr const char* sharedTypes[] = {"nfs", "nfs4", "cifs", "smb3", "afs", "fuse", "9p", "ceph"};
-// Options that keep a client from answering out of its copies.
+// Options that disable the caches of a client.
 constexpr const char* uncachedOptions[] = {"noac",       "actimeo=0",  "lookupcache=none",
                                            "acdirmax=0", "cache=none", "direct_io"};
 
 enum class Role {
-    Session, // the launcher works without, but without restarts
-    Needed,  // the launcher stands still when it gives no answer
+    Session, // needed for restarts
+    Needed,  // the launcher hangs if it gives no answer
     Other,
 };
 
@@ -50,14 +50,14 @@ struct Place
     Role role;
 };
 
-// Makes a name in another process and looks for it: 1 when it is seen at once, 0 when it is
-// not, or the negative error number of making it.
+// Creates a file in another process and looks for it. Returns 1 if it is visible at once, 0
+// if not, or the negative errno of the creation.
 int makeAndSee(const QString& directory)
 {
     const QByteArray name = QFile::encodeName(
         QDir(directory).filePath(QStringLiteral(".zorv-mpirun-info-%1").arg(getpid())));
     struct stat status;
-    // The system may remember that there is none.
+    // Fills the cache of missing names.
     static_cast<void>(stat(name.constData(), &status));
     const pid_t pid = fork();
     if (pid == -1) {
@@ -93,7 +93,7 @@ void findCaching(Report* report, const QString& path, const Mount& mount)
     }
 }
 
-// What is known of a place without asking its file server.
+// The facts that need no answer of a file server.
 QJsonObject mountFacts(const QString& path, const QString& state, const Mount& mount)
 {
     return objectOf({{"path", path},
@@ -104,12 +104,12 @@ QJsonObject mountFacts(const QString& path, const QString& state, const Mount& m
                      {"options", orNull(mount.options)}});
 }
 
-// Null, or what is in the way of a look at the directory.
+// Why the directory cannot be examined; null if it can.
 QString obstacleOnDirectory(const QString& path)
 {
     const QString obstacle = obstacleOn(path);
     return obstacle.isNull() && !QFileInfo(path).isDir()
-               ? QStringLiteral("%1 is no directory").arg(path)
+               ? QStringLiteral("%1 is not a directory").arg(path)
                : obstacle;
 }
 
@@ -123,7 +123,7 @@ void findWriteError(Report* report, const Place& place, int error)
     }
 }
 
-// Whether a file can be made there, and is seen by others.
+// Tests whether a file can be created, and whether other processes see it.
 void lookAtWriting(Report* report, const Place& place, const struct statvfs& system,
                    QJsonObject* facts)
 {
@@ -131,7 +131,7 @@ void lookAtWriting(Report* report, const Place& place, const struct statvfs& sys
                                       W_OK | X_OK, AT_EACCESS) == 0;
     const int seen = isWritable ? makeAndSee(place.path) : -errno;
     const bool isFull = isWritable && system.f_blocks > 0 && system.f_bavail == 0;
-    // EAGAIN is of the process that was to make the name; other directories need not be writable.
+    // EAGAIN comes from fork(2).
     const bool isError = seen < 0 && seen != -EAGAIN;
     findWriteError(report, place, isFull ? ENOSPC : isError ? -seen : 0);
     facts->insert(QStringLiteral("writable"), isWritable);
@@ -150,7 +150,7 @@ void lookAtDirectory(Report* report, const Place& place, QJsonObject* facts)
     statvfs(name.constData(), &system);
     const bool anyone = (status.st_mode & S_IWOTH) && !(status.st_mode & S_ISVTX);
     facts->insert(QStringLiteral("freeBytes"), qint64(system.f_bavail) * qint64(system.f_frsize));
-    // Some file systems have no fixed number of inodes, and say 0 of 0.
+    // File systems without a fixed number of inodes report 0 of 0.
     facts->insert(QStringLiteral("freeFiles"),
                   system.f_files ? QJsonValue(qint64(system.f_favail)) : QJsonValue());
     facts->insert(QStringLiteral("owner"), qint64(status.st_uid));
@@ -202,8 +202,8 @@ void describePlace(Report* report, const Place& place, Probe* probe)
                  QStringLiteral("%1, on %2 from %3").arg(place.path, mount.type, mount.source));
 }
 
-// The paths of the session as the launcher finds them; without those that need an answer of
-// a file server that gives none.
+// The session directory and the directory of the session file, as the launcher finds them.
+// If a file server gives no answer, they are guessed from options and settings.
 QJsonValue findSessionPaths(const Request& request)
 {
     BackendUserData session;
@@ -224,7 +224,7 @@ QJsonValue guessSessionPaths(const Request& request)
     return QJsonArray{directory, file.isEmpty() ? directory : QFileInfo(file).path()};
 }
 
-// Null when the command line asks for help.
+// Null if the command line asks for help.
 QJsonValue sessionPaths(const Request& request)
 {
     Probe found([&] { return findSessionPaths(request); });
@@ -236,7 +236,7 @@ QJsonValue sessionPaths(const Request& request)
     return guessed.answer();
 }
 
-// Null, or why the launcher would not write to the file.
+// Why the launcher cannot write to the file; null if it can.
 QString obstacleOnLog(const QString& file)
 {
     const QString directory = QFileInfo(file).path();

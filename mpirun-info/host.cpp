@@ -1,4 +1,4 @@
-// What this host is, and what its names and the front end's are looked up as.
+// The system, the interfaces of this host, and look-ups of names.
 
 #include "mpirun-info/probe.h"
 #include "mpirun-info/report.h"
@@ -22,7 +22,7 @@
 
 namespace {
 
-// Of a host with hundreds of addresses, the first show how the name server is.
+// On a host with hundreds of addresses, a few are enough to test the name server.
 constexpr qsizetype mostLookUps = 8;
 
 QJsonArray textsOf(const QList<QHostAddress>& addresses)
@@ -35,7 +35,7 @@ QJsonArray textsOf(const QList<QHostAddress>& addresses)
     return QJsonArray::fromStringList(texts);
 }
 
-// The addresses of the interfaces, IPv4 only: those are looked up for names.
+// Returns the addresses to look up: those of the launcher's interfaces, IPv4 only.
 QStringList describeInterfaces(Report* report)
 {
     const QStringList used = localHostInterfaces();
@@ -66,7 +66,7 @@ QStringList describeInterfaces(Report* report)
     return looked;
 }
 
-// The front end's hosts, as the session has them.
+// The hosts of the front end in the session.
 QStringList frontEndHosts(const Request& request)
 {
     Probe probe([&]() -> QJsonValue {
@@ -89,7 +89,7 @@ QJsonValue lookUp(const QString& name)
                      {"addresses", textsOf(info.addresses())}});
 }
 
-// What came of a look-up.
+// The result of a look-up.
 QJsonValue finish(Report* report, const QString& name, Probe* probe)
 {
     if (probe->wait() != Probe::Outcome::Answered) {
@@ -177,7 +177,7 @@ void describeSystem(Report* report, const Request&)
     // Runs lsb_release(1).
     Probe description([] { return QJsonValue(sc_uname()); });
     if (description.wait() != Probe::Outcome::Answered) {
-        report->find(Finding::NoAnswer, QStringLiteral("what lsb_release looks at"));
+        report->find(Finding::NoAnswer, QStringLiteral("a path that lsb_release reads"));
     }
     report->add("description", orNull(description.answer().toString()));
     report->add("kernel", QString::fromLocal8Bit(kernel.release));

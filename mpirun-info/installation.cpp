@@ -1,4 +1,4 @@
-// The launcher's installation, its helper, and what the programs are made of.
+// The installation, the helper, and the versions and libraries of the programs.
 
 #include "mpirun-info/probe.h"
 #include "mpirun-info/report.h"
@@ -22,7 +22,7 @@
 
 namespace {
 
-// Shells keep the descriptor of their script at 10 or above.
+// Shells move the descriptor of their script to 10 or above.
 constexpr rlim_t descriptorsOfShell = 11;
 
 struct FaultFinding
@@ -56,7 +56,7 @@ QStringList missingLibraries(const QString& path)
     const QString loader = loaderOf(path);
     QStringList missing;
     if (!loader.isEmpty()) {
-        // Of the C library of GNU, of musl.
+        // The messages of glibc and musl.
         static const QRegularExpression notFound(
             QStringLiteral("(?:loading shared libraries: |Error loading shared library )([^: ]+)|"
                            "(\\S+) => not found"));
@@ -141,7 +141,7 @@ QStringList loadedLibraries()
     return libraries;
 }
 
-// The libraries that variables of the loader bring in, see ld.so(8).
+// The libraries that are loaded because of variables of the loader, see ld.so(8).
 QStringList foreignLibraries(const QStringList& libraries)
 {
     static const QRegularExpression separator(QStringLiteral("[: ;]"));
@@ -179,7 +179,7 @@ void describeInstallation(Report* report, const Request& request)
     const InstallationLayout layout = chooseInstallationLayout();
     if (layout == InstallationLayout::Unknown) {
         report->find(Finding::NotLookedAt,
-                     QStringLiteral("the installation: this program's file was replaced"));
+                     QStringLiteral("the installation: the file of this program was replaced"));
         return;
     }
     report->add("layout", layout == InstallationLayout::Flat ? QStringLiteral("flat")

@@ -1,4 +1,4 @@
-// Reports what the launcher sees on this host, and what is wrong with that.
+// The main function: the options, and the report from its sections.
 
 #include "mpirun-info/bundle.h"
 #include "mpirun-info/probe.h"
@@ -35,34 +35,34 @@ constexpr rlim_t comfortableStack = 8UL * 1024 * 1024;
 
 const char* const help =
     "Usage: zorv-mpirun-info [OPTION]... [zorv-mpirun] [ARGUMENT]...\n"
-    "Tells what zorv-mpirun finds on this host and which session it belongs to with\n"
-    "these arguments, and what is wrong with that. Starts no helper and leaves nothing\n"
-    "behind. The installation is the one that zorv-mpirun-info itself is in.\n"
+    "Reports the environment of zorv-mpirun on this host, the session that it finds\n"
+    "with these arguments, and problems that make a launch fail. Starts no helper and\n"
+    "leaves no files behind. Examines the installation that contains zorv-mpirun-info.\n"
     "\n"
     "  --json         print JSON, for scripts\n"
     "  --bundle FILE  also write an archive for a ticket, see tar(1)\n"
     "  --watch        show the restart files and the helper as they change\n"
     "  --codes        list all findings\n"
-    "  --host NAMES   also look up a host, names and addresses with commas between\n"
-    "                 them, and print its addresses, those to try first before others\n"
+    "  --host NAMES   also look up the names and addresses of a host, separated by\n"
+    "                 commas, and print its addresses in the order of their use\n"
     "  --help         print this help\n"
     "  --version      print the version\n"
     "\n"
-    "These options come first. All that follows is taken as a command line of\n"
-    "zorv-mpirun; the word zorv-mpirun in front of it is needed only when it begins with\n"
-    "one of the options above, as --host may in manual-launch mode.\n"
+    "These options come first. The rest is a command line of zorv-mpirun. Put the word\n"
+    "zorv-mpirun in front of it if it begins with one of the options above, as it may\n"
+    "with --host in manual-launch mode.\n"
     "\n"
     "The session cookie is never printed.\n"
     "\n"
-    "Exit status: 0 when nothing was found that makes a launch fail, 1 when a launch\n"
-    "would fail, 2 when that could not be found out.\n";
+    "Exit status: 0 if nothing was found that makes a launch fail, 1 if a launch would\n"
+    "fail, 2 if that is not known.\n";
 
 struct Section
 {
     const char* name;
     void (*describe)(Report* report, const Request& request);
 };
-// In the order of the report, but for those that main() adds in front.
+// In the order of the report. makeReport() adds two more at the front.
 constexpr Section sections[] = {
     {"process", describeProcess},
     {"system", describeSystem},
@@ -87,8 +87,8 @@ bool isLauncherBeside(const QString& program)
            found == QFileInfo(here.filePath(FileName::zorvMpirun)).canonicalFilePath();
 }
 
-// Whether a word names the launcher: by its own name, or by another one that leads to the
-// launcher beside this program.
+// Whether a word is the launcher's name, or another name of the launcher beside this
+// program.
 bool namesLauncher(const QString& word)
 {
     if (word.isEmpty() || word.startsWith(QLatin1Char('-'))) {
@@ -136,8 +136,7 @@ bool takeRequest(const QStringList& arguments, const std::vector<char*>& words, 
     return true;
 }
 
-// What the report itself needs, whatever the user's limits are: from here on, they are in
-// Request::start only.
+// The report itself may need more than the user's limits, which Request::start keeps.
 void raiseLimit(__rlimit_resource resource, rlim_t soft)
 {
     rlimit limit;
@@ -147,7 +146,7 @@ void raiseLimit(__rlimit_resource resource, rlim_t soft)
     }
 }
 
-// What the section's process says when it gives no part of the report.
+// Reports why a section is missing.
 void addFailure(Report* report, const char* section, Probe::Outcome outcome, int number)
 {
     const QString name = QString::fromLatin1(section);
@@ -159,14 +158,15 @@ void addFailure(Report* report, const char* section, Probe::Outcome outcome, int
         report->find(Finding::NotLookedAt,
                      QStringLiteral("%1: ended by signal %2").arg(name).arg(number));
     } else if (name == QLatin1String("commandLine")) {
-        // A command line that asks for help ends all who parse it.
+        // Parsing a command line that asks for help ends the process of each section that
+        // does it. One section reports that.
         report->find(number == 0 ? Finding::HelpAsked : Finding::UsageAsked,
                      QStringLiteral("the launcher ends with status %1").arg(number));
     }
 }
 
-// All sections at once, each in a process of its own: the report takes no longer than the
-// slowest of them.
+// Makes all sections at once, each in its own process: the report takes as long as the
+// slowest one.
 void addSections(Report* report, const Request& request)
 {
     std::deque<Probe> probes;
@@ -236,14 +236,14 @@ int reported(const Request& request)
 
 int main(int argc, char** argv)
 {
-    // 1. What this program was started with, before anything changes it.
+    // 1. The state at the start, before anything changes it.
     Request request;
     request.start = Start::ofThisProcess();
     raiseLimit(RLIMIT_STACK, comfortableStack);
     signal(SIGCHLD, SIG_DFL);
 
-    // 2. The application. What Qt has to say, of a pipe that it cannot create for example, is
-    //    in the report by its cause; standard error has this program's own messages only.
+    // 2. The application. Standard error is for this program's own messages, not for Qt's:
+    //    the report has their causes as findings.
     qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString&) {});
     // QCoreApplication removes some from its list.
     const std::vector<char*> words(argv, argv + argc);
@@ -253,7 +253,7 @@ int main(int argc, char** argv)
     }
     QCoreApplication app(argc, argv);
 
-    // 3. What is asked.
+    // 3. The request.
     if (!takeRequest(arguments, words, &request)) {
         return CouldNotLook;
     }

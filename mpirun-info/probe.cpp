@@ -21,8 +21,8 @@ namespace {
 
 constexpr int pollMs = 20;
 
-// The child has nothing of its parent's: whoever reads the parent's output sees its end
-// even if the child stays, and no command of the child reads the parent's input.
+// The child must not keep the parent's output open if it is left behind, and its commands
+// must not read the parent's input.
 void becomeProbe()
 {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
@@ -71,10 +71,10 @@ void Probe::start()
 Probe::~Probe()
 {
     if (mPid > 0) {
-        // With the commands that it runs.
+        // And the commands that it runs.
         kill(-mPid, SIGKILL);
         kill(mPid, SIGKILL);
-        // The end of most comes at once; one that waits for a server is not waited for.
+        // Most children end at once. One that waits for a server may not.
         for (int i = 0; i < 5 && waitpid(mPid, nullptr, WNOHANG) == 0; ++i) {
             poll(nullptr, 0, 1);
         }
@@ -103,7 +103,7 @@ bool Probe::readAnswer()
     return true;
 }
 
-// Whether the child has ended; a process that it leaves may hold the pipe.
+// Whether the child has ended. A process that it started may keep the pipe open.
 bool Probe::noteEnd()
 {
     int status = 0;
@@ -128,7 +128,7 @@ Probe::Outcome Probe::wait()
         mAnswer = mQuestion();
         mOutcome = Outcome::Answered;
     }
-    // Once at least: the answer may have come while others were waited for.
+    // At least once: the answer may have arrived during the wait for another probe.
     bool isOver = mOutcome != Outcome::NoAnswer;
     while (!isOver) {
         const qint64 left = std::clamp<qint64>(mLimitMs - mTimer.elapsed(), 0, pollMs);

@@ -1,5 +1,4 @@
-// What the launcher inherits from whoever starts it, and whether it could start its
-// helper.
+// The inherited state of the process, and a trial of starting the helper.
 
 #include "mpirun-info/probe.h"
 #include "mpirun-info/report.h"

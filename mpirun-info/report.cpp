@@ -10,12 +10,12 @@ namespace {
 constexpr int labelWidth = 34;
 // More members of an object, or elements of a list, than these are shown in lines.
 constexpr qsizetype mostInLine = 3;
-// The members that an object is about; they have no label.
+// The member that identifies an object comes first, without a label.
 constexpr const char* subjects[] = {"value", "path", "lookedUp", "name"};
 const QString none = QStringLiteral("none");
 const QString comma = QStringLiteral(", ");
 
-// "releaseTag" is "release tag" to people; names of settings stay as they are.
+// "releaseTag" becomes "release tag"; the names of settings do not change.
 QString labelOf(const QString& key)
 {
     static const QRegularExpression wordStart(QStringLiteral("(?<=[a-z])[A-Z]"));
@@ -81,8 +81,7 @@ QStringList linesOf(const QJsonValue& value)
     return lines;
 }
 
-// Values come from the environment and from files: what would move a terminal's cursor must
-// not reach it.
+// Values come from the environment and from files, and must not control the terminal.
 QString printable(QString text)
 {
     for (QChar& c : text) {

@@ -1,4 +1,4 @@
-// What the program has found out, for people and for scripts.
+// The report, as text and as JSON.
 
 #pragma once
 
@@ -14,32 +14,33 @@
 #include <initializer_list>
 #include <utility>
 
-/// The number of the JSON form; a field that goes or changes its meaning raises it.
+/// The version of the JSON form. It increases when a field is removed or changes its
+/// meaning.
 constexpr int reportSchema = 1;
 
 QJsonObject objectOf(std::initializer_list<std::pair<const char*, QJsonValue>> members);
-/// The text, or null in its place when it is empty.
+/// The text, or null if it is empty.
 QJsonValue orNull(const QString& text);
 
-/// Facts in sections, and what is wrong with them. The text form shows the facts in the
-/// order in which they were added. A secret must not be added: nothing is taken out again.
+/// Facts in sections, and findings. The text form shows the facts in the order in which they
+/// were added. Do not add a secret: nothing is removed later.
 class Report
 {
 public:
-    /// Facts that are added from here on belong to this section.
+    /// Starts the section of the facts that are added next.
     void beginSection(const char* section);
-    /// Adds a fact. An undefined value, which could not be found out, becomes null.
+    /// Adds a fact. An undefined value becomes null.
     void add(const char* key, const QJsonValue& value);
-    /// Something is wrong; `cause` says what exactly.
+    /// Adds a finding. `cause` gives the details.
     void find(Finding finding, const QString& cause);
 
-    /// All of it, to be taken to another process and added to a report there.
+    /// The content, for addPacked() in another process.
     QJsonValue packed() const { return QJsonArray{mFacts, mFound}; }
     void addPacked(const QJsonValue& packed);
 
     bool has(Severity severity) const;
     QByteArray toJson() const;
-    /// The sections of these names, or all of them and the findings.
+    /// The given sections; or all sections and the findings.
     QByteArray toText(const QStringList& sections = {}) const;
 
 private:

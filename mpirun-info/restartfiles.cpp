@@ -110,12 +110,11 @@ void describeRestartFiles(Report* report, const BackendUserData& session)
 {
     const RestartFiles files(session);
     const auto describe = [&](const char* key, const RestartFile& file, const char* effect) {
-        describeFile(report, key, file,
-                     session.isValid() ? effect : "without a session not looked at");
+        describeFile(report, key, file, session.isValid() ? effect : "ignored without a session");
     };
     describe("supportedMarker", files.marker,
              files.marker.isRefused() ? "the next launch cannot empty it"
-                                      : "emptied by the next launch");
+                                      : "the next launch empties it");
     describe("restartFile", files.request, "the next launch starts its helper again");
     describe("holdFile", files.hold, "the next launch waits while it exists");
     if (session.isValid()) {

@@ -1,4 +1,4 @@
-// The three files through which launcher and front end talk.
+// The files with which the launcher and the front end communicate.
 
 #pragma once
 
@@ -7,7 +7,7 @@
 class BackendUserData;
 class Report;
 
-/// What is at the path of one of the files, or of another file that the launcher writes.
+/// The file at a path, if there is one.
 struct RestartFile
 {
     explicit RestartFile(const QString& filePath);
@@ -34,7 +34,7 @@ struct RestartFiles
     RestartFile hold;
 };
 
-/// A time for people, such as "5 s", "12 min" and "3 days".
+/// A duration as text, such as "5 s", "12 min" and "3 days".
 QString ageText(qint64 seconds);
 
 /// Adds the files, and what the next launch does with them.

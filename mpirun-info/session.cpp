@@ -1,4 +1,4 @@
-// The session that the launcher would find, and why it is this one.
+// The session that the launcher would find, and the sources of its fields.
 
 #include "mpirun-info/report.h"
 #include "mpirun-info/request.h"
@@ -16,7 +16,7 @@ namespace {
 using FileState = UserData::FileState;
 using Source = UserData::Source;
 
-// The report names the installation's session file, too.
+// Makes the path of the installation's session file accessible.
 struct ReportedSession : BackendUserData
 {
     using BackendUserData::getGlobalFile;
@@ -51,9 +51,9 @@ constexpr const char* stateNames[] = {
     "not a regular file",
     "too large",
     "not well-formed",
-    "without a session",
-    "with a port that is no number",
-    "with a session that is no number",
+    "no session element",
+    "port is not a number",
+    "session is not a number",
 };
 
 QString nameOf(Source source)
@@ -73,8 +73,7 @@ qint64 numberGivenAsPort(const BackendUserData& session)
     return session.source(UserData::Port) == Source::SessionFile ? qint64(session.getPort()) : port;
 }
 
-// The cookie itself, and the tarball's name where it holds the cookie's hash,
-// are nobody's business.
+// Leaves out the cookie, and the tarball's default name, which holds the cookie's hash.
 QJsonValue valueOf(const BackendUserData& session, UserData::Field field)
 {
     QString text;
@@ -112,7 +111,7 @@ void describeField(Report* report, const BackendUserData& session, const Field& 
                 objectOf({{"value", value}, {"source", nameOf(session.source(field.field))}}));
 }
 
-// A setting that was made and has no effect.
+// Reports a setting that has no effect.
 void warnOfUnusedSetting(Report* report, const BackendUserData& session, const Field& field)
 {
     const QString variable = winningVariable(field.setting);
@@ -123,8 +122,9 @@ void warnOfUnusedSetting(Report* report, const BackendUserData& session, const F
     }
     const bool isNumber = field.field == UserData::Port || field.field == UserData::Session;
     if (isNumber && !BackendUserData::numberFrom(QString::fromLocal8Bit(value))) {
-        report->find(Finding::SettingNotANumber, QStringLiteral("%1 is not used: '%2' is no number")
-                                                     .arg(variable, QString::fromLocal8Bit(value)));
+        report->find(Finding::SettingNotANumber,
+                     QStringLiteral("%1 is not used: '%2' is not a number")
+                         .arg(variable, QString::fromLocal8Bit(value)));
     } else if (field.field != UserData::CookieUse) {
         report->find(Finding::SettingOverridden,
                      QStringLiteral("%1 is not used: the value comes from the %2")
@@ -132,7 +132,7 @@ void warnOfUnusedSetting(Report* report, const BackendUserData& session, const F
     }
 }
 
-// Reads a session file once more, by itself, to see what came of it.
+// Reads one session file alone, to see its state.
 void describeFile(Report* report, const char* key, const QString& fileName, bool expected)
 {
     UserData file;
@@ -158,7 +158,7 @@ void describeValidity(Report* report, const BackendUserData& session)
     if (!session.hasHost()) {
         reason = QStringLiteral("no source names a front end host");
     } else if (!session.hasUsablePort()) {
-        reason = QStringLiteral("%1 is no port (%2)")
+        reason = QStringLiteral("%1 is not a port (%2)")
                      .arg(numberGivenAsPort(session))
                      .arg(nameOf(session.source(UserData::Port)));
     }
@@ -199,7 +199,7 @@ void describeSession(Report* report, const Request& request)
     describeValidity(report, session);
     report->add("sessionDirectory", session.getSessionDirectory(false));
     describeFile(report, "globalFileRead", session.getGlobalFile(), false);
-    // The usual place may well have no file when all is known without it.
+    // Without a file at the usual place, other sources may give everything.
     describeFile(report, "sessionFileRead", session.sessionFileName(),
                  session.source(UserData::SessionFileName) != Source::Derived ||
                      !session.isValid());

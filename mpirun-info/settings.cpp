@@ -25,7 +25,7 @@ constexpr Setting settings[] = {
 #include "common/env/settings.def"
 };
 
-// The variables that are read by this one name.
+// The variables without the prefixes of the suite.
 constexpr const char* plainVariables[] = {
 #define VARIABLE(name, text) name,
 #include "common/env/settings.def"
@@ -48,7 +48,7 @@ QJsonValue valueOf(Kind kind, const char* value)
     return ZorvEnv::TextKind::convert(value);
 }
 
-// The variables that are set of those that give a setting; the first one counts.
+// The variables that are set for a setting. The first one counts.
 QStringList variablesOf(const char* bareName)
 {
     QStringList variables;
@@ -68,7 +68,7 @@ void describeSetting(Report* report, const Setting& setting)
     for (const QString& variable : std::as_const(hidden)) {
         if (qgetenv(qPrintable(variable)) != value) {
             report->find(Finding::SettingsConflict,
-                         QStringLiteral("%1 is not used: %2 is set, to another value")
+                         QStringLiteral("%1 is not used because %2 has another value")
                              .arg(variable, winner));
         }
     }
@@ -111,7 +111,7 @@ bool hasPrefixOfSuite(const QString& name)
     });
 }
 
-// What another program of the suite reads, or a slip of the pen.
+// Variables of other programs of the suite, and misspelt settings.
 void describeUnreadVariables(Report* report)
 {
     const QStringList known = namesOfSettings();
@@ -129,9 +129,8 @@ void describeUnreadVariables(Report* report)
         }
         const QString nearest = nearestSpelling(name, known);
         if (!nearest.isNull()) {
-            report->find(
-                Finding::SettingMisspelt,
-                QStringLiteral("%1 is read by nothing; perhaps %2 is meant").arg(name, nearest));
+            report->find(Finding::SettingMisspelt,
+                         QStringLiteral("nothing reads %1; did you mean %2?").arg(name, nearest));
         }
     }
     unread.sort();

@@ -21,7 +21,7 @@ namespace {
 constexpr useconds_t pauseUs = 200 * 1000;
 constexpr int looksOfScreen = 5;
 
-// A thing that is shown: its name and state, and its age in seconds or -1.
+// One entry of the view: its name and state, and its age in seconds or -1.
 QJsonArray entry(const QString& state, qint64 age)
 {
     return {state, age};
@@ -69,7 +69,7 @@ void addProcesses(QJsonArray* entries)
     }
 }
 
-// Undefined without a session.
+// Null without a session.
 QJsonValue look(const Request& request)
 {
     BackendUserData session;
@@ -103,7 +103,7 @@ QJsonArray lookWithinLimit(const Request& request)
                : probe.answer().toArray();
 }
 
-// A screen from its top, or a line.
+// Prints a screen, or a line.
 bool show(const QJsonArray& entries, bool isScreen)
 {
     const QString form =

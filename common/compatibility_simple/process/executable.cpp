@@ -260,7 +260,7 @@ ProgramState examineAccess(const QString& path, const struct stat& status)
     const QByteArray name = QFile::encodeName(path);
     if (!S_ISREG(status.st_mode)) {
         return faulty(Fault::NoFile, S_ISDIR(status.st_mode) ? QStringLiteral("a directory")
-                                                             : QStringLiteral("no regular file"));
+                                                             : QStringLiteral("not a regular file"));
     }
     if (faccessat(AT_FDCWD, name.constData(), X_OK, AT_EACCESS) == 0) {
         return ProgramState();
