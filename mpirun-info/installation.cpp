@@ -71,6 +71,10 @@ QStringList missingLibraries(const QString& path)
 
 void findFaultsOfProgram(Report* report, const QString& path, rlim_t descriptors)
 {
+    const QFileInfo launcher(QFileInfo(path).dir().filePath(FileName::zorvMpirun));
+    if (launcher.canonicalFilePath() == QFileInfo(path).canonicalFilePath()) {
+        report->find(Finding::HelperIsLauncher, path);
+    }
     const QStringList missing = missingLibraries(path);
     if (!missing.isEmpty()) {
         report->find(Finding::HelperLibrary,

@@ -17,7 +17,7 @@
 
 namespace {
 
-constexpr qsizetype largestSystemFile = 1 << 20;
+constexpr qsizetype largestSystemFile = 1 << 17;
 
 // /proc/self/status before the constructors of libraries, of which an OpenMP library may
 // change the affinity, see affinity.cpp of the launcher.

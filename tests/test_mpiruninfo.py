@@ -82,6 +82,8 @@ SETUPS = [
           prepare=f"printf '#!/bin/sh\\n: >ran/yes\\n' >inner; chmod +x inner; "
                   f"echo \"#!$PWD/inner\" | {{ {WRITE_HELPER}; }}"),
     broken("missing helper", "helper-missing", prepare=f"rm {HELPER}", says="does not exist"),
+    broken("link to the launcher", "helper-is-launcher", hangs=True,
+           prepare=f"ln -sf zorv-mpirun {HELPER}"),
     broken("dead link", "helper-missing", prepare=f"ln -sf nowhere {HELPER}",
            says="is a link that leads nowhere"),
     broken("directory", "helper-no-file", prepare=f"rm {HELPER}; mkdir {HELPER}"),
@@ -92,6 +94,12 @@ SETUPS = [
     broken("text without #!", "helper-no-program", prepare=f"echo : >{HELPER}"),
     broken("binary for another processor", "helper-foreign",
            prepare=f"{COPY_TRUE}; printf '\\026\\000' | dd of={HELPER} bs=1 seek=18 conv=notrunc"),
+    # An object file, no program headers, and a library.
+    *[broken(f"binary with {count} zero bytes at {offset}", "helper-no-program",
+             prepare=f"{COPY_TRUE}; head -c {count} /dev/zero | "
+                     f"dd of={HELPER} bs=1 seek={offset} conv=notrunc",
+             says="a binary file, but not a program")
+      for count, offset in ((2, 16), (2, 54), (2, 56), (8, 24))],
     broken("half a binary", "helper-truncated", prepare=f"head -c 8000 /bin/true >{HELPER}",
            says="cut off"),
     broken("missing interpreter", "helper-interpreter",

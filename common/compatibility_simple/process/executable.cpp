@@ -95,7 +95,8 @@ template <typename T> T at(const QByteArray& bytes, qsizetype offset)
 // The program headers of a binary, as far as they are checked.
 struct Segments
 {
-    quint64 end = 0; // offset in the file of the end of the last segment
+    bool areOfProgram = false; // false for an object file or a library
+    quint64 end = 0;           // offset in the file of the end of the last segment
     QString loader;
 };
 
@@ -103,6 +104,9 @@ template <typename Header, typename Segment> Segments segmentsOf(const QByteArra
 {
     Segments result;
     const auto header = at<Header>(bytes, 0);
+    result.areOfProgram = (header.e_type == ET_EXEC || header.e_type == ET_DYN) &&
+                          header.e_entry != 0 && header.e_phnum > 0 &&
+                          header.e_phentsize == sizeof(Segment);
     for (int i = 0; i < header.e_phnum; ++i) {
         const auto segment = at<Segment>(bytes, qsizetype(header.e_phoff) + i * header.e_phentsize);
         if (segment.p_type == PT_LOAD) {
@@ -159,6 +163,9 @@ ProgramState examineBinary(const QString& path, const QByteArray& header, int ne
                             QStringLiteral("a program for another kind of processor"));
     }
     const Segments segments = segmentsOf(header);
+    if (!segments.areOfProgram) {
+        return faulty(Fault::NoProgram, QStringLiteral("a binary file, but not a program"));
+    }
     struct stat status;
     if (stat(QFile::encodeName(path).constData(), &status) == 0 &&
         quint64(status.st_size) < segments.end) {
@@ -259,8 +266,9 @@ ProgramState examineAccess(const QString& path, const struct stat& status)
 {
     const QByteArray name = QFile::encodeName(path);
     if (!S_ISREG(status.st_mode)) {
-        return faulty(Fault::NoFile, S_ISDIR(status.st_mode) ? QStringLiteral("a directory")
-                                                             : QStringLiteral("not a regular file"));
+        return faulty(Fault::NoFile, S_ISDIR(status.st_mode)
+                                         ? QStringLiteral("a directory")
+                                         : QStringLiteral("not a regular file"));
     }
     if (faccessat(AT_FDCWD, name.constData(), X_OK, AT_EACCESS) == 0) {
         return ProgramState();
