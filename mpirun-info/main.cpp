@@ -8,7 +8,6 @@
 #include "mpirun-info/watch.h"
 
 #include "branding/filenames.h"
-#include "common/compatibility_simple/files/descriptor.h"
 #include "version/hgid.h"
 
 #include <QCoreApplication>
@@ -22,7 +21,6 @@
 #include <csignal>
 #include <cstdio>
 #include <deque>
-#include <fcntl.h>
 #include <optional>
 #include <sys/resource.h>
 #include <vector>
@@ -192,7 +190,7 @@ Report makeReport(const Request& request)
     describeVersion(&report, request);
     describeStart(&report, request);
     raiseLimit(RLIMIT_NOFILE, RLIM_INFINITY);
-    if (canFork() && Descriptor(open("/", O_PATH | O_CLOEXEC)).isOpen()) {
+    if (Probe([] { return QJsonValue(); }).isStarted()) {
         addSections(&report, request);
     } else {
         report.find(Finding::NotLookedAt,

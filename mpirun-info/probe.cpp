@@ -41,12 +41,12 @@ Probe::Probe(Question question, int limitMs)
     : mQuestion(std::move(question))
     , mLimitMs(limitMs)
 {
-    mTimer.start();
     start();
 }
 
 void Probe::start()
 {
+    mTimer.start();
     int ends[2];
     if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) == -1) {
         return;
@@ -70,6 +70,12 @@ void Probe::start()
 
 Probe::~Probe()
 {
+    end();
+}
+
+// Gives the process and the descriptor back.
+void Probe::end()
+{
     if (mPid > 0) {
         // And the commands that it runs.
         kill(-mPid, SIGKILL);
@@ -78,9 +84,10 @@ Probe::~Probe()
         for (int i = 0; i < 5 && waitpid(mPid, nullptr, WNOHANG) == 0; ++i) {
             poll(nullptr, 0, 1);
         }
+        mPid = -1;
     }
     if (mFd != -1) {
-        close(mFd);
+        close(std::exchange(mFd, -1));
     }
 }
 
@@ -120,32 +127,26 @@ bool Probe::noteEnd()
 
 Probe::Outcome Probe::wait()
 {
-    // The processes of other questions may have ended.
-    if (mPid == -1 && mOutcome == Outcome::NoAnswer) {
+    if (std::exchange(mIsOver, true)) {
+        return mOutcome;
+    }
+    // Other questions may have given back their processes and descriptors.
+    if (!isStarted()) {
         start();
     }
-    if (mPid == -1 && mOutcome == Outcome::NoAnswer) {
+    if (!isStarted()) {
         mAnswer = mQuestion();
-        mOutcome = Outcome::Answered;
+        return mOutcome = Outcome::Answered;
     }
     // At least once: the answer may have arrived during the wait for another probe.
-    bool isOver = mOutcome != Outcome::NoAnswer;
-    while (!isOver) {
+    for (bool isOver = false; !isOver;) {
         const qint64 left = std::clamp<qint64>(mLimitMs - mTimer.elapsed(), 0, pollMs);
         pollfd request = {mFd, POLLIN, 0};
         poll(&request, 1, int(left));
         isOver = readAnswer() || noteEnd() || left == 0;
     }
+    end();
     return mOutcome;
-}
-
-bool canFork()
-{
-    const pid_t pid = fork();
-    if (pid == 0) {
-        _exit(0);
-    }
-    return pid != -1 && waitpid(pid, nullptr, 0) == pid;
 }
 
 Probe::Question partOfReport(std::function<void(Report*)> describe)

@@ -37,6 +37,8 @@ public:
     ~Probe();
     Q_DISABLE_COPY_MOVE(Probe)
 
+    /// Whether the question is asked in a child; if not, errno says why.
+    bool isStarted() const { return mPid > 0; }
     /// Waits for the outcome.
     Outcome wait();
     /// After wait(): the answer, the exit status or the signal number; null for NoAnswer.
@@ -44,6 +46,7 @@ public:
 
 private:
     void start();
+    void end();
     bool readAnswer();
     bool noteEnd();
 
@@ -53,12 +56,10 @@ private:
     pid_t mPid = -1;
     int mFd = -1;
     QByteArray mBytes;
+    bool mIsOver = false;
     QJsonValue mAnswer;
     Outcome mOutcome = Outcome::NoAnswer;
 };
-
-/// Whether this user may start another process.
-bool canFork();
 
 /// From this many seconds on, an answer is reported as slow.
 constexpr double slowSeconds = 0.5;

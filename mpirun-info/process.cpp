@@ -130,6 +130,15 @@ QString errorOfTrial()
     return error;
 }
 
+bool canFork()
+{
+    const pid_t pid = fork();
+    if (pid == 0) {
+        _exit(0);
+    }
+    return pid != -1 && waitpid(pid, nullptr, 0) == pid;
+}
+
 bool isStackLimitIgnored()
 {
     return ZorvEnv::readsOn(ZorvEnv::uncachedValue("IGNORE_STACK_LIMIT"));
