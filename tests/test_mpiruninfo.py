@@ -149,8 +149,8 @@ SETUPS = [
     broken("descriptors used up by the log", "descriptors-exhausted",
            under=["prlimit", "--nofile=10"], env={"ZORV_MPIRUN_LOG": "log"},
            prepare=f'cp "$TESTCHILD_PROGRAM" {HELPER}'),
-    broken("one process", "processes-exhausted", "not-looked-at", under=[*AS_USER, "prlimit", "--nproc=1"],
-           prepare=OWN_SESSIONS),
+    broken("one process", "processes-exhausted", "not-looked-at",
+           under=[*AS_USER, "prlimit", "--nproc=1"], prepare=OWN_SESSIONS),
     *[works(f"{count} processes", under=[*AS_BUSY_USER, "prlimit", f"--nproc={count}"],
             prepare=f"chown {BUSY_USER} sessions") for count in (2, 4)],
     *[works(f"{mebibytes} MiB of addresses", under=["prlimit", f"--as={mebibytes * MEBIBYTE}"])
@@ -294,8 +294,9 @@ def test_says_what_comes_of_a_launch(site, build, source, request, given):
     words = " ".join(under)
     if "LD_PRELOAD" in words and build.variable("ZORV_PORTABLE") == "ON":
         pytest.skip("the portable programs load nothing")
-    if re.search("LD_PRELOAD|nofile", words) and build.variable("ZORV_SANITIZE") == "ON":
-        pytest.skip("the sanitizers come first, and need descriptors of their own")
+    limited = re.search("LD_PRELOAD|--(nofile|nproc|as)=", words)
+    if limited and build.variable("ZORV_SANITIZE") == "ON":
+        pytest.skip("the sanitizers come first, and need resources of their own")
     if under[:1] == ["taskset"] and len(os.sched_getaffinity(0)) < 2:
         pytest.skip("there is one processor")
     site.prepare(given.prepare)
