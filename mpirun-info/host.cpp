@@ -99,7 +99,7 @@ QJsonValue finish(Report* report, const QString& name, Probe* probe)
                          {"name", QJsonValue()},
                          {"addresses", QJsonValue()}});
     }
-    const QJsonValue answer = probe->answer();
+    QJsonValue answer = probe->answer();
     const double seconds = answer[QStringLiteral("seconds")].toDouble();
     if (answer[QStringLiteral("addresses")].toArray().isEmpty()) {
         report->find(Finding::HostUnknown, name);

@@ -17,7 +17,6 @@
 #include <QFileInfo>
 #include <QRegularExpression>
 
-#include <algorithm>
 #include <unistd.h>
 
 namespace {
@@ -25,25 +24,15 @@ namespace {
 // Shells move the descriptor of their script to 10 or above.
 constexpr rlim_t descriptorsOfShell = 11;
 
-struct FaultFinding
+// The findings of the helper's faults are in the same order as the faults.
+Finding findingOf(ProgramFault fault)
 {
-    ProgramFault fault;
-    Finding finding;
-};
-constexpr FaultFinding faultFindings[] = {
-    {ProgramFault::Missing, Finding::HelperMissing},
-    {ProgramFault::Unreachable, Finding::HelperUnreachable},
-    {ProgramFault::NoFile, Finding::HelperNoFile},
-    {ProgramFault::NotExecutable, Finding::HelperNotExecutable},
-    {ProgramFault::NoExecMount, Finding::HelperNoexec},
-    {ProgramFault::Empty, Finding::HelperEmpty},
-    {ProgramFault::NoProgram, Finding::HelperNoProgram},
-    {ProgramFault::Foreign, Finding::HelperForeign},
-    {ProgramFault::Truncated, Finding::HelperTruncated},
-    {ProgramFault::Interpreter, Finding::HelperInterpreter},
-    {ProgramFault::CarriageReturn, Finding::HelperCarriageReturn},
-    {ProgramFault::Loader, Finding::HelperLoader},
-};
+    constexpr int offset =
+        static_cast<int>(Finding::HelperMissing) - static_cast<int>(ProgramFault::Missing);
+    static_assert(static_cast<int>(Finding::HelperLoader) ==
+                  static_cast<int>(ProgramFault::Loader) + offset);
+    return static_cast<Finding>(static_cast<int>(fault) + offset);
+}
 
 void addPath(Report* report, const char* key, const QString& path, const QString& state)
 {
@@ -94,15 +83,12 @@ void findFaultsOfProgram(Report* report, const QString& path, rlim_t descriptors
 void lookAtHelper(Report* report, const QString& path, rlim_t descriptors)
 {
     const ProgramState state = examineProgram(path);
-    const auto* const fault =
-        std::find_if(std::begin(faultFindings), std::end(faultFindings),
-                     [&](const FaultFinding& entry) { return entry.fault == state.fault; });
-    if (fault == std::end(faultFindings)) {
+    if (state.fault == ProgramFault::None) {
         addPath(report, "helper", path, QStringLiteral("present"));
         findFaultsOfProgram(report, path, descriptors);
     } else {
         addPath(report, "helper", path, state.cause);
-        report->find(fault->finding, QStringLiteral("%1: %2").arg(path, state.cause));
+        report->find(findingOf(state.fault), QStringLiteral("%1: %2").arg(path, state.cause));
     }
 }
 

@@ -17,10 +17,15 @@ except ImportError:
     jsonschema = None  # test_mpiruninfo_forms.py says so
 
 USER = 54321
-AS_USER = ["setpriv", f"--reuid={USER}", f"--regid={USER}", "--clear-groups"]
-# The limit of processes counts those of other tests, too: a user of this row's own.
-BUSY_USER = 54322
-AS_BUSY_USER = ["setpriv", f"--reuid={BUSY_USER}", f"--regid={BUSY_USER}", "--clear-groups"]
+# The limit of processes counts those of other tests, too: these rows have own users.
+BUSY_USER = 54330
+
+
+def as_user(number: int) -> list[str]:
+    return ["setpriv", f"--reuid={number}", f"--regid={number}", "--clear-groups"]
+
+
+AS_USER = as_user(USER)
 MEBIBYTE = 1 << 20
 HELPER = "bin/zorv-debugger"
 WRITE_HELPER = f"cat >{HELPER}; chmod +x {HELPER}"
@@ -151,8 +156,8 @@ SETUPS = [
            prepare=f'cp "$TESTCHILD_PROGRAM" {HELPER}'),
     broken("one process", "processes-exhausted", "not-looked-at",
            under=[*AS_USER, "prlimit", "--nproc=1"], prepare=OWN_SESSIONS),
-    *[works(f"{count} processes", under=[*AS_BUSY_USER, "prlimit", f"--nproc={count}"],
-            prepare=f"chown {BUSY_USER} sessions") for count in (2, 4)],
+    *[works(f"{count} processes", under=[*as_user(BUSY_USER + count), "prlimit", f"--nproc={count}"],
+            prepare=f"chown {BUSY_USER + count} sessions") for count in (2, 4)],
     *[works(f"{mebibytes} MiB of addresses", under=["prlimit", f"--as={mebibytes * MEBIBYTE}"])
       for mebibytes in (80, 200)],
     works("long arguments", under=long_arguments(40, "unlimited")),
@@ -400,7 +405,7 @@ def test_leaves_nothing_behind(site):
 
 
 @pytest.mark.parametrize("under", [
-    [], ["prlimit", "--nofile=12"], [*AS_BUSY_USER, "prlimit", "--nproc=2"]], ids=str)
+    [], ["prlimit", "--nofile=12"], [*as_user(BUSY_USER), "prlimit", "--nproc=2"]], ids=str)
 def test_says_that_the_command_line_asks_for_help(site, request, under):
     """The launcher prints its help and starts nothing."""
     if under[:1] == ["setpriv"]:
