@@ -20,6 +20,8 @@
 namespace {
 
 constexpr int pollMs = 20;
+// The time that a killed child gets to end.
+constexpr int killedMs = 50;
 
 // The child must not keep the parent's output open if it is left behind, and its commands
 // must not read the parent's input.
@@ -81,7 +83,7 @@ void Probe::end()
         kill(-mPid, SIGKILL);
         kill(mPid, SIGKILL);
         // Most children end at once. One that waits for a server may not.
-        for (int i = 0; i < 5 && waitpid(mPid, nullptr, WNOHANG) == 0; ++i) {
+        for (int i = 0; i < killedMs && waitpid(mPid, nullptr, WNOHANG) == 0; ++i) {
             poll(nullptr, 0, 1);
         }
         mPid = -1;
