@@ -240,7 +240,7 @@ QJsonValue sessionPaths(const Request& request)
 QString obstacleOnLog(const QString& file)
 {
     const QString directory = QFileInfo(file).path();
-    const QString obstacle = obstacleOnDirectory(directory);
+    QString obstacle = obstacleOnDirectory(directory);
     if (!obstacle.isNull()) {
         return obstacle;
     }
