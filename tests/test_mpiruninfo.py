@@ -406,8 +406,10 @@ def test_leaves_nothing_behind(site):
 
 @pytest.mark.parametrize("under", [
     [], ["prlimit", "--nofile=12"], [*as_user(BUSY_USER), "prlimit", "--nproc=2"]], ids=str)
-def test_says_that_the_command_line_asks_for_help(site, request, under):
+def test_says_that_the_command_line_asks_for_help(site, build, request, under):
     """The launcher prints its help and starts nothing."""
+    if under and build.variable("ZORV_SANITIZE") == "ON":
+        pytest.skip("the sanitizers need resources of their own")
     if under[:1] == ["setpriv"]:
         request.getfixturevalue("another_user")
         site.prepare(f"chown {BUSY_USER} sessions")
