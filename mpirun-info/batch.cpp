@@ -11,19 +11,16 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
-#include <QJsonArray>
-#include <QJsonObject>
 #include <QRegularExpression>
 
-#include <memory>
-#include <vector>
+#include <deque>
 
 namespace {
 
 struct BatchSystem
 {
     const char* name;
-    const char* sign; // the variable that says that this is its job
+    const char* sign; // the variable that identifies its jobs
     const char* job;
     const char* step;
     const char* task;
@@ -39,7 +36,7 @@ constexpr BatchSystem batchSystems[] = {
     {"Cobalt", "COBALT_JOBID", "COBALT_JOBID", "", "", "COBALT_NODEFILE"},
 };
 
-// How many tasks of a step run what was started, by whoever started it.
+// The number of tasks of the step that the launcher is in.
 constexpr const char* taskCounts[] = {"SLURM_STEP_NUM_TASKS", "OMPI_COMM_WORLD_SIZE", "PMI_SIZE",
                                       "FLUX_JOB_SIZE", "PALS_SIZE"};
 
@@ -53,7 +50,7 @@ struct Kind
     const char* sign;
     const char* name;
 };
-// What the versions of MPI launchers say of themselves; the first that fits counts.
+// Text in the version output of MPI launchers. The first match counts.
 constexpr Kind kinds[] = {
     {"Intel(R) MPI", "Intel MPI"},
     {"Spectrum MPI", "IBM Spectrum MPI"},
@@ -69,78 +66,84 @@ constexpr Kind kinds[] = {
     {"PALS", "PALS"},
 };
 
-constexpr const char* launcherNames[] = {"mpirun", "mpiexec", "orterun", "prterun",
-                                         "srun",   "flux",    "aprun",   "jsrun"};
+// The launchers to look for, and their kind if the name tells it.
+constexpr Kind launcherNames[] = {
+    {"mpirun", ""},    {"mpiexec", ""},  {"orterun", "Open MPI"}, {"prterun", "PRRTE"},
+    {"srun", "Slurm"}, {"flux", "Flux"}, {"aprun", "ALPS"},       {"jsrun", "JSM"},
+};
 
-// Which MPI launchers a directory has.
+// The MPI launchers in a directory.
 QJsonValue launchersIn(const QString& directory)
 {
     QJsonArray found;
-    for (const char* name : launcherNames) {
-        const QFileInfo file(QDir(directory).filePath(QLatin1String(name)));
+    for (const Kind& launcher : launcherNames) {
+        const QFileInfo file(QDir(directory).filePath(QLatin1String(launcher.sign)));
         if (file.isFile() && file.isExecutable()) {
-            found.append(QLatin1String(name));
+            found.append(QLatin1String(launcher.sign));
         }
     }
     return found;
 }
 
-// Whether starting the program would start a launch of the suite's: it is the launcher, or
-// a script that names it.
+// Whether the program is the suite's launcher, or a script that names it: running it could
+// start a launch.
 bool leadsToLauncher(const QString& path)
 {
     return QFileInfo(QFileInfo(path).canonicalFilePath()).fileName() == FileName::zorvMpirun ||
            (sc_isScript(path) && systemFile(path).contains(FileName::zorvMpirun.toLatin1()));
 }
 
+// The name of the kind whose sign is in the text; null without one.
+template <std::size_t Size> QString kindIn(const QString& text, const Kind (&table)[Size])
+{
+    for (const Kind& kind : table) {
+        if (text.contains(QLatin1String(kind.sign))) {
+            return QString::fromLatin1(kind.name);
+        }
+    }
+    return QString();
+}
+
 QJsonValue askVersion(const QString& path)
 {
     if (leadsToLauncher(path)) {
-        return QJsonObject{{QStringLiteral("kind"), FileName::zorvMpirun},
-                           {QStringLiteral("version"), QJsonValue()}};
+        return objectOf(
+            {{"path", path}, {"kind", FileName::zorvMpirun}, {"version", QJsonValue()}});
     }
     const QString output = outputOf(path, {QStringLiteral("--version")});
+    const QString kind = kindIn(output, kinds);
     static const QRegularExpression number(QStringLiteral("\\d+(\\.\\d+)+\\S*"));
-    QJsonValue kind;
-    for (const Kind& row : kinds) {
-        if (kind.isNull() && output.contains(QLatin1String(row.sign))) {
-            kind = QLatin1String(row.name);
-        }
-    }
-    return QJsonObject{{QStringLiteral("kind"), kind},
-                       {QStringLiteral("version"), orNull(number.match(output).captured())}};
+    return objectOf(
+        {{"path", path},
+         {"kind", orNull(kind.isNull() ? kindIn(QFileInfo(path).fileName(), launcherNames) : kind)},
+         // A number in other output, such as an error message, is not a version.
+         {"version", kind.isNull() ? QJsonValue() : orNull(number.match(output).captured())}});
 }
 
-struct PathEntry
-{
-    QString directory;
-    std::unique_ptr<Probe> probe;
-};
-
-// The paths of the launchers that a shell would find, in the order of the names.
+// The paths of the launchers that a shell would find.
 QStringList findLaunchers(Report* report)
 {
-    std::vector<PathEntry> entries;
     QStringList directories =
         qEnvironmentVariable("PATH").split(QLatin1Char(':'), Qt::SkipEmptyParts);
     directories.removeDuplicates();
+    std::deque<Probe> probes;
     for (const QString& directory : std::as_const(directories)) {
-        entries.push_back(
-            {directory, std::make_unique<Probe>([directory] { return launchersIn(directory); })});
+        probes.emplace_back([directory] { return launchersIn(directory); });
     }
+    QStringList names;
     QStringList paths;
-    for (const char* name : launcherNames) {
-        for (const PathEntry& entry : entries) {
-            entry.probe->wait();
-            if (entry.probe->answer().toArray().contains(QLatin1String(name))) {
-                paths += QDir(entry.directory).filePath(QLatin1String(name));
-                break;
-            }
+    for (qsizetype i = 0; i < directories.size(); ++i) {
+        Probe& probe = probes[size_t(i)];
+        if (probe.wait() != Probe::Outcome::Answered) {
+            report->find(Finding::NoAnswer, QStringLiteral("%1 on PATH").arg(directories.at(i)));
+            continue;
         }
-    }
-    for (const PathEntry& entry : entries) {
-        if (entry.probe->wait() != Probe::Outcome::Answered) {
-            report->find(Finding::NoAnswer, QStringLiteral("%1 on PATH").arg(entry.directory));
+        const QStringList found = probe.answer().toVariant().toStringList();
+        for (const QString& name : found) {
+            if (!names.contains(name)) {
+                names += name;
+                paths += QDir(directories.at(i)).filePath(name);
+            }
         }
     }
     return paths;
@@ -158,6 +161,7 @@ void describeBatch(Report* report, const Request&)
         }
     }
     report->add("system", system ? QJsonValue(QLatin1String(system->name)) : QJsonValue());
+    report->add("source", system ? QJsonValue(QLatin1String(system->sign)) : QJsonValue());
     report->add("job", system ? variable(system->job) : QJsonValue());
     report->add("step", system ? variable(system->step) : QJsonValue());
     report->add("task", system ? variable(system->task) : QJsonValue());
@@ -178,32 +182,30 @@ void describeMpi(Report* report, const Request&)
 {
     report->beginSection("mpi");
     const QStringList paths = findLaunchers(report);
-    std::vector<std::unique_ptr<Probe>> probes;
+    std::deque<Probe> probes;
     for (const QString& path : paths) {
-        probes.push_back(std::make_unique<Probe>([path] { return askVersion(path); }));
+        probes.emplace_back([path] { return askVersion(path); });
     }
     QJsonArray launchers;
-    QStringList lines;
     QStringList libraries;
+    QStringList kindsSeen;
     for (qsizetype i = 0; i < paths.size(); ++i) {
-        Probe& probe = *probes.at(size_t(i));
-        probe.wait();
-        const QJsonValue kind = probe.answer()[QStringLiteral("kind")];
-        const QJsonValue version = probe.answer()[QStringLiteral("version")];
-        launchers.append(QJsonObject{{QStringLiteral("path"), paths.at(i)},
-                                     {QStringLiteral("kind"), orNull(kind.toString())},
-                                     {QStringLiteral("version"), orNull(version.toString())}});
-        lines +=
-            QStringLiteral("%1: %2 %3")
-                .arg(paths.at(i), kind.toString(QStringLiteral("unknown")), version.toString());
-        if (QFileInfo(paths.at(i)).fileName().startsWith(QLatin1String("mpi")) && kind.isString()) {
-            libraries += kind.toString();
+        Probe& probe = probes[size_t(i)];
+        const bool answered = probe.wait() == Probe::Outcome::Answered;
+        launchers.append(answered ? probe.answer()
+                                  : objectOf({{"path", paths.at(i)},
+                                              {"kind", QJsonValue()},
+                                              {"version", QJsonValue()}}));
+        const QString kind = launchers.last()[QStringLiteral("kind")].toString();
+        if (QFileInfo(paths.at(i)).fileName().startsWith(QLatin1String("mpi")) && !kind.isEmpty() &&
+            kind != FileName::zorvMpirun) {
+            libraries += QStringLiteral("%1 is of %2").arg(paths.at(i), kind);
+            kindsSeen += kind;
         }
     }
-    report->addLines("launchers", launchers, lines);
-    libraries.removeAll(FileName::zorvMpirun);
-    libraries.removeDuplicates();
-    if (libraries.size() > 1) {
-        report->find(Finding::MixedMpi, lines.join(QStringLiteral("; ")));
+    report->add("launchers", launchers);
+    kindsSeen.removeDuplicates();
+    if (kindsSeen.size() > 1) {
+        report->find(Finding::MixedMpi, libraries.join(QStringLiteral("; ")));
     }
 }

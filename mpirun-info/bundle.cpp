@@ -1,19 +1,15 @@
 #include "mpirun-info/bundle.h"
 
-#include "mpirun-info/probe.h"
 #include "mpirun-info/report.h"
 #include "mpirun-info/request.h"
 
 #include "backend/backenduserdata.h"
 #include "common/compatibility_simple/files/descriptor.h"
 #include "common/compatibility_simple/files/read.h"
-#include "common/logger.h"
 
 #include <QFile>
-#include <QJsonArray>
-#include <QSysInfo>
 
-#include <cerrno>
+#include <cstdio>
 #include <ctime>
 #include <fcntl.h>
 #include <unistd.h>
@@ -46,7 +42,7 @@ QByteArray archived(const QByteArray& name, const QByteArray& content)
     put(&header, 136, octal(time(nullptr), 11));
     put(&header, 156, "0");
     put(&header, 257, QByteArray("ustar\00000", 8));
-    // The sum is made as if its own field held blanks.
+    // The checksum is computed with blanks in its own field.
     put(&header, 148, QByteArray(8, ' '));
     qint64 sum = 0;
     for (const char c : std::as_const(header)) {
@@ -57,8 +53,8 @@ QByteArray archived(const QByteArray& name, const QByteArray& content)
     return header + content + QByteArray(padding, '\0');
 }
 
-// What the launcher reads of the session file: the file itself has the secret, and one that
-// is not well-formed may have it anywhere.
+// The fields of the session file. The file itself contains the secret, and a malformed one
+// may contain it anywhere.
 QJsonValue describeSessionFile(const Request& request)
 {
     BackendUserData session;
@@ -66,7 +62,7 @@ QJsonValue describeSessionFile(const Request& request)
     UserData file;
     const bool isRead = file.load(session.sessionFileName());
     return QStringLiteral("file: %1\nreadable: %2\nhost: %3\nport: %4\nsession: %5\ncookie: %6\n")
-        .arg(session.sessionFileName(), textOf(QJsonValue(isRead)),
+        .arg(session.sessionFileName(), isRead ? QStringLiteral("yes") : QStringLiteral("no"),
              file.getHostNamesAndAddresses().join(QLatin1Char(',')))
         .arg(file.getPort())
         .arg(file.getSession())
@@ -75,8 +71,7 @@ QJsonValue describeSessionFile(const Request& request)
 
 QJsonValue endOfLog()
 {
-    QFile log(Logger::logFileName("MPIRUN_LOG", QStringLiteral("zorvmpirun"),
-                                  QLatin1Char('-') + QSysInfo::machineHostName()));
+    QFile log(launcherLogFileName());
     if (log.fileName().isEmpty() || !log.open(QIODevice::ReadOnly)) {
         return QStringLiteral("There is no log.\n");
     }
@@ -84,11 +79,10 @@ QJsonValue endOfLog()
     return QString::fromLocal8Bit(log.read(longestLogEnd));
 }
 
-QByteArray answerTo(const Probe::Question& question)
+QByteArray answerOf(Probe* probe)
 {
-    Probe probe(question);
-    return probe.wait() == Probe::Outcome::Answered ? probe.answer().toString().toLocal8Bit()
-                                                    : QByteArray("It could not be read.\n");
+    return probe->wait() == Probe::Outcome::Answered ? probe->answer().toString().toLocal8Bit()
+                                                     : QByteArray("It cannot be read.\n");
 }
 
 // False, with errno set, when not all can be written.
@@ -109,7 +103,14 @@ bool writeAll(int fd, const QByteArray& bytes)
 
 } // namespace
 
-bool writeBundle(const QString& fileName, const Report& report, const Request& request)
+Bundle::Bundle(const Request& request)
+    : mFileName(QFile::encodeName(request.bundle))
+    , mSession([&request] { return describeSessionFile(request); })
+    , mLog(endOfLog)
+{
+}
+
+bool Bundle::write(const Report& report)
 {
     const QByteArray archive =
         archived("report.txt", report.toText()) + archived("report.json", report.toJson()) +
@@ -118,18 +119,18 @@ bool writeBundle(const QString& fileName, const Report& report, const Request& r
         archived("versions.txt",
                  report.toText({QStringLiteral("version"), QStringLiteral("system"),
                                 QStringLiteral("libraries"), QStringLiteral("mpi")})) +
-        archived("session.txt", answerTo([&] { return describeSessionFile(request); })) +
-        archived("log.txt", answerTo(endOfLog)) + QByteArray(2 * blockSize, '\0');
-    const QByteArray name = QFile::encodeName(fileName);
-    Descriptor fd(uninterrupted(
-        [&] { return sc_open(name.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600); }));
+        archived("session.txt", answerOf(&mSession)) + archived("log.txt", answerOf(&mLog)) +
+        QByteArray(2 * blockSize, '\0');
+    Descriptor fd(uninterrupted([&] {
+        return sc_open(mFileName.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+    }));
     if (!fd.isOpen()) {
-        qCritical("%s: %s", name.constData(), qPrintable(qt_error_string(errno)));
+        perror(mFileName.constData());
         return false;
     }
     if (!writeAll(fd.get(), archive) || !fd.close()) {
-        qCritical("%s: %s", name.constData(), qPrintable(qt_error_string(errno)));
-        sc_unlink(name.constData());
+        perror(mFileName.constData());
+        sc_unlink(mFileName.constData());
         return false;
     }
     return true;

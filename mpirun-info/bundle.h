@@ -1,14 +1,28 @@
-// All that a ticket needs, in one file.
+// The archive for a support ticket.
 
 #pragma once
 
-#include <QString>
+#include "mpirun-info/probe.h"
+
+#include <QByteArray>
 
 class Report;
 struct Request;
 
-/// Writes a new tar archive (the format ustar of pax(1)) that only this user can read: the
-/// report in both forms, the settings, the versions, what the session file says but for
-/// the secret, and the end of the launcher's log. False, with a message, when it cannot be
-/// written; there is no file then, or the one that was there.
-bool writeBundle(const QString& fileName, const Report& report, const Request& request);
+/// A tar archive (the format ustar of pax(1)): the report in both forms, the settings, the
+/// versions, the session file without the secret, and the end of the launcher's log. Reads
+/// the session file and the log from its construction on, while the report is made.
+class Bundle
+{
+public:
+    /// The request must live longer.
+    explicit Bundle(const Request& request);
+    /// Writes a new file that only this user can read. False, with a message, when it
+    /// cannot be written; there is no file then, or the one that was there.
+    [[nodiscard]] bool write(const Report& report);
+
+private:
+    QByteArray mFileName;
+    Probe mSession;
+    Probe mLog;
+};

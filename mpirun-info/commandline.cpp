@@ -1,15 +1,11 @@
-// What the launcher makes of its command line, and what was perhaps meant.
+// How the launcher reads its command line, and likely mistakes in it.
 
-#include "mpirun-info/probe.h"
 #include "mpirun-info/report.h"
 #include "mpirun-info/request.h"
 #include "mpirun-info/sections.h"
 #include "mpirun-info/spelling.h"
 
 #include "zorv-debugger/zorvdebuggeroptions.h"
-
-#include <QJsonArray>
-#include <QJsonObject>
 
 namespace {
 
@@ -37,7 +33,7 @@ QStringList spellings(bool simple)
     return names;
 }
 
-// The word as an option would be spelt: text processors make one long dash of two.
+// Text processors turn two dashes into one long dash.
 QString withPlainDashes(QString word)
 {
     if (word.startsWith(QChar(0x2013)) || word.startsWith(QChar(0x2014))) {
@@ -46,14 +42,14 @@ QString withPlainDashes(QString word)
     return word;
 }
 
-// Without what may be a secret.
+// The value may be a secret.
 QString withoutValue(const QString& word)
 {
     const qsizetype equals = word.indexOf(QLatin1Char('='));
     return equals == -1 ? word : word.left(equals + 1) + QStringLiteral("...");
 }
 
-// What is wrong with the word that ended the options.
+// Reports the word that ended the options if it resembles one.
 void findSlip(Report* report, const QString& word, bool simple)
 {
     const QStringList known = spellings(simple);
@@ -67,16 +63,16 @@ void findSlip(Report* report, const QString& word, bool simple)
                      QStringLiteral("'%1' ended the options; write '%2 VALUE'")
                          .arg(withoutValue(word), nearest));
     } else if (!nearest.isNull() || plain.contains(QLatin1String("-zorv"), Qt::CaseInsensitive)) {
-        report->find(Finding::OptionMisspelt,
-                     QStringLiteral("'%1' ended the options; %2")
-                         .arg(withoutValue(word),
-                              nearest.isNull()
-                                  ? QStringLiteral("there is no such option")
-                                  : QStringLiteral("perhaps '%1' is meant").arg(nearest)));
+        report->find(
+            Finding::OptionMisspelt,
+            QStringLiteral("'%1' ended the options; %2")
+                .arg(withoutValue(word), nearest.isNull()
+                                             ? QStringLiteral("there is no such option")
+                                             : QStringLiteral("did you mean '%1'?").arg(nearest)));
     }
 }
 
-// The options of the launcher that stand where they are none.
+// Reports options of the launcher that follow the word that ended them.
 void findLateOptions(Report* report, const QStringList& rest)
 {
     QStringList late;
@@ -88,39 +84,8 @@ void findLateOptions(Report* report, const QStringList& rest)
     late.removeDuplicates();
     if (!late.isEmpty()) {
         report->find(Finding::OptionAfterOthers,
-                     QStringLiteral("'%1' ended the options; after it: %2")
+                     QStringLiteral("'%1' ended the options; these follow it: %2")
                          .arg(withoutValue(rest.first()), late.join(QStringLiteral(", "))));
-    }
-}
-
-QJsonValue parse(const Request& request)
-{
-    ZORVDebuggerOptions options;
-    QString messages;
-    const bool accepted = parseCommandLine(request, &options, &messages);
-    return QJsonObject{{QStringLiteral("accepted"), accepted},
-                       {QStringLiteral("message"), orNull(messages)},
-                       {QStringLiteral("simple"), options.isSimpleArguments()},
-                       {QStringLiteral("rest"), options.targetArguments().size()}};
-}
-
-void describeParsed(Report* report, const Request& request, const QJsonValue& parsed)
-{
-    const bool accepted = parsed[QStringLiteral("accepted")].toBool();
-    const QStringList rest = request.commandLine.mid(request.commandLine.size() -
-                                                     parsed[QStringLiteral("rest")].toInt());
-    report->add("accepted", accepted);
-    report->add("message", parsed[QStringLiteral("message")]);
-    report->add("simpleArguments", parsed[QStringLiteral("simple")]);
-    // How many, not which: a misspelt cookie option would be among them.
-    report->add("arguments", request.commandLine.size() - 1);
-    report->add("argumentsOfMpiLauncher", accepted ? QJsonValue(rest.size()) : QJsonValue());
-    report->add("endedBy", rest.isEmpty() ? QJsonValue() : QJsonValue(withoutValue(rest.first())));
-    if (!accepted) {
-        report->find(Finding::CommandLineRejected, parsed[QStringLiteral("message")].toString());
-    } else if (!rest.isEmpty()) {
-        findSlip(report, rest.first(), parsed[QStringLiteral("simple")].toBool());
-        findLateOptions(report, rest);
     }
 }
 
@@ -128,16 +93,23 @@ void describeParsed(Report* report, const Request& request, const QJsonValue& pa
 
 void describeCommandLine(Report* report, const Request& request)
 {
+    ZORVDebuggerOptions options;
+    QString messages;
+    const bool accepted = parseCommandLine(request, &options, &messages);
+    const QStringList rest =
+        request.commandLine.mid(request.commandLine.size() - options.targetArguments().size());
     report->beginSection("commandLine");
-    Probe probe([&] { return parse(request); });
-    const Probe::Outcome outcome = probe.wait();
-    if (outcome == Probe::Outcome::Answered) {
-        describeParsed(report, request, probe.answer());
-    } else if (outcome == Probe::Outcome::Exited) {
-        report->find(
-            probe.answer().toInt() == 0 ? Finding::HelpAsked : Finding::UsageAsked,
-            QStringLiteral("the launcher ends with status %1").arg(probe.answer().toInt()));
-    } else {
-        report->find(Finding::NotLookedAt, QStringLiteral("the command line"));
+    report->add("accepted", accepted);
+    report->add("message", orNull(messages));
+    report->add("simpleArguments", options.isSimpleArguments());
+    // Only their number: a misspelt cookie option would show the cookie.
+    report->add("arguments", request.commandLine.size() - 1);
+    report->add("argumentsOfMpiLauncher", accepted ? QJsonValue(rest.size()) : QJsonValue());
+    report->add("endedBy", rest.isEmpty() ? QJsonValue() : QJsonValue(withoutValue(rest.first())));
+    if (!accepted) {
+        report->find(Finding::CommandLineRejected, messages);
+    } else if (!rest.isEmpty()) {
+        findSlip(report, rest.first(), options.isSimpleArguments());
+        findLateOptions(report, rest);
     }
 }

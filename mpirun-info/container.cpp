@@ -1,4 +1,4 @@
-// What keeps the launcher's processes apart from the rest of the host.
+// Containers, namespaces, control groups and seccomp.
 
 #include "mpirun-info/report.h"
 #include "mpirun-info/request.h"
@@ -6,7 +6,6 @@
 
 #include <QFile>
 #include <QFileInfo>
-#include <QJsonObject>
 
 namespace {
 
@@ -16,7 +15,7 @@ struct Sign
     const char* variable;
     const char* kind;
 };
-// The file or variable by which the containers of each kind are known.
+// The file or variable that identifies each kind of container.
 constexpr Sign signs[] = {
     {"/.dockerenv", "", "Docker"},
     {"/run/.containerenv", "", "Podman"},
@@ -98,22 +97,17 @@ void describeControlGroup(Report* report)
     report->add("controlGroups",
                 orNull(QString::fromLatin1(groups).replace(QLatin1Char('\n'), QLatin1Char(' '))));
     QJsonObject limits;
-    QStringList lines;
     for (const ControlFile& file : controlFiles) {
-        const QString limit = limitOf(groups, file);
-        limits.insert(QLatin1String(file.key), orNull(limit));
-        if (!limit.isEmpty()) {
-            lines += QStringLiteral("%1 %2").arg(QLatin1String(file.key), limit);
-        }
+        limits.insert(QLatin1String(file.key), orNull(limitOf(groups, file)));
     }
-    report->addLines("controlGroupLimits", limits, lines);
+    report->add("controlGroupLimits", limits);
 }
 
-QString seccompMode(const QByteArray& number)
+QString seccompMode(const QString& number)
 {
-    return number == "2"   ? QStringLiteral("filter")
-           : number == "1" ? QStringLiteral("strict")
-                           : QStringLiteral("none");
+    return number == QLatin1String("2")   ? QStringLiteral("filter")
+           : number == QLatin1String("1") ? QStringLiteral("strict")
+                                          : QStringLiteral("none");
 }
 
 } // namespace
@@ -128,7 +122,7 @@ void describeContainer(Report* report, const Request& request)
     report->add("hostPidNamespace", pidNamespace == QLatin1String(initialPidNamespace));
     report->add("processOne",
                 orNull(QString::fromLocal8Bit(systemFile(QStringLiteral("/proc/1/comm")))));
-    report->add("seccomp", seccompMode(statusValue(request.start.status, "Seccomp")));
-    report->add("noNewPrivileges", statusValue(request.start.status, "NoNewPrivs") == "1");
+    report->add("seccomp", seccompMode(request.start.value("Seccomp")));
+    report->add("noNewPrivileges", request.start.value("NoNewPrivs") == QLatin1String("1"));
     describeControlGroup(report);
 }

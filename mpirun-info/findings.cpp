@@ -1,8 +1,8 @@
 #include "mpirun-info/findings.h"
 
-#include <QJsonArray>
+#include "mpirun-info/report.h"
+
 #include <QJsonDocument>
-#include <QJsonObject>
 
 namespace {
 
@@ -14,9 +14,9 @@ constexpr FindingText table[] = {
 
 } // namespace
 
-const FindingText& textOf(Finding finding)
+const FindingText& findingAt(int finding)
 {
-    return table[static_cast<int>(finding)];
+    return table[finding];
 }
 
 const char* nameOf(Severity severity)
@@ -40,10 +40,10 @@ QByteArray allFindings(bool json)
         const char* const severity = nameOf(row.severity);
         text += QByteArray(row.code) + " (" + severity + ")\n    " + row.meaning + "\n    " +
                 row.remedy + '\n';
-        array.append(QJsonObject{{QStringLiteral("code"), QLatin1String(row.code)},
-                                 {QStringLiteral("severity"), QLatin1String(severity)},
-                                 {QStringLiteral("meaning"), QLatin1String(row.meaning)},
-                                 {QStringLiteral("remedy"), QLatin1String(row.remedy)}});
+        array.append(objectOf({{"code", QLatin1String(row.code)},
+                               {"severity", QLatin1String(severity)},
+                               {"meaning", QLatin1String(row.meaning)},
+                               {"remedy", QLatin1String(row.remedy)}}));
     }
     return json ? QJsonDocument(array).toJson() : text;
 }

@@ -1,4 +1,4 @@
-// All that the report may find wrong.
+// The findings of the report.
 
 #pragma once
 
@@ -6,8 +6,8 @@
 
 enum class Severity {
     Error,   ///< a launch would fail
-    Warning, ///< something may not be as it was meant
-    Unknown, ///< it could not be found out
+    Warning, ///< something may not be as intended
+    Unknown, ///< it is not known whether a launch would fail
 };
 
 enum class Finding {
@@ -24,7 +24,8 @@ struct FindingText
     const char* remedy;
 };
 
-const FindingText& textOf(Finding finding);
+/// The row of a Finding.
+const FindingText& findingAt(int finding);
 const char* nameOf(Severity severity);
 
 /// The list of all findings: a text for people, or a JSON array.

@@ -1,4 +1,4 @@
-// What this host is, and what its names and the front end's are looked up as.
+// The system, the interfaces of this host, and look-ups of names.
 
 #include "mpirun-info/probe.h"
 #include "mpirun-info/report.h"
@@ -13,20 +13,16 @@
 #include "common/compatibility_simple/system/systemidentity.h"
 #include "common/env/zorvenv.h"
 
-#include <QFileInfo>
-#include <QJsonArray>
-#include <QJsonObject>
+#include <QElapsedTimer>
 #include <QNetworkInterface>
 
+#include <deque>
 #include <gnu/libc-version.h>
-#include <memory>
 #include <sys/utsname.h>
-#include <vector>
 
 namespace {
 
-constexpr double slowSeconds = 0.5;
-// Of a host with hundreds of addresses, the first show how the name server is.
+// On a host with hundreds of addresses, a few are enough to test the name server.
 constexpr qsizetype mostLookUps = 8;
 
 QJsonArray textsOf(const QList<QHostAddress>& addresses)
@@ -39,12 +35,11 @@ QJsonArray textsOf(const QList<QHostAddress>& addresses)
     return QJsonArray::fromStringList(texts);
 }
 
-// The addresses of the interfaces, IPv4 only: those are looked up for names.
+// Returns the addresses to look up: those of the launcher's interfaces, IPv4 only.
 QStringList describeInterfaces(Report* report)
 {
     const QStringList used = localHostInterfaces();
     QJsonArray interfaces;
-    QStringList lines;
     QStringList looked;
     const QList<QNetworkInterface> all = QNetworkInterface::allInterfaces();
     for (const QNetworkInterface& interface : all) {
@@ -58,14 +53,10 @@ QStringList describeInterfaces(Report* report)
                 looked += entry.ip().toString();
             }
         }
-        const QString text =
-            QStringLiteral("%1: %2").arg(interface.name(), textOf(textsOf(addresses)));
-        interfaces += QJsonObject{{QStringLiteral("name"), interface.name()},
-                                  {QStringLiteral("addresses"), textsOf(addresses)},
-                                  {QStringLiteral("used"), isUsed}};
-        lines += isUsed ? text : text + QStringLiteral(" (filtered out)");
+        interfaces += objectOf(
+            {{"name", interface.name()}, {"addresses", textsOf(addresses)}, {"used", isUsed}});
     }
-    report->addLines("interfaces", interfaces, lines);
+    report->add("interfaces", interfaces);
     report->add("interfaceFilter", orNull(envString("NETWORK_INTERFACES")));
     if (used.isEmpty()) {
         report->find(
@@ -75,7 +66,7 @@ QStringList describeInterfaces(Report* report)
     return looked;
 }
 
-// The front end's hosts, as the session has them.
+// The hosts of the front end in the session.
 QStringList frontEndHosts(const Request& request)
 {
     Probe probe([&]() -> QJsonValue {
@@ -89,58 +80,50 @@ QStringList frontEndHosts(const Request& request)
 
 QJsonValue lookUp(const QString& name)
 {
+    QElapsedTimer timer;
+    timer.start();
     const QHostInfo info = lookUpHost(name);
-    return QJsonObject{{QStringLiteral("name"), info.hostName()},
-                       {QStringLiteral("addresses"), textsOf(info.addresses())}};
+    return objectOf({{"lookedUp", name},
+                     {"seconds", secondsOf(timer)},
+                     {"name", info.hostName()},
+                     {"addresses", textsOf(info.addresses())}});
 }
 
-struct LookUp
+// The result of a look-up.
+QJsonValue finish(Report* report, const QString& name, Probe* probe)
 {
-    QString name;
-    std::unique_ptr<Probe> probe;
-};
-
-QJsonObject finish(Report* report, const LookUp& lookUp)
-{
-    const bool answered = lookUp.probe->wait() == Probe::Outcome::Answered;
-    const QJsonValue answer = lookUp.probe->answer();
-    const double seconds = lookUp.probe->seconds();
-    if (!answered) {
-        report->find(Finding::NameServerSilent, lookUp.name);
-    } else if (answer[QStringLiteral("addresses")].toArray().isEmpty()) {
-        report->find(Finding::HostUnknown, lookUp.name);
-    } else if (seconds > slowSeconds) {
-        report->find(Finding::SlowLookUp,
-                     QStringLiteral("%1: %2").arg(lookUp.name, secondsText(seconds)));
+    if (probe->wait() != Probe::Outcome::Answered) {
+        report->find(Finding::NameServerSilent, name);
+        return objectOf({{"lookedUp", name},
+                         {"seconds", QJsonValue()},
+                         {"name", QJsonValue()},
+                         {"addresses", QJsonValue()}});
     }
-    return {{QStringLiteral("lookedUp"), lookUp.name},
-            {QStringLiteral("seconds"), answered ? QJsonValue(seconds) : QJsonValue()},
-            {QStringLiteral("name"), answer[QStringLiteral("name")]},
-            {QStringLiteral("addresses"), answer[QStringLiteral("addresses")]}};
+    QJsonValue answer = probe->answer();
+    const double seconds = answer[QStringLiteral("seconds")].toDouble();
+    if (answer[QStringLiteral("addresses")].toArray().isEmpty()) {
+        report->find(Finding::HostUnknown, name);
+    } else if (seconds > slowSeconds) {
+        report->find(Finding::SlowLookUp, QStringLiteral("%1: %2 s").arg(name).arg(seconds));
+    }
+    return answer;
 }
 
 void describeLookUps(Report* report, QStringList names)
 {
     names.removeDuplicates();
     names.removeAll(QString());
+    names = names.mid(0, mostLookUps);
     // All at once: each has its own limit.
-    std::vector<LookUp> lookUps;
-    for (const QString& name : names.mid(0, mostLookUps)) {
-        lookUps.push_back({name, std::make_unique<Probe>([name] { return lookUp(name); })});
+    std::deque<Probe> probes;
+    for (const QString& name : std::as_const(names)) {
+        probes.emplace_back([name] { return lookUp(name); });
     }
-    QJsonArray array;
-    QStringList lines;
-    for (const LookUp& lookUp : lookUps) {
-        const QJsonObject result = finish(report, lookUp);
-        const QJsonValue seconds = result[QStringLiteral("seconds")];
-        array.append(result);
-        lines += seconds.isNull() ? QStringLiteral("%1: no answer").arg(lookUp.name)
-                                  : QStringLiteral("%1: %2, %3, %4")
-                                        .arg(lookUp.name, secondsText(seconds.toDouble()),
-                                             result[QStringLiteral("name")].toString(),
-                                             textOf(result[QStringLiteral("addresses")]));
+    QJsonArray lookUps;
+    for (qsizetype i = 0; i < names.size(); ++i) {
+        lookUps.append(finish(report, names.at(i), &probes[size_t(i)]));
     }
-    report->addLines("lookUps", array, lines);
+    report->add("lookUps", lookUps);
 }
 
 QJsonValue lookUpOwnNames()
@@ -191,11 +174,9 @@ void describeSystem(Report* report, const Request&)
     utsname kernel = {};
     uname(&kernel);
     report->beginSection("system");
-    // Runs lsb_release(1).
+    // Runs lsb_release(1), which may be slow.
     Probe description([] { return QJsonValue(sc_uname()); });
-    if (description.wait() != Probe::Outcome::Answered) {
-        report->find(Finding::NoAnswer, QStringLiteral("what lsb_release looks at"));
-    }
+    description.wait();
     report->add("description", orNull(description.answer().toString()));
     report->add("kernel", QString::fromLocal8Bit(kernel.release));
     report->add("cLibrary", QString::fromLatin1(gnu_get_libc_version()));

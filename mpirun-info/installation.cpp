@@ -1,4 +1,4 @@
-// The launcher's installation, its helper, and what the programs are made of.
+// The installation, the helper, and the versions and libraries of the programs.
 
 #include "mpirun-info/probe.h"
 #include "mpirun-info/report.h"
@@ -15,37 +15,29 @@
 
 #include <QDir>
 #include <QFileInfo>
-#include <QJsonArray>
-#include <QJsonObject>
-#include <QMap>
 #include <QRegularExpression>
 
 #include <unistd.h>
 
 namespace {
 
-// Shells keep the descriptor of their script at 10 or above.
+// Shells move the descriptor of their script to 10 or above.
 constexpr rlim_t descriptorsOfShell = 11;
 
-struct FaultFinding
+// The findings of the helper's faults are in the same order as the faults.
+Finding findingOf(ProgramFault fault)
 {
-    ProgramFault fault;
-    Finding finding;
-};
-constexpr FaultFinding faultFindings[] = {
-    {ProgramFault::Missing, Finding::HelperMissing},
-    {ProgramFault::Unreachable, Finding::HelperUnreachable},
-    {ProgramFault::NoFile, Finding::HelperNoFile},
-    {ProgramFault::NotExecutable, Finding::HelperNotExecutable},
-    {ProgramFault::NoExecMount, Finding::HelperNoexec},
-    {ProgramFault::Empty, Finding::HelperEmpty},
-    {ProgramFault::NoProgram, Finding::HelperNoProgram},
-    {ProgramFault::Foreign, Finding::HelperForeign},
-    {ProgramFault::Truncated, Finding::HelperTruncated},
-    {ProgramFault::Interpreter, Finding::HelperInterpreter},
-    {ProgramFault::CarriageReturn, Finding::HelperCarriageReturn},
-    {ProgramFault::Loader, Finding::HelperLoader},
-};
+    constexpr int offset =
+        static_cast<int>(Finding::HelperMissing) - static_cast<int>(ProgramFault::Missing);
+    static_assert(static_cast<int>(Finding::HelperLoader) ==
+                  static_cast<int>(ProgramFault::Loader) + offset);
+    return static_cast<Finding>(static_cast<int>(fault) + offset);
+}
+
+void addPath(Report* report, const char* key, const QString& path, const QString& state)
+{
+    report->add(key, objectOf({{"path", path}, {"state", state}}));
+}
 
 // The libraries that the loader does not find for a binary.
 QStringList missingLibraries(const QString& path)
@@ -53,7 +45,7 @@ QStringList missingLibraries(const QString& path)
     const QString loader = loaderOf(path);
     QStringList missing;
     if (!loader.isEmpty()) {
-        // Of the C library of GNU, of musl.
+        // The messages of glibc and musl.
         static const QRegularExpression notFound(
             QStringLiteral("(?:loading shared libraries: |Error loading shared library )([^: ]+)|"
                            "(\\S+) => not found"));
@@ -66,40 +58,21 @@ QStringList missingLibraries(const QString& path)
     return missing;
 }
 
-// What a probe finds out of the helper: the number of its fault and the cause.
-QJsonValue lookAtHelper(const QString& path)
+void findFaultsOfProgram(Report* report, const QString& path, rlim_t descriptors)
 {
-    const ProgramState state = examineProgram(path);
-    const QStringList missing =
-        state.fault == ProgramFault::None ? missingLibraries(path) : QStringList();
-    return QJsonObject{
-        {QStringLiteral("fault"), static_cast<int>(state.fault)},
-        {QStringLiteral("cause"), state.cause},
-        {QStringLiteral("script"), sc_isScript(path)},
-        {QStringLiteral("readable"), access(QFile::encodeName(path).constData(), R_OK) == 0},
-        {QStringLiteral("libraries"), missing.join(QStringLiteral(", "))},
-    };
-}
-
-void findFaultsOfHelper(Report* report, const QString& path, const QJsonValue& seen,
-                        rlim_t descriptors)
-{
-    const auto fault = static_cast<ProgramFault>(seen[QStringLiteral("fault")].toInt());
-    for (const FaultFinding& entry : faultFindings) {
-        if (entry.fault == fault) {
-            report->find(entry.finding,
-                         path + QStringLiteral(": ") + seen[QStringLiteral("cause")].toString());
-            return;
-        }
+    const QFileInfo launcher(QFileInfo(path).dir().filePath(FileName::zorvMpirun));
+    if (launcher.canonicalFilePath() == QFileInfo(path).canonicalFilePath()) {
+        report->find(Finding::HelperIsLauncher, path);
     }
-    const QString libraries = seen[QStringLiteral("libraries")].toString();
-    if (!libraries.isEmpty()) {
-        report->find(Finding::HelperLibrary, QStringLiteral("%1 needs %2").arg(path, libraries));
+    const QStringList missing = missingLibraries(path);
+    if (!missing.isEmpty()) {
+        report->find(Finding::HelperLibrary,
+                     QStringLiteral("%1 needs %2").arg(path, missing.join(QStringLiteral(", "))));
     }
-    if (!seen[QStringLiteral("readable")].toBool()) {
+    if (access(QFile::encodeName(path).constData(), R_OK) == -1) {
         report->find(Finding::HelperUnreadable, path);
     }
-    if (seen[QStringLiteral("script")].toBool() && descriptors < descriptorsOfShell) {
+    if (sc_isScript(path) && descriptors < descriptorsOfShell) {
         report->find(Finding::DescriptorsExhausted,
                      QStringLiteral("%1 is a script, and a shell needs at least %2 descriptors")
                          .arg(path)
@@ -107,61 +80,71 @@ void findFaultsOfHelper(Report* report, const QString& path, const QJsonValue& s
     }
 }
 
+void lookAtHelper(Report* report, const QString& path, rlim_t descriptors)
+{
+    const ProgramState state = examineProgram(path);
+    if (state.fault == ProgramFault::None) {
+        addPath(report, "helper", path, QStringLiteral("present"));
+        findFaultsOfProgram(report, path, descriptors);
+    } else {
+        addPath(report, "helper", path, state.cause);
+        report->find(findingOf(state.fault), QStringLiteral("%1: %2").arg(path, state.cause));
+    }
+}
+
 void describeHelper(Report* report, const Request& request, const QString& path)
 {
-    Probe probe([&] { return lookAtHelper(path); });
-    if (probe.wait() != Probe::Outcome::Answered) {
-        report->addPath("helper", path, QStringLiteral("no answer"));
+    Probe probe(partOfReport([&](Report* part) {
+        part->beginSection("installation");
+        lookAtHelper(part, path, request.start.limits[RLIMIT_NOFILE].rlim_cur);
+    }));
+    if (probe.wait() == Probe::Outcome::Answered) {
+        report->addPacked(probe.answer());
+    } else {
+        addPath(report, "helper", path, QStringLiteral("no answer"));
         report->find(Finding::LaunchWouldHang, path);
-        return;
     }
-    const QString cause = probe.answer()[QStringLiteral("cause")].toString();
-    report->addPath("helper", path, cause.isEmpty() ? QStringLiteral("present") : cause);
-    findFaultsOfHelper(report, path, probe.answer(), request.start.limits[RLIMIT_NOFILE].rlim_cur);
 }
 
 void describeDirectory(Report* report, const char* key, const QString& path)
 {
     const bool present = QFileInfo(path).isDir();
-    report->addPath(key, path, present ? QStringLiteral("present") : QStringLiteral("missing"));
+    addPath(report, key, path, present ? QStringLiteral("present") : QStringLiteral("missing"));
     if (!present) {
         report->find(Finding::DirectoryMissing, path);
     }
 }
 
-// The files that the loader has mapped into this program, by their directories.
-QMap<QString, QStringList> loadedLibraries()
+// The paths of the libraries that the loader has mapped into this program.
+QStringList loadedLibraries()
 {
-    QMap<QString, QStringList> libraries;
+    QStringList libraries;
     const QList<QByteArray> lines = systemFile(QStringLiteral("/proc/self/maps")).split('\n');
     for (const QByteArray& line : lines) {
         const qsizetype start = line.indexOf('/');
-        const QFileInfo file(QFile::decodeName(line.mid(qMax<qsizetype>(start, 0))));
-        if (start != -1 && file.fileName().contains(QLatin1String(".so")) &&
-            !libraries[file.path()].contains(file.fileName())) {
-            libraries[file.path()] += file.fileName();
+        if (start != -1 && line.indexOf(".so", line.lastIndexOf('/')) != -1) {
+            libraries += QFile::decodeName(line.mid(start));
         }
     }
-    for (QStringList& names : libraries) {
-        names.sort();
-    }
+    libraries.removeDuplicates();
+    libraries.sort();
     return libraries;
 }
 
-// The libraries that variables of the loader bring in, see ld.so(8).
-QStringList foreignLibraries(const QMap<QString, QStringList>& libraries)
+// The libraries that are loaded because of variables of the loader, see ld.so(8).
+QStringList foreignLibraries(const QStringList& libraries)
 {
     static const QRegularExpression separator(QStringLiteral("[: ;]"));
-    QStringList foreign;
     const QStringList places = (qEnvironmentVariable("LD_LIBRARY_PATH") + QLatin1Char(':') +
                                 qEnvironmentVariable("LD_PRELOAD"))
                                    .split(separator, Qt::SkipEmptyParts);
+    QStringList foreign;
     for (const QString& place : places) {
-        const QFileInfo info(QFileInfo(place).canonicalFilePath());
-        if (info.isDir()) {
-            foreign += libraries.value(info.filePath());
-        } else if (libraries.value(info.path()).contains(info.fileName())) {
-            foreign += info.fileName();
+        const QString path = QFileInfo(place).canonicalFilePath();
+        for (const QString& library : libraries) {
+            if (library == path || QFileInfo(library).path() == path) {
+                foreign += library;
+            }
         }
     }
     return foreign;
@@ -183,20 +166,10 @@ void describeVersion(Report* report, const Request&)
 void describeInstallation(Report* report, const Request& request)
 {
     report->beginSection("installation");
-    Probe probe([] {
-        chooseInstallationLayout();
-        return QJsonValue();
-    });
-    if (probe.wait() != Probe::Outcome::Answered) {
-        report->find(Finding::LaunchWouldHang,
-                     QStringLiteral("a directory of the installation of %1")
-                         .arg(QFile::decodeName(helperPath())));
-        return;
-    }
     const InstallationLayout layout = chooseInstallationLayout();
     if (layout == InstallationLayout::Unknown) {
         report->find(Finding::NotLookedAt,
-                     QStringLiteral("the installation: this program's file was replaced"));
+                     QStringLiteral("the installation: the file of this program was replaced"));
         return;
     }
     report->add("layout", layout == InstallationLayout::Flat ? QStringLiteral("flat")
@@ -211,22 +184,13 @@ void describeInstallation(Report* report, const Request& request)
 
 void describeLibraries(Report* report, const Request&)
 {
-    const QMap<QString, QStringList> libraries = loadedLibraries();
-    QStringList files;
-    QStringList lines;
-    for (auto it = libraries.begin(); it != libraries.end(); ++it) {
-        for (const QString& name : it.value()) {
-            files += it.key() + QLatin1Char('/') + name;
-        }
-        lines += it.key() + QStringLiteral(": ") + it.value().join(QStringLiteral(", "));
-    }
+    const QStringList libraries = loadedLibraries();
+    const bool isOrdinary = !libraries.filter(QStringLiteral("/libQt6Core.so")).isEmpty();
     report->beginSection("libraries");
-    report->add("build", files.filter(QStringLiteral("libQt")).isEmpty()
-                             ? QStringLiteral("portable")
-                             : QStringLiteral("ordinary"));
+    report->add("build", isOrdinary ? QStringLiteral("ordinary") : QStringLiteral("portable"));
     report->add("libraryPath", orNull(qEnvironmentVariable("LD_LIBRARY_PATH")));
     report->add("preload", orNull(qEnvironmentVariable("LD_PRELOAD")));
-    report->addLines("loaded", QJsonArray::fromStringList(files), lines);
+    report->add("loaded", QJsonArray::fromStringList(libraries));
     const QStringList foreign = foreignLibraries(libraries);
     if (!foreign.isEmpty()) {
         report->find(Finding::ForeignLibrary, foreign.join(QStringLiteral(", ")));

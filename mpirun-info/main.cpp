@@ -1,4 +1,4 @@
-// Reports what the launcher sees on this host, and what is wrong with that.
+// The main function: the options, and the report from its sections.
 
 #include "mpirun-info/bundle.h"
 #include "mpirun-info/probe.h"
@@ -8,21 +8,20 @@
 #include "mpirun-info/watch.h"
 
 #include "branding/filenames.h"
-#include "common/compatibility_simple/files/descriptor.h"
-#include "common/logger.h"
 #include "version/hgid.h"
 
 #include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
+#include <QHash>
 #include <QStandardPaths>
 
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
-#include <fcntl.h>
-#include <memory>
+#include <deque>
+#include <optional>
 #include <sys/resource.h>
 #include <vector>
 
@@ -34,34 +33,34 @@ constexpr rlim_t comfortableStack = 8UL * 1024 * 1024;
 
 const char* const help =
     "Usage: zorv-mpirun-info [OPTION]... [zorv-mpirun] [ARGUMENT]...\n"
-    "Tells what zorv-mpirun finds on this host and which session it belongs to with\n"
-    "these arguments, and what is wrong with that. Starts no helper and leaves nothing\n"
-    "behind. The installation is the one that zorv-mpirun-info itself is in.\n"
+    "Reports the environment of zorv-mpirun on this host, the session that it finds\n"
+    "with these arguments, and problems that make a launch fail. Starts no helper and\n"
+    "leaves no files behind. Examines the installation that contains zorv-mpirun-info.\n"
     "\n"
     "  --json         print JSON, for scripts\n"
     "  --bundle FILE  also write an archive for a ticket, see tar(1)\n"
     "  --watch        show the restart files and the helper as they change\n"
     "  --codes        list all findings\n"
-    "  --host NAMES   also look up a host, names and addresses with commas between\n"
-    "                 them, and print its addresses, those to try first before others\n"
+    "  --host NAMES   also look up the names and addresses of a host, separated by\n"
+    "                 commas, and print its addresses in the order of their use\n"
     "  --help         print this help\n"
     "  --version      print the version\n"
     "\n"
-    "These options come first. All that follows is taken as a command line of\n"
-    "zorv-mpirun; the word zorv-mpirun in front of it is needed only when it begins with\n"
-    "one of the options above, as --host may in manual-launch mode.\n"
+    "These options come first. The rest is a command line of zorv-mpirun. Put the word\n"
+    "zorv-mpirun in front of it if it begins with one of the options above, as it may\n"
+    "with --host in manual-launch mode.\n"
     "\n"
     "The session cookie is never printed.\n"
     "\n"
-    "Exit status: 0 when nothing was found that makes a launch fail, 1 when a launch\n"
-    "would fail, 2 when that could not be found out.\n";
+    "Exit status: 0 if nothing was found that makes a launch fail, 1 if a launch would\n"
+    "fail, 2 if that is not known.\n";
 
 struct Section
 {
     const char* name;
     void (*describe)(Report* report, const Request& request);
 };
-// In the order of the report, but for those that main() adds in front.
+// In the order of the report. makeReport() adds two more at the front.
 constexpr Section sections[] = {
     {"process", describeProcess},
     {"system", describeSystem},
@@ -86,8 +85,8 @@ bool isLauncherBeside(const QString& program)
            found == QFileInfo(here.filePath(FileName::zorvMpirun)).canonicalFilePath();
 }
 
-// Whether a word names the launcher: by its own name, or by another one that leads to the
-// launcher beside this program.
+// Whether a word is the launcher's name, or another name of the launcher beside this
+// program.
 bool namesLauncher(const QString& word)
 {
     if (word.isEmpty() || word.startsWith(QLatin1Char('-'))) {
@@ -103,49 +102,29 @@ bool namesLauncher(const QString& word)
     return probe.wait() == Probe::Outcome::Answered && probe.answer().toBool();
 }
 
-// Takes the option at `i`, with its value. False for what is none.
-bool takeOption(const QStringList& arguments, qsizetype* i, Request* request)
-{
-    struct Switch
-    {
-        const char* name;
-        bool Request::*member;
-    };
-    struct Value
-    {
-        const char* name;
-        QString Request::*member;
-    };
-    for (const Switch& option :
-         {Switch{"--json", &Request::json}, Switch{"--help", &Request::help},
-          Switch{"--version", &Request::version}, Switch{"--codes", &Request::codes},
-          Switch{"--watch", &Request::watch}}) {
-        if (arguments.at(*i) == QLatin1String(option.name)) {
-            request->*option.member = true;
-            return true;
-        }
-    }
-    for (const Value& option :
-         {Value{"--host", &Request::host}, Value{"--bundle", &Request::bundle}}) {
-        if (arguments.at(*i) == QLatin1String(option.name)) {
-            ++*i;
-            request->*option.member = arguments.value(*i);
-            return true;
-        }
-    }
-    return false;
-}
-
 // False, with a message, when an option lacks its value.
 bool takeRequest(const QStringList& arguments, const std::vector<char*>& words, Request* request)
 {
+    const QHash<QString, bool*> switches = {{QStringLiteral("--json"), &request->json},
+                                            {QStringLiteral("--help"), &request->help},
+                                            {QStringLiteral("--version"), &request->version},
+                                            {QStringLiteral("--codes"), &request->codes},
+                                            {QStringLiteral("--watch"), &request->watch}};
+    const QHash<QString, QString*> values = {{QStringLiteral("--host"), &request->host},
+                                             {QStringLiteral("--bundle"), &request->bundle}};
     qsizetype i = 1;
-    while (i < arguments.size() && takeOption(arguments, &i, request)) {
-        ++i;
-    }
-    if (i > arguments.size()) {
-        qWarning("option '%s' requires an argument", qPrintable(arguments.last()));
-        return false;
+    for (; i < arguments.size(); ++i) {
+        if (bool* const isGiven = switches.value(arguments.at(i))) {
+            *isGiven = true;
+        } else if (QString* const value = values.value(arguments.at(i))) {
+            if (++i == arguments.size()) {
+                fprintf(stderr, "option '%s' requires an argument\n", words.back());
+                return false;
+            }
+            *value = arguments.at(i);
+        } else {
+            break;
+        }
     }
     if (i < arguments.size() && namesLauncher(arguments.at(i))) {
         ++i;
@@ -155,8 +134,7 @@ bool takeRequest(const QStringList& arguments, const std::vector<char*>& words, 
     return true;
 }
 
-// What the report itself needs, whatever the user's limits are: from here on, they are in
-// Request::start only.
+// The report itself may need more than the user's limits, which Request::start keeps.
 void raiseLimit(__rlimit_resource resource, rlim_t soft)
 {
     rlimit limit;
@@ -166,35 +144,43 @@ void raiseLimit(__rlimit_resource resource, rlim_t soft)
     }
 }
 
-// All sections at once, each in a process of its own: the report takes no longer than the
-// slowest of them.
+// Reports why a section is missing.
+void addFailure(Report* report, const char* section, Probe::Outcome outcome, int number)
+{
+    const QString name = QString::fromLatin1(section);
+    if (outcome == Probe::Outcome::NoAnswer) {
+        report->find(
+            Finding::NotLookedAt,
+            QStringLiteral("%1: no answer within %2 s").arg(name).arg(sectionLimitMs / 1000));
+    } else if (outcome == Probe::Outcome::Killed) {
+        report->find(Finding::NotLookedAt,
+                     QStringLiteral("%1: ended by signal %2").arg(name).arg(number));
+    } else if (name == QLatin1String("commandLine")) {
+        // Parsing a command line that asks for help ends the process of each section that
+        // does it. One section reports that.
+        report->find(number == 0 ? Finding::HelpAsked : Finding::UsageAsked,
+                     QStringLiteral("the launcher ends with status %1").arg(number));
+    }
+}
+
+// Makes all sections at once, each in its own process: the report takes as long as the
+// slowest one.
 void addSections(Report* report, const Request& request)
 {
-    std::vector<std::unique_ptr<Probe>> probes;
+    std::deque<Probe> probes;
     for (const Section& section : sections) {
         const auto describe = section.describe;
-        probes.push_back(std::make_unique<Probe>(
-            [describe, &request] {
-                Report part;
-                describe(&part, request);
-                return part.packed();
-            },
-            sectionLimitMs));
+        probes.emplace_back(
+            partOfReport([describe, &request](Report* part) { describe(part, request); }),
+            sectionLimitMs);
     }
     for (std::size_t i = 0; i < probes.size(); ++i) {
-        const Probe::Outcome outcome = probes[i]->wait();
+        const Probe::Outcome outcome = probes[i].wait();
         if (outcome == Probe::Outcome::Answered) {
-            report->addPacked(probes[i]->answer());
-        } else if (outcome == Probe::Outcome::NoAnswer) {
-            report->find(Finding::NotLookedAt, QStringLiteral("%1: no answer within %2 s")
-                                                   .arg(QLatin1String(sections[i].name))
-                                                   .arg(sectionLimitMs / 1000));
-        } else if (outcome == Probe::Outcome::Killed) {
-            report->find(Finding::NotLookedAt, QStringLiteral("%1: ended by signal %2")
-                                                   .arg(QLatin1String(sections[i].name))
-                                                   .arg(probes[i]->answer().toInt()));
+            report->addPacked(probes[i].answer());
+        } else {
+            addFailure(report, sections[i].name, outcome, probes[i].answer().toInt());
         }
-        // A command line that asks for help ends what parses it: its section says so.
     }
 }
 
@@ -204,7 +190,7 @@ Report makeReport(const Request& request)
     describeVersion(&report, request);
     describeStart(&report, request);
     raiseLimit(RLIMIT_NOFILE, RLIM_INFINITY);
-    if (Descriptor(open("/", O_PATH | O_CLOEXEC)).isOpen()) {
+    if (Probe([] { return QJsonValue(); }).isStarted()) {
         addSections(&report, request);
     } else {
         report.find(Finding::NotLookedAt,
@@ -229,9 +215,13 @@ int printed(const QByteArray& text)
 
 int reported(const Request& request)
 {
+    std::optional<Bundle> bundle;
+    if (!request.bundle.isNull()) {
+        bundle.emplace(request);
+    }
     const Report report = makeReport(request);
-    if ((!request.bundle.isNull() && !writeBundle(request.bundle, report, request)) ||
-        !print(request.json ? report.toJson() : report.toText())) {
+    const bool isBundled = !bundle || bundle->write(report);
+    if (!print(request.json ? report.toJson() : report.toText()) || !isBundled) {
         return CouldNotLook;
     }
     if (report.has(Severity::Error)) {
@@ -244,14 +234,15 @@ int reported(const Request& request)
 
 int main(int argc, char** argv)
 {
-    // 1. What this program was started with, before anything changes it.
+    // 1. The state at the start, before anything changes it.
     Request request;
     request.start = Start::ofThisProcess();
     raiseLimit(RLIMIT_STACK, comfortableStack);
     signal(SIGCHLD, SIG_DFL);
 
-    // 2. The application; Qt's rules for messages are a user's for other programs.
-    Logger::installPlainMsgHandler();
+    // 2. The application. Standard error is for this program's own messages, not for Qt's:
+    //    the report has their causes as findings.
+    qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString&) {});
     // QCoreApplication removes some from its list.
     const std::vector<char*> words(argv, argv + argc);
     QStringList arguments;
@@ -260,7 +251,7 @@ int main(int argc, char** argv)
     }
     QCoreApplication app(argc, argv);
 
-    // 3. What is asked.
+    // 3. The request.
     if (!takeRequest(arguments, words, &request)) {
         return CouldNotLook;
     }

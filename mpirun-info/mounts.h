@@ -1,18 +1,17 @@
-// The file systems that paths are on.
+// The mounts of this process.
 
 #pragma once
 
 #include <QString>
 
+/// A mount, see proc_pid_mounts(5): all empty when it is not known.
 struct Mount
 {
     QString point;
     QString type;
     QString source;
-    /// The options of the mount and of the file system, with commas between them.
     QString options;
 };
 
-/// The mount that a path is on, as its text says: asks the kernel alone, never the file
-/// system, so that it works for one that gives no answer. See proc(5), mountinfo.
+/// The mount that a path without links is on. Asks no file server.
 Mount mountOf(const QString& path);

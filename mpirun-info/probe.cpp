@@ -20,9 +20,11 @@
 namespace {
 
 constexpr int pollMs = 20;
+// The time that a killed child gets to end.
+constexpr int killedMs = 50;
 
-// The child has nothing of its parent's: whoever reads the parent's output sees its end
-// even if the child stays, and no command of the child reads the parent's input.
+// The child must not keep the parent's output open if it is left behind, and its commands
+// must not read the parent's input.
 void becomeProbe()
 {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
@@ -41,6 +43,11 @@ Probe::Probe(Question question, int limitMs)
     : mQuestion(std::move(question))
     , mLimitMs(limitMs)
 {
+    start();
+}
+
+void Probe::start()
+{
     mTimer.start();
     int ends[2];
     if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) == -1) {
@@ -50,31 +57,39 @@ Probe::Probe(Question question, int limitMs)
     if (mPid == 0) {
         close(ends[0]);
         becomeProbe();
-        const QJsonValue value = mQuestion();
         const QByteArray answer =
-            QJsonDocument(QJsonArray{value, double(mTimer.nsecsElapsed()) / 1e9})
-                .toJson(QJsonDocument::Compact) +
-            '\n';
+            QJsonDocument(QJsonArray{mQuestion()}).toJson(QJsonDocument::Compact) + '\n';
         blocking_write(ends[1], answer.constData(), size_t(answer.size()));
         _exit(0);
     }
     close(ends[1]);
-    mFd = ends[0];
+    if (mPid == -1) {
+        close(ends[0]);
+    } else {
+        mFd = ends[0];
+    }
 }
 
 Probe::~Probe()
 {
+    end();
+}
+
+// Gives the process and the descriptor back.
+void Probe::end()
+{
     if (mPid > 0) {
-        // With the commands that it runs.
+        // And the commands that it runs.
         kill(-mPid, SIGKILL);
         kill(mPid, SIGKILL);
-        // The end of most comes at once; one that waits for a server is not waited for.
-        for (int i = 0; i < 5 && waitpid(mPid, nullptr, WNOHANG) == 0; ++i) {
+        // Most children end at once. One that waits for a server may not.
+        for (int i = 0; i < killedMs && waitpid(mPid, nullptr, WNOHANG) == 0; ++i) {
             poll(nullptr, 0, 1);
         }
+        mPid = -1;
     }
     if (mFd != -1) {
-        close(mFd);
+        close(std::exchange(mFd, -1));
     }
 }
 
@@ -92,14 +107,12 @@ bool Probe::readAnswer()
     if (!mBytes.endsWith('\n')) {
         return false;
     }
-    const QJsonArray answer = QJsonDocument::fromJson(mBytes).array();
-    mAnswer = answer.at(0);
-    mSeconds = answer.at(1).toDouble();
+    mAnswer = QJsonDocument::fromJson(mBytes).array().at(0);
     mOutcome = Outcome::Answered;
     return true;
 }
 
-// Whether the child has ended; a process that it leaves may hold the pipe.
+// Whether the child has ended. A process that it started may keep the pipe open.
 bool Probe::noteEnd()
 {
     int status = 0;
@@ -116,20 +129,40 @@ bool Probe::noteEnd()
 
 Probe::Outcome Probe::wait()
 {
-    if (mPid == -1 && mOutcome == Outcome::NoAnswer) {
-        mAnswer = mQuestion();
-        mSeconds = double(mTimer.nsecsElapsed()) / 1e9;
-        mOutcome = Outcome::Answered;
+    if (std::exchange(mIsOver, true)) {
+        return mOutcome;
     }
-    // Once at least: the answer may have come while others were waited for.
-    bool isOver = mOutcome != Outcome::NoAnswer;
-    while (!isOver) {
+    // Other questions may have given back their processes and descriptors.
+    if (!isStarted()) {
+        start();
+    }
+    if (!isStarted()) {
+        mAnswer = mQuestion();
+        return mOutcome = Outcome::Answered;
+    }
+    // At least once: the answer may have arrived during the wait for another probe.
+    for (bool isOver = false; !isOver;) {
         const qint64 left = std::clamp<qint64>(mLimitMs - mTimer.elapsed(), 0, pollMs);
         pollfd request = {mFd, POLLIN, 0};
         poll(&request, 1, int(left));
         isOver = readAnswer() || noteEnd() || left == 0;
     }
+    end();
     return mOutcome;
+}
+
+Probe::Question partOfReport(std::function<void(Report*)> describe)
+{
+    return [describe = std::move(describe)] {
+        Report part;
+        describe(&part);
+        return part.packed();
+    };
+}
+
+double secondsOf(const QElapsedTimer& timer)
+{
+    return double(timer.elapsed()) / 1000;
 }
 
 QString outputOf(const QString& program, const QStringList& arguments)

@@ -1,6 +1,8 @@
-// Questions to servers that may not answer.
+// Questions that may take for ever, such as those to a file server.
 
 #pragma once
+
+#include "mpirun-info/report.h"
 
 #include <QByteArray>
 #include <QElapsedTimer>
@@ -11,16 +13,15 @@
 #include <functional>
 #include <sys/types.h>
 
-/// How long one question may take, and how long a section of the report that asks
-/// several.
+/// The time limits of one question, and of a section of the report, which asks several.
 constexpr int probeLimitMs = 2000;
 constexpr int sectionLimitMs = 6000;
 
-/// Asks a question in a child process, from its construction on: many can be asked at
-/// once, and one that is never answered costs no more than its limit. A child that the
-/// kernel does not let go of is left alone: it holds none of this process's files.
+/// Asks a question in a child process, which starts in the constructor. Many questions can
+/// be asked at once, and one without an answer costs no more than its limit. A child that
+/// the kernel does not end is left behind; it shares no open file with this process.
 ///
-/// Where no child can be had, the question is asked in this process, in wait().
+/// If no child can be started, wait() asks the question in this process.
 class Probe
 {
 public:
@@ -36,15 +37,16 @@ public:
     ~Probe();
     Q_DISABLE_COPY_MOVE(Probe)
 
+    /// Whether the question is asked in a child; if not, errno says why.
+    bool isStarted() const { return mPid > 0; }
     /// Waits for the outcome.
     Outcome wait();
-    /// After wait(), the answer; the exit status or signal in place of one; null when
-    /// there is none.
+    /// After wait(): the answer, the exit status or the signal number; null for NoAnswer.
     QJsonValue answer() const { return mAnswer; }
-    /// How long the answer took.
-    double seconds() const { return mSeconds; }
 
 private:
+    void start();
+    void end();
     bool readAnswer();
     bool noteEnd();
 
@@ -54,11 +56,20 @@ private:
     pid_t mPid = -1;
     int mFd = -1;
     QByteArray mBytes;
+    bool mIsOver = false;
     QJsonValue mAnswer;
     Outcome mOutcome = Outcome::NoAnswer;
-    double mSeconds = 0;
 };
 
-/// For use in a probe: runs a program and returns its output, errors included. Empty
-/// when it does not start.
+/// From this many seconds on, an answer is reported as slow.
+constexpr double slowSeconds = 0.5;
+
+/// The question whose answer is what `describe` adds to a report; see Report::addPacked().
+Probe::Question partOfReport(std::function<void(Report*)> describe);
+
+/// The elapsed time in seconds.
+double secondsOf(const QElapsedTimer& timer);
+
+/// Runs a program and returns its output and its error messages; empty if it does not
+/// start. For use in a probe.
 QString outputOf(const QString& program, const QStringList& arguments);

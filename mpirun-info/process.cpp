@@ -1,19 +1,17 @@
-// What the launcher inherits from whoever starts it, and whether it could start its
-// helper.
+// The inherited state of the process, and a trial of starting the helper.
 
 #include "mpirun-info/probe.h"
 #include "mpirun-info/report.h"
 #include "mpirun-info/request.h"
 #include "mpirun-info/sections.h"
 
+#include "common/ProcInfo.h"
 #include "common/compatibility_simple/files/descriptor.h"
 #include "common/compatibility_simple/process/stacklimit.h"
 #include "common/env/zorvenv.h"
 #include "common/installation.h"
 
 #include <QDir>
-#include <QJsonArray>
-#include <QJsonObject>
 #include <QProcess>
 
 #include <cerrno>
@@ -61,24 +59,15 @@ QJsonValue valueOf(rlim_t limit)
     return limit == RLIM_INFINITY ? QJsonValue() : QJsonValue(qint64(limit));
 }
 
-QString textOf(rlim_t limit)
-{
-    return limit == RLIM_INFINITY ? QStringLiteral("unlimited") : QString::number(limit);
-}
-
-void describeLimits(Report* report, const Start& start)
+QJsonObject limitsOf(const Start& start)
 {
     QJsonObject limits;
-    QStringList lines;
     for (const Name& name : limitNames) {
         const rlimit& limit = start.limits[name.number];
-        limits.insert(QLatin1String(name.name),
-                      QJsonObject{{QStringLiteral("soft"), valueOf(limit.rlim_cur)},
-                                  {QStringLiteral("hard"), valueOf(limit.rlim_max)}});
-        lines += QStringLiteral("%1 %2, at most %3")
-                     .arg(QLatin1String(name.name), textOf(limit.rlim_cur), textOf(limit.rlim_max));
+        limits.insert(QLatin1String(name.name), objectOf({{"soft", valueOf(limit.rlim_cur)},
+                                                          {"hard", valueOf(limit.rlim_max)}}));
     }
-    report->addLines("limits", limits, lines);
+    return limits;
 }
 
 void describeSignals(Report* report, const Start& start)
@@ -100,16 +89,17 @@ void describeSignals(Report* report, const Start& start)
 
 void describeAffinity(Report* report, const Start& start)
 {
-    const QByteArray now = systemFile(QStringLiteral("/proc/self/status"));
+    const QString atStart = start.value("Cpus_allowed_list");
+    const QString now = ProcInfo::line(QStringLiteral("/proc/self/status"), "Cpus_allowed_list:");
     const long online = sysconf(_SC_NPROCESSORS_ONLN);
     report->add("processors", qint64(online));
-    report->add("affinityAtStart", orNull(start.affinity));
-    report->add("affinityNow", orNull(QString::fromLatin1(statusValue(now, "Cpus_allowed_list"))));
+    report->add("affinityAtStart", orNull(atStart));
+    report->add("affinityNow", orNull(now.section(QLatin1Char('\t'), 1)));
     bool isOne = false;
-    start.affinity.toInt(&isOne);
+    atStart.toInt(&isOne);
     if (isOne && online > 1) {
         report->find(Finding::SingleProcessor,
-                     QStringLiteral("processor %1 of %2").arg(start.affinity).arg(online));
+                     QStringLiteral("processor %1 of %2").arg(atStart).arg(online));
     }
 }
 
@@ -140,11 +130,6 @@ QString errorOfTrial()
     return error;
 }
 
-bool isStackLimitIgnored()
-{
-    return ZorvEnv::readsOn(ZorvEnv::uncachedValue("IGNORE_STACK_LIMIT"));
-}
-
 bool canFork()
 {
     const pid_t pid = fork();
@@ -152,6 +137,11 @@ bool canFork()
         _exit(0);
     }
     return pid != -1 && waitpid(pid, nullptr, 0) == pid;
+}
+
+bool isStackLimitIgnored()
+{
+    return ZorvEnv::readsOn(ZorvEnv::uncachedValue("IGNORE_STACK_LIMIT"));
 }
 
 // The soft stack limit under which the helper is started.
@@ -199,10 +189,12 @@ void describeStackLimit(Report* report, const Request& request)
 {
     const rlimit& stack = request.start.limits[RLIMIT_STACK];
     const rlim_t soft = helperStackLimit(stack);
-    report->add("helperStackLimit", valueOf(soft), textOf(soft));
+    report->add("helperStackLimit", valueOf(soft));
     Probe probe([&] { return statusUnderLimit(request, stack, soft); });
     const int status = probe.wait() == Probe::Outcome::Answered ? probe.answer().toInt() : 0;
-    const QString limit = QStringLiteral("under a stack limit of ") + textOf(soft);
+    const QString limit =
+        QStringLiteral("under a stack limit of %1")
+            .arg(soft == RLIM_INFINITY ? QStringLiteral("unlimited") : QString::number(soft));
     if (status == E2BIG) {
         report->find(Finding::ArgumentsTooLong, limit);
     } else if (status < 0) {
@@ -249,10 +241,10 @@ void describeProcess(Report* report, const Request& request)
     const Start& start = request.start;
     report->beginSection("process");
     report->add("user", qint64(geteuid()));
-    report->add("umask", QString::fromLatin1(statusValue(start.status, "Umask")));
+    report->add("umask", start.value("Umask"));
     report->add("workingDirectory", QDir::currentPath());
     report->add("standardInput", start.standardInput);
     describeSignals(report, start);
     describeAffinity(report, start);
-    describeLimits(report, start);
+    report->add("limits", limitsOf(start));
 }

@@ -1,8 +1,6 @@
 #include "mpirun-info/report.h"
 
-#include <QJsonArray>
 #include <QJsonDocument>
-#include <QJsonObject>
 #include <QRegularExpression>
 
 #include <algorithm>
@@ -10,9 +8,14 @@
 namespace {
 
 constexpr int labelWidth = 34;
-constexpr QChar lineSeparator(QChar::LineSeparator);
+// More members of an object, or elements of a list, than these are shown in lines.
+constexpr qsizetype mostInLine = 3;
+// The member that identifies an object comes first, without a label.
+constexpr const char* subjects[] = {"value", "path", "lookedUp", "name"};
+const QString none = QStringLiteral("none");
+const QString comma = QStringLiteral(", ");
 
-// "releaseTag" is "release tag" to people; names of settings stay as they are.
+// "releaseTag" becomes "release tag"; the names of settings do not change.
 QString labelOf(const QString& key)
 {
     static const QRegularExpression wordStart(QStringLiteral("(?<=[a-z])[A-Z]"));
@@ -23,33 +26,92 @@ QString labelOf(const QString& key)
     return label;
 }
 
-// Values come from the environment and from files: what would move a terminal's
-// cursor must not reach it.
-QString row(const QString& label, const QString& text)
-{
-    QString result = text;
-    for (QChar& c : result) {
-        if (c.category() == QChar::Other_Control) {
-            c = QLatin1Char('?');
-        }
-    }
-    result.replace(lineSeparator, QLatin1Char('\n') + QString(labelWidth + 2, QLatin1Char(' ')));
-    return QStringLiteral("  ") + (label + QStringLiteral(": ")).leftJustified(labelWidth) +
-           result + QLatin1Char('\n');
-}
-
-} // namespace
+QStringList linesOf(const QJsonValue& value);
 
 QString textOf(const QJsonValue& value)
 {
     if (value.isBool()) {
         return value.toBool() ? QStringLiteral("yes") : QStringLiteral("no");
     }
-    if (value.isArray()) {
-        const QStringList texts = value.toVariant().toStringList();
-        return texts.isEmpty() ? QStringLiteral("none") : texts.join(QStringLiteral(", "));
+    const QString text = value.isArray() || value.isObject() ? linesOf(value).join(comma)
+                                                             : value.toVariant().toString();
+    return text.isEmpty() ? none : text;
+}
+
+QStringList linesOf(QJsonObject object)
+{
+    QString subject;
+    for (const char* key : subjects) {
+        if (subject.isNull() && object.contains(QLatin1String(key))) {
+            subject = textOf(object.take(QLatin1String(key)));
+        }
     }
-    return value.isNull() ? QStringLiteral("none") : value.toVariant().toString();
+    QStringList members;
+    for (auto member = object.constBegin(); member != object.constEnd(); ++member) {
+        const QString text = textOf(member.value());
+        if (subject.isNull() || text != none) {
+            members += labelOf(member.key()) + QLatin1Char(' ') + text;
+        }
+    }
+    if (subject.isNull() || members.isEmpty()) {
+        return subject.isNull() ? members : QStringList(subject);
+    }
+    return members.size() > mostInLine
+               ? QStringList(subject) + members
+               : QStringList(QStringLiteral("%1 (%2)").arg(subject, members.join(comma)));
+}
+
+QStringList linesOf(const QJsonValue& value)
+{
+    if (value.isObject()) {
+        return linesOf(value.toObject());
+    }
+    QStringList lines;
+    if (value.isArray()) {
+        const QJsonArray array = value.toArray();
+        for (const auto& element : array) {
+            lines += textOf(element);
+        }
+        if (!array.first().isObject() && lines.size() <= mostInLine) {
+            lines = QStringList(lines.join(comma));
+        }
+    } else {
+        lines += textOf(value);
+    }
+    return lines;
+}
+
+// Values come from the environment and from files, and must not control the terminal.
+QString printable(QString text)
+{
+    for (QChar& c : text) {
+        if (c.category() == QChar::Other_Control) {
+            c = QLatin1Char('?');
+        }
+    }
+    return text.isEmpty() ? none : text;
+}
+
+QString row(QString label, const QStringList& lines)
+{
+    QString result;
+    label += QLatin1Char(':');
+    for (const QString& line : lines) {
+        result += QStringLiteral("  %1%2\n").arg(label.leftJustified(labelWidth), printable(line));
+        label.clear();
+    }
+    return result;
+}
+
+} // namespace
+
+QJsonObject objectOf(std::initializer_list<std::pair<const char*, QJsonValue>> members)
+{
+    QJsonObject object;
+    for (const auto& [key, value] : members) {
+        object.insert(QLatin1String(key), value);
+    }
+    return object;
 }
 
 QJsonValue orNull(const QString& text)
@@ -57,126 +119,85 @@ QJsonValue orNull(const QString& text)
     return text.isEmpty() ? QJsonValue() : QJsonValue(text);
 }
 
-QString secondsText(double seconds)
+void Report::beginSection(const char* section)
 {
-    return QString::number(seconds, 'f', 3) + QStringLiteral(" s");
+    mSection = QString::fromLatin1(section);
 }
 
-void Report::beginSection(const char* key)
+void Report::add(const char* key, const QJsonValue& value)
 {
-    mSections.append({QString::fromLatin1(key), {}});
-}
-
-void Report::add(const char* key, const QJsonValue& value, const QString& text)
-{
-    const bool isKnown = !value.isUndefined();
-    mSections.last().facts.append({QString::fromLatin1(key), isKnown ? value : QJsonValue(),
-                                   !isKnown        ? QStringLiteral("not known")
-                                   : text.isNull() ? textOf(value)
-                                                   : text});
-}
-
-void Report::addLines(const char* key, const QJsonValue& value, const QStringList& lines)
-{
-    add(key, value, lines.isEmpty() ? QStringLiteral("none") : lines.join(lineSeparator));
-}
-
-void Report::addPath(const char* key, const QString& path, const QString& state)
-{
-    add(key, QJsonObject{{QStringLiteral("path"), path}, {QStringLiteral("state"), state}},
-        QStringLiteral("%1 (%2)").arg(path, state));
+    mFacts.append(
+        QJsonArray{mSection, QString::fromLatin1(key), value.isUndefined() ? QJsonValue() : value});
 }
 
 void Report::find(Finding finding, const QString& cause)
 {
-    mFound.append({finding, cause});
-}
-
-QJsonValue Report::packed() const
-{
-    QJsonArray sections;
-    for (const Section& section : mSections) {
-        QJsonArray facts;
-        for (const Fact& fact : section.facts) {
-            facts.append(QJsonArray{fact.key, fact.value, fact.text});
-        }
-        sections.append(QJsonArray{section.key, facts});
-    }
-    QJsonArray found;
-    for (const Found& entry : mFound) {
-        found.append(QJsonArray{static_cast<int>(entry.finding), entry.cause});
-    }
-    return QJsonArray{sections, found};
+    mFound.append(QJsonArray{static_cast<int>(finding), cause});
 }
 
 void Report::addPacked(const QJsonValue& packed)
 {
-    const QJsonArray sections = packed[0].toArray();
-    for (const auto& section : sections) {
-        QList<Fact> facts;
-        const QJsonArray rows = section[1].toArray();
-        for (const auto& fact : rows) {
-            facts.append({fact[0].toString(), fact[1], fact[2].toString()});
-        }
-        mSections.append({section[0].toString(), facts});
+    const QJsonArray facts = packed[0].toArray();
+    for (const auto& fact : facts) {
+        mFacts.append(fact);
     }
     const QJsonArray found = packed[1].toArray();
     for (const auto& entry : found) {
-        find(static_cast<Finding>(entry[0].toInt()), entry[1].toString());
+        mFound.append(entry);
     }
 }
 
 bool Report::has(Severity severity) const
 {
-    return std::any_of(mFound.begin(), mFound.end(), [&](const Found& entry) {
-        return ::textOf(entry.finding).severity == severity;
+    return std::any_of(mFound.begin(), mFound.end(), [&](const QJsonValue& entry) {
+        return findingAt(entry[0].toInt()).severity == severity;
     });
 }
 
 QByteArray Report::toJson() const
 {
     QJsonObject root{{QStringLiteral("schema"), reportSchema}};
-    for (const Section& section : mSections) {
-        QJsonObject object;
-        for (const Fact& fact : section.facts) {
-            object.insert(fact.key, fact.value);
-        }
-        root.insert(section.key, object);
+    for (const auto& fact : mFacts) {
+        QJsonObject section = root.value(fact[0].toString()).toObject();
+        section.insert(fact[1].toString(), fact[2]);
+        root.insert(fact[0].toString(), section);
     }
     QJsonArray findings;
-    for (const Found& entry : mFound) {
-        const FindingText& text = ::textOf(entry.finding);
-        findings.append(
-            QJsonObject{{QStringLiteral("severity"), QLatin1String(nameOf(text.severity))},
-                        {QStringLiteral("code"), QLatin1String(text.code)},
-                        {QStringLiteral("cause"), entry.cause},
-                        {QStringLiteral("remedy"), QLatin1String(text.remedy)}});
+    for (const auto& entry : mFound) {
+        const FindingText& finding = findingAt(entry[0].toInt());
+        findings.append(objectOf({{"severity", QLatin1String(nameOf(finding.severity))},
+                                  {"code", QLatin1String(finding.code)},
+                                  {"cause", entry[1]},
+                                  {"remedy", QLatin1String(finding.remedy)}}));
     }
     root.insert(QStringLiteral("findings"), findings);
     return QJsonDocument(root).toJson();
 }
 
-QByteArray Report::toText(const QStringList& keys) const
+QByteArray Report::toText(const QStringList& sections) const
 {
     QString text;
-    for (const Section& section : mSections) {
-        if (keys.isEmpty() || keys.contains(section.key)) {
-            text += labelOf(section.key) + QLatin1Char('\n');
-            for (const Fact& fact : section.facts) {
-                text += row(labelOf(fact.key), fact.text);
-            }
-            text += QLatin1Char('\n');
+    QString section;
+    for (const auto& fact : mFacts) {
+        if (!sections.isEmpty() && !sections.contains(fact[0].toString())) {
+            continue;
         }
+        if (section != fact[0].toString()) {
+            text += (section.isNull() ? QString() : QStringLiteral("\n"));
+            section = fact[0].toString();
+            text += labelOf(section) + QLatin1Char('\n');
+        }
+        text += row(labelOf(fact[1].toString()), linesOf(fact[2]));
     }
-    if (!keys.isEmpty()) {
-        return text.toLocal8Bit();
-    }
-    text += mFound.isEmpty() ? QStringLiteral("findings: none\n") : QStringLiteral("findings\n");
-    for (const Found& entry : mFound) {
-        const FindingText& finding = ::textOf(entry.finding);
-        text += row(QLatin1String(nameOf(finding.severity)), QLatin1String(finding.code));
-        text += row(QStringLiteral("  cause"), entry.cause);
-        text += row(QStringLiteral("  remedy"), QLatin1String(finding.remedy));
+    if (sections.isEmpty()) {
+        text += mFound.isEmpty() ? QStringLiteral("\nfindings: none\n")
+                                 : QStringLiteral("\nfindings\n");
+        for (const auto& entry : mFound) {
+            const FindingText& finding = findingAt(entry[0].toInt());
+            text += row(QLatin1String(nameOf(finding.severity)), {QLatin1String(finding.code)});
+            text += row(QStringLiteral("  cause"), {entry[1].toString()});
+            text += row(QStringLiteral("  remedy"), {QLatin1String(finding.remedy)});
+        }
     }
     return text.toLocal8Bit();
 }

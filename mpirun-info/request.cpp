@@ -4,50 +4,36 @@
 #include "common/compatibility_simple/files/read.h"
 #include "common/env/zorvenv.h"
 #include "common/installation.h"
+#include "common/logger.h"
 #include "zorv-debugger/zorvdebuggeroptions.h"
 
+#include <QSysInfo>
 #include <QtGlobal>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 namespace {
 
-constexpr qsizetype largestSystemFile = 1 << 20;
+constexpr qsizetype largestSystemFile = 1 << 17;
 
-// The CPU affinity before the constructors of libraries, of which an OpenMP library may
-// change it; see the same in the launcher. Room for 8192 CPUs.
-unsigned char g_affinity[1024];
-long g_affinitySize = 0;
+// /proc/self/status before the constructors of libraries, of which an OpenMP library may
+// change the affinity, see affinity.cpp of the launcher.
+char g_status[16384];
 
-void recordAffinity(int, char**, char**)
+void recordStatus(int, char**, char**)
 {
-    g_affinitySize = syscall(SYS_sched_getaffinity, 0, sizeof g_affinity, g_affinity);
+    const auto fd = int(syscall(SYS_openat, AT_FDCWD, "/proc/self/status", O_RDONLY | O_CLOEXEC));
+    if (fd != -1) {
+        syscall(SYS_read, fd, g_status, sizeof g_status - 1);
+        syscall(SYS_close, fd);
+    }
 }
 
 [[gnu::section(".preinit_array"),
-  gnu::used]] void (*const recordAffinityFirst)(int, char**, char**) = recordAffinity;
-
-// As "0-3,8", like Cpus_allowed_list of proc(5).
-QString affinityText()
-{
-    const auto isSet = [](int cpu) {
-        return cpu < g_affinitySize * 8 && ((g_affinity[cpu / 8] >> (cpu % 8)) & 1) != 0;
-    };
-    QStringList ranges;
-    for (int cpu = 0; cpu < g_affinitySize * 8; ++cpu) {
-        if (isSet(cpu)) {
-            const int first = cpu;
-            while (isSet(cpu + 1)) {
-                ++cpu;
-            }
-            ranges +=
-                cpu == first ? QString::number(cpu) : QStringLiteral("%1-%2").arg(first).arg(cpu);
-        }
-    }
-    return ranges.join(QLatin1Char(','));
-}
+  gnu::used]] void (*const recordStatusFirst)(int, char**, char**) = recordStatus;
 
 QString* g_messages = nullptr;
 
@@ -82,31 +68,36 @@ QString describeStandardInput()
 Start Start::ofThisProcess()
 {
     Start start = {};
-    start.status = systemFile(QStringLiteral("/proc/self/status"));
+    start.status = g_status;
     for (int resource = 0; resource < int(RLIM_NLIMITS); ++resource) {
         getrlimit(static_cast<__rlimit_resource>(resource), &start.limits[resource]);
     }
-    start.affinity = affinityText();
     start.standardInput = describeStandardInput();
     return start;
 }
 
 bool Start::hasSignal(const char* line, int signo) const
 {
-    const quint64 mask = statusValue(status, line).toULongLong(nullptr, 16);
+    const quint64 mask = value(line).toULongLong(nullptr, 16);
     return (mask >> (signo - 1)) & 1;
 }
 
-QByteArray statusValue(const QByteArray& status, const char* key)
+QString Start::value(const char* key) const
 {
-    const QByteArray start = QByteArray(key) + ':';
+    const QByteArray start = QByteArray(key) + ":\t";
     const QList<QByteArray> lines = status.split('\n');
     for (const QByteArray& line : lines) {
         if (line.startsWith(start)) {
-            return line.mid(start.size()).trimmed();
+            return QString::fromLatin1(line.mid(start.size()));
         }
     }
-    return QByteArray();
+    return QString();
+}
+
+QString launcherLogFileName()
+{
+    return Logger::logFileName("MPIRUN_LOG", QStringLiteral("zorvmpirun"),
+                               QLatin1Char('-') + QSysInfo::machineHostName());
 }
 
 QByteArray systemFile(const QString& path)

@@ -1,4 +1,4 @@
-// What the program is asked, and what it was started with.
+// The request of the user, and the state of the process at its start.
 
 #pragma once
 
@@ -12,20 +12,19 @@
 class BackendUserData;
 class ZORVDebuggerOptions;
 
-/// What a launcher would find in this program's place. Recorded first in main, before
-/// Qt and the program itself change it.
+/// The process as the launcher would find it. Create it first in main, before Qt or the
+/// program changes it.
 struct Start
 {
     static Start ofThisProcess();
 
-    /// Whether a signal is among those of a line such as "SigBlk" of /proc/PID/status.
+    /// The value of a line of /proc/self/status, see proc_pid_status(5); null without one.
+    QString value(const char* key) const;
+    /// Whether a signal is among those of a line such as "SigBlk".
     bool hasSignal(const char* line, int signo) const;
 
-    /// The lines of /proc/PID/status, see proc(5).
     QByteArray status;
     rlimit limits[RLIM_NLIMITS];
-    /// The processors that it may use, as "0-3,8".
-    QString affinity;
     QString standardInput;
 };
 
@@ -36,28 +35,26 @@ struct Request
     bool version = false;
     bool codes = false;
     bool watch = false;
-    /// The file to bundle into, and the host to look up; null without.
+    /// The file of the archive, and the hosts to look up; null without the option.
     QString bundle;
     QString host;
-    /// The launcher's command line, its name first: as the options take it, and the
-    /// bytes without the name.
+    /// The launcher's command line with its name, and the same as bytes without the name.
     QStringList commandLine;
     std::vector<const char*> arguments;
     Start start;
 };
 
-/// The value of a line of a file such as /proc/PID/status; empty when there is none.
-QByteArray statusValue(const QByteArray& status, const char* key);
+/// The launcher's log file; null if none is wanted.
+QString launcherLogFileName();
 
-/// The content of a small file of the system's, without blanks around it; empty when it
-/// cannot be read.
+/// The trimmed content of a small file, such as one in /proc; empty if it cannot be read.
 QByteArray systemFile(const QString& path);
 
-/// Parses the launcher's command line as the launcher does. `messages` gets what it says
-/// of it. May end the process, as the launcher does: with status 0 for a help word, and
-/// 1 for the usage. Looks at no directory for logs: the variables of LOGS are gone then.
+/// Parses the launcher's command line as the launcher does. `messages` receives the messages
+/// of the parser. May end the process, as the launcher does: with status 0 for help, and 1
+/// for the usage. Unsets LOGS, so that no log directory is examined.
 bool parseCommandLine(const Request& request, ZORVDebuggerOptions* options, QString* messages);
 
-/// Resolves the session as the launcher does, from its place and its command line; see
-/// parseCommandLine(). False if the command line is rejected or there is no session.
+/// Finds the session as the launcher does; see parseCommandLine(). Returns false if the
+/// command line is rejected or there is no session.
 bool findSession(const Request& request, BackendUserData* session);

@@ -7,7 +7,6 @@
 
 #include <QFile>
 #include <QFileInfo>
-#include <QJsonObject>
 
 #include <algorithm>
 #include <ctime>
@@ -27,33 +26,14 @@ bool canMakeFileIn(const QString& directory)
     return isPermitted(directory, W_OK | X_OK);
 }
 
-// Whether the launcher cannot or does not write to the file, see files/overwrite.h.
-bool isForeign(const RestartFile& file)
+void describeFile(Report* report, const char* key, const RestartFile& file, const char* effect)
 {
-    struct stat directory;
-    const QByteArray path = QFile::encodeName(QFileInfo(file.path).path());
-    const bool isShared =
-        stat(path.constData(), &directory) == 0 && (directory.st_mode & (S_IWGRP | S_IWOTH)) != 0;
-    const bool isTrusted =
-        file.owner == geteuid() || file.owner == 0 || (isShared && file.owner == directory.st_uid);
-    return !isPermitted(file.path, W_OK) || (isShared && !isTrusted);
-}
-
-void describeFile(Report* report, const char* key, const RestartFile& file, const QString& effect)
-{
-    const QString state = file.exists ? QStringLiteral("of user %1, %2 old, %3")
-                                            .arg(file.owner)
-                                            .arg(ageText(file.age), effect)
-                                      : QStringLiteral("does not exist");
-    report->add(
-        key,
-        QJsonObject{
-            {QStringLiteral("path"), file.path},
-            {QStringLiteral("exists"), file.exists},
-            {QStringLiteral("ageSeconds"), file.exists ? QJsonValue(file.age) : QJsonValue()},
-            {QStringLiteral("owner"), file.exists ? QJsonValue(file.owner) : QJsonValue()},
-            {QStringLiteral("effect"), file.exists ? QJsonValue(effect) : QJsonValue()}},
-        QStringLiteral("%1 (%2)").arg(file.path, state));
+    const bool exists = file.exists;
+    report->add(key, objectOf({{"path", file.path},
+                               {"exists", exists},
+                               {"ageSeconds", exists ? QJsonValue(file.age) : QJsonValue()},
+                               {"owner", exists ? QJsonValue(file.owner) : QJsonValue()},
+                               {"effect", exists ? QLatin1String(effect) : QJsonValue()}}));
 }
 
 void findLeftFiles(Report* report, const RestartFiles& files)
@@ -70,7 +50,7 @@ void findLeftFiles(Report* report, const RestartFiles& files)
                                                   : Finding::RestartFileStuck,
                      remove(files.request));
     }
-    if (files.marker.exists && isForeign(files.marker)) {
+    if (files.marker.exists && files.marker.isRefused()) {
         report->find(
             Finding::MarkerForeign,
             QStringLiteral("%1, of user %2").arg(files.marker.path).arg(files.marker.owner));
@@ -87,7 +67,19 @@ RestartFile::RestartFile(const QString& filePath)
         exists = true;
         age = std::max<qint64>(time(nullptr) - status.st_mtime, 0);
         owner = status.st_uid;
+        isOverwritable = S_ISREG(status.st_mode) || S_ISCHR(status.st_mode);
     }
+}
+
+bool RestartFile::isRefused() const
+{
+    struct stat directory;
+    const QByteArray name = QFile::encodeName(QFileInfo(path).path());
+    const bool isShared =
+        stat(name.constData(), &directory) == 0 && (directory.st_mode & (S_IWGRP | S_IWOTH)) != 0;
+    const bool isTrusted =
+        owner == geteuid() || owner == 0 || (isShared && owner == directory.st_uid);
+    return !isOverwritable || !isPermitted(path, W_OK) || (isShared && !isTrusted);
 }
 
 RestartFiles::RestartFiles(const BackendUserData& session)
@@ -117,15 +109,15 @@ QString ageText(qint64 seconds)
 void describeRestartFiles(Report* report, const BackendUserData& session)
 {
     const RestartFiles files(session);
-    const bool counts = session.isValid();
-    const QString none = QStringLiteral("without a session not looked at");
-    describeFile(report, "supportedMarker", files.marker,
-                 counts ? QStringLiteral("emptied by the next launch") : none);
-    describeFile(report, "restartFile", files.request,
-                 counts ? QStringLiteral("the next launch starts its helper again") : none);
-    describeFile(report, "holdFile", files.hold,
-                 counts ? QStringLiteral("the next launch waits while it exists") : none);
-    if (counts) {
+    const auto describe = [&](const char* key, const RestartFile& file, const char* effect) {
+        describeFile(report, key, file, session.isValid() ? effect : "ignored without a session");
+    };
+    describe("supportedMarker", files.marker,
+             files.marker.isRefused() ? "the next launch cannot empty it"
+                                      : "the next launch empties it");
+    describe("restartFile", files.request, "the next launch starts its helper again");
+    describe("holdFile", files.hold, "the next launch waits while it exists");
+    if (session.isValid()) {
         findLeftFiles(report, files);
     }
 }

@@ -1,4 +1,4 @@
-// The three files through which launcher and front end talk.
+// The files with which the launcher and the front end communicate.
 
 #pragma once
 
@@ -7,16 +7,21 @@
 class BackendUserData;
 class Report;
 
-/// What is at the path of one of the files.
+/// The file at a path, if there is one.
 struct RestartFile
 {
     explicit RestartFile(const QString& filePath);
+
+    /// Whether the launcher cannot write to the file or refuses to, see files/overwrite.h.
+    bool isRefused() const;
 
     QString path;
     bool exists = false;
     /// Seconds since its last change, and its owner's user id; -1 when it does not exist.
     qint64 age = -1;
     qint64 owner = -1;
+    /// Whether a file of its type can be overwritten: no directory, FIFO or socket.
+    bool isOverwritable = false;
 };
 
 /// The files of a session.
@@ -29,7 +34,7 @@ struct RestartFiles
     RestartFile hold;
 };
 
-/// A time for people, such as "5 s", "12 min" and "3 days".
+/// A duration as text, such as "5 s", "12 min" and "3 days".
 QString ageText(qint64 seconds);
 
 /// Adds the files, and what the next launch does with them.

@@ -5,12 +5,12 @@
 class Report;
 struct Request;
 
-// Each function adds a section and what is wrong with it. Those that ask servers may take
-// as long as these let them, and are run in a probe.
+// Each function adds a section and its findings. Call those after describeStart() in a
+// probe: they may wait for servers without a limit.
 
 void describeVersion(Report* report, const Request& request);
-/// Whether a helper could be started with the descriptors, processes, arguments and stack
-/// limit that there are. Before anything else opens files.
+/// Whether a helper can be started with the available descriptors and processes, the
+/// arguments and the stack limit. Call it before anything else opens files.
 void describeStart(Report* report, const Request& request);
 void describeProcess(Report* report, const Request& request);
 void describeSystem(Report* report, const Request& request);
@@ -19,17 +19,16 @@ void describeContainer(Report* report, const Request& request);
 void describeBatch(Report* report, const Request& request);
 /// Asks each MPI launcher on PATH for its version.
 void describeMpi(Report* report, const Request& request);
-/// Also looks at the helper, and at what it needs to be started.
+/// Includes the helper and everything that it needs to start.
 void describeInstallation(Report* report, const Request& request);
-/// The file systems of all directories that the launch touches.
+/// The directories that a launch uses, and their file systems.
 void describeDirectories(Report* report, const Request& request);
-/// The names of this host and of the front end, looked up.
+/// The interfaces of this host, and look-ups of its names and the front end's.
 void describeHost(Report* report, const Request& request);
 /// Every setting of the suite, and the variable that gives it.
 void describeSettings(Report* report, const Request& request);
 void describeLog(Report* report, const Request& request);
-/// What the launcher makes of its command line.
+/// How the launcher reads its command line.
 void describeCommandLine(Report* report, const Request& request);
-/// The session's fields and where they come from, the files that were looked for, and the
-/// files that the launcher and the front end leave for each other.
+/// The fields of the session and their sources, the session files, and the restart files.
 void describeSession(Report* report, const Request& request);

@@ -1,4 +1,4 @@
-// The session that the launcher would find, and why it is this one.
+// The session that the launcher would find, and the sources of its fields.
 
 #include "mpirun-info/report.h"
 #include "mpirun-info/request.h"
@@ -10,15 +10,13 @@
 #include "common/env/zorvenv.h"
 
 #include <QFileInfo>
-#include <QJsonArray>
-#include <QJsonObject>
 
 namespace {
 
 using FileState = UserData::FileState;
 using Source = UserData::Source;
 
-// The report names the installation's session file, too.
+// Makes the path of the installation's session file accessible.
 struct ReportedSession : BackendUserData
 {
     using BackendUserData::getGlobalFile;
@@ -41,50 +39,31 @@ constexpr Field fields[] = {
     {UserData::SessionFileName, "sessionFile", "SESSION_FILE"},
 };
 
+// In the order of UserData::Source.
+constexpr const char* sourceNames[] = {"default",      "global file", "environment",
+                                       "session file", "option",      "derived"};
+// In the order of UserData::FileState.
+constexpr const char* stateNames[] = {
+    "not tried",
+    "read",
+    "missing",
+    "unreadable",
+    "not a regular file",
+    "too large",
+    "not well-formed",
+    "no session element",
+    "port is not a number",
+    "session is not a number",
+};
+
 QString nameOf(Source source)
 {
-    switch (source) {
-    case Source::GlobalFile:
-        return QStringLiteral("global file");
-    case Source::Environment:
-        return QStringLiteral("environment");
-    case Source::SessionFile:
-        return QStringLiteral("session file");
-    case Source::Option:
-        return QStringLiteral("option");
-    case Source::Derived:
-        return QStringLiteral("derived");
-    case Source::Default:
-        break;
-    }
-    return QStringLiteral("default");
+    return QString::fromLatin1(sourceNames[static_cast<int>(source)]);
 }
 
 QString nameOf(FileState state)
 {
-    switch (state) {
-    case FileState::Read:
-        return QStringLiteral("read");
-    case FileState::Missing:
-        return QStringLiteral("missing");
-    case FileState::Unreadable:
-        return QStringLiteral("unreadable");
-    case FileState::NotRegular:
-        return QStringLiteral("not a regular file");
-    case FileState::TooLarge:
-        return QStringLiteral("too large");
-    case FileState::NotWellFormed:
-        return QStringLiteral("not well-formed");
-    case FileState::NoSession:
-        return QStringLiteral("without a session");
-    case FileState::BadPort:
-        return QStringLiteral("with a port that is no number");
-    case FileState::BadSession:
-        return QStringLiteral("with a session that is no number");
-    case FileState::NotTried:
-        break;
-    }
-    return QStringLiteral("not tried");
+    return QString::fromLatin1(stateNames[static_cast<int>(state)]);
 }
 
 // The port, or the negative number that was given as one.
@@ -94,8 +73,7 @@ qint64 numberGivenAsPort(const BackendUserData& session)
     return session.source(UserData::Port) == Source::SessionFile ? qint64(session.getPort()) : port;
 }
 
-// The cookie itself, and the tarball's name where it holds the cookie's hash,
-// are nobody's business.
+// Leaves out the cookie, and the tarball's default name, which holds the cookie's hash.
 QJsonValue valueOf(const BackendUserData& session, UserData::Field field)
 {
     QString text;
@@ -129,13 +107,11 @@ QJsonValue valueOf(const BackendUserData& session, UserData::Field field)
 void describeField(Report* report, const BackendUserData& session, const Field& field)
 {
     const QJsonValue value = valueOf(session, field.field);
-    const QString source = nameOf(session.source(field.field));
     report->add(field.key,
-                QJsonObject{{QStringLiteral("value"), value}, {QStringLiteral("source"), source}},
-                QStringLiteral("%1 (%2)").arg(textOf(value), source));
+                objectOf({{"value", value}, {"source", nameOf(session.source(field.field))}}));
 }
 
-// A setting that was made and has no effect.
+// Reports a setting that has no effect.
 void warnOfUnusedSetting(Report* report, const BackendUserData& session, const Field& field)
 {
     const QString variable = winningVariable(field.setting);
@@ -146,8 +122,9 @@ void warnOfUnusedSetting(Report* report, const BackendUserData& session, const F
     }
     const bool isNumber = field.field == UserData::Port || field.field == UserData::Session;
     if (isNumber && !BackendUserData::numberFrom(QString::fromLocal8Bit(value))) {
-        report->find(Finding::SettingNotANumber, QStringLiteral("%1 is not used: '%2' is no number")
-                                                     .arg(variable, QString::fromLocal8Bit(value)));
+        report->find(Finding::SettingNotANumber,
+                     QStringLiteral("%1 is not used: '%2' is not a number")
+                         .arg(variable, QString::fromLocal8Bit(value)));
     } else if (field.field != UserData::CookieUse) {
         report->find(Finding::SettingOverridden,
                      QStringLiteral("%1 is not used: the value comes from the %2")
@@ -155,7 +132,7 @@ void warnOfUnusedSetting(Report* report, const BackendUserData& session, const F
     }
 }
 
-// Reads a session file once more, by itself, to see what came of it.
+// Reads one session file alone, to see its state.
 void describeFile(Report* report, const char* key, const QString& fileName, bool expected)
 {
     UserData file;
@@ -164,20 +141,14 @@ void describeFile(Report* report, const char* key, const QString& fileName, bool
     const bool isDeadLink = file.fileState() == FileState::Missing && info.isSymLink();
     const QString state = isDeadLink ? QStringLiteral("dead link") : nameOf(file.fileState());
     const QString target = info.symLinkTarget();
-    QString text = QStringLiteral("%1 (%2)").arg(fileName, state);
-    if (!target.isEmpty()) {
-        text += QStringLiteral(", a link to ") + target;
-    }
-    report->add(key,
-                QJsonObject{{QStringLiteral("path"), fileName},
-                            {QStringLiteral("state"), state},
-                            {QStringLiteral("linksTo"),
-                             target.isEmpty() ? QJsonValue() : QJsonValue(target)}},
-                text);
+    report->add(key, objectOf({{"path", fileName}, {"state", state}, {"linksTo", orNull(target)}}));
     const bool isFine = file.fileState() == FileState::Read ||
                         (file.fileState() == FileState::Missing && !isDeadLink && !expected);
     if (!isFine) {
-        report->find(Finding::SessionFileUnusable, text);
+        report->find(Finding::SessionFileUnusable,
+                     QStringLiteral("%1 (%2)%3")
+                         .arg(fileName, state,
+                              target.isEmpty() ? target : QStringLiteral(", a link to ") + target));
     }
 }
 
@@ -187,7 +158,7 @@ void describeValidity(Report* report, const BackendUserData& session)
     if (!session.hasHost()) {
         reason = QStringLiteral("no source names a front end host");
     } else if (!session.hasUsablePort()) {
-        reason = QStringLiteral("%1 is no port (%2)")
+        reason = QStringLiteral("%1 is not a port (%2)")
                      .arg(numberGivenAsPort(session))
                      .arg(nameOf(session.source(UserData::Port)));
     }
@@ -228,7 +199,7 @@ void describeSession(Report* report, const Request& request)
     describeValidity(report, session);
     report->add("sessionDirectory", session.getSessionDirectory(false));
     describeFile(report, "globalFileRead", session.getGlobalFile(), false);
-    // The usual place may well have no file when all is known without it.
+    // Without a file at the usual place, other sources may give everything.
     describeFile(report, "sessionFileRead", session.sessionFileName(),
                  session.source(UserData::SessionFileName) != Source::Derived ||
                      !session.isValid());

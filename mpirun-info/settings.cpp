@@ -6,9 +6,9 @@
 
 #include "common/env/zorvenv.h"
 
-#include <QJsonArray>
-#include <QJsonObject>
 #include <QProcessEnvironment>
+
+#include <algorithm>
 
 namespace {
 
@@ -25,7 +25,7 @@ constexpr Setting settings[] = {
 #include "common/env/settings.def"
 };
 
-// The variables that are read by this one name.
+// The variables without the prefixes of the suite.
 constexpr const char* plainVariables[] = {
 #define VARIABLE(name, text) name,
 #include "common/env/settings.def"
@@ -48,20 +48,7 @@ QJsonValue valueOf(Kind kind, const char* value)
     return ZorvEnv::TextKind::convert(value);
 }
 
-QString textOf(Kind kind, const char* value)
-{
-    QString text = QString::fromLocal8Bit(value);
-    if (kind == Kind::Secret && !text.isEmpty()) {
-        return QStringLiteral("(hidden)");
-    }
-    if (kind == Kind::Switch) {
-        return text +
-               (ZorvEnv::readsOn(value) ? QStringLiteral(" (on)") : QStringLiteral(" (off)"));
-    }
-    return text;
-}
-
-// The variables that are set of those that give a setting; the first one counts.
+// The variables that are set for a setting. The first one counts.
 QStringList variablesOf(const char* bareName)
 {
     QStringList variables;
@@ -81,17 +68,14 @@ void describeSetting(Report* report, const Setting& setting)
     for (const QString& variable : std::as_const(hidden)) {
         if (qgetenv(qPrintable(variable)) != value) {
             report->find(Finding::SettingsConflict,
-                         QStringLiteral("%1 is not used: %2 is set, to another value")
+                         QStringLiteral("%1 is not used because %2 has another value")
                              .arg(variable, winner));
         }
     }
-    report->add(
-        setting.name,
-        QJsonObject{{QStringLiteral("variable"), value ? QJsonValue(winner) : QJsonValue()},
-                    {QStringLiteral("value"), value ? valueOf(setting.kind, value) : QJsonValue()},
-                    {QStringLiteral("hidden"), QJsonArray::fromStringList(hidden)}},
-        value ? winner + QStringLiteral(" = ") + textOf(setting.kind, value)
-              : QStringLiteral("not set"));
+    report->add(setting.name,
+                objectOf({{"variable", orNull(winner)},
+                          {"value", value ? valueOf(setting.kind, value) : QJsonValue()},
+                          {"hidden", QJsonArray::fromStringList(hidden)}}));
 }
 
 // Every name under which a variable is read.
@@ -109,34 +93,44 @@ QStringList namesOfSettings()
     return names;
 }
 
-bool hasPrefixOfSuite(const QString& name)
+// The prefixes of the settings, without the underscore that ends them.
+QStringList prefixes()
 {
+    QStringList result;
     for (int prefix = 0; prefix < ZorvEnv::PrefixCount; ++prefix) {
-        QString start = QString::fromLatin1(ZorvEnv::variableName(prefix, ""));
-        start.chop(1);
-        if (name.startsWith(start, Qt::CaseInsensitive)) {
-            return true;
-        }
+        result += QString::fromLatin1(ZorvEnv::variableName(prefix, "")).chopped(1);
     }
-    return false;
+    return result;
 }
 
-// What another program of the suite reads, or a slip of the pen.
+bool hasPrefixOfSuite(const QString& name)
+{
+    const QStringList starts = prefixes();
+    return std::any_of(starts.begin(), starts.end(), [&](const QString& start) {
+        return name.startsWith(start, Qt::CaseInsensitive);
+    });
+}
+
+// Variables of other programs of the suite, and misspelt settings.
 void describeUnreadVariables(Report* report)
 {
     const QStringList known = namesOfSettings();
     QStringList unread;
     const QStringList names = QProcessEnvironment::systemEnvironment().keys();
     for (const QString& name : names) {
-        if (!hasPrefixOfSuite(name) || known.contains(name)) {
+        const bool isOfSuite = hasPrefixOfSuite(name);
+        const QString prefix = name.section(QLatin1Char('_'), 0, 0);
+        if (known.contains(name) ||
+            (!isOfSuite && nearestSpelling(prefix, prefixes(), 1).isNull())) {
             continue;
         }
-        unread += name;
+        if (isOfSuite) {
+            unread += name;
+        }
         const QString nearest = nearestSpelling(name, known);
         if (!nearest.isNull()) {
-            report->find(
-                Finding::SettingMisspelt,
-                QStringLiteral("%1 is read by nothing; perhaps %2 is meant").arg(name, nearest));
+            report->find(Finding::SettingMisspelt,
+                         QStringLiteral("nothing reads %1; did you mean %2?").arg(name, nearest));
         }
     }
     unread.sort();
@@ -158,9 +152,8 @@ void describeSettings(Report* report, const Request&)
     }
     report->beginSection("variables");
     for (const char* name : plainVariables) {
-        const bool isSet = qEnvironmentVariableIsSet(name);
-        report->add(name, isSet ? QJsonValue(qEnvironmentVariable(name)) : QJsonValue(),
-                    isSet ? qEnvironmentVariable(name) : QStringLiteral("not set"));
+        report->add(name, qEnvironmentVariableIsSet(name) ? QJsonValue(qEnvironmentVariable(name))
+                                                          : QJsonValue());
     }
     describeUnreadVariables(report);
 }

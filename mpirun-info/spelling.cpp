@@ -5,8 +5,6 @@
 
 namespace {
 
-constexpr int mostSlips = 2;
-
 // The number of slips between two words (Damerau and Levenshtein, optimal alignment).
 int distance(const QString& a, const QString& b)
 {
@@ -32,7 +30,7 @@ int distance(const QString& a, const QString& b)
 
 } // namespace
 
-QString nearestSpelling(const QString& word, const QStringList& known)
+QString nearestSpelling(const QString& word, const QStringList& known, int mostSlips)
 {
     QString nearest;
     int fewest = mostSlips + 1;

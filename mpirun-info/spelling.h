@@ -1,10 +1,10 @@
-// Slips of the pen.
+// Suggestions for misspelt words.
 
 #pragma once
 
 #include <QString>
 #include <QStringList>
 
-/// The word of the list that is nearest to `word`, letter case apart; null when none is
-/// within two letters that are missing, too many, wrong or in each other's place.
-QString nearestSpelling(const QString& word, const QStringList& known);
+/// The word of the list that is nearest to `word`, ignoring case. Null if none is within
+/// `mostSlips` mistakes: a missing, additional, wrong or swapped letter each.
+QString nearestSpelling(const QString& word, const QStringList& known, int mostSlips = 2);

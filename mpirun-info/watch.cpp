@@ -9,10 +9,9 @@
 #include "common/ProcInfo.h"
 
 #include <QCoreApplication>
-#include <QDateTime>
 #include <QDir>
 #include <QFileInfo>
-#include <QJsonArray>
+#include <QTime>
 
 #include <cstdio>
 #include <unistd.h>
@@ -22,67 +21,35 @@ namespace {
 constexpr useconds_t pauseUs = 200 * 1000;
 constexpr int looksOfScreen = 5;
 
-// A thing that is shown: what it is, its state, and its age in seconds or -1.
-QJsonArray entry(const QString& name, const QString& state, qint64 age)
+// One entry of the view: its name and state, and its age in seconds or -1.
+QJsonArray entry(const QString& state, qint64 age)
 {
-    return {name, state, age};
+    return {state, age};
 }
 
 QJsonArray entryOf(const char* name, const RestartFile& file)
 {
-    return entry(QLatin1String(name),
-                 file.exists ? QStringLiteral("present") : QStringLiteral("absent"), file.age);
-}
-
-struct ProcessLook
-{
-    int parent = -1;
-    QString state;
-    qint64 age = -1;
-};
-
-QString stateText(char letter)
-{
-    switch (letter) {
-    case 'R':
-        return QStringLiteral("running");
-    case 'S':
-        return QStringLiteral("sleeping");
-    case 'D':
-        return QStringLiteral("waiting for a device or server");
-    case 'T':
-    case 't':
-        return QStringLiteral("stopped");
-    case 'Z':
-        return QStringLiteral("ended");
-    default:
-        return QString(QLatin1Char(letter));
-    }
+    return entry(QLatin1String(name) +
+                     (file.exists ? QLatin1String(" present") : QLatin1String(" absent")),
+                 file.age);
 }
 
 // From /proc/PID/stat, see proc(5); the name in parentheses may hold anything.
-ProcessLook lookAtProcess(int pid)
+qint64 ageOfProcess(int pid)
 {
     const QByteArray stat = systemFile(QStringLiteral("/proc/%1/stat").arg(pid));
     const QList<QByteArray> fields = stat.mid(stat.lastIndexOf(')') + 2).split(' ');
-    ProcessLook look;
-    if (fields.size() > 19) {
-        const double uptime =
-            systemFile(QStringLiteral("/proc/uptime")).split(' ').first().toDouble();
-        const double started = fields.at(19).toDouble() / double(sysconf(_SC_CLK_TCK));
-        look = {fields.at(1).toInt(), stateText(fields.at(0).at(0)), qint64(uptime - started)};
-    }
-    return look;
+    const double uptime = systemFile(QStringLiteral("/proc/uptime")).split(' ').first().toDouble();
+    return qint64(uptime - fields.value(19).toDouble() / double(sysconf(_SC_CLK_TCK)));
 }
 
-void addHelpers(QJsonArray* entries, int launcher, const QList<int>& pids)
+// The kernel writes the state as "S (sleeping)".
+QJsonArray entryOf(const char* name, int pid)
 {
-    for (int pid : pids) {
-        const ProcessLook look = lookAtProcess(pid);
-        if (look.parent == launcher) {
-            entries->append(entry(QStringLiteral("helper %1").arg(pid), look.state, look.age));
-        }
-    }
+    const QString line = ProcInfo::line(QStringLiteral("/proc/%1/status").arg(pid), "State:");
+    const QString state = line.section(QLatin1Char('('), 1).section(QLatin1Char(')'), 0, 0);
+    return entry(QStringLiteral("%1 %2 %3").arg(QLatin1String(name)).arg(pid).arg(state),
+                 ageOfProcess(pid));
 }
 
 void addProcesses(QJsonArray* entries)
@@ -93,14 +60,16 @@ void addProcesses(QJsonArray* entries)
     const QList<int> pids = ProcInfo::getList(int(geteuid()));
     for (int pid : pids) {
         if (ProcInfo::getExe(pid) == launcher) {
-            const ProcessLook look = lookAtProcess(pid);
-            entries->append(entry(QStringLiteral("launcher %1").arg(pid), look.state, look.age));
-            addHelpers(entries, pid, pids);
+            entries->append(entryOf("launcher", pid));
+            const int helper = ProcInfo::getChild(pid);
+            if (helper != -1) {
+                entries->append(entryOf("helper", helper));
+            }
         }
     }
 }
 
-// Undefined without a session.
+// Null without a session.
 QJsonValue look(const Request& request)
 {
     BackendUserData session;
@@ -119,8 +88,8 @@ QStringList textsOf(const QJsonArray& entries, bool withAges)
 {
     QStringList texts;
     for (const auto& entry : entries) {
-        const auto age = qint64(entry[2].toDouble());
-        texts += entry[0].toString() + QLatin1Char(' ') + entry[1].toString() +
+        const auto age = qint64(entry[1].toDouble());
+        texts += entry[0].toString() +
                  (withAges && age >= 0 ? QStringLiteral(" (%1)").arg(ageText(age)) : QString());
     }
     return texts;
@@ -129,33 +98,20 @@ QStringList textsOf(const QJsonArray& entries, bool withAges)
 QJsonArray lookWithinLimit(const Request& request)
 {
     Probe probe([&] { return look(request); });
-    return probe.wait() == Probe::Outcome::Answered
-               ? probe.answer().toArray()
-               : QJsonArray{
-                     entry(QStringLiteral("session directory"), QStringLiteral("no answer"), -1)};
+    return probe.wait() == Probe::Outcome::NoAnswer
+               ? QJsonArray{entry(QStringLiteral("session directory: no answer"), -1)}
+               : probe.answer().toArray();
 }
 
-bool show(const QString& text)
+// Prints a screen, or a line.
+bool show(const QJsonArray& entries, bool isScreen)
 {
+    const QString form =
+        isScreen ? QStringLiteral("\033[H\033[2J%1\n%2\n") : QStringLiteral("%1 %2\n");
+    const QString text =
+        form.arg(QTime::currentTime().toString(QStringLiteral("HH:mm:ss")),
+                 textsOf(entries, true).join(isScreen ? QLatin1String("\n") : QLatin1String(", ")));
     return fputs(text.toLocal8Bit().constData(), stdout) != EOF && fflush(stdout) != EOF;
-}
-
-QString timeText()
-{
-    return QDateTime::currentDateTime().toString(QStringLiteral("HH:mm:ss"));
-}
-
-// Clears the screen and begins at its top.
-bool showScreen(const QJsonArray& entries)
-{
-    return show(QStringLiteral("\033[H\033[2J%1\n%2\n")
-                    .arg(timeText(), textsOf(entries, true).join(QLatin1Char('\n'))));
-}
-
-bool showLine(const QJsonArray& entries)
-{
-    return show(timeText() + QLatin1Char(' ') + textsOf(entries, true).join(QStringLiteral(", ")) +
-                QLatin1Char('\n'));
 }
 
 } // namespace
@@ -167,13 +123,12 @@ int watch(const Request& request)
     for (int looks = 0;; ++looks) {
         const QJsonArray entries = lookWithinLimit(request);
         if (entries.isEmpty()) {
-            qCritical("there is no session to watch");
+            fputs("there is no session to watch\n", stderr);
             return 1;
         }
         const QStringList states = textsOf(entries, false);
-        const bool isChanged = states != shown;
-        if ((isScreen && (isChanged || looks % looksOfScreen == 0) && !showScreen(entries)) ||
-            (!isScreen && isChanged && !showLine(entries))) {
+        const bool isDue = states != shown || (isScreen && looks % looksOfScreen == 0);
+        if (isDue && !show(entries, isScreen)) {
             return 2;
         }
         shown = states;

@@ -1,11 +1,11 @@
-// A session as it runs.
+// The live view of a session.
 
 #pragma once
 
 struct Request;
 
 /// Shows the restart files of the session, and the launchers of this installation with
-/// their helpers, until a signal ends the program: on a terminal as a screen that is drawn
-/// anew each second, otherwise as a line for each change. Returns an exit status when there
-/// is no session, or nobody reads the output.
+/// their helpers, until a signal ends the program. A terminal shows a screen that is updated
+/// each second, any other output gets a line for each change. Returns an exit status if
+/// there is no session or the output cannot be written.
 int watch(const Request& request);

@@ -17,10 +17,15 @@ except ImportError:
     jsonschema = None  # test_mpiruninfo_forms.py says so
 
 USER = 54321
-AS_USER = ["setpriv", f"--reuid={USER}", f"--regid={USER}", "--clear-groups"]
-# The limit of processes counts those of other tests, too: a user of this row's own.
-BUSY_USER = 54322
-AS_BUSY_USER = ["setpriv", f"--reuid={BUSY_USER}", f"--regid={BUSY_USER}", "--clear-groups"]
+# The limit of processes counts those of other tests, too: these rows have own users.
+BUSY_USER = 54330
+
+
+def as_user(number: int) -> list[str]:
+    return ["setpriv", f"--reuid={number}", f"--regid={number}", "--clear-groups"]
+
+
+AS_USER = as_user(USER)
 MEBIBYTE = 1 << 20
 HELPER = "bin/zorv-debugger"
 WRITE_HELPER = f"cat >{HELPER}; chmod +x {HELPER}"
@@ -82,6 +87,8 @@ SETUPS = [
           prepare=f"printf '#!/bin/sh\\n: >ran/yes\\n' >inner; chmod +x inner; "
                   f"echo \"#!$PWD/inner\" | {{ {WRITE_HELPER}; }}"),
     broken("missing helper", "helper-missing", prepare=f"rm {HELPER}", says="does not exist"),
+    broken("link to the launcher", "helper-is-launcher", hangs=True,
+           prepare=f"ln -sf zorv-mpirun {HELPER}"),
     broken("dead link", "helper-missing", prepare=f"ln -sf nowhere {HELPER}",
            says="is a link that leads nowhere"),
     broken("directory", "helper-no-file", prepare=f"rm {HELPER}; mkdir {HELPER}"),
@@ -92,6 +99,12 @@ SETUPS = [
     broken("text without #!", "helper-no-program", prepare=f"echo : >{HELPER}"),
     broken("binary for another processor", "helper-foreign",
            prepare=f"{COPY_TRUE}; printf '\\026\\000' | dd of={HELPER} bs=1 seek=18 conv=notrunc"),
+    # An object file, no program headers, and a library.
+    *[broken(f"binary with {count} zero bytes at {offset}", "helper-no-program",
+             prepare=f"{COPY_TRUE}; head -c {count} /dev/zero | "
+                     f"dd of={HELPER} bs=1 seek={offset} conv=notrunc",
+             says="a binary file, but not a program")
+      for count, offset in ((2, 16), (2, 54), (2, 56), (8, 24))],
     broken("half a binary", "helper-truncated", prepare=f"head -c 8000 /bin/true >{HELPER}",
            says="cut off"),
     broken("missing interpreter", "helper-interpreter",
@@ -100,6 +113,19 @@ SETUPS = [
            prepare=f"echo '#!/etc' >{HELPER}", says="/etc: a directory"),
     broken("interpreter that env does not find", "helper-interpreter",
            prepare=f"echo '#!/usr/bin/env nosuchsh' >{HELPER}", says="nosuchsh is not on PATH"),
+    *[works(f"interpreter by {line}", prepare=f"printf '#!/usr/bin/{line}\\n: >ran/yes\\n' "
+                                              f"| {{ {WRITE_HELPER}; }}")
+      for line in ("env -S sh -e", "env -vS A=b sh", "env\t/bin/sh", "env -S -u A \"sh\"")],
+    *[broken(f"interpreter by {line}", "helper-interpreter", says=cause,
+             prepare=f"printf '#!/usr/bin/{line}\\n: >ran/yes\\n' | {{ {WRITE_HELPER}; }}")
+      for line, cause in (("env sh -e", "'sh -e' is not on PATH; env needs -S to split it"),
+                          ("env -S nosuchsh -e", "nosuchsh is not on PATH"),
+                          ("env /nowhere/sh", "/nowhere does not exist"))],
+    # They start themselves again and again.
+    *[broken(f"only {line} as an interpreter", "helper-interpreter", hangs=True,
+             prepare=f"printf '#!/usr/bin/{line}\\n: >ran/yes\\n' | {{ {WRITE_HELPER}; }}",
+             says="its first line names no interpreter after env")
+      for line in ("env", "env A=b", "env -S A=b")],
     broken("first line without an interpreter", "helper-interpreter",
            prepare=f"echo '#!' >{HELPER}"),
     broken("carriage return after the interpreter", "helper-carriage-return",
@@ -117,21 +143,23 @@ SETUPS = [
     broken("closed directory", "helper-unreachable", under=AS_USER,
            prepare=f"{OWN_SESSIONS}; mkdir closed; mv {HELPER} closed/helper; "
                    f"ln -s ../closed/helper {HELPER}; chmod 700 closed",
-           says="is a link to where you may not look"),
+           says="is a link to a path that you may not search"),
     # Limits.
-    broken("4 open files", "descriptors-exhausted", "not-looked-at",
-           under=["prlimit", "--nofile=4"]),
+    *[broken(f"{count} open files", "descriptors-exhausted", "not-looked-at",
+             under=["prlimit", f"--nofile={count}"]) for count in (4, 5)],
     *[broken(f"{count} open files", "descriptors-exhausted",
-             under=["prlimit", f"--nofile={count}"]) for count in range(5, 11)],
+             under=["prlimit", f"--nofile={count}"]) for count in range(6, 11)],
     *[works(f"{count} open files", "few-descriptors", under=["prlimit", f"--nofile={count}"])
       for count in (11, 12, 13, 16, 32)],
     broken("descriptors used up by the log", "descriptors-exhausted",
            under=["prlimit", "--nofile=10"], env={"ZORV_MPIRUN_LOG": "log"},
            prepare=f'cp "$TESTCHILD_PROGRAM" {HELPER}'),
-    broken("one process", "processes-exhausted", under=[*AS_USER, "prlimit", "--nproc=1"],
-           prepare=OWN_SESSIONS),
-    works("few processes", under=[*AS_BUSY_USER, "prlimit", "--nproc=4"],
-          prepare=f"chown {BUSY_USER} sessions"),
+    broken("one process", "processes-exhausted", "not-looked-at",
+           under=[*AS_USER, "prlimit", "--nproc=1"], prepare=OWN_SESSIONS),
+    works("few processes", under=[*as_user(BUSY_USER + 1), "prlimit", "--nproc=4"],
+          prepare=f"chown {BUSY_USER + 1} sessions"),
+    *[works(f"{mebibytes} MiB of addresses", under=["prlimit", f"--as={mebibytes * MEBIBYTE}"])
+      for mebibytes in (80, 200)],
     works("long arguments", under=long_arguments(40, "unlimited")),
     works("long arguments, unusual stack limit", under=long_arguments(50, 102400)),
     broken("arguments longer than the helper's stack limit allows",
@@ -163,20 +191,24 @@ SETUPS = [
     works("another user's marker", "marker-foreign", "others-can-write",
           prepare=f": >sessions/restart-supported; chown {USER + 1} sessions/restart-supported; "
                   "chmod 777 sessions", under=AS_USER),
+    *[works(f"{what} in the marker's place", "marker-foreign",
+            prepare=f"{make} sessions/restart-supported")
+      for what, make in (("directory", "mkdir"), ("FIFO", "mkfifo"))],
+    works("link to a device as the marker", prepare="ln -s /dev/null sessions/restart-supported"),
     works("missing session directory", "session-directory-unusable", "port-unknown",
           prepare="rm -r sessions", env={"ZORV_HOST": "127.0.0.1"}),
     works("closed home", "session-directory-unusable", "session-invalid",
           "session-file-unusable", under=AS_USER,
           prepare="mkdir closed; chmod 700 closed; chown 0 closed",
-          env={"ZORV_SESSION_PATH": "", "HOME": "closed"}, says="closed may not be entered"),
+          env={"ZORV_SESSION_PATH": "", "HOME": "closed"}, says="no permission to search "),
     works("FIFO as the home", "session-directory-unusable", "session-invalid",
           "session-file-unusable", prepare="mkfifo fifo",
-          env={"ZORV_SESSION_PATH": "", "HOME": "fifo"}, says="fifo is no directory"),
+          env={"ZORV_SESSION_PATH": "", "HOME": "fifo"}, says="fifo is not a directory"),
     works("no home", "home-unset", "session-directory-unusable", "session-invalid",
           "session-file-unusable", env={"ZORV_SESSION_PATH": "", "HOME": None}),
     works("negative port", "session-invalid", arguments=["--zorvport", "-5"],
-          says="-5 is no port (option)"),
-    works("large port", "session-invalid", says="70000 is no port (session file)",
+          says="-5 is not a port (option)"),
+    works("large port", "session-invalid", says="70000 is not a port (session file)",
           prepare="echo '<session host=\"a\" port=\"70000\"/>' >sessions/latest"),
     works("FIFO as a session file", "session-file-unusable", "session-invalid",
           prepare="mkfifo fifo", env={"ZORV_SESSION_FILE": "fifo"}),
@@ -202,6 +234,8 @@ SETUPS = [
           says="nowhere does not exist"),
     works("log in a missing directory", "log-unwritable",
           env={"ZORV_MPIRUN_LOG": "nowhere/log"}),
+    works("directory in the log's place", "log-unwritable",
+          prepare="mkdir log-$(uname -n).log", env={"ZORV_MPIRUN_LOG": "log"}),
     # Slips of the pen.
     broken("no number", "command-line-rejected", arguments=["--zorvport", "42x"],
            says="invalid --zorvport argument '42x'"),
@@ -210,23 +244,27 @@ SETUPS = [
     works("joined option", "option-joined", arguments=["--zorvport=4242", "-np", "2"],
           says="'--zorvport=...' ended the options; write '--zorvport VALUE'"),
     works("misspelt option", "option-misspelt", arguments=["--zorvhots", "b"],
-          says="'--zorvhots' ended the options; perhaps '--zorvhost' is meant"),
+          says="'--zorvhots' ended the options; did you mean '--zorvhost'?"),
     works("one dash", "option-misspelt", arguments=["-zorvport", "4242"],
-          says="perhaps '--zorvport' is meant"),
+          says="did you mean '--zorvport'?"),
     works("long dash", "option-misspelt", arguments=["\u2013zorvport", "4242"],
-          says="perhaps '--zorvport' is meant"),
+          says="did you mean '--zorvport'?"),
     works("late option", "option-after-others",
           arguments=["-np", "2", "--zorvhost", "b", "a.out"],
-          says="'-np' ended the options; after it: --zorvhost"),
+          says="'-np' ended the options; these follow it: --zorvhost"),
     works("options of others", arguments=["--mca", "btl", "self", "-x", "ZORV", "./zorv-test"]),
     works("misspelt setting", "setting-misspelt", env={"ZORV_SESION_PATH": "x"},
-          says="ZORV_SESION_PATH is read by nothing; perhaps ZORV_SESSION_PATH is meant"),
+          says="nothing reads ZORV_SESION_PATH; did you mean ZORV_SESSION_PATH?"),
     works("setting in small letters", "setting-misspelt", env={"zorv_host": "x"},
-          says="perhaps ZORV_HOST is meant"),
+          says="did you mean ZORV_HOST?"),
+    *[works(f"misspelt prefix of {name}", "setting-misspelt", env={name: "4250"},
+            says=f"nothing reads {name}; did you mean {meant}?")
+      for name, meant in (("ZROV_PORT", "ZORV_PORT"), ("ZOVR_HOTS", "ZORV_HOST"),
+                          ("TALVRA_PORT", "TALVORA_PORT"), ("ZORVPORT", "ZORV_PORT"))],
     works("setting of another program", env={"ZORV_LICENCE_SERVER": "x"}),
     works("setting with two values", "settings-conflict",
           env={"ZORV_LOCALHOST": "127.0.0.1", "PELK_LOCALHOST": "127.0.0.2"},
-          says="PELK_LOCALHOST is not used: ZORV_LOCALHOST is set, to another value"),
+          says="PELK_LOCALHOST is not used because ZORV_LOCALHOST has another value"),
     works("setting that is no number", "setting-not-a-number", env={"PELK_SESSION": "3x"}),
     works("setting without effect", "setting-overridden", env={"TALVORA_PORT": "4250"},
           says="comes from the session file"),
@@ -261,8 +299,9 @@ def test_says_what_comes_of_a_launch(site, build, source, request, given):
     words = " ".join(under)
     if "LD_PRELOAD" in words and build.variable("ZORV_PORTABLE") == "ON":
         pytest.skip("the portable programs load nothing")
-    if re.search("LD_PRELOAD|nofile", words) and build.variable("ZORV_SANITIZE") == "ON":
-        pytest.skip("the sanitizers come first, and need descriptors of their own")
+    limited = re.search("LD_PRELOAD|--(nofile|nproc|as)=", words)
+    if limited and build.variable("ZORV_SANITIZE") == "ON":
+        pytest.skip("the sanitizers come first, and need resources of their own")
     if under[:1] == ["taskset"] and len(os.sched_getaffinity(0)) < 2:
         pytest.skip("there is one processor")
     site.prepare(given.prepare)
@@ -365,10 +404,17 @@ def test_leaves_nothing_behind(site):
     assert sorted(path for path in site.root.rglob("*")) == before
 
 
-def test_says_that_the_command_line_asks_for_help(site):
+@pytest.mark.parametrize("under", [
+    [], ["prlimit", "--nofile=12"], [*as_user(BUSY_USER), "prlimit", "--nproc=2"]], ids=str)
+def test_says_that_the_command_line_asks_for_help(site, build, request, under):
     """The launcher prints its help and starts nothing."""
-    report = site.report("-h", env={"ZORV_MANUAL_LAUNCH": "yes"})
-    assert (report.status, report.codes()) == (0, {"help-asked"})
+    if under and build.variable("ZORV_SANITIZE") == "ON":
+        pytest.skip("the sanitizers need resources of their own")
+    if under[:1] == ["setpriv"]:
+        request.getfixturevalue("another_user")
+        site.prepare(f"chown {BUSY_USER} sessions")
+    report = site.report("-h", env={"ZORV_MANUAL_LAUNCH": "yes"}, under=under)
+    assert (report.status, report.codes() - {"few-descriptors"}) == (0, {"help-asked"})
 
 
 def test_takes_the_command_line_after_a_name_of_the_launcher(site):

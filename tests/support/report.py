@@ -76,12 +76,8 @@ class Site:
     def report(self, *arguments, **options) -> Report:
         """The report in JSON."""
         ended = self.start(self.program, "--json", *arguments, **options).wait()
-        assert ended.output, ended
+        assert ended.output and not ended.errors, ended
         return Report(ended.status, json.loads(ended.output))
-
-    def text(self, *arguments, **options) -> str:
-        """The report for people."""
-        return self.start(self.program, *arguments, **options).wait().output
 
     def launch_works(self, *arguments, hangs: bool, **options) -> bool:
         """Whether the helper runs and the launcher ends after it with status 0."""
@@ -91,5 +87,6 @@ class Site:
         try:
             return process._process.wait(HANG_SECONDS) == 0 and self.ran.exists()
         except subprocess.TimeoutExpired:
-            process.send(signal.SIGKILL)
+            # Ends the helper, too.
+            process.send(signal.SIGTERM)
             return False

@@ -29,10 +29,10 @@ QString textOf(int error, const QString& path, const QString& parent)
         return path + (isLink(path) ? QStringLiteral(" is a link that leads nowhere")
                                     : QStringLiteral(" does not exist"));
     case ENOTDIR:
-        return parent + QStringLiteral(" is no directory");
+        return parent + QStringLiteral(" is not a directory");
     case EACCES:
-        return isLink(path) ? path + QStringLiteral(" is a link to where you may not look")
-                            : parent + QStringLiteral(" may not be entered");
+        return isLink(path) ? path + QStringLiteral(" is a link to a path that you may not search")
+                            : QStringLiteral("no permission to search ") + parent;
     default:
         return QStringLiteral("%1: %2").arg(path, qt_error_string(error));
     }

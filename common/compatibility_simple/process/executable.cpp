@@ -5,6 +5,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QRegularExpression>
 #include <QStandardPaths>
 
 #include <algorithm>
@@ -94,7 +95,8 @@ template <typename T> T at(const QByteArray& bytes, qsizetype offset)
 // The program headers of a binary, as far as they are checked.
 struct Segments
 {
-    quint64 end = 0; // offset in the file of the end of the last segment
+    bool areOfProgram = false; // false for an object file or a library
+    quint64 end = 0;           // offset in the file of the end of the last segment
     QString loader;
 };
 
@@ -102,6 +104,9 @@ template <typename Header, typename Segment> Segments segmentsOf(const QByteArra
 {
     Segments result;
     const auto header = at<Header>(bytes, 0);
+    result.areOfProgram = (header.e_type == ET_EXEC || header.e_type == ET_DYN) &&
+                          header.e_entry != 0 && header.e_phnum > 0 &&
+                          header.e_phentsize == sizeof(Segment);
     for (int i = 0; i < header.e_phnum; ++i) {
         const auto segment = at<Segment>(bytes, qsizetype(header.e_phoff) + i * header.e_phentsize);
         if (segment.p_type == PT_LOAD) {
@@ -158,6 +163,9 @@ ProgramState examineBinary(const QString& path, const QByteArray& header, int ne
                             QStringLiteral("a program for another kind of processor"));
     }
     const Segments segments = segmentsOf(header);
+    if (!segments.areOfProgram) {
+        return faulty(Fault::NoProgram, QStringLiteral("a binary file, but not a program"));
+    }
     struct stat status;
     if (stat(QFile::encodeName(path).constData(), &status) == 0 &&
         quint64(status.st_size) < segments.end) {
@@ -170,20 +178,52 @@ ProgramState examineBinary(const QString& path, const QByteArray& header, int ne
                : through(Fault::Loader, "its loader", segments.loader, nesting);
 }
 
-// Examines the interpreter that env(1) starts: its first word that is neither an option nor
-// an assignment.
-ProgramState examineEnv(const QStringList& words)
+// The program that env(1) starts. The kernel passes the rest of the line as one argument,
+// which env splits only after -S. Null without a program: env then starts the script again
+// and again.
+QString programOfEnv(const QString& argument)
 {
-    for (const QString& word : words) {
-        if (word.startsWith(QLatin1Char('-')) || word.contains(QLatin1Char('='))) {
-            continue;
-        }
-        return QStandardPaths::findExecutable(word).isEmpty()
-                   ? faulty(Fault::Interpreter,
-                            QStringLiteral("its interpreter %1 is not on PATH").arg(word))
-                   : ProgramState();
+    static const QRegularExpression split(QStringLiteral("^(-[i0v]*S|--split-string[= ])"));
+    const QRegularExpressionMatch match = split.match(argument);
+    if (!match.hasMatch()) {
+        return argument.startsWith(QLatin1Char('-')) || argument.contains(QLatin1Char('='))
+                   ? QString()
+                   : argument;
     }
-    return ProgramState();
+    const QStringList words =
+        argument.mid(match.capturedLength()).split(QLatin1Char(' '), Qt::SkipEmptyParts);
+    for (qsizetype i = 0; i < words.size(); ++i) {
+        const QString& word = words.at(i);
+        if (word == QLatin1String("-u") || word == QLatin1String("-C")) {
+            ++i;
+        } else if (!word.startsWith(QLatin1Char('-')) && !word.contains(QLatin1Char('='))) {
+            return word;
+        }
+    }
+    return QString();
+}
+
+ProgramState examineEnv(const QString& argument, int nesting)
+{
+    // Quotes, variables and another PATH are not evaluated.
+    static const QRegularExpression notEvaluated(QStringLiteral("[\"'\\\\$#]|PATH="));
+    if (argument.contains(notEvaluated)) {
+        return ProgramState();
+    }
+    const QString program = programOfEnv(argument);
+    if (program.isEmpty()) {
+        return faulty(Fault::Interpreter,
+                      QStringLiteral("its first line names no interpreter after env"));
+    }
+    const QString path =
+        program.contains(QLatin1Char('/')) ? program : QStandardPaths::findExecutable(program);
+    if (!path.isEmpty()) {
+        return through(Fault::Interpreter, "its interpreter", path, nesting);
+    }
+    const char* const form = program.contains(QLatin1Char(' '))
+                                 ? "its interpreter '%1' is not on PATH; env needs -S to split it"
+                                 : "its interpreter %1 is not on PATH";
+    return faulty(Fault::Interpreter, QString::fromLatin1(form).arg(program));
 }
 
 ProgramState examineScript(const QByteArray& header, int nesting)
@@ -193,16 +233,15 @@ ProgramState examineScript(const QByteArray& header, int nesting)
         return faulty(Fault::CarriageReturn,
                       QStringLiteral("its first line ends with a carriage return"));
     }
-    const QStringList words = QFile::decodeName(line.trimmed())
-                                  .replace(QLatin1Char('\t'), QLatin1Char(' '))
-                                  .split(QLatin1Char(' '), Qt::SkipEmptyParts);
-    if (words.isEmpty() || nesting > deepestNesting) {
+    const QString text =
+        QFile::decodeName(line.trimmed()).replace(QLatin1Char('\t'), QLatin1Char(' '));
+    const QString interpreter = text.section(QLatin1Char(' '), 0, 0);
+    if (interpreter.isEmpty() || nesting > deepestNesting) {
         return faulty(Fault::Interpreter, QStringLiteral("its first line names no interpreter"));
     }
-    const ProgramState state =
-        through(Fault::Interpreter, "its interpreter", words.first(), nesting);
-    return state.fault == Fault::None && words.first().endsWith(QLatin1String("/env"))
-               ? examineEnv(words.mid(1))
+    const ProgramState state = through(Fault::Interpreter, "its interpreter", interpreter, nesting);
+    return state.fault == Fault::None && interpreter.endsWith(QLatin1String("/env"))
+               ? examineEnv(text.section(QLatin1Char(' '), 1).trimmed(), nesting)
                : state;
 }
 
@@ -227,8 +266,9 @@ ProgramState examineAccess(const QString& path, const struct stat& status)
 {
     const QByteArray name = QFile::encodeName(path);
     if (!S_ISREG(status.st_mode)) {
-        return faulty(Fault::NoFile, S_ISDIR(status.st_mode) ? QStringLiteral("a directory")
-                                                             : QStringLiteral("no regular file"));
+        return faulty(Fault::NoFile, S_ISDIR(status.st_mode)
+                                         ? QStringLiteral("a directory")
+                                         : QStringLiteral("not a regular file"));
     }
     if (faccessat(AT_FDCWD, name.constData(), X_OK, AT_EACCESS) == 0) {
         return ProgramState();

@@ -11,7 +11,7 @@ enum class ProgramFault {
     NotExecutable,  ///< this user may not execute it
     NoExecMount,    ///< its file system is mounted without execution
     Empty,          ///< no bytes
-    NoProgram,      ///< neither a binary nor a script with "#!"
+    NoProgram,      ///< neither a binary program nor a script with "#!"
     Foreign,        ///< a binary for another architecture
     Truncated,      ///< a binary that ends before its last segment
     Interpreter,    ///< a script whose interpreter cannot be started
