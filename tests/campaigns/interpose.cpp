@@ -54,7 +54,9 @@ void delay()
 // main thread holds back.
 [[gnu::constructor]] void startThread()
 {
-    if (*setting("INTERPOSE_THREAD")) {
+    // In a helper, it would take a signal that the main thread is to record.
+    const bool isLauncher = strcmp(program_invocation_short_name, "zorv-mpirun") == 0;
+    if (isLauncher && *setting("INTERPOSE_THREAD")) {
         std::thread([] {
             for (;;) {
                 ::pause();
@@ -125,7 +127,11 @@ int execv(const char* path, char* const argv[]) noexcept
 int waitid(idtype_t type, id_t id, siginfo_t* info, int options)
 {
     const bool owns = options == (WEXITED | WNOHANG | WNOWAIT) && breaks("child");
-    return owns ? 0 : original(&waitid, "waitid")(type, id, info, options);
+    const int result = owns ? 0 : original(&waitid, "waitid")(type, id, info, options);
+    if ((options & WNOWAIT) == 0) {
+        delay();
+    }
+    return result;
 }
 
 int kill(pid_t pid, int signo) noexcept
@@ -149,14 +155,14 @@ int unlink(const char* name) noexcept
     return breaks("marker") ? 0 : original(&unlink, "unlink")(name);
 }
 
-int stat(const char* name, struct stat* status) noexcept
+int statx(int directory, const char* name, int flags, unsigned mask, struct statx* status) noexcept
 {
     const size_t length = strlen(name);
     if (breaks("blind") && length > 8 && strcmp(name + length - 8, "/restart") == 0) {
         errno = ENOENT;
         return -1;
     }
-    return original(&stat, "stat")(name, status);
+    return original(&statx, "statx")(directory, name, flags, mask, status);
 }
 
 int fstat(int fd, struct stat* status) noexcept
