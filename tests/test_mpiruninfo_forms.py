@@ -185,9 +185,26 @@ def test_prints_help(site):
     pytest.param(["--zorvport", "-5"], "session.port", {"value": -5, "source": "option"},
                  id="negative port"),
     pytest.param(["-np", "2", "a.out"], "commandLine.endedBy", "-np", id="word after the options"),
+    pytest.param([], "session.tarball", {"value": None, "source": "default"},
+                 id="field without a value"),
+    pytest.param([], "settings.SESSION_COOKIE",
+                 {"value": True, "variable": "PELK_SESSION_COOKIE", "hidden": []}, id="secret"),
+    pytest.param([], "batch.system", None, id="Grid Engine, but no job of it"),
 ])
 def test_tells_what_the_launcher_sees(site, arguments, field, value):
     """What is no finding is in the report, too."""
-    report = site.report(*arguments, env={"PELK_SHARED_DIRECTORY": "/tmp"}).json
+    report = site.report(*arguments, env={
+        "PELK_SHARED_DIRECTORY": "/tmp", "PELK_SESSION_COOKIE": COOKIE, "SGE_ROOT": "/sge"}).json
     section, name = field.split(".")
     assert report[section][name] == value
+
+
+def test_names_the_installation(site):
+    """The directory is that of the launcher beside the report."""
+    assert site.report().json["installation"]["root"]["path"] == str(site.root)
+
+
+def test_lets_no_value_control_the_terminal(site):
+    """A control character of a setting is shown as a question mark."""
+    output = site.start(site.program, env={"ZORV_HOST": "\033[2Jalpha"}).wait().output
+    assert "\033" not in output and "?[2Jalpha" in output

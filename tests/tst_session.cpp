@@ -376,7 +376,7 @@ private Q_SLOTS:
 
     void saving()
     {
-        Record record("host='a,b' port='4243' session='2' cookie='c&lt;&amp;&quot;&gt;é'");
+        Record record("host='a,b' port='5000' session='2' cookie='c&lt;&amp;&quot;&gt;é'");
         QVERIFY(record.save(u"name"_s));
         QVERIFY(!QFileInfo::exists(u"s/latest"_s));
         QVERIFY(record.save({}));
