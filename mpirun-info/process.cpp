@@ -120,6 +120,10 @@ QString errorOfTrial()
     }
     QProcess process;
     process.setProcessChannelMode(QProcess::ForwardedChannels);
+#if QT_VERSION >= QT_VERSION_CHECK(6, 6, 0)
+    // As the launcher does: a fork would need more descriptors.
+    process.setUnixProcessParameters(QProcess::UnixProcessFlag::UseVFork);
+#endif
     if (ZorvEnv::readsOn(ZorvEnv::uncachedValue("HELPER_INPUT"))) {
         process.setInputChannelMode(QProcess::ForwardedInputChannel);
     }
