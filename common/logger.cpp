@@ -27,7 +27,8 @@ namespace {
 constexpr int longestAppName = 64;
 constexpr const char recordEnd[] = "</debug>";
 
-const char* appName = nullptr;
+// Whether records name the program, and its process id.
+bool isProgramNamed = false;
 int pid = 0;
 QLoggingCategory::CategoryFilter previousFilter = nullptr;
 
@@ -144,11 +145,24 @@ QByteArray timeText()
     return seconds + QByteArray::number(qlonglong(now.tv_nsec / 1000000));
 }
 
+// The name of the program's file. Looked up at the first record: a program that writes none
+// needs no look-up.
+const QByteArray& appName()
+{
+    // Never freed: static destructors may log.
+    static const auto* const name =
+        new QByteArray(QFileInfo(QCoreApplication::applicationFilePath())
+                           .fileName()
+                           .left(longestAppName)
+                           .toLocal8Bit());
+    return *name;
+}
+
 QByteArray recordHeader(QtMsgType type)
 {
     QByteArray header = "<debug time=\"" + timeText() + '"';
-    if (appName) {
-        header += QByteArray(" source=\"") + appName + "\" pid=\"" + QByteArray::number(pid) + '"';
+    if (isProgramNamed && !appName().isEmpty()) {
+        header += " source=\"" + appName() + "\" pid=\"" + QByteArray::number(pid) + '"';
     }
     return header + " type=\"" + Logger::typeToString(type) + "\">";
 }
@@ -224,11 +238,7 @@ void installPlainMsgHandler()
 
 void installQtMsgHandler()
 {
-    const QString name = QFileInfo(QCoreApplication::applicationFilePath()).fileName();
-    if (!name.isEmpty()) {
-        // Never freed: static destructors may log.
-        appName = qstrdup(name.left(longestAppName).toLocal8Bit().constData());
-    }
+    isProgramNamed = true;
     pid = sc_getpid();
     installHandler(qtMsgHandler);
 }

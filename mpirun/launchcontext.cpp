@@ -83,7 +83,7 @@ void LaunchContext::setHelper(const QByteArray& path)
 void LaunchContext::execHelper(int errorPipe) const
 {
     // Dispositions first: setting the mask delivers pending signals.
-    resetSignalHandlers();
+    prepareSignalsForExec();
     restoreDispositions();
     restoreStackLimit();
     restoreParentDeathSignal();

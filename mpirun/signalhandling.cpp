@@ -32,11 +32,10 @@ constexpr int terminalSignals[] = {SIGINT,  SIGQUIT, SIGHUP,   SIGTSTP,
                                    SIGTTIN, SIGTTOU, SIGWINCH, SIGCONT};
 constexpr int faultSignals[] = {SIGSEGV, SIGFPE, SIGBUS, SIGILL, SIGTRAP, SIGSYS};
 
-// The signals with an empty handler in the child until its exec, which resets it. A child
-// that stops would block the launcher in vfork(2); the launcher has the signal, too, and
-// sends it to the helper later. SIG_DFL discards a pending signal that is ignored by
-// default, see sigaction(3posix).
-constexpr int emptyInChild[] = {SIGTSTP, SIGTTIN, SIGTTOU, SIGCONT, SIGURG, SIGWINCH};
+// The signals that have no effect on the child before its exec. A child that stops would
+// block the launcher in vfork(2); the launcher has the signal, too, and sends it to the
+// helper later.
+constexpr int withoutEffectInChild[] = {SIGTSTP, SIGTTIN, SIGTTOU, SIGCONT, SIGURG, SIGWINCH};
 
 // The process id of the helper, or 0, and the path of the marker, or null; never freed.
 std::atomic<pid_t> pid = 0;
@@ -54,7 +53,6 @@ pid_t g_launcher = 0;
 bool g_reapsOrphans = false;
 sigset_t g_ownMask;
 sigset_t g_handledSignals;
-sigset_t g_signalsWithHandler;
 sigset_t g_ignoredSignals;
 
 // The stack of the handlers in the child between fork and exec. The child's own stack is
@@ -194,9 +192,25 @@ bool isOwnFault(int signo, const siginfo_t& info)
            (signo == SIGABRT && info.si_code == SI_TKILL && info.si_pid == g_launcher);
 }
 
-// Whether the calling handler must act on the signal. Hands it over otherwise.
+// Ends the child between fork and exec by a signal that has reached it. The child keeps the
+// launcher's handlers until the exec, which resets them: sixty system calls less than with
+// the default actions.
+void handleInChild(int signo)
+{
+    if (!contains(withoutEffectInChild, signo)) {
+        signal(signo, SIG_DFL);
+        raise(signo);
+    }
+}
+
+// Whether the calling handler must act on the signal. Otherwise, hands it over to the main
+// thread, or handles it for the child.
 bool isForThisThread(int signo, const siginfo_t& info)
 {
+    if (getpid() != g_launcher) {
+        handleInChild(signo);
+        return false;
+    }
     if (!isOwnFault(signo, info) && syscall(SYS_gettid) != g_launcher) {
         handOver(signo, info);
         return false;
@@ -326,20 +340,6 @@ void useChildStack()
     sigaltstack(&stack, nullptr);
 }
 
-// Gives a signal the disposition that the helper inherits.
-void resetHandler(int signo)
-{
-    struct sigaction action = {};
-    action.sa_handler = SIG_DFL;
-    action.sa_flags = SA_ONSTACK;
-    if (sigismember(&g_ignoredSignals, signo) == 1) {
-        action.sa_handler = SIG_IGN;
-    } else if (contains(emptyInChild, signo)) {
-        action.sa_handler = [](int) {};
-    }
-    sigaction(signo, &action, nullptr);
-}
-
 // Reads the signals that are pending for the launcher, from the line ShdPnd of
 // /proc/PID/status, see proc(5). Returns false if that is impossible.
 bool readPendingOfLauncher(sigset_t* signals)
@@ -409,10 +409,9 @@ void install(int signo, void (*handler)(int, siginfo_t*, void*))
     struct sigaction action = {};
     action.sa_sigaction = handler;
     action.sa_mask = g_handledSignals;
-    action.sa_flags = SA_SIGINFO | SA_RESTART;
+    action.sa_flags = SA_SIGINFO | SA_RESTART | SA_ONSTACK;
     struct sigaction previous;
     sigaction(signo, &action, &previous);
-    sigaddset(&g_signalsWithHandler, signo);
     if (previous.sa_handler == SIG_IGN) {
         sigaddset(&g_ignoredSignals, signo);
     }
@@ -462,7 +461,6 @@ void handlePassedSignals()
     g_reapsOrphans = reapsOrphans();
     sigprocmask(SIG_SETMASK, nullptr, &g_ownMask);
     sigemptyset(&g_waitedForRelease);
-    sigemptyset(&g_signalsWithHandler);
     sigemptyset(&g_ignoredSignals);
     fillHandledSignals();
     for (int signo : stoppingSignals) {
@@ -508,13 +506,13 @@ void releaseSignals()
     sigemptyset(&g_waitedForRelease);
 }
 
-void resetSignalHandlers()
+void prepareSignalsForExec()
 {
     noteOlderSignals();
     useChildStack();
     for (int signo = 1; signo <= SIGRTMAX; ++signo) {
-        if (sigismember(&g_signalsWithHandler, signo) == 1) {
-            resetHandler(signo);
+        if (sigismember(&g_ignoredSignals, signo) == 1) {
+            signal(signo, SIG_IGN);
         }
     }
 }

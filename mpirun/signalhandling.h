@@ -39,10 +39,11 @@ void holdSignals();
 /// Unblocks the handled signals. The handlers of pending ones run before it returns.
 void releaseSignals();
 
-/// Restores the dispositions that the helper inherits for all signals with a handler.
-/// Call it in the child between fork and exec. Until the exec, stop signals have no
+/// Ignores the handled signals that the helper is to ignore; the exec resets the others.
+/// Call it in the child between fork and exec, while the handled signals are blocked. Until
+/// the exec, a signal that ends a process by default ends the child, and the others have no
 /// effect. Makes only async-signal-safe calls.
-void resetSignalHandlers();
+void prepareSignalsForExec();
 
 /// Sets the child process that signals are sent to; 0 for none.
 void setSignalledHelper(pid_t helper);

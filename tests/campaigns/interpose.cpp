@@ -18,6 +18,9 @@
 
 namespace {
 
+// Differs from the process id in a child between fork and exec.
+const pid_t g_loadedIn = getpid();
+
 // The function of that name and type that is underneath.
 template <typename Function> Function* original(Function*, const char* name)
 {
@@ -75,23 +78,15 @@ int sigprocmask(int how, const sigset_t* set, sigset_t* previous) noexcept
     if (how == SIG_BLOCK && set && breaks("hold")) {
         return 0;
     }
+    if (getpid() != g_loadedIn && breaks("halt")) {
+        signal(SIGTSTP, SIG_DFL);
+    }
     const int result = original(&sigprocmask, "sigprocmask")(how, set, previous);
     if (how == SIG_SETMASK && breaks("leak")) {
         fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0);
     }
     delay();
     return result;
-}
-
-int sigaction(int signo, const struct sigaction* action, struct sigaction* previous) noexcept
-{
-    struct sigaction changed;
-    // The handler of the child between fork and exec.
-    if (signo == SIGTSTP && action && action->sa_flags == SA_ONSTACK && breaks("halt")) {
-        changed = {};
-        action = &changed;
-    }
-    return original(&sigaction, "sigaction")(signo, action, previous);
 }
 
 ssize_t write(int fd, const void* buffer, size_t count)
