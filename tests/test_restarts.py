@@ -24,6 +24,23 @@ def test_long_hold_is_reported(installation, session, started):
         r"it is \d{8,} s old\. Remove it to let the launcher go on\.\n", ended.errors)
 
 
+def test_hold_is_reported_again_each_hour(installation, session, started, environment, build,
+                                          needs, run):
+    """After the first line there is one an hour, in a launcher whose clock runs fast."""
+    if "ON" in (build.variable("ZORV_PORTABLE"), build.variable("ZORV_SANITIZE")):
+        pytest.skip("no library can be preloaded")
+    needs("faketime", "-f", "+0 x3600", "true")
+    variables = run("faketime", "-f", "+0 x3600", "printenv", "LD_PRELOAD", "FAKETIME").output
+    environment.update(zip(("LD_PRELOAD", "FAKETIME"), variables.splitlines()))
+    launcher = installation.start()
+    session.hold.touch()
+    os.kill(int(started.line()), SIGKILL)
+    wait_until(lambda: launcher.errors().count("\n") == 3, "three lines on the hold")
+    session.hold.unlink()
+    waited = [int(seconds) for seconds in re.findall(r"waited for (\d+) s", launcher.wait().errors)]
+    assert [seconds // 3600 for seconds in waited[:3]] == [0, 1, 2]
+
+
 LOOKS = "stat,newfstatat,statx"
 
 
