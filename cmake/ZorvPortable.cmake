@@ -22,8 +22,8 @@ define_property(TARGET PROPERTY QT_DEFAULT_PLUGINS
     INITIALIZE_FROM_VARIABLE ZORV_QT_DEFAULT_PLUGINS)
 set(ZORV_QT_DEFAULT_PLUGINS 0)
 
-# Places the functions that a launch calls next to each other, so that few pages of the program
-# are read and mapped. tools/order-functions has written the list.
+# Places the functions and data that a launch uses next to each other, so that few pages of the
+# program are read and mapped. tools/order-symbols has written the list.
 find_program(ZORV_LLD ld.lld)
 if(NOT ZORV_LLD)
     message(FATAL_ERROR "The portable build is linked by lld, which is not here.")
