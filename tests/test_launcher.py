@@ -84,6 +84,21 @@ def test_says_why_a_helper_does_not_start(installation):
         "missing: /nowhere does not exist; zorv-mpirun-info tells more)\n")
 
 
+def test_failed_exec_is_not_repeated(installation, needs, scratch):
+    """One call has the bytes of the arguments, and its error is in the message."""
+    needs("strace", "-o", "/dev/null", "true")
+    trace = scratch / "trace"
+    under = ["strace", "-f", "-o", trace, "-P", installation.helper, "-e", "trace=execve",
+             "-e", "inject=execve:error=ETXTBSY:when=1"]
+    # The sanitizers cannot look for leaks under strace.
+    assert installation.launch(
+        os.fsdecode(b"x\377y"), under=under, env={"ASAN_OPTIONS": "detect_leaks=0"}) == Ended(
+            1, "", f"{installation.helper}: Text file busy (zorv-mpirun-info tells more)\n")
+    calls = [line for line in trace.read_text().splitlines() if "execve(" in line]
+    assert len(calls) == 1
+    assert r'"--zorvmpirun", "x\377y"]' in calls[0]
+
+
 @pytest.mark.parametrize("under", [
     pytest.param(["env", "-C", "/"], id="working directory"),
     pytest.param(["env", "XDG_CONFIG_HOME=/a", "XDG_CONFIG_DIRS=/b"], id="environment"),

@@ -46,6 +46,14 @@ def test_follows_no_link_of_a_stranger(installation, taken_name, another_user, s
     assert not (scratch / "nothing").exists()
 
 
+def test_writes_to_no_fifo_of_a_stranger(installation, taken_name, another_user):
+    """A reader would get the messages."""
+    os.mkfifo(taken_name)
+    reader = os.open(taken_name, os.O_RDONLY | os.O_NONBLOCK)
+    assert_is_left_alone(taken_name, another_user, installation)
+    os.close(reader)
+
+
 def test_does_not_wait_for_a_strangers_fifo(installation, taken_name, another_user):
     """A FIFO that nobody reads holds no launch up."""
     os.mkfifo(taken_name)

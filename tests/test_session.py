@@ -47,6 +47,16 @@ def test_hold_that_cannot_be_made_ends_the_launcher(installation, session):
     assert session.files() == ["restart-hold", "restart-supported"]
 
 
+def test_hold_is_made_where_a_link_leads(installation, session):
+    """A dangling link of the user is followed to a new file, and the restart is not lost."""
+    target = session.folder / "target"
+    session.hold.symlink_to(target)
+    session.restart.touch()
+    installation.set_helper(f"echo started; rm -f {target}")
+    assert installation.launch() == Ended(0, "started\nstarted\n")
+    assert session.hold.is_symlink()
+
+
 def test_restart_without_a_helper_ends_the_launcher(installation, session):
     """A helper that is gone at a restart is reported, and the status is 1."""
     installation.set_helper(f": >{session.restart}; rm {installation.helper}")

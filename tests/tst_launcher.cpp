@@ -17,6 +17,7 @@ private Q_SLOTS:
         QFile launcher(u"" ZORV_MPIRUN ""_s);
         QVERIFY(launcher.open(QIODevice::ReadOnly));
         const QByteArray content = launcher.readAll();
+        QVERIFY(!Branding::CopyrightTalvoraSoftware.isEmpty());
         QVERIFY(content.contains('\0' + QByteArray(ZORV_VERSION) + '\0'));
         QVERIFY(content.contains('\0' + QByteArray(HGID) + '\0'));
         QVERIFY(content.contains('\0' + Branding::CopyrightTalvoraSoftware.toUtf8() + '\0'));

@@ -133,6 +133,7 @@ private Q_SLOTS:
         const auto bad = FileState::NotWellFormed;
         const QByteArray session = "<session host='é'/>";
         const QByteArray latin1 = "<?xml version='1.0' encoding='iso-8859-1'?>";
+        const QByteArray windows = "<?xml version='1.0' encoding='windows-1252'?>";
         const QByteArray unknown = "<?xml version='1.0' encoding='none'?>";
         const QString entity = u"<!DOCTYPE s [<!ENTITY e 'b'>]><session host='é'/>"_s;
         add("another root element", "<x:session host='b'>" + session + "</x:session>",
@@ -142,6 +143,9 @@ private Q_SLOTS:
         add("larger file", session.leftJustified(65537), FileState::TooLarge);
 
         add("declared encoding", latin1 + "<session host='\xe9'/>", good);
+        // One that ICU knows, if this Qt has it.
+        add("encoding of Windows", windows + "<session host='\xe9'/>",
+            QStringDecoder("windows-1252").isValid() ? good : bad);
         add("unknown encoding", unknown + session, bad);
         add("bytes that are not in the encoding", "<session host='\xe9'/>", bad);
         add("number in UTF-32 that is no character",
@@ -151,6 +155,7 @@ private Q_SLOTS:
 
         add("DOCTYPE", "<!DOCTYPE s>" + session, good);
         add("second DOCTYPE", "<!DOCTYPE s><!DOCTYPE s>" + session, bad);
+        add("DOCTYPE in the root element", "<session host='é'><!DOCTYPE s></session>", bad);
         add("DOCTYPE after the root element", session + "<!DOCTYPE s>", bad);
         add("declared entity", entity.toUtf8(), bad);
         add("declared entity in UTF-16", QStringEncoder(QStringConverter::Utf16BE)(entity), bad);

@@ -9,8 +9,9 @@ using namespace Qt::StringLiterals;
 namespace {
 
 // It closes its output and runs on.
-const QStringList slowScript = {u"-c"_s, u"sleep 0.1; echo one; sleep 0.1; echo error >&2; "
-                                         "printf two; exec >&- 2>&-; exec sleep 60"_s};
+const QStringList slowScript = {u"-c"_s,
+                                u"printf o; sleep 0.1; echo ne; sleep 0.1; "
+                                "echo error >&2; printf two; exec >&- 2>&-; exec sleep 60"_s};
 
 } // namespace
 
@@ -35,6 +36,13 @@ private Q_SLOTS:
         QCOMPARE(mProcess->readAll(), "one\ntwo");
         QCOMPARE(mProcess->readAllStandardError(), "error\n");
         QCOMPARE(mProcess->state(), QProcess::Running);
+    }
+
+    void readLineWaitsForTheEndOfALine()
+    {
+        mProcess->start(u"sh"_s, slowScript);
+        QCOMPARE(mProcess->readLine(), "one\n");
+        QCOMPARE(mProcess->readLine(), "two");
     }
 
     void textStreamWaitsForLines()

@@ -29,11 +29,6 @@ def read_text(file: Path) -> str:
     return file.read_text("utf-8", "surrogateescape")
 
 
-def without_call(messages: str) -> str:
-    """Messages without the call that did not start a helper, in which Qt versions differ."""
-    return re.sub(r": execv[a-z]*: ", ": ", messages)
-
-
 @dataclass(frozen=True)
 class Ended:
     """The end of a process. The status is negative for a signal, as in subprocess."""
@@ -80,7 +75,7 @@ class Process:
     def wait(self) -> Ended:
         """Waits for the end."""
         status = self._process.wait()
-        return Ended(status, read_text(self._output), without_call(read_text(self._errors)))
+        return Ended(status, read_text(self._output), read_text(self._errors))
 
 
 class Fifo:
