@@ -45,7 +45,7 @@ def complete(request, build, run, needs, environment, scratch):
         "PATH": f"{scratch}/installed/bin:{environment['PATH']}",
         # No history and no settings in HOME.
         "HISTFILE": "", "ZDOTDIR": str(scratch), "XDG_CONFIG_HOME": f"{scratch}/fish",
-        "XDG_DATA_HOME": f"{scratch}/fish"}
+        "XDG_DATA_HOME": f"{scratch}/fish", "XDG_CACHE_HOME": f"{scratch}/fish"}
     (scratch / ".bashrc").write_text(BASH + PROGRAMS)
     (scratch / ".zshrc").write_text(ZSH + PROGRAMS)
     command = {"bash": f"bash --noprofile --rcfile {scratch}/.bashrc -i", "zsh": "zsh -d -i"}

@@ -159,7 +159,7 @@ SETUPS = [
     works("few processes", under=[*as_user(BUSY_USER + 1), "prlimit", "--nproc=4"],
           prepare=f"chown {BUSY_USER + 1} sessions"),
     *[works(f"{mebibytes} MiB of addresses", under=["prlimit", f"--as={mebibytes * MEBIBYTE}"])
-      for mebibytes in (80, 200)],
+      for mebibytes in (120, 200)],
     works("long arguments", under=long_arguments(40, "unlimited")),
     works("long arguments, unusual stack limit", under=long_arguments(50, 102400)),
     broken("arguments longer than the helper's stack limit allows",
