@@ -88,40 +88,22 @@ private Q_SLOTS:
         QCOMPARE(sc_getScriptBinaryPathAndArguments(mFile), QStringList());
     }
 
-    void killIsTracedAndDropsSignals_data()
-    {
-        QTest::addColumn<QByteArray>("setting");
-        QTest::addColumn<QString>("trace");
-        QTest::addColumn<int>("end");
-        QTest::newRow("not set") << QByteArray() << QString() << SIGUSR1;
-        QTest::newRow("signal to drop") << QByteArray("ignore{0}ignore{10}")
-                                        << u"sc_kill(pid,signo): %1 10 ignore true"_s << SIGKILL;
-        QTest::newRow("another signal")
-            << QByteArray("ignore{1}") << u"sc_kill(pid,signo): %1 10 ignore false"_s << SIGUSR1;
-    }
-
     void killIsTracedAndDropsSignals()
     {
-        QFETCH(QByteArray, setting);
-        QFETCH(QString, trace);
-        setSetting("ZORV_DEBUG_SC_KILL", setting);
         const pid_t child = fork();
         while (child == 0) {
             pause();
         }
-        if (!trace.isEmpty()) {
-            QTest::ignoreMessage(QtDebugMsg, trace.arg(child).toLatin1().constData());
-        }
+        const QString trace = u"sc_kill(pid,signo): %1 %2 ignore %3"_s.arg(child);
+        setSetting("ZORV_DEBUG_SC_KILL", "ignore{0}ignore{10}ignore{120}");
         QCOMPARE(sc_kill(child, 0), 0);
+        QTest::ignoreMessage(QtDebugMsg, trace.arg(10).arg(u"true"_s).toLatin1().constData());
         QCOMPARE(sc_kill(child, SIGUSR1), 0);
-        // Two signals that wait would not arrive in their order.
-        QFETCH(int, end);
-        if (end == SIGKILL) {
-            kill(child, SIGKILL);
-        }
+        QTest::ignoreMessage(QtDebugMsg, trace.arg(12).arg(u"false"_s).toLatin1().constData());
+        QCOMPARE(sc_kill(child, SIGUSR2), 0);
         int status = 0;
         QCOMPARE(waitpid(child, &status, 0), child);
-        QCOMPARE(WTERMSIG(status), end);
+        QCOMPARE(WTERMSIG(status), SIGUSR2);
         QCOMPARE(sc_kill(child, 0), -1);
     }
 };
