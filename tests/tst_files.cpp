@@ -37,12 +37,6 @@ constexpr uid_t stranger = 54323;
 
 enum class Entry { File, SecondName, Link };
 
-QStringList namesIn(const QString& directory)
-{
-    return QDir(directory).entryList(QDir::AllEntries | QDir::System | QDir::Hidden |
-                                     QDir::NoDotAndDotDot);
-}
-
 } // namespace
 
 // Each row has a working directory of its own.

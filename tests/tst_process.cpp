@@ -2,6 +2,7 @@
 #include "common/compatibility_simple/process/processhelpers_p.h"
 #include "common/compatibility_simple/process/signals.h"
 #include "tests/support/helpers.h"
+#include "zorv-util/qblockingprocess.h"
 
 #include <QRegularExpression>
 #include <QTemporaryDir>
@@ -74,6 +75,17 @@ private Q_SLOTS:
     {
         const QString command = u"sh -c \"echo a; exec >&- 2>&-; exec sleep 60\""_s;
         QCOMPARE(ProcessHelpers::outputLines(command, false, false, {}, 1000), list({"a"}));
+    }
+
+    void readAllWaitsForTheEndOfTheOutput()
+    {
+        QBlockingProcess process;
+        process.start(u"sh"_s, {u"-c"_s, u"sleep 0.1; echo one; sleep 0.1; echo error >&2; "
+                                         "printf two; exec >&- 2>&-; exec sleep 60"_s});
+        QCOMPARE(process.readAll(), "one\ntwo");
+        QCOMPARE(process.readAllStandardError(), "error\n");
+        QCOMPARE(process.state(), QProcess::Running);
+        process.close();
     }
 
     void scriptNamesItsInterpreter()

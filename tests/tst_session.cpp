@@ -59,11 +59,6 @@ Record resolved(const Settings& settings, const QStringList& arguments = {})
     return record;
 }
 
-QStringList namesIn(const QString& directory)
-{
-    return QDir(directory).entryList(QDir::Files | QDir::System | QDir::Hidden);
-}
-
 // As it is in the link.
 QString linkTarget(const QString& link)
 {

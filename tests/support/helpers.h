@@ -4,6 +4,7 @@
 
 #include "common/env/zorvenv.h"
 
+#include <QDir>
 #include <QFile>
 #include <QProcessEnvironment>
 #include <QRegularExpression>
@@ -36,6 +37,11 @@ inline QByteArray content(const QString& fileName)
 {
     QFile file(fileName);
     return file.open(QIODevice::ReadOnly) ? file.readAll() : "cannot be read";
+}
+
+inline QStringList namesIn(const QString& directory)
+{
+    return QDir(directory).entryList(QDir::Files | QDir::System | QDir::Hidden);
 }
 
 /// Gives a variable a value, or none for null.
