@@ -4,7 +4,6 @@
 #include "common/compatibility_simple/files/descriptor.h"
 #include "common/compatibility_simple/files/metadata.h"
 #include "common/compatibility_simple/files/overwrite.h"
-#include "common/compatibility_simple/files/read.h"
 #include "common/compatibility_simple/files/replace.h"
 #include "tests/support/helpers.h"
 
@@ -143,17 +142,6 @@ private Q_SLOTS:
         done = true;
         others.join();
         QCOMPARE(error, QString());
-    }
-
-    void readsAFileUpToTheLimit()
-    {
-        QVERIFY(writeFile(u"file"_s, "beginning"));
-        QCOMPARE(*readRegularFile(u"file"_s, 5), "begin");
-        // It does not tell its size.
-        QCOMPARE(*readRegularFile(u"/proc/sys/kernel/ostype"_s, 100), "Linux\n");
-        QCOMPARE(readRegularFile(u"/proc/self/mem"_s, 5).error().code, EIO);
-        QCOMPARE(mkfifo("fifo", 0600), 0);
-        QCOMPARE(readRegularFile(u"fifo"_s, 5).error().code, ENXIO);
     }
 
     void replacesALinkAndMakesAFileOfTheLongestName()

@@ -1,8 +1,8 @@
 #include "branding/branding.h"
 #include "mpirun/restartableprocess.h"
+#include "tests/support/helpers.h"
 #include "version/hgid.h"
 
-#include <QFile>
 #include <QTest>
 
 using namespace Qt::StringLiterals;
@@ -14,12 +14,10 @@ class LauncherTest : public QObject
 private Q_SLOTS:
     void fileTellsTheBuild()
     {
-        QFile launcher(u"" ZORV_MPIRUN ""_s);
-        QVERIFY(launcher.open(QIODevice::ReadOnly));
-        const QByteArray content = launcher.readAll();
-        QVERIFY(content.contains('\0' + QByteArray(ZORV_VERSION) + '\0'));
-        QVERIFY(content.contains('\0' + QByteArray(HGID) + '\0'));
-        QVERIFY(content.contains('\0' + Branding::CopyrightTalvoraSoftware.toUtf8() + '\0'));
+        const QByteArray launcher = content(u"" ZORV_MPIRUN ""_s);
+        QVERIFY(launcher.contains('\0' + QByteArray(ZORV_VERSION) + '\0'));
+        QVERIFY(launcher.contains('\0' + QByteArray(HGID) + '\0'));
+        QVERIFY(launcher.contains('\0' + Branding::CopyrightTalvoraSoftware.toUtf8() + '\0'));
     }
 
     // The launcher's restarts repeat a start with arguments.

@@ -56,11 +56,6 @@ private Q_SLOTS:
         QTEST(sc_helper_exec(u"sh -c \"%1\""_s.arg(script), merge, false, mFile), "lines");
     }
 
-    void commandHasNoInput()
-    {
-        QCOMPARE(sc_helper_exec(u"cat"_s, false, false, {}), QStringList());
-    }
-
     void commandThatDoesNotStartIsReported()
     {
         QTest::failOnWarning(QRegularExpression(u".*"_s));

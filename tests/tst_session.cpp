@@ -297,9 +297,6 @@ private Q_SLOTS:
     void newSessionFileIsTheLatest()
     {
         const Record record("host='a'");
-        QCOMPARE(record.getSessionFile(3, false), u"s/a-3"_s);
-        QCOMPARE(record.getSessionFile(0, false), u"s/a-latest"_s);
-        QCOMPARE(namesIn(u"s"_s), QStringList());
         QVERIFY(QFile::link(u"elsewhere"_s, u"s/latest"_s));
         QCOMPARE(record.getSessionFile(0, true), u"s/a-0"_s);
         QCOMPARE(linkTarget(u"s/latest"_s), u"s/a-0"_s);
