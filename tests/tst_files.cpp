@@ -9,14 +9,12 @@
 
 #include <QDir>
 #include <QScopeGuard>
-#include <QTemporaryDir>
 #include <QTest>
 
 #include <atomic>
 #include <csignal>
 #include <fcntl.h>
 #include <filesystem>
-#include <memory>
 #include <sys/fsuid.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -43,13 +41,10 @@ class FilesTest : public QObject
 {
     Q_OBJECT
 
-    std::unique_ptr<QTemporaryDir> mDirectory;
-
 private Q_SLOTS:
     void init()
     {
-        mDirectory = std::make_unique<QTemporaryDir>();
-        QVERIFY(QDir::setCurrent(mDirectory->path()));
+        enterEmptyDirectory();
         umask(0);
     }
 

@@ -4,10 +4,8 @@
 #include "tests/support/helpers.h"
 
 #include <QDateTime>
-#include <QDir>
 #include <QMap>
 #include <QProcess>
-#include <QTemporaryDir>
 #include <QTest>
 
 #include <csignal>
@@ -75,14 +73,12 @@ class LoggerTest : public QObject
     Q_OBJECT
 
     const QString mProgram = QCoreApplication::applicationFilePath();
-    std::unique_ptr<QTemporaryDir> mDirectory;
 
 private Q_SLOTS:
     void init()
     {
         clearSettings();
-        mDirectory = std::make_unique<QTemporaryDir>();
-        QVERIFY(QDir::setCurrent(mDirectory->path()));
+        enterEmptyDirectory();
         received.clear();
     }
 

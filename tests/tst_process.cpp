@@ -5,7 +5,6 @@
 #include "zorv-util/qblockingprocess.h"
 
 #include <QRegularExpression>
-#include <QTemporaryDir>
 #include <QTest>
 
 #include <cerrno>
@@ -19,11 +18,12 @@ class ProcessTest : public QObject
 {
     Q_OBJECT
 
-    const QTemporaryDir mDir;
-    const QString mFile = mDir.filePath(u"file"_s);
-
 private Q_SLOTS:
-    void init() { clearSettings(); }
+    void init()
+    {
+        clearSettings();
+        enterEmptyDirectory();
+    }
 
     // No child is left behind, not even one that has ended.
     void cleanup() { QVERIFY(waitpid(-1, nullptr, WNOHANG) == -1 && errno == ECHILD); }
@@ -51,9 +51,9 @@ private Q_SLOTS:
     {
         QFETCH(QString, script);
         QFETCH(bool, merge);
-        QVERIFY(writeFile(mFile, "1\n\n\r\n2"));
+        QVERIFY(writeFile(u"file"_s, "1\n\n\r\n2"));
         QTest::failOnWarning(QRegularExpression(u".*"_s));
-        QTEST(sc_helper_exec(u"sh -c \"%1\""_s.arg(script), merge, false, mFile), "lines");
+        QTEST(sc_helper_exec(u"sh -c \"%1\""_s.arg(script), merge, false, u"file"_s), "lines");
     }
 
     void commandThatDoesNotStartIsReported()
@@ -85,14 +85,14 @@ private Q_SLOTS:
 
     void scriptNamesItsInterpreter()
     {
-        QVERIFY(writeFile(mFile, "#! /bin/sh -e\r\necho"));
-        QVERIFY(sc_isScript(mFile));
-        QCOMPARE(sc_getScriptBinaryPathAndArguments(mFile), list({"/bin/sh", "-e\r"}));
-        QVERIFY(writeFile(mFile, "#!" + QByteArray(5000, 'x')));
-        QCOMPARE(sc_getScriptBinaryPathAndArguments(mFile), QStringList(QString(1021, u'x')));
-        QVERIFY(writeFile(mFile, "/bin/sh\n#!/bin\n"));
-        QVERIFY(!sc_isScript(mFile));
-        QCOMPARE(sc_getScriptBinaryPathAndArguments(mFile), QStringList());
+        QVERIFY(writeFile(u"file"_s, "#! /bin/sh -e\r\necho"));
+        QVERIFY(sc_isScript(u"file"_s));
+        QCOMPARE(sc_getScriptBinaryPathAndArguments(u"file"_s), list({"/bin/sh", "-e\r"}));
+        QVERIFY(writeFile(u"file"_s, "#!" + QByteArray(5000, 'x')));
+        QCOMPARE(sc_getScriptBinaryPathAndArguments(u"file"_s), QStringList(QString(1021, u'x')));
+        QVERIFY(writeFile(u"file"_s, "/bin/sh\n#!/bin\n"));
+        QVERIFY(!sc_isScript(u"file"_s));
+        QCOMPARE(sc_getScriptBinaryPathAndArguments(u"file"_s), QStringList());
     }
 
     void killIsTracedAndDropsSignals()

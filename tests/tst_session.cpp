@@ -10,12 +10,10 @@
 #include <QDir>
 #include <QMap>
 #include <QStringConverter>
-#include <QTemporaryDir>
 #include <QTest>
 
 #include <csignal>
 #include <filesystem>
-#include <memory>
 #include <sys/resource.h>
 #include <sys/stat.h>
 
@@ -73,16 +71,13 @@ class SessionTest : public QObject
 {
     Q_OBJECT
 
-    std::unique_ptr<QTemporaryDir> mRoot;
-
 private Q_SLOTS:
     void init()
     {
         clearSettings();
         qunsetenv("TMPDIR");
         setSetting("ZORV_SESSION_PATH", "s");
-        mRoot = std::make_unique<QTemporaryDir>();
-        QVERIFY(QDir::setCurrent(mRoot->path()));
+        enterEmptyDirectory();
         for (const char* name : {"bin", "lib", "libexec", "s"}) {
             QVERIFY(QDir().mkdir(text(name)));
         }
@@ -233,6 +228,7 @@ private Q_SLOTS:
         QCOMPARE(resolved({{"HOST", "a,b"}}).sessionFileName(), u"s/a-latest"_s);
         QCOMPARE(resolved({{"HOST", "a"}}, list({"--session", "4"})).sessionFileName(), u"s/a-4"_s);
         QCOMPARE(resolved(given).sessionFileName(), u"x"_s);
+        QCOMPARE(resolved(given).source(UserData::SessionFileName), Source::Environment);
         QCOMPARE(resolved(given, list({"--sessionfile", "y"})).sessionFileName(), u"y"_s);
     }
 
@@ -250,14 +246,19 @@ private Q_SLOTS:
     void cookiesAreUsedUnlessTheyAreSwitchedOff()
     {
         QVERIFY(resolved({{"NO_SESSION_COOKIE", "Off"}}).getUseSessionCookies());
-        QVERIFY(!resolved({{"NO_SESSION_COOKIE", ""}}).getUseSessionCookies());
-        QVERIFY(!resolved({}, list({"--zorvnosessioncookie"})).getUseSessionCookies());
+        const Record bySetting = resolved({{"NO_SESSION_COOKIE", ""}});
+        QVERIFY(!bySetting.getUseSessionCookies());
+        QCOMPARE(bySetting.source(UserData::CookieUse), Source::Environment);
+        const Record byOption = resolved({}, list({"--zorvnosessioncookie"}));
+        QVERIFY(!byOption.getUseSessionCookies());
+        QCOMPARE(byOption.source(UserData::CookieUse), Source::Option);
     }
 
     void tarballIsThatOfTheOptionOrTheSetting()
     {
         const Settings setting = {{"TARBALL", "/e"}};
         QCOMPARE(resolved(setting).tarballFileName(false), u"/e"_s);
+        QCOMPARE(resolved(setting).source(UserData::Tarball), Source::Environment);
         QCOMPARE(resolved(setting, list({"--tarball", "/o"})).tarballFileName(false), u"/o"_s);
     }
 
@@ -271,8 +272,10 @@ private Q_SLOTS:
         const Record byOption =
             resolved(settings, list({"--shareddirectory", "$ZORV_LIBRARY/../link"}));
         QCOMPARE(byOption.getSharedDirectory(), u"/"_s);
+        QCOMPARE(byOption.source(UserData::SharedDirectory), Source::Option);
         const Record byFile = resolved({}, list({"--sessionfile", "x/session"}));
         QCOMPARE(byFile.getSharedDirectory(), u"x/session"_s);
+        QCOMPARE(byFile.source(UserData::SharedDirectory), Source::Derived);
     }
 
     void validRecordHasAHostAndAUsablePort()

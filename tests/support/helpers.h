@@ -9,8 +9,10 @@
 #include <QProcessEnvironment>
 #include <QRegularExpression>
 #include <QStringList>
+#include <QTemporaryDir>
 
 #include <initializer_list>
+#include <memory>
 
 inline QString text(const char* utf8)
 {
@@ -37,6 +39,14 @@ inline QByteArray content(const QString& fileName)
 {
     QFile file(fileName);
     return file.open(QIODevice::ReadOnly) ? file.readAll() : "cannot be read";
+}
+
+/// Makes an empty directory the working directory, in place of the one before.
+inline void enterEmptyDirectory()
+{
+    static std::unique_ptr<QTemporaryDir> directory;
+    directory = std::make_unique<QTemporaryDir>();
+    QDir::setCurrent(directory->path());
 }
 
 inline QStringList namesIn(const QString& directory)
