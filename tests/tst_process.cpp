@@ -72,14 +72,19 @@ private Q_SLOTS:
         QCOMPARE(ProcessHelpers::outputLines(command, false, false, {}, 1000), list({"a"}));
     }
 
-    void readAllWaitsForTheEndOfTheOutput()
+    void readsWaitForALineOrTheEndOfTheOutput()
     {
         QBlockingProcess process;
-        process.start(u"sh"_s, {u"-c"_s, u"sleep 0.1; echo one; sleep 0.1; echo error >&2; "
-                                         "printf two; exec >&- 2>&-; exec sleep 60"_s});
-        QCOMPARE(process.readAll(), "one\ntwo");
+        process.start(u"sh"_s,
+                      {u"-c"_s, u"printf o; sleep 0.1; echo ne; sleep 0.1; echo error >&2; "
+                                "printf two; exec >&- 2>&-; exec sleep 60"_s});
+        QCOMPARE(process.readLine(), "one\n");
+        QCOMPARE(process.readAll(), "two");
         QCOMPARE(process.readAllStandardError(), "error\n");
         QCOMPARE(process.state(), QProcess::Running);
+        process.close();
+        process.start(u"echo"_s, {u"again"_s});
+        QCOMPARE(process.readAll(), "again\n");
         process.close();
     }
 

@@ -455,14 +455,18 @@ void parseCommandLine(const QStringList& arguments)
     parser.process(arguments);
     QStringList words = parser.positionalArguments();
     mode = words.isEmpty() ? std::string() : words.takeFirst().toStdString();
-    if (modes.count(mode) == 0) {
-        parser.showHelp(2);
-    }
     for (const QString& word : words) {
         under.push_back(word.toLocal8Bit());
     }
+    bool understood = modes.count(mode) > 0;
     for (Number* number : numbers) {
-        number->value = parser.value(number->option).toLong();
+        bool isNumber = true;
+        number->value = parser.value(number->option).toLong(&isNumber);
+        understood = understood && isNumber && number->value >= 0;
+    }
+    if (!understood) {
+        fprintf(stderr, "The mode or a number is not understood; see campaign --help\n");
+        exit(2);
     }
 }
 
