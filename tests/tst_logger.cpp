@@ -103,9 +103,9 @@ private Q_SLOTS:
         QFETCH(QByteArray, log);
         QVERIFY(writeFile(u"log"_s, "old content\n"));
         QProcess child;
-        // A user may have set the rules for another program.
-        child.start(u"env"_s, {u"QT_LOGGING_RULES=*=false"_s, mProgram,
-                               text(QTest::currentDataTag()), u"log"_s});
+        // A user may have set the variables for another program.
+        child.start(u"env"_s, {u"QT_LOGGING_RULES=*=false"_s, u"QT_MESSAGE_PATTERN=pattern"_s,
+                               mProgram, text(QTest::currentDataTag()), u"log"_s});
         QVERIFY(child.waitForFinished());
         QCOMPARE(child.readAllStandardOutput(), QByteArray());
         QCOMPARE(child.readAllStandardError(), "early\n" + log);

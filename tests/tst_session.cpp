@@ -161,7 +161,8 @@ private Q_SLOTS:
         Record record("host='a'");
         QVERIFY(!record.load(u"missing"_s));
         QCOMPARE(record.fileState(), FileState::Missing);
-        QVERIFY(!record.load(u"."_s));
+        QCOMPARE(mkfifo("fifo", 0600), 0);
+        QVERIFY(!record.load(u"fifo"_s));
         QCOMPARE(record.fileState(), FileState::NotRegular);
         QVERIFY(!record.load(u"loop"_s));
         QCOMPARE(record.fileState(), FileState::Unreadable);
@@ -229,7 +230,9 @@ private Q_SLOTS:
         QCOMPARE(resolved({{"HOST", "a"}}, list({"--session", "4"})).sessionFileName(), u"s/a-4"_s);
         QCOMPARE(resolved(given).sessionFileName(), u"x"_s);
         QCOMPARE(resolved(given).source(UserData::SessionFileName), Source::Environment);
-        QCOMPARE(resolved(given, list({"--sessionfile", "y"})).sessionFileName(), u"y"_s);
+        const Record byOption = resolved(given, list({"--sessionfile", "y"}));
+        QCOMPARE(byOption.sessionFileName(), u"y"_s);
+        QCOMPARE(byOption.source(UserData::SessionFileName), Source::Option);
     }
 
     void portAndSessionTellEachOther()
@@ -256,10 +259,12 @@ private Q_SLOTS:
 
     void tarballIsThatOfTheOptionOrTheSetting()
     {
-        const Settings setting = {{"TARBALL", "/e"}};
-        QCOMPARE(resolved(setting).tarballFileName(false), u"/e"_s);
-        QCOMPARE(resolved(setting).source(UserData::Tarball), Source::Environment);
-        QCOMPARE(resolved(setting, list({"--tarball", "/o"})).tarballFileName(false), u"/o"_s);
+        const Record bySetting = resolved({{"TARBALL", "/e"}});
+        QCOMPARE(bySetting.tarballFileName(false), u"/e"_s);
+        QCOMPARE(bySetting.source(UserData::Tarball), Source::Environment);
+        const Record byOption = resolved({{"TARBALL", "/e"}}, list({"--tarball", "/o"}));
+        QCOMPARE(byOption.tarballFileName(false), u"/o"_s);
+        QCOMPARE(byOption.source(UserData::Tarball), Source::Option);
     }
 
     // That of an option is expanded and resolved; that of a setting does not exist here.
