@@ -57,13 +57,6 @@ private Q_SLOTS:
         qputenv("TALVORA_TST", "changed again");
         QCOMPARE(site(), u"changed"_s);
     }
-
-    void absentPathHasTheDefaultOfTheMoment()
-    {
-        const auto site = [](const QString& path) { return envPath("TST", path); };
-        QCOMPARE(site(u"/a"_s), u"/a"_s);
-        QCOMPARE(site(u"/b"_s), u"/b"_s);
-    }
 };
 
 QTEST_GUILESS_MAIN(EnvTest)

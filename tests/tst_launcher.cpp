@@ -1,8 +1,8 @@
 #include "branding/branding.h"
 #include "mpirun/restartableprocess.h"
+#include "tests/support/helpers.h"
 #include "version/hgid.h"
 
-#include <QFile>
 #include <QTest>
 
 using namespace Qt::StringLiterals;
@@ -14,22 +14,17 @@ class LauncherTest : public QObject
 private Q_SLOTS:
     void fileTellsTheBuild()
     {
-        QFile launcher(u"" ZORV_MPIRUN ""_s);
-        QVERIFY(launcher.open(QIODevice::ReadOnly));
-        const QByteArray content = launcher.readAll();
+        const QByteArray launcher = content(u"" ZORV_MPIRUN ""_s);
         QVERIFY(!Branding::CopyrightTalvoraSoftware.isEmpty());
-        QVERIFY(content.contains('\0' + QByteArray(ZORV_VERSION) + '\0'));
-        QVERIFY(content.contains('\0' + QByteArray(HGID) + '\0'));
-        QVERIFY(content.contains('\0' + Branding::CopyrightTalvoraSoftware.toUtf8() + '\0'));
+        QVERIFY(launcher.contains('\0' + QByteArray(ZORV_VERSION) + '\0'));
+        QVERIFY(launcher.contains('\0' + QByteArray(HGID) + '\0'));
+        QVERIFY(launcher.contains('\0' + Branding::CopyrightTalvoraSoftware.toUtf8() + '\0'));
     }
 
     // The launcher's restarts repeat a start with arguments.
     void restartRepeatsACommandLine()
     {
         RestartableProcess process;
-        process.start(u"printf"_s, {u"other"_s}, QIODevice::ReadOnly);
-        QVERIFY(process.waitForFinished());
-        QCOMPARE(process.readAll(), "other");
         process.start(u"printf \"<%s>\" \"a  b\" c"_s, QIODevice::ReadWrite);
         QVERIFY(process.waitForFinished());
         QCOMPARE(process.readAll(), "<a  b><c>");
@@ -37,13 +32,6 @@ private Q_SLOTS:
         QCOMPARE(process.openMode(), QIODevice::ReadWrite);
         QVERIFY(process.waitForFinished());
         QCOMPARE(process.readAll(), "<a  b><c>");
-    }
-
-    void commandLineWithoutWordsFailsToStart()
-    {
-        RestartableProcess process;
-        process.start(u"  "_s, QIODevice::ReadOnly);
-        QCOMPARE(process.error(), QProcess::FailedToStart);
     }
 };
 

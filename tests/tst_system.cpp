@@ -20,24 +20,22 @@ Q_DECLARE_METATYPE(Environment)
 namespace {
 
 // In the place of the machine's files: in /etc nothing but the loader's cache and the users,
-// in /usr/bin links to the programs. Directories of the machine are in neither.
+// in /usr/bin nothing but a shell.
 const char ownFiles[] = R"(set -e
     mount -t tmpfs none /mnt
-    mkdir -p /mnt/machine /mnt/etc/opt /mnt/usr/bin
-    mount --rbind / /mnt/machine
+    mkdir -p /mnt/etc/opt /mnt/bin
     [ ! -e /etc/ld.so.cache ] || cp /etc/ld.so.cache /mnt/etc
     cp /etc/passwd /mnt/etc
-    find /mnt/machine/usr/bin -mindepth 1 -maxdepth 1 ! -xtype d ! -name lsb_release \
-        -exec ln -s -t /mnt/usr/bin {} +
-    mount --bind /mnt/usr/bin /usr/bin
-    mount --bind /mnt/etc /etc)";
+    cp /bin/sh /mnt/bin
+    mount --bind /mnt/etc /etc
+    mount --bind /mnt/bin /usr/bin)";
 
-// Entries need not hold an equals sign; without entries there is no environment at all.
+// Entries need not hold an equals sign.
 QString expandedIn(Environment environment, const QString& path)
 {
     char** const previous = environ;
     environment.push_back(nullptr);
-    environ = environment.front() ? const_cast<char**>(environment.data()) : nullptr;
+    environ = const_cast<char**>(environment.data());
     QString expanded = expandVars(path);
     environ = previous;
     return expanded;
@@ -54,11 +52,8 @@ template <typename Function> void inOwnProcess(const Function& function)
     }
     int status = -1;
     waitpid(child, &status, 0);
-    QVERIFY(WIFEXITED(status));
-    QCOMPARE(WEXITSTATUS(status), 0);
+    QCOMPARE(status, 0);
 }
-
-bool haveNamespace = false;
 
 } // namespace
 
@@ -88,7 +83,6 @@ private Q_SLOTS:
             getpwnam("root")->pw_dir + QByteArray(" x/y"));
         row("unknown user", {}, "~nobody-here/x", "~nobody-here/x");
         row("white space around", {}, " \ta b \n", "a b");
-        row("no environment", {}, "$HOME", "$HOME");
         row("with braces, or up to the end of a word", {"H=/h"}, "${H}/x ${H $H$H $HX ${HX} $NONE",
             "/h/x ${H /h/h $HX ${HX} $NONE");
         row("letters of every script are in words", {"H=/h"},
@@ -135,7 +129,6 @@ private Q_SLOTS:
         QTest::newRow("date stamp is dropped first") << u"4.2.1.20190"_s << u"4.2$7"_s;
         QTest::newRow("four digits are no date stamp") << u"4.2.1.2019"_s << u"4.2.1.2019$7"_s;
         QTest::newRow("preview is marked") << u"4.2.1-rc1-preview12-x"_s << u"4.2preview12$7"_s;
-        QTest::newRow("preview without a number") << u"4.2.1-preview"_s << u"4.2$7"_s;
         QTest::newRow("nothing") << u""_s << u"$7"_s;
     }
 
@@ -168,9 +161,6 @@ private Q_SLOTS:
     // Debian's file is there, and the last one that is looked for.
     void lsbReleaseOrTheFirstFileDescribesTheSystem()
     {
-        if (!haveNamespace) {
-            QSKIP("No namespaces here");
-        }
         const QString lsbRelease = u"/usr/bin/lsb_release"_s;
         const auto describes = [](const QString& fileName, const QByteArray& content,
                                   const QString& description) {
@@ -225,9 +215,6 @@ private Q_SLOTS:
 
     void tellsACray()
     {
-        if (!haveNamespace) {
-            QSKIP("No namespaces here");
-        }
         QVERIFY(!sc_isCray());
         QVERIFY(writeFile(u"/etc/opt/cray"_s, ""));
         QVERIFY(sc_isCray());
@@ -236,13 +223,12 @@ private Q_SLOTS:
 
 int main(int argc, char** argv)
 {
-    haveNamespace = Namespace::enter();
-    if (haveNamespace) {
-        Namespace::run(text(ownFiles));
+    if (!Namespace::enter()) {
+        return Namespace::Skipped;
     }
+    Namespace::run(text(ownFiles));
     SystemTest test;
-    const int status = QTest::qExec(&test, argc, argv);
-    return status == 0 && !haveNamespace ? Namespace::Skipped : status;
+    return QTest::qExec(&test, argc, argv);
 }
 
 #include "tst_system.moc"

@@ -29,6 +29,8 @@
 #include <unistd.h>
 #include <vector>
 
+using namespace Qt::StringLiterals;
+
 namespace fs = std::filesystem;
 using fs::exists;
 
@@ -45,15 +47,15 @@ const int passedSignals[] = {SIGUSR1,   SIGUSR2, SIGCONT, SIGWINCH, SIGURG, SIGA
 std::string mode;
 struct Number
 {
-    const char* option;
-    const char* description;
+    QString option;
+    QString description;
     long value;
 };
-Number trials = {"count", "Trials.", 100};
-Number seed = {"seed", "Of the random numbers.", 1};
-Number firstTrial = {"first", "Number of the first trial.", 0};
-Number timeoutMs = {"timeout", "Milliseconds for each wait.", 20000};
-Number mebibytes = {"mebibytes", "Of a flood.", 20};
+Number trials = {u"count"_s, u"Trials."_s, 100};
+Number seed = {u"seed"_s, u"Of the random numbers."_s, 1};
+Number firstTrial = {u"first"_s, u"Number of the first trial."_s, 0};
+Number timeoutMs = {u"timeout"_s, u"Milliseconds for each wait."_s, 20000};
+Number mebibytes = {u"mebibytes"_s, u"Of a flood."_s, 20};
 // What every launcher is run under, besides what a mode runs it under.
 std::vector<QByteArray> under;
 std::mt19937 randomBits;
@@ -439,21 +441,16 @@ const std::map<std::string, void (*)(long)> modes = {{"start", trySignal},
 void parseCommandLine(const QStringList& arguments)
 {
     QCommandLineParser parser;
-    QString names;
-    for (const auto& [name, tryOnce] : modes) {
-        names += QLatin1Char(' ') + QString::fromStdString(name);
-    }
     parser.setApplicationDescription(
-        QStringLiteral("Tries the launcher many times. README.md says what the modes do:") + names);
+        u"Tries the launcher many times. README.md says what the modes are."_s);
     parser.addHelpOption();
-    parser.addPositionalArgument(QStringLiteral("mode"), QStringLiteral("What is tried."));
-    parser.addPositionalArgument(QStringLiteral("command"),
-                                 QStringLiteral("What the launcher is run under."),
-                                 QStringLiteral("[command...]"));
+    parser.addPositionalArgument(u"mode"_s, u"What is tried."_s);
+    parser.addPositionalArgument(u"command"_s, u"What the launcher is run under."_s,
+                                 u"[command...]"_s);
     Number* const numbers[] = {&trials, &seed, &firstTrial, &timeoutMs, &mebibytes};
     for (const Number* number : numbers) {
-        parser.addOption({QLatin1String(number->option), QLatin1String(number->description),
-                          QLatin1String("N"), QString::number(number->value)});
+        parser.addOption(
+            {number->option, number->description, u"N"_s, QString::number(number->value)});
     }
     parser.process(arguments);
     QStringList words = parser.positionalArguments();
@@ -464,21 +461,13 @@ void parseCommandLine(const QStringList& arguments)
     bool understood = modes.count(mode) > 0;
     for (Number* number : numbers) {
         bool isNumber = true;
-        number->value = parser.value(QLatin1String(number->option)).toLong(&isNumber);
+        number->value = parser.value(number->option).toLong(&isNumber);
         understood = understood && isNumber && number->value >= 0;
     }
     if (!understood) {
         fprintf(stderr, "The mode or a number is not understood; see campaign --help\n");
         exit(2);
     }
-}
-
-// Random numbers of the trial's own, so that it can be repeated alone.
-void beginTrial(long number)
-{
-    trialNumber = number;
-    trial = "trial " + std::to_string(number);
-    randomBits.seed(static_cast<unsigned>(seed.value * 1000003 + number));
 }
 
 } // namespace
@@ -532,8 +521,11 @@ int main(int argc, char** argv)
     const long times = tryOnce == tryRestarts ? 1 : trials.value;
     for (long i = 0; i < times && wrongs < mostWrong; ++i) {
         clean();
-        beginTrial(firstTrial.value + i);
-        tryOnce(firstTrial.value + i);
+        trialNumber = firstTrial.value + i;
+        trial = "trial " + std::to_string(trialNumber);
+        // Random numbers of the trial's own, so that it can be repeated alone.
+        randomBits.seed(static_cast<unsigned>(seed.value * 1000003 + trialNumber));
+        tryOnce(trialNumber);
     }
     printf("%s: %ld tried, seed %ld: %ld wrong\n", mode.c_str(), trials.value, seed.value, wrongs);
     return wrongs == 0 && trials.value > 0 ? 0 : 1;

@@ -45,9 +45,8 @@ const std::function<void(QByteArray&, qsizetype, long)> changes[] = {
     },
 };
 
-QByteArray mutation()
+QByteArray mutated(QByteArray content)
 {
-    QByteArray content = pickFrom(seeds);
     for (long left = 1 + pick(2); left > 0 && !content.isEmpty(); --left) {
         // Mostly small, so that many are tried; some up to the largest that is read,
         // and beyond.
@@ -57,19 +56,13 @@ QByteArray mutation()
     return content;
 }
 
-// A seed that ends before its last byte.
-QByteArray truncation()
-{
-    const QByteArray seed = pickFrom(seeds);
-    return seed.left(pick(seed.size()));
-}
-
 } // namespace
 
 void trySessionFile(long)
 {
+    const QByteArray seed = pickFrom(seeds);
     const bool truncated = pick(3) == 0;
-    QByteArray content = truncated ? truncation() : mutation();
+    QByteArray content = truncated ? seed.left(pick(seed.size())) : mutated(seed);
     const std::string shown = content.left(200).toPercentEncoding(" <>/=\"'&;!?[],#").toStdString();
     if (truncated && qgetenv("INTERPOSE_BREAK") == "reader") {
         // The control: the reader stops at the first ">".

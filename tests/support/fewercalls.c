@@ -25,35 +25,24 @@ static const char* const newCalls[] = {
     "openat2", "pidfd_getfd", "pidfd_open",   "pidfd_send_signal", "process_madvise",
 };
 
-/* What is to become of a call; 0 or a negative error number. */
-static int change(scmp_filter_ctx filter, const char* call, int error, unsigned int count,
-                  struct scmp_arg_cmp argument)
-{
-    const int number = seccomp_syscall_resolve_name(call);
-    if (number == __NR_SCMP_ERROR) {
-        fprintf(stderr, "fewercalls: no system call %s\n", call);
-        return -ENOENT;
-    }
-    return seccomp_rule_add_array(filter, SCMP_ACT_ERRNO((unsigned int)error), number, count,
-                                  &argument);
-}
-
 static int becomeOldKernel(scmp_filter_ctx filter)
 {
-    const struct scmp_arg_cmp pidfd = SCMP_A0(SCMP_CMP_EQ, P_PIDFD_NUMBER);
-    const struct scmp_arg_cmp flag =
-        SCMP_A0(SCMP_CMP_MASKED_EQ, CLONE_PIDFD_FLAG, CLONE_PIDFD_FLAG);
-    int result = change(filter, "waitid", EINVAL, 1, pidfd);
-    result = result == 0 ? change(filter, "clone", ENOSYS, 1, flag) : result;
+    const uint32_t invalid = SCMP_ACT_ERRNO(EINVAL);
+    const uint32_t missing = SCMP_ACT_ERRNO(ENOSYS);
+    int result = seccomp_rule_add(filter, invalid, SCMP_SYS(waitid), 1,
+                                  SCMP_A0(SCMP_CMP_EQ, P_PIDFD_NUMBER, 0));
+    if (result == 0) {
+        result = seccomp_rule_add(filter, missing, SCMP_SYS(clone), 1,
+                                  SCMP_A0(SCMP_CMP_MASKED_EQ, CLONE_PIDFD_FLAG, CLONE_PIDFD_FLAG));
+    }
     for (size_t i = 0; i < sizeof newCalls / sizeof *newCalls && result == 0; ++i) {
-        result = change(filter, newCalls[i], ENOSYS, 0, flag);
+        result = seccomp_rule_add(filter, missing, seccomp_syscall_resolve_name(newCalls[i]), 0);
     }
     return result;
 }
 
 int main(int argc, char** argv)
 {
-    const struct scmp_arg_cmp any = {0};
     if (argc < 3) {
         fprintf(stderr, "usage: fewercalls linux-4.18|CALL COMMAND [ARGUMENT]...\n");
         return 2;
@@ -61,8 +50,10 @@ int main(int argc, char** argv)
     const scmp_filter_ctx filter = seccomp_init(SCMP_ACT_ALLOW);
     int result = -ENOMEM;
     if (filter) {
-        result = strcmp(argv[1], "linux-4.18") == 0 ? becomeOldKernel(filter)
-                                                    : change(filter, argv[1], 0, 0, any);
+        result = strcmp(argv[1], "linux-4.18") == 0
+                     ? becomeOldKernel(filter)
+                     : seccomp_rule_add(filter, SCMP_ACT_ERRNO(0),
+                                        seccomp_syscall_resolve_name(argv[1]), 0);
     }
     if (result == 0) {
         result = seccomp_load(filter);

@@ -4,12 +4,15 @@
 
 #include "common/env/zorvenv.h"
 
+#include <QDir>
 #include <QFile>
 #include <QProcessEnvironment>
 #include <QRegularExpression>
 #include <QStringList>
+#include <QTemporaryDir>
 
 #include <initializer_list>
+#include <memory>
 
 inline QString text(const char* utf8)
 {
@@ -36,6 +39,19 @@ inline QByteArray content(const QString& fileName)
 {
     QFile file(fileName);
     return file.open(QIODevice::ReadOnly) ? file.readAll() : "cannot be read";
+}
+
+/// Makes an empty directory the working directory, in place of the one before.
+inline void enterEmptyDirectory()
+{
+    static std::unique_ptr<QTemporaryDir> directory;
+    directory = std::make_unique<QTemporaryDir>();
+    QDir::setCurrent(directory->path());
+}
+
+inline QStringList namesIn(const QString& directory)
+{
+    return QDir(directory).entryList(QDir::Files | QDir::System | QDir::Hidden);
 }
 
 /// Gives a variable a value, or none for null.
