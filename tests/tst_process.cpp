@@ -85,7 +85,7 @@ private Q_SLOTS:
         QCOMPARE(process.state(), QProcess::Running);
         process.close();
         process.start(u"echo"_s, {u"again"_s});
-        QCOMPARE(QTextStream(&process).readAll(), "again\n");
+        QCOMPARE(QTextStream(&process).readAll(), u"again\n"_s);
         process.close();
     }
 
