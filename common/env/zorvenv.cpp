@@ -1,6 +1,5 @@
 #include "common/env/zorvenv.h"
 
-#include <QFile>
 #include <QStringBuilder>
 
 #include <cstdlib>
@@ -60,16 +59,6 @@ bool readsOn(const char* value)
         }
     }
     return true;
-}
-
-QString TextKind::convert(const char* value)
-{
-    return QString::fromLocal8Bit(value);
-}
-
-QString PathKind::convert(const char* value)
-{
-    return QFile::decodeName(value);
 }
 
 } // namespace ZorvEnv
