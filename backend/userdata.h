@@ -145,8 +145,13 @@ protected:
     QString getSessionFile(int session, bool create) const;
     /// As the public load(), and records the source of the fields that it sets.
     bool load(const QString& fileName, const QString& xml, Source source);
-    /// Records the source of the value of a field.
-    void setSource(Field field, Source source) { mSources[field] = source; }
+    /// Sets the member for a field, and records the source of the value.
+    template <typename Member, typename Value>
+    void set(Member* member, const Value& value, Field field, Source source)
+    {
+        *member = value;
+        mSources[field] = source;
+    }
 
     QStringList hostNamesAndAddresses;
     QString mSessionCookie;
