@@ -1,5 +1,4 @@
 #include "common/compatibility_simple/process/processhelpers.h"
-#include "common/compatibility_simple/process/processhelpers_p.h"
 
 #include "common/compatibility_simple/files/read.h"
 #include "common/mlib.h"
@@ -13,13 +12,6 @@
 namespace {
 
 constexpr int longestInterpreterLine = 1023;
-
-// The first `count` bytes of a file, or all of a shorter one; empty when it cannot be read.
-QByteArray firstBytes(const QString& path, int count)
-{
-    const Result<QByteArray> bytes = readRegularFile(path, count);
-    return bytes ? *bytes : QByteArray();
-}
 
 } // namespace
 
@@ -35,13 +27,8 @@ int sc_usleep(int microseconds)
     return 0;
 }
 
-QStringList sc_helper_exec(const QString& command, bool merge, bool quiet, const QString& inputFile)
-{
-    return ProcessHelpers::outputLines(command, merge, quiet, inputFile, 30000);
-}
-
-QStringList ProcessHelpers::outputLines(const QString& command, bool merge, bool quiet,
-                                        const QString& inputFile, int limitMs)
+QStringList sc_helper_exec(const QString& command, bool merge, bool quiet, const QString& inputFile,
+                           int limitMs)
 {
     QBlockingProcess process;
     if (merge) {
@@ -74,16 +61,13 @@ QStringList ProcessHelpers::outputLines(const QString& command, bool merge, bool
 
 bool sc_isScript(const QString& path)
 {
-    return firstBytes(path, 2) == "#!";
+    return readRegularFile(path, 2).value_or(QByteArray()) == "#!";
 }
 
 QStringList sc_getScriptBinaryPathAndArguments(const QString& path)
 {
-    QByteArray line = firstBytes(path, longestInterpreterLine);
-    const qsizetype end = line.indexOf('\n');
-    if (end != -1) {
-        line.truncate(end);
-    }
+    const QByteArray start = readRegularFile(path, longestInterpreterLine).value_or(QByteArray());
+    const QByteArray line = start.split('\n').front();
     // A null byte ends the line, as it does for the kernel.
     const QString text = QFile::decodeName(line.constData());
     return text.startsWith(QLatin1String("#!")) ? parseArgs(text.mid(2)) : QStringList();

@@ -13,11 +13,11 @@ int sc_usleep(int microseconds);
 /// Runs a command line, split as QProcess::splitCommand() splits it, and returns the lines
 /// of its standard output without their line ends. With `merge`, also the lines of its
 /// standard error, which is /dev/null otherwise. Standard input is `inputFile`, or
-/// /dev/null when that is empty. A command that does not start within 30 seconds gives an
-/// empty list and, unless `quiet`, a warning. One that still runs 30 seconds after the end
-/// of its output is killed, with a warning from QProcess.
-QStringList sc_helper_exec(const QString& command, bool merge, bool quiet,
-                           const QString& inputFile);
+/// /dev/null when that is empty. A command that does not start within `limitMs` milliseconds
+/// gives an empty list and, unless `quiet`, a warning. One that still runs that long after
+/// the end of its output is killed, with a warning from QProcess.
+QStringList sc_helper_exec(const QString& command, bool merge, bool quiet, const QString& inputFile,
+                           int limitMs = 30000);
 
 /// Whether a file begins with "#!"; false when it cannot be read.
 bool sc_isScript(const QString& path);
