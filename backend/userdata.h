@@ -89,7 +89,6 @@ public:
     /// Sets the directory that replaces the home directory as the root of the session
     /// directory; null or empty for the home directory.
     void setSharedDirectory(const QString& directory) { mSharedDirectory = directory; }
-    /// The directory that setSharedDirectory() set.
     QString getSharedDirectory() const { return mSharedDirectory; }
 
     // The paths of the session's files, which need not exist. With `create`, the functions

@@ -10,15 +10,14 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QList>
 #include <QLoggingCategory>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
-#include <list>
 #include <poll.h>
 #include <unistd.h>
 #include <utility>
@@ -33,9 +32,9 @@ int pid = 0;
 QLoggingCategory::CategoryFilter previousFilter = nullptr;
 
 // The handlers and the log file are never destroyed: static destructors may log.
-std::list<QtMsgHandler>& msgHandlers()
+QList<QtMsgHandler>& msgHandlers()
 {
-    static auto* const handlers = new std::list<QtMsgHandler>;
+    static auto* const handlers = new QList<QtMsgHandler>;
     return *handlers;
 }
 
@@ -246,16 +245,12 @@ void addMsgHandler(QtMsgHandler handler)
 
 void removeMsgHandler(QtMsgHandler handler)
 {
-    std::list<QtMsgHandler>& handlers = msgHandlers();
-    const auto found = std::find(handlers.begin(), handlers.end(), handler);
-    if (found != handlers.end()) {
-        handlers.erase(found);
-    }
+    msgHandlers().removeOne(handler);
 }
 
 void log(QtMsgType type, const char* message)
 {
-    const std::list<QtMsgHandler> handlers = msgHandlers();
+    const QList<QtMsgHandler> handlers = msgHandlers();
     for (QtMsgHandler handler : handlers) {
         handler(type, message);
     }
