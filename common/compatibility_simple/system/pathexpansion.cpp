@@ -13,7 +13,7 @@ namespace {
 
 // Values that refer to each other can double the text with each variable. A longer text is
 // no path.
-constexpr qsizetype longestText = 16777216;
+constexpr qsizetype longestText = 1048576;
 
 // Replaces every reference to the variable by the value. Returns nothing when the result would
 // be too long. QString::replace() would take a backslash in the value for a capture.

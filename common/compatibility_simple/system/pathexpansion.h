@@ -15,5 +15,5 @@ QString tildeExpansion(const QString& text);
 /// and removes white space at both ends. A reference to a variable that is not set stays.
 /// Expands one variable after another in the order of the environment: a reference in a
 /// value is expanded only if its variable comes later. Stops before the text would become
-/// longer than 16777216 characters.
+/// longer than 1048576 characters.
 QString expandVars(const QString& text);
