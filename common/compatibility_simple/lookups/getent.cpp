@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <arpa/inet.h>
 #include <csignal>
+#include <fcntl.h>
 #include <memory>
 #include <sys/prctl.h>
 #include <unistd.h>
@@ -60,6 +61,9 @@ void prepareChild(pid_t parent)
     if (sc_getppid() != parent) {
         _exit(1);
     }
+    const int null = open("/dev/null", O_RDWR);
+    dup2(null, STDIN_FILENO);
+    dup2(null, STDERR_FILENO);
     for (int signo = 1; signo < NSIG; ++signo) {
         signal(signo, SIG_DFL);
     }
@@ -71,8 +75,8 @@ void prepareChild(pid_t parent)
 bool start(QProcess* process, const QStringList& arguments, const QDeadlineTimer& deadline)
 {
     process->setProcessEnvironment(environmentOfGetent());
-    process->setStandardInputFile(QProcess::nullDevice());
-    process->setStandardErrorFile(QProcess::nullDevice());
+    process->setInputChannelMode(QProcess::ForwardedInputChannel);
+    process->setProcessChannelMode(QProcess::ForwardedErrorChannel);
     process->setChildProcessModifier([parent = sc_getpid()] { prepareChild(parent); });
     for (const char* path : {"/usr/bin/getent", "/bin/getent"}) {
         process->start(QString::fromLatin1(path), arguments, QIODevice::ReadOnly);
