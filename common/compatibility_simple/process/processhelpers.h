@@ -14,8 +14,10 @@ int sc_usleep(int microseconds);
 /// of its standard output without their line ends. With `merge`, also the lines of its
 /// standard error, which is /dev/null otherwise. Standard input is `inputFile`, or
 /// /dev/null when that is empty. A command that does not start within `limitMs` milliseconds
-/// gives an empty list and, unless `quiet`, a warning. One that still runs that long after
-/// the end of its output is killed, with a warning from QProcess.
+/// gives an empty list and, unless `quiet`, a warning. With Qt before 6.6, the limit does
+/// not count while the kernel loads the program: the caller is blocked in vfork(2). A command
+/// that still runs that long after the end of its output is killed, with a warning from
+/// QProcess.
 QStringList sc_helper_exec(const QString& command, bool merge, bool quiet, const QString& inputFile,
                            int limitMs = 30000);
 
