@@ -28,158 +28,113 @@ unsigned int BackendUserData::portOfSession(int session)
 
 bool BackendUserData::load(const BackendOptions& options)
 {
-    // Each source overrides those before it.
+    // Each source overrides those before it. The options also tell which session file to read;
+    // only then, empty host names count as none.
+    const QString hosts = options.frontendHostNamesAndAddresses();
     UserData::load(getGlobalFile(), QString(), Source::GlobalFile);
-    chooseSessionFile(options);
     takeEnvironment();
+    takeOptions(options);
+    if (!hosts.isEmpty()) {
+        setHosts(hosts, Source::Option);
+    }
+    chooseSessionFile(options);
     UserData::load(mSessionFileName, QString(), Source::SessionFile);
     takeOptions(options);
+    if (!hosts.isNull()) {
+        setHosts(hosts, Source::Option);
+    }
     complete();
     return isValid();
 }
 
-void BackendUserData::chooseSessionFile(const BackendOptions& options)
-{
-    setSessionFileName(envPath("SESSION_FILE"), Source::Environment);
-    takeHostAndSessionOfEnvironment();
-    if (!options.frontendHostNamesAndAddresses().isEmpty()) {
-        setHosts(options.frontendHostNamesAndAddresses(), Source::Option);
-    }
-    if (!options.sessionFileName().isEmpty()) {
-        setSessionFileName(options.sessionFileName(), Source::Option);
-    }
-    if (options.session() != 0) {
-        setSession(options.session(), Source::Option);
-    }
-    if (!options.getSharedDirectory().isEmpty()) {
-        const bool isOption = options.isSharedDirectoryOption();
-        setSharedDirectoryFrom(options.getSharedDirectory(),
-                               isOption ? Source::Option : Source::Environment);
-    }
-    if (mSessionFileName.isEmpty()) {
-        setSessionFileName(getSessionFile(mSession, false), Source::Derived);
-    }
-}
-
-void BackendUserData::takeHostAndSessionOfEnvironment()
-{
-    const QString hostEnv = envString("HOST");
-    const std::optional<int> sessionEnv = numberFrom(envString("SESSION"));
-    if (!hostEnv.isEmpty()) {
-        setHosts(hostEnv, Source::Environment);
-    }
-    if (sessionEnv) {
-        setSession(*sessionEnv, Source::Environment);
-    }
-}
-
 void BackendUserData::takeEnvironment()
 {
-    takeHostAndSessionOfEnvironment();
-    const std::optional<int> portEnv = numberFrom(envString("PORT"));
-    const QString cookieEnv = envString("SESSION_COOKIE");
-    const QString tarballEnv = envPath("TARBALL");
-    if (!cookieEnv.isEmpty()) {
-        setCookie(cookieEnv, Source::Environment);
+    constexpr Source source = Source::Environment;
+    const QString hosts = envString("HOST");
+    const std::optional<int> session = numberFrom(envString("SESSION"));
+    const std::optional<int> portNumber = numberFrom(envString("PORT"));
+    const QString cookie = envString("SESSION_COOKIE");
+    const QString tarball = envPath("TARBALL");
+    if (!hosts.isEmpty()) {
+        setHosts(hosts, source);
     }
-    if (portEnv) {
-        setExplicitPort(*portEnv, Source::Environment);
+    if (session) {
+        set(&mSession, *session, Session, source);
     }
-    if (!tarballEnv.isEmpty()) {
-        setTarball(tarballEnv, Source::Environment);
+    if (portNumber) {
+        setExplicitPort(*portNumber, source);
+    }
+    if (!cookie.isEmpty()) {
+        set(&mSessionCookie, cookie, Cookie, source);
+    }
+    if (!tarball.isEmpty()) {
+        set(&mTarballFileName, tarball, Tarball, source);
     }
     mUseSessionCookies = true;
     if (envFlag("NO_SESSION_COOKIE")) {
-        doNotUseCookies(Source::Environment);
+        set(&mUseSessionCookies, false, CookieUse, source);
     }
+    set(&mSessionFileName, envPath("SESSION_FILE"), SessionFileName, source);
 }
 
 void BackendUserData::takeOptions(const BackendOptions& options)
 {
-    if (!options.frontendHostNamesAndAddresses().isNull()) {
-        setHosts(options.frontendHostNamesAndAddresses(), Source::Option);
+    constexpr Source source = Source::Option;
+    if (options.session() != 0) {
+        set(&mSession, options.session(), Session, source);
     }
     if (options.port() != 0) {
-        setExplicitPort(options.port(), Source::Option);
+        setExplicitPort(options.port(), source);
     }
     if (!options.sessionCookie().isNull()) {
-        setCookie(options.sessionCookie(), Source::Option);
-    }
-    if (options.session() != 0) {
-        setSession(options.session(), Source::Option);
-    }
-    if (options.isNoSessionCookie()) {
-        doNotUseCookies(Source::Option);
+        set(&mSessionCookie, options.sessionCookie(), Cookie, source);
     }
     if (!options.tarballFileName().isNull()) {
-        setTarball(options.tarballFileName(), Source::Option);
+        set(&mTarballFileName, options.tarballFileName(), Tarball, source);
+    }
+    if (options.isNoSessionCookie()) {
+        set(&mUseSessionCookies, false, CookieUse, source);
+    }
+    if (!options.sessionFileName().isEmpty()) {
+        set(&mSessionFileName, options.sessionFileName(), SessionFileName, source);
+    }
+}
+
+void BackendUserData::chooseSessionFile(const BackendOptions& options)
+{
+    if (!options.getSharedDirectory().isEmpty()) {
+        const QString expanded = expandVars(options.getSharedDirectory());
+        const QString canonical = QFileInfo(expanded).canonicalFilePath();
+        set(&mSharedDirectory, canonical.isEmpty() ? expanded : canonical, SharedDirectory,
+            options.isSharedDirectoryOption() ? Source::Option : Source::Environment);
+    }
+    if (mSessionFileName.isEmpty()) {
+        set(&mSessionFileName, getSessionFile(mSession, false), SessionFileName, Source::Derived);
     }
 }
 
 void BackendUserData::setHosts(const QString& commaSeparated, Source source)
 {
-    hostNamesAndAddresses = commaSeparated.split(QLatin1Char(','));
-    setSource(Hosts, source);
+    set(&hostNamesAndAddresses, commaSeparated.split(QLatin1Char(',')), Hosts, source);
 }
 
 void BackendUserData::setExplicitPort(int number, Source source)
 {
-    port = static_cast<quint32>(number);
+    set(&port, static_cast<quint32>(number), Port, source);
     mExplicitPort = true;
-    setSource(Port, source);
-}
-
-void BackendUserData::setSession(int number, Source source)
-{
-    mSession = number;
-    setSource(Session, source);
-}
-
-void BackendUserData::setCookie(const QString& cookie, Source source)
-{
-    mSessionCookie = cookie;
-    setSource(Cookie, source);
-}
-
-void BackendUserData::doNotUseCookies(Source source)
-{
-    mUseSessionCookies = false;
-    setSource(CookieUse, source);
-}
-
-void BackendUserData::setTarball(const QString& fileName, Source source)
-{
-    mTarballFileName = fileName;
-    setSource(Tarball, source);
-}
-
-void BackendUserData::setSessionFileName(const QString& fileName, Source source)
-{
-    mSessionFileName = fileName;
-    setSource(SessionFileName, source);
-}
-
-void BackendUserData::setSharedDirectoryFrom(const QString& directory, Source source)
-{
-    const QString expanded = expandVars(directory);
-    const QString canonical = QFileInfo(expanded).canonicalFilePath();
-    setSharedDirectory(canonical.isEmpty() ? expanded : canonical);
-    setSource(SharedDirectory, source);
 }
 
 void BackendUserData::complete()
 {
     if (mSession == -1) {
         if (port > portOfSessionZero && port <= portOfSessionZero + highestNumberedSession) {
-            setSession(static_cast<int>(port) - portOfSessionZero, Source::Derived);
+            set(&mSession, static_cast<int>(port) - portOfSessionZero, Session, Source::Derived);
         }
     } else if (port == 0) {
-        port = portOfSession(mSession);
-        setSource(Port, Source::Derived);
+        set(&port, portOfSession(mSession), Port, Source::Derived);
     }
     if (mSharedDirectory.isEmpty() &&
         QFileInfo(mSessionFileName).fileName() == QLatin1String("session")) {
-        setSharedDirectory(mSessionFileName);
-        setSource(SharedDirectory, Source::Derived);
+        set(&mSharedDirectory, mSessionFileName, SharedDirectory, Source::Derived);
     }
 }

@@ -37,20 +37,12 @@ public:
     [[nodiscard]] bool save(const QString& fileName);
 
 private:
-    // The steps of load(). chooseSessionFile() also uses the options. takeEnvironment()
-    // overwrites them, and takeOptions() sets them again.
-    void chooseSessionFile(const BackendOptions& options);
     void takeEnvironment();
-    void takeHostAndSessionOfEnvironment();
     void takeOptions(const BackendOptions& options);
-    void complete();
-
+    // Takes the shared directory, and derives the session file unless a name is given.
+    void chooseSessionFile(const BackendOptions& options);
     void setHosts(const QString& commaSeparated, Source source);
     void setExplicitPort(int number, Source source);
-    void setSession(int number, Source source);
-    void setCookie(const QString& cookie, Source source);
-    void doNotUseCookies(Source source);
-    void setTarball(const QString& fileName, Source source);
-    void setSessionFileName(const QString& fileName, Source source);
-    void setSharedDirectoryFrom(const QString& directory, Source source);
+    // Derives port, session and shared directory from each other.
+    void complete();
 };

@@ -11,14 +11,13 @@ void warn(const QString& text)
     qWarning("%s", text.toLocal8Bit().constData());
 }
 
-} // namespace
-
-Options::Options()
-    : mSimple(true)
+bool isHelpWord(const QString& argument)
 {
+    return argument == QLatin1String("-h") || argument == QLatin1String("--help") ||
+           argument == QLatin1String("-?");
 }
 
-Options::~Options() = default;
+} // namespace
 
 bool Options::parse(const QStringList& arguments)
 {
@@ -49,12 +48,6 @@ bool Options::parse(const QStringList& arguments)
     const ParseResult result = parseRemainingArguments(rest);
     report(result, rest.value(0), QString());
     return result == Ok;
-}
-
-bool Options::isHelpWord(const QString& argument) const
-{
-    return argument == QLatin1String("-h") || argument == QLatin1String("--help") ||
-           argument == QLatin1String("-?");
 }
 
 Options::ParseResult Options::parseOption(const QString&, QStringList::const_iterator&,

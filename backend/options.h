@@ -18,8 +18,7 @@ public:
         Help = 4,         ///< help was requested
     };
 
-    Options();
-    virtual ~Options();
+    virtual ~Options() = default;
 
     /// Parses a command line: the program's name, the options, the other arguments. Returns
     /// false, after a warning with the cause, when it is rejected. In simple-arguments mode,
@@ -49,7 +48,6 @@ protected:
 
 private:
     void report(ParseResult result, const QString& option, const QString& value);
-    bool isHelpWord(const QString& argument) const;
 
-    bool mSimple;
+    bool mSimple = true;
 };

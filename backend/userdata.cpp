@@ -111,24 +111,22 @@ UserData::FileState UserData::takeAttributes(const QXmlStreamAttributes& attribu
 {
     bool ok = true;
     if (attributes.hasAttribute(XML_PORT)) {
-        port = attributes.value(XML_PORT).toUInt(&ok);
-        setSource(Port, source);
+        set(&port, attributes.value(XML_PORT).toUInt(&ok), Port, source);
         if (!ok) {
             return FileState::BadPort;
         }
         mExplicitPort = mExplicitPort || isOfToday(mSessionFileName);
     }
     if (attributes.hasAttribute(XML_HOST)) {
-        hostNamesAndAddresses = attributes.value(XML_HOST).toString().split(QLatin1Char(','));
-        setSource(Hosts, source);
+        set(&hostNamesAndAddresses, attributes.value(XML_HOST).toString().split(QLatin1Char(',')),
+            Hosts, source);
     }
     if (attributes.hasAttribute(XML_SESSION_COOKIE)) {
-        mSessionCookie = attributes.value(XML_SESSION_COOKIE).toString();
-        setSource(Cookie, source);
+        set(&mSessionCookie, attributes.value(XML_SESSION_COOKIE).toString(), Cookie, source);
     }
     if (attributes.hasAttribute(XML_SESSION)) {
-        mSession = static_cast<qint32>(attributes.value(XML_SESSION).toUInt(&ok));
-        setSource(Session, source);
+        set(&mSession, static_cast<qint32>(attributes.value(XML_SESSION).toUInt(&ok)), Session,
+            source);
     }
     return ok ? FileState::Read : FileState::BadSession;
 }

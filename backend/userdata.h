@@ -89,7 +89,6 @@ public:
     /// Sets the directory that replaces the home directory as the root of the session
     /// directory; null or empty for the home directory.
     void setSharedDirectory(const QString& directory) { mSharedDirectory = directory; }
-    /// The directory that setSharedDirectory() set.
     QString getSharedDirectory() const { return mSharedDirectory; }
 
     // The paths of the session's files, which need not exist. With `create`, the functions
@@ -145,8 +144,13 @@ protected:
     QString getSessionFile(int session, bool create) const;
     /// As the public load(), and records the source of the fields that it sets.
     bool load(const QString& fileName, const QString& xml, Source source);
-    /// Records the source of the value of a field.
-    void setSource(Field field, Source source) { mSources[field] = source; }
+    /// Sets the member for a field, and records the source of the value.
+    template <typename Member, typename Value>
+    void set(Member* member, const Value& value, Field field, Source source)
+    {
+        *member = value;
+        mSources[field] = source;
+    }
 
     QStringList hostNamesAndAddresses;
     QString mSessionCookie;

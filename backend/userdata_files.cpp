@@ -27,15 +27,12 @@ void removeFile(const QString& path)
     sc_unlink(QFile::encodeName(path).constData());
 }
 
+// Does not create `base`, as QDir::mkpath() would.
 void makeDirectories(const QString& base)
 {
-    QDir directory(base);
-    if (!directory.exists(FileName::suiteDotConfigDir)) {
-        directory.mkdir(FileName::suiteDotConfigDir);
-    }
-    if (directory.cd(FileName::suiteDotConfigDir) && !directory.exists(QStringLiteral("session"))) {
-        directory.mkdir(QStringLiteral("session"));
-    }
+    const QDir directory(base);
+    directory.mkdir(FileName::suiteDotConfigDir);
+    directory.mkdir(joined(FileName::suiteDotConfigDir, QStringLiteral("session")));
 }
 
 QString userName()

@@ -6,25 +6,8 @@
 extern "C" {
 #endif
 
-extern char* FileNameSuiteExecutable;
-extern char* FileNameSuiteDotConfigDir;
-extern char* FileNameGenericDotToolDir;
-extern char* FileNameGenericToolDir;
-extern char* FileNameGenericToolStub;
-extern char* FileNameSuiteInstallationTarballName;
-extern char* FileNameSuiteInstallationDirectorySystem;
-extern char* FileNameSuiteInstallationDirectoryUser;
-extern char* FileNameSystemConfigFile;
-extern char* FileNameUserConfigFile;
-extern char* FileNameConfigFileHeader;
-extern char* FileNameZorvDebuggerVersionKey;
-extern char* FileNameSuitePathEnvVar;
-extern char* FileNameSuitePathDollarEnvVar;
-extern char* FileNameSuiteSessionExtension;
-extern char* FileNameSuiteEnvVarPrefix;
-extern char* FileNameTalvoraClient;
-extern char* FileNameSuiteUserguidePdfName;
-extern char* FileNameOutOfMemory;
+#define SUITE_FILE_NAME(name, cName, text) extern char* FileName##cName;
+#include "branding/filenames.def"
 
 #ifdef __cplusplus
 }

@@ -24,6 +24,11 @@ bool isSameFile(const char* path1, const char* path2)
            status1.st_dev == status2.st_dev && status1.st_ino == status2.st_ino;
 }
 
+QByteArray parentOf(const QByteArray& path)
+{
+    return path.left(qMax<qsizetype>(path.lastIndexOf('/'), 1));
+}
+
 // The directory of the running program; empty when its file is no longer at its path.
 // QCoreApplication::applicationDirPath() falls back to the working directory, and a QString
 // cannot hold bytes that are not valid UTF-8.
@@ -43,7 +48,7 @@ QByteArray findOwnDirectory()
     if (file.endsWith(" (deleted)") && !isSameFile(path, ownExecutable)) {
         return QByteArray();
     }
-    return file.left(qMax<qsizetype>(file.lastIndexOf('/'), 1));
+    return parentOf(file);
 }
 
 // Cached, because readlink(2) and stat(2) look names up.
@@ -51,11 +56,6 @@ QByteArray ownDirectory()
 {
     static const QByteArray directory = findOwnDirectory();
     return directory;
-}
-
-QByteArray parentOf(const QByteArray& directory)
-{
-    return directory.left(qMax<qsizetype>(directory.lastIndexOf('/'), 1));
 }
 
 // A path of the directory as a QString. If its bytes are not valid UTF-8, the entry of an

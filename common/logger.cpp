@@ -10,17 +10,17 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QList>
 #include <QLoggingCategory>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
-#include <list>
 #include <poll.h>
 #include <unistd.h>
+#include <utility>
 
 namespace {
 
@@ -33,9 +33,9 @@ int pid = 0;
 QLoggingCategory::CategoryFilter previousFilter = nullptr;
 
 // The handlers and the log file are never destroyed: static destructors may log.
-std::list<QtMsgHandler>& msgHandlers()
+QList<QtMsgHandler>& msgHandlers()
 {
-    static auto* const handlers = new std::list<QtMsgHandler>;
+    static auto* const handlers = new QList<QtMsgHandler>;
     return *handlers;
 }
 
@@ -189,51 +189,20 @@ ssize_t writeSome(int fd, const char* bytes, size_t count)
     return result;
 }
 
-// Hides the configuration directories from Qt while it exists. At the first use of its
-// message categories, Qt reads rules there; they have no effect on our messages and cost
-// look-ups in the home directory.
-class NoConfiguration
-{
-public:
-    NoConfiguration()
-    {
-        for (Variable& variable : mVariables) {
-            variable.isSet = qEnvironmentVariableIsSet(variable.name);
-            variable.value = qgetenv(variable.name);
-            qputenv(variable.name, "/dev/null");
-        }
-    }
-    ~NoConfiguration()
-    {
-        for (const Variable& variable : mVariables) {
-            if (variable.isSet) {
-                qputenv(variable.name, variable.value);
-            } else {
-                qunsetenv(variable.name);
-            }
-        }
-    }
-    NoConfiguration(const NoConfiguration&) = delete;
-    NoConfiguration& operator=(const NoConfiguration&) = delete;
-
-private:
-    struct Variable
-    {
-        const char* name;
-        bool isSet = false;
-        QByteArray value = QByteArray();
-    };
-    Variable mVariables[2] = {{"XDG_CONFIG_HOME"}, {"XDG_CONFIG_DIRS"}};
-};
-
 } // namespace
 
 namespace Logger {
 
 void installPlainMsgHandler()
 {
-    const NoConfiguration noConfiguration;
+    // At the first use of its message categories, Qt reads rules in the configuration
+    // directories and the environment. They have no effect on our messages and cost look-ups
+    // in the home directory.
+    const char* const noConfiguration[] = {"XDG_CONFIG_HOME=/dev/null", "XDG_CONFIG_DIRS=/dev/null",
+                                           nullptr};
+    char** const environment = std::exchange(environ, const_cast<char**>(noConfiguration));
     installHandler(plainMsgHandler);
+    environ = environment;
 }
 
 void installQtMsgHandler()
@@ -286,16 +255,12 @@ void addMsgHandler(QtMsgHandler handler)
 
 void removeMsgHandler(QtMsgHandler handler)
 {
-    std::list<QtMsgHandler>& handlers = msgHandlers();
-    const auto found = std::find(handlers.begin(), handlers.end(), handler);
-    if (found != handlers.end()) {
-        handlers.erase(found);
-    }
+    msgHandlers().removeOne(handler);
 }
 
 void log(QtMsgType type, const char* message)
 {
-    const std::list<QtMsgHandler> handlers = msgHandlers();
+    const QList<QtMsgHandler> handlers = msgHandlers();
     for (QtMsgHandler handler : handlers) {
         handler(type, message);
     }

@@ -6,95 +6,37 @@
 
 #include <cstdlib>
 #include <cstring>
-#include <optional>
-
-namespace {
-
-// Splits a text in one pass.
-class ArgumentScanner
-{
-public:
-    ArgumentScanner(const QString& text, bool newlineSeparates)
-        : mText(text)
-        , mNewlineSeparates(newlineSeparates)
-    {
-    }
-
-    QStringList scan()
-    {
-        while (mPosition < mText.size()) {
-            const QChar c = mText.at(mPosition++);
-            if (c == QLatin1Char(' ') || (c == QLatin1Char('\n') && mNewlineSeparates)) {
-                finishArgument();
-            } else if (c == QLatin1Char('\'')) {
-                takeSingleQuoted();
-            } else if (c == QLatin1Char('"')) {
-                takeDoubleQuoted();
-            } else if (c != QLatin1Char('\\')) {
-                add(c);
-            }
-        }
-        finishArgument();
-        return mArguments;
-    }
-
-private:
-    QString& argument()
-    {
-        if (!mArgument) {
-            mArgument.emplace(QLatin1String(""));
-        }
-        return *mArgument;
-    }
-
-    void add(QChar c) { argument() += c; }
-
-    void takeSingleQuoted()
-    {
-        const qsizetype close = mText.indexOf(QLatin1Char('\''), mPosition);
-        const qsizetype end = close == -1 ? mText.size() : close;
-        argument() += mText.mid(mPosition, end - mPosition);
-        mPosition = end + 1;
-    }
-
-    void takeDoubleQuoted()
-    {
-        argument();
-        while (mPosition < mText.size()) {
-            QChar c = mText.at(mPosition++);
-            if (c == QLatin1Char('"')) {
-                return;
-            }
-            if (c == QLatin1Char('\\')) {
-                if (mPosition == mText.size()) {
-                    return;
-                }
-                c = mText.at(mPosition++);
-            }
-            add(c);
-        }
-    }
-
-    void finishArgument()
-    {
-        if (mArgument) {
-            mArguments += *mArgument;
-            mArgument.reset();
-        }
-    }
-
-    const QString& mText;
-    const bool mNewlineSeparates;
-    qsizetype mPosition = 0;
-    std::optional<QString> mArgument;
-    QStringList mArguments;
-};
-
-} // namespace
 
 QStringList parseArgs(const QString& text)
 {
-    return ArgumentScanner(text, !envFlag("ALLOW_NEWLINE_IN_ARGS")).scan();
+    const bool newlineSeparates = !envFlag("ALLOW_NEWLINE_IN_ARGS");
+    QStringList arguments;
+    // Null between arguments; empty after an empty pair of quotes.
+    QString argument;
+    QChar openQuote;
+    for (auto it = text.begin(); it != text.end(); ++it) {
+        const bool isBackslash = *it == QLatin1Char('\\');
+        if (!openQuote.isNull()) {
+            if (*it == openQuote) {
+                openQuote = QChar();
+            } else if (!isBackslash || openQuote == QLatin1Char('\'')) {
+                argument += *it;
+            } else if (it + 1 != text.end()) {
+                argument += *++it;
+            }
+        } else if (*it == QLatin1Char('\'') || *it == QLatin1Char('"')) {
+            openQuote = *it;
+            argument += QLatin1String("");
+        } else if (*it == QLatin1Char(' ') || (*it == QLatin1Char('\n') && newlineSeparates)) {
+            if (!argument.isNull()) {
+                arguments += argument;
+            }
+            argument = QString();
+        } else if (!isBackslash) {
+            argument += *it;
+        }
+    }
+    return argument.isNull() ? arguments : arguments << argument;
 }
 
 char** m_strsplit(const char* string, const char* separator)

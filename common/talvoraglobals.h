@@ -24,7 +24,6 @@ public:
     /// configuration directory.
     void initPaths();
 
-    /// Sets the name of the local configuration directory.
     void setLocalConfigDir(const QString& directory) { mConfigDir = directory; }
     void setDebugMode(bool debugMode) { mIsDebugMode = debugMode; }
 

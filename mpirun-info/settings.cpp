@@ -35,7 +35,7 @@ QJsonValue valueOf(Kind kind, const char* value)
 {
     switch (kind) {
     case Kind::Path:
-        return ZorvEnv::PathKind::convert(value);
+        return QFile::decodeName(value);
     case Kind::Switch:
         return ZorvEnv::readsOn(value);
     case Kind::Presence:
@@ -45,7 +45,7 @@ QJsonValue valueOf(Kind kind, const char* value)
     case Kind::Text:
         break;
     }
-    return ZorvEnv::TextKind::convert(value);
+    return QString::fromLocal8Bit(value);
 }
 
 // The variables that are set for a setting. The first one counts.

@@ -1,5 +1,7 @@
 #include "zorv-util/qblockingprocess.h"
 
+#include "common/compatibility_simple/files/read.h"
+
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
@@ -14,14 +16,6 @@ constexpr qsizetype readSize = 65536;
 // The output may stay open after the end of the process, in a descendant. This is the
 // interval at which we check the process itself.
 constexpr qint64 lookAgainMs = 100;
-
-void closeDescriptor(int* fd)
-{
-    if (*fd != -1) {
-        ::close(*fd);
-        *fd = -1;
-    }
-}
 
 } // namespace
 
@@ -76,16 +70,16 @@ void QBlockingProcess::followState(ProcessState state)
     if (state == Starting) {
         openPipes();
     } else {
-        mPipes[StandardOutput].closeWriteEnd();
-        mPipes[StandardError].closeWriteEnd();
+        mPipes[StandardOutput].writeEnd.close();
+        mPipes[StandardError].writeEnd.close();
     }
 }
 
 void QBlockingProcess::openPipes()
 {
     const ProcessChannelMode mode = processChannelMode();
-    mPipes[StandardOutput].close();
-    mPipes[StandardError].close();
+    mPipes[StandardOutput] = Pipe();
+    mPipes[StandardError] = Pipe();
     if (mode != ForwardedChannels && mode != ForwardedOutputChannel) {
         mPipes[StandardOutput].open();
     }
@@ -116,11 +110,12 @@ bool QBlockingProcess::receive(QDeadlineTimer deadline)
         const bool ended = state() == NotRunning;
         mPipes[StandardOutput].receive();
         mPipes[StandardError].receive();
-        if (pipe.received.size() > size || pipe.readEnd == -1 || ended || deadline.hasExpired()) {
+        if (pipe.received.size() > size || !pipe.readEnd.isOpen() || ended ||
+            deadline.hasExpired()) {
             return pipe.received.size() > size;
         }
-        pollfd requests[] = {{mPipes[StandardOutput].readEnd, POLLIN, 0},
-                             {mPipes[StandardError].readEnd, POLLIN, 0}};
+        pollfd requests[] = {{mPipes[StandardOutput].readEnd.get(), POLLIN, 0},
+                             {mPipes[StandardError].readEnd.get(), POLLIN, 0}};
         const qint64 remaining = deadline.isForever() ? lookAgainMs : deadline.remainingTime();
         poll(requests, 2, static_cast<int>(qMin(remaining, lookAgainMs)));
         waitForFinished(0);
@@ -134,36 +129,21 @@ void QBlockingProcess::Pipe::open()
         qCritical("pipe: %s", strerror(errno));
         return;
     }
-    readEnd = ends[0];
-    mWriteEnd = ends[1];
-    fcntl(readEnd, F_SETFL, O_NONBLOCK);
+    readEnd = Descriptor(ends[0]);
+    writeEnd = Descriptor(ends[1]);
+    fcntl(readEnd.get(), F_SETFL, O_NONBLOCK);
 }
 
-void QBlockingProcess::Pipe::close()
-{
-    closeWriteEnd();
-    closeDescriptor(&readEnd);
-    received.clear();
-}
-
-void QBlockingProcess::Pipe::closeWriteEnd()
-{
-    closeDescriptor(&mWriteEnd);
-}
-
+// Receives nothing when the read end is closed.
 void QBlockingProcess::Pipe::receive()
 {
     const qsizetype size = received.size();
-    ssize_t count = -1;
-    if (readEnd != -1) {
-        received.resize(size + readSize);
-        do {
-            count = ::read(readEnd, received.data() + size, readSize);
-        } while (count == -1 && errno == EINTR);
-        received.resize(size + qMax<qsizetype>(count, 0));
-    }
+    received.resize(size + readSize);
+    const ssize_t count =
+        uninterrupted([&] { return ::read(readEnd.get(), received.data() + size, readSize); });
+    received.resize(size + qMax<qsizetype>(count, 0));
     if (count == 0) {
-        closeDescriptor(&readEnd);
+        readEnd.close();
     }
 }
 
@@ -171,7 +151,7 @@ void QBlockingProcess::Pipe::receive()
 void QBlockingProcess::Pipe::replaceStream(int fd) const
 {
     struct stat status;
-    if (mWriteEnd != -1 && fstat(fd, &status) == 0 && S_ISFIFO(status.st_mode)) {
-        dup2(mWriteEnd, fd);
+    if (writeEnd.isOpen() && fstat(fd, &status) == 0 && S_ISFIFO(status.st_mode)) {
+        dup2(writeEnd.get(), fd);
     }
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "common/compatibility_simple/files/descriptor.h"
+
 #include <QByteArray>
 #include <QDeadlineTimer>
 #include <QProcess>
@@ -35,26 +37,16 @@ protected:
 private:
     // Replaces QProcess's pipe. QProcess does not report that a process has closed its output
     // while it still runs.
-    class Pipe
+    struct Pipe
     {
-    public:
-        Pipe() = default;
-        Pipe(const Pipe&) = delete;
-        Pipe& operator=(const Pipe&) = delete;
-        ~Pipe() { close(); }
-
         void open();
-        void close();
-        void closeWriteEnd();
         void receive();
         // Called in the child between fork and exec.
         void replaceStream(int fd) const;
 
-        int readEnd = -1;
+        Descriptor readEnd;
+        Descriptor writeEnd;
         QByteArray received;
-
-    private:
-        int mWriteEnd = -1;
     };
 
     void followState(ProcessState state);

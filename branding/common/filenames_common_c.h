@@ -6,17 +6,8 @@
 extern "C" {
 #endif
 
-extern char* FileNameZorvDebugger;
-extern char* FileNameZorvDebuggerS64FX;
-extern char* FileNameZorvDebuggerLaunchMON;
-extern char* FileNameZorvDebuggerBlueGene;
-extern char* FileNameZorvTreeserver;
-extern char* FileNameZorvMpirun;
-extern char* FileNameZorvClient;
-extern char* FileNameZorvUntar;
-extern char* FileNameZorvUtil;
-extern char* FileNameZorvUtilGui;
-extern char* FileNameZorvRemoteDaemon;
+#define COMMON_FILE_NAME(name, cName, text) extern char* FileName##cName;
+#include "branding/filenames.def"
 
 #ifdef __cplusplus
 }

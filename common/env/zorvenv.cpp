@@ -1,10 +1,15 @@
 #include "common/env/zorvenv.h"
 
-#include <QFile>
-#include <QStringBuilder>
+#include <QVarLengthArray>
 
 #include <cstdlib>
 #include <cstring>
+
+namespace {
+
+constexpr const char* prefixes[ZorvEnv::PrefixCount] = {"ZORV_", "PELK_", "TALVORA_"};
+
+} // namespace
 
 bool g_cacheEnv = true;
 int g_cacheSerial = 0;
@@ -28,15 +33,16 @@ namespace ZorvEnv {
 
 QByteArray variableName(int prefix, const char* bareName)
 {
-    static constexpr const char* prefixes[PrefixCount] = {"ZORV_", "PELK_", "TALVORA_"};
-    // One allocation: a launch looks up some thirty settings under three names each.
-    return QByteArray::fromRawData(prefixes[prefix], qsizetype(strlen(prefixes[prefix]))) %
-           bareName;
+    return prefixes[prefix] + QByteArray(bareName);
 }
 
 const char* read(int prefix, const char* bareName)
 {
-    return std::getenv(variableName(prefix, bareName).constData());
+    // Needs no allocation: a launch looks up some thirty settings under three names each.
+    QVarLengthArray<char, 64> name;
+    name.append(prefixes[prefix], qsizetype(strlen(prefixes[prefix])));
+    name.append(bareName, qsizetype(strlen(bareName)) + 1);
+    return std::getenv(name.constData());
 }
 
 const char* uncachedValue(const char* bareName)
@@ -60,16 +66,6 @@ bool readsOn(const char* value)
         }
     }
     return true;
-}
-
-QString TextKind::convert(const char* value)
-{
-    return QString::fromLocal8Bit(value);
-}
-
-QString PathKind::convert(const char* value)
-{
-    return QFile::decodeName(value);
 }
 
 } // namespace ZorvEnv

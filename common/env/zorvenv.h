@@ -16,9 +16,10 @@
 #pragma once
 
 #include <QByteArray>
+#include <QFile>
 #include <QString>
 
-#include <utility>
+#include <optional>
 
 /// Whether look-ups use their caches.
 extern bool g_cacheEnv;
@@ -53,118 +54,49 @@ const char* uncachedValue(const char* bareName);
 /// letter case and for null (not set), true for every other value.
 bool readsOn(const char* value);
 
-/// The cache of one place that looks a setting up. A Kind has the type `Value`, the function
-/// `static Value convert(const char* value)` for a variable that is set, and the constant
-/// `RemembersAbsent`, which says whether the default for one that is not set is cached, too.
-template <typename Kind> class Site
+/// The cache of one place that looks a setting up.
+template <typename Value> class Site
 {
 public:
-    using Value = typename Kind::Value;
-
-    /// The value of the setting, or the result of `absent()` when no variable is set. Reads
-    /// the environment only if the cache is stale.
-    template <typename Absent> Value lookup(const char* bareName, Absent absent)
+    /// `convert` of the setting's value, which is null when no variable is set. Reads the
+    /// environment only if the cache is stale.
+    template <typename Convert> Value lookup(const char* bareName, Convert convert)
     {
-        for (int prefix = 0; prefix < PrefixCount - 1; ++prefix) {
-            if (isSet(prefix, bareName)) {
-                return answer(prefix, bareName, absent);
-            }
+        if (!g_cacheEnv || mSerial != g_cacheSerial) {
+            mAnswer = convert(uncachedValue(bareName));
+            mSerial = g_cacheSerial;
         }
-        return answer(PrefixCount - 1, bareName, absent);
+        return mAnswer;
     }
 
 private:
-    template <typename T> struct Entry
-    {
-        // -1 is never current.
-        int serial = -1;
-        T content{};
-
-        bool isCurrent() const { return g_cacheEnv && serial == g_cacheSerial; }
-        void store(T newContent)
-        {
-            content = std::move(newContent);
-            serial = g_cacheSerial;
-        }
-    };
-
-    bool isSet(int prefix, const char* bareName)
-    {
-        Entry<bool>& entry = mSet[prefix];
-        if (!entry.isCurrent()) {
-            entry.store(read(prefix, bareName) != nullptr);
-        }
-        return entry.content;
-    }
-
-    template <typename Absent> Value answer(int prefix, const char* bareName, Absent absent)
-    {
-        Entry<Value>& entry = mAnswers[prefix];
-        if (!entry.isCurrent()) {
-            const char* value = read(prefix, bareName);
-            mFound[prefix] = value != nullptr;
-            entry.store(value ? Kind::convert(value) : absent());
-        } else if (!Kind::RemembersAbsent && !mFound[prefix]) {
-            entry.content = absent();
-        }
-        return entry.content;
-    }
-
-    Entry<bool> mSet[PrefixCount - 1];
-    Entry<Value> mAnswers[PrefixCount];
-    bool mFound[PrefixCount] = {};
-};
-
-/// The kind of envString().
-struct TextKind
-{
-    using Value = QString;
-    static constexpr bool RemembersAbsent = true;
-    static QString convert(const char* value);
-};
-
-/// The kind of envPath().
-struct PathKind
-{
-    using Value = QString;
-    // The caller's default may differ from call to call.
-    static constexpr bool RemembersAbsent = false;
-    static QString convert(const char* value);
-};
-
-/// The kind of envFlag().
-struct SwitchKind
-{
-    using Value = bool;
-    static constexpr bool RemembersAbsent = true;
-    static bool convert(const char* value) { return readsOn(value); }
-};
-
-/// The kind of envIsSet().
-struct PresenceKind
-{
-    using Value = bool;
-    static constexpr bool RemembersAbsent = true;
-    static bool convert(const char*) { return true; }
+    // -1 is never current.
+    int mSerial = -1;
+    Value mAnswer{};
 };
 
 } // namespace ZorvEnv
 
-#define ZORV_ENV_SITE(Kind, X, absent)                                                             \
-    ([&]() -> ZorvEnv::Kind::Value {                                                               \
-        static ZorvEnv::Site<ZorvEnv::Kind> envSite;                                               \
-        return envSite.lookup(X, [&]() -> ZorvEnv::Kind::Value { return absent; });                \
+// `answer` is an expression with envValue, the setting's value or null.
+#define ZORV_ENV_SITE(Value, X, answer)                                                            \
+    ([&]() -> Value {                                                                              \
+        static ZorvEnv::Site<Value> envSite;                                                       \
+        return envSite.lookup(X, [&](const char* envValue) -> Value { return answer; });           \
     }())
-// Ignores all arguments after the second.
-#define ZORV_ENV_PATH(X, fallback, ...) ZORV_ENV_SITE(PathKind, X, fallback)
+// Ignores all arguments after the second. Does not cache the default, which may differ from call
+// to call.
+#define ZORV_ENV_PATH(X, fallback, ...)                                                            \
+    ZORV_ENV_SITE(std::optional<QString>, X,                                                       \
+                  envValue ? std::make_optional(QFile::decodeName(envValue)) : std::nullopt)       \
+        .value_or(fallback)
 
 /// The setting X as a text, decoded from the locale's encoding; null when it is not set.
-#define envString(X) ZORV_ENV_SITE(TextKind, X, QString())
+#define envString(X) ZORV_ENV_SITE(QString, X, QString::fromLocal8Bit(envValue))
 /// The setting X as a path, decoded with QFile::decodeName(). When it is not set, null for
 /// envPath(X) and `default` for envPath(X, default).
 #define envPath(...) ZORV_ENV_PATH(__VA_ARGS__, QString(), )
 /// The setting X as a switch, see readsOn(); false when it is not set.
-#define envFlag(X) ZORV_ENV_SITE(SwitchKind, X, false)
+#define envFlag(X) ZORV_ENV_SITE(bool, X, ZorvEnv::readsOn(envValue))
 /// True when the setting X is set, whatever its value; otherwise the value of `fallback`,
 /// which is evaluated only when it is needed.
-#define envIsSet(X, fallback) ZORV_ENV_SITE(PresenceKind, X, fallback)
+#define envIsSet(X, fallback) ZORV_ENV_SITE(bool, X, envValue || (fallback))

@@ -22,7 +22,8 @@ hostent* hostentOfName(const QByteArray& name);
 ///   it for a user id.
 /// - hostentOfName() gives the addresses in the order of getaddrinfo(3), and no aliases.
 /// - After a getent has not answered within 15 s or has written more than 1 MiB, one line
-///   is printed, and all later look-ups find nothing.
+///   is printed, and all later look-ups find nothing. With Qt before 6.6, the time begins
+///   when the kernel has loaded getent: the caller is blocked in vfork(2) until then.
 namespace Lookups::Getent {
 Host hostOfName(const QByteArray& name);
 QByteArray nameOfAddress(const QByteArray& address);

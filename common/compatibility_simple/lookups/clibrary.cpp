@@ -50,22 +50,16 @@ Lookups::Host Lookups::CLibrary::hostOfName(const QByteArray& name)
 
 QByteArray Lookups::CLibrary::nameOfAddress(const QByteArray& address)
 {
-    sockaddr_in v4 = {};
-    sockaddr_in6 v6 = {};
-    const sockaddr* socketAddress = reinterpret_cast<const sockaddr*>(&v4);
-    socklen_t length = sizeof v4;
-    v4.sin_family = AF_INET;
-    if (inet_pton(AF_INET, address.constData(), &v4.sin_addr) != 1) {
-        socketAddress = reinterpret_cast<const sockaddr*>(&v6);
-        length = sizeof v6;
-        v6.sin6_family = AF_INET6;
-        if (inet_pton(AF_INET6, address.constData(), &v6.sin6_addr) != 1) {
-            return QByteArray();
-        }
+    addrinfo hints = {};
+    hints.ai_flags = AI_NUMERICHOST;
+    addrinfo* result = nullptr;
+    if (getaddrinfo(address.constData(), nullptr, &hints, &result) != 0) {
+        return QByteArray();
     }
     char name[NI_MAXHOST];
-    const bool found =
-        getnameinfo(socketAddress, length, name, sizeof name, nullptr, 0, NI_NAMEREQD) == 0;
+    const bool found = getnameinfo(result->ai_addr, result->ai_addrlen, name, sizeof name, nullptr,
+                                   0, NI_NAMEREQD) == 0;
+    freeaddrinfo(result);
     return found && *name ? QByteArray(name) : QByteArray();
 }
 

@@ -2,23 +2,16 @@
 
 #include <QFile>
 
+#include <algorithm>
 #include <arpa/inet.h>
-#include <functional>
 
 namespace {
 
-// Calls the function for each line, up to the first for which it returns true.
-void forLines(const char* fileName, const std::function<bool(const QByteArray&)>& function)
+// None when the file cannot be read.
+QByteArrayList linesOf(const QString& fileName)
 {
-    QFile file(QString::fromLatin1(fileName));
-    if (!file.open(QIODevice::ReadOnly)) {
-        return;
-    }
-    for (QByteArray line = file.readLine(); !line.isEmpty(); line = file.readLine()) {
-        if (function(line.endsWith('\n') ? line.chopped(1) : line)) {
-            return;
-        }
-    }
+    QFile file(fileName);
+    return file.open(QIODevice::ReadOnly) ? file.readAll().split('\n') : QByteArrayList();
 }
 
 // The address in the form of inet_ntop(3); null for any other text.
@@ -34,18 +27,20 @@ QByteArray normalized(const QByteArray& address)
     return QByteArray();
 }
 
-// The words of a line of hosts(5), the address as normalized() gives it; empty for a line
+// The words of each line of hosts(5), the address as normalized() gives it. Leaves out a line
 // without an address and a name.
-QByteArrayList hostWords(const QByteArray& line)
+QList<QByteArrayList> wordsOfHosts()
 {
-    QByteArrayList words = line.split('#').front().simplified().split(' ');
-    words.front() = normalized(words.front());
-    return words.front().isNull() || words.size() < 2 ? QByteArrayList() : words;
-}
-
-bool isSameName(const QByteArray& name1, const QByteArray& name2)
-{
-    return name1.compare(name2, Qt::CaseInsensitive) == 0;
+    QList<QByteArrayList> result;
+    const QByteArrayList lines = linesOf(QStringLiteral("/etc/hosts"));
+    for (const QByteArray& line : lines) {
+        QByteArrayList words = line.split('#').front().simplified().split(' ');
+        words.front() = normalized(words.front());
+        if (!words.front().isNull() && words.size() > 1) {
+            result += words;
+        }
+    }
+    return result;
 }
 
 } // namespace
@@ -57,45 +52,40 @@ Lookups::Host Lookups::EtcFiles::hostOfName(const QByteArray& name)
     if (!address.isNull()) {
         return {name, {address}};
     }
-    forLines("/etc/hosts", [&](const QByteArray& line) {
-        const QByteArrayList words = hostWords(line);
-        for (qsizetype i = 1; i < words.size(); ++i) {
-            if (isSameName(words.at(i), name)) {
-                if (host.canonicalName.isNull()) {
-                    host.canonicalName = words.at(1);
-                }
-                if (!host.addresses.contains(words.at(0))) {
-                    host.addresses += words.at(0);
-                }
-            }
+    const QList<QByteArrayList> hosts = wordsOfHosts();
+    for (const QByteArrayList& words : hosts) {
+        const bool isNamed = std::any_of(words.begin() + 1, words.end(), [&](const auto& word) {
+            return word.compare(name, Qt::CaseInsensitive) == 0;
+        });
+        if (isNamed && host.canonicalName.isNull()) {
+            host.canonicalName = words.at(1);
         }
-        return false;
-    });
+        if (isNamed && !host.addresses.contains(words.at(0))) {
+            host.addresses += words.at(0);
+        }
+    }
     return host;
 }
 
 QByteArray Lookups::EtcFiles::nameOfAddress(const QByteArray& address)
 {
     const QByteArray wanted = normalized(address);
-    QByteArray name;
-    forLines("/etc/hosts", [&](const QByteArray& line) {
-        const QByteArrayList words = hostWords(line);
-        if (!words.isEmpty() && words.at(0) == wanted) {
-            name = words.at(1);
+    const QList<QByteArrayList> hosts = wordsOfHosts();
+    for (const QByteArrayList& words : hosts) {
+        if (words.at(0) == wanted) {
+            return words.at(1);
         }
-        return !name.isNull();
-    });
-    return name;
+    }
+    return QByteArray();
 }
 
 QByteArray Lookups::EtcFiles::userLine(int field, const QByteArray& text)
 {
-    QByteArray found;
-    forLines("/etc/passwd", [&](const QByteArray& line) {
+    const QByteArrayList lines = linesOf(QStringLiteral("/etc/passwd"));
+    for (const QByteArray& line : lines) {
         if (line.split(':').value(field) == text) {
-            found = line;
+            return line;
         }
-        return !found.isNull();
-    });
-    return found;
+    }
+    return QByteArray();
 }

@@ -1,12 +1,18 @@
 #include "common/compatibility_simple/lookups/backends_p.h"
-#include "common/compatibility_simple/lookups/boundedcommand.h"
 
-#include <QtGlobal>
+#include "common/compatibility_simple/calls/calls.h"
+
+#include <QDeadlineTimer>
+#include <QProcess>
+#include <QProcessEnvironment>
 
 #include <algorithm>
 #include <arpa/inet.h>
-#include <cerrno>
-#include <cstdlib>
+#include <csignal>
+#include <fcntl.h>
+#include <memory>
+#include <sys/prctl.h>
+#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -16,25 +22,103 @@ constexpr int limitMs = 15000;
 // More than the 120 kB of a host with a thousand addresses.
 constexpr qsizetype mostBytes = 1 << 20;
 
-// The environment of getent: the variables that affect a look-up, see hostname(7) and
-// resolv.conf(5), and those of the encoding.
-const char* const variables[] = {"HOSTALIASES", "LANG",        "LC_ALL",
-                                 "LC_CTYPE",    "LOCALDOMAIN", "RES_OPTIONS"};
+// The longest wait for a killed getent, which may hang in the kernel.
+constexpr int killedMs = 1000;
 
-QByteArrayList environmentOfGetent()
+// What getent wrote to its standard output, and how it ended.
+struct Answer
 {
-    QByteArrayList result;
-    for (const char* variable : variables) {
-        if (const char* value = getenv(variable)) {
-            result += QByteArray(variable) + '=' + value;
+    enum End {
+        ByItself,   // with an exit status or by a signal
+        NotStarted, // there is no getent, or no process can be created
+        Killed,     // it exceeded one of the limits, or was not asked
+    };
+
+    End end = NotStarted;
+    int exitStatus = 0; // for ByItself: 128 + N after signal N
+    QByteArray output;
+};
+
+// The variables that affect a look-up, see hostname(7) and resolv.conf(5), and those of the
+// encoding.
+QProcessEnvironment environmentOfGetent()
+{
+    QProcessEnvironment result;
+    for (const char* variable :
+         {"HOSTALIASES", "LANG", "LC_ALL", "LC_CTYPE", "LOCALDOMAIN", "RES_OPTIONS"}) {
+        if (qEnvironmentVariableIsSet(variable)) {
+            result.insert(QString::fromLatin1(variable), qEnvironmentVariable(variable));
         }
     }
     return result;
 }
 
-// Runs getent for a key of `database`. The output has a line for each entry. The answer is
+// Runs in the child. Makes only async-signal-safe calls, see signal-safety(7).
+void prepareChild(pid_t parent)
+{
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    // The kernel sends no signal for a parent that has ended before the call.
+    if (sc_getppid() != parent) {
+        _exit(1);
+    }
+    const int null = open("/dev/null", O_RDWR);
+    dup2(null, STDIN_FILENO);
+    dup2(null, STDERR_FILENO);
+    for (int signo = 1; signo < NSIG; ++signo) {
+        signal(signo, SIG_DFL);
+    }
+    sigset_t none;
+    sigemptyset(&none);
+    sigprocmask(SIG_SETMASK, &none, nullptr);
+}
+
+bool start(QProcess* process, const QStringList& arguments, const QDeadlineTimer& deadline)
+{
+    process->setProcessEnvironment(environmentOfGetent());
+    process->setInputChannelMode(QProcess::ForwardedInputChannel);
+    process->setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    process->setChildProcessModifier([parent = sc_getpid()] { prepareChild(parent); });
+    for (const char* path : {"/usr/bin/getent", "/bin/getent"}) {
+        process->start(QString::fromLatin1(path), arguments, QIODevice::ReadOnly);
+        if (process->waitForStarted(int(deadline.remainingTime())) || deadline.hasExpired()) {
+            return true;
+        }
+    }
+    return false;
+}
+
+Answer run(const QStringList& arguments)
+{
+    Answer answer;
+    const QDeadlineTimer deadline(limitMs);
+    auto process = std::make_unique<QProcess>();
+    if (!start(process.get(), arguments, deadline)) {
+        return answer;
+    }
+    while (answer.output.size() <= mostBytes &&
+           process->waitForReadyRead(int(deadline.remainingTime()))) {
+        answer.output += process->readAllStandardOutput();
+    }
+    answer.output += process->readAllStandardOutput();
+    if (process->state() == QProcess::NotRunning && answer.output.size() <= mostBytes) {
+        answer.end = Answer::ByItself;
+        const bool crashed = process->exitStatus() == QProcess::CrashExit;
+        answer.exitStatus = crashed ? 128 + process->exitCode() : process->exitCode();
+        return answer;
+    }
+    answer.end = Answer::Killed;
+    process->kill();
+    process->waitForFinished(killedMs);
+    if (process->state() != QProcess::NotRunning) {
+        // The destructor would wait longer.
+        static_cast<void>(process.release());
+    }
+    return answer;
+}
+
+// Asks getent for a key of `database`. The output has a line for each entry. The answer is
 // NotStarted where there is no getent, and Killed when it gave no answer.
-Answer ask(const QByteArrayList& options, const char* database, const QByteArray& key)
+Answer ask(const QStringList& options, const char* database, const QByteArray& key)
 {
     static bool hangs = false;
     // getent would take a leading dash for an option; no name has one.
@@ -42,8 +126,7 @@ Answer ask(const QByteArrayList& options, const char* database, const QByteArray
         return {Answer::Killed, 0, QByteArray()};
     }
     Answer answer =
-        runBounded({"/usr/bin/getent", "/bin/getent"}, options + QByteArrayList{database, key},
-                   environmentOfGetent(), limitMs, mostBytes);
+        run(options + QStringList{QString::fromLatin1(database), QString::fromLocal8Bit(key)});
     if (answer.end == Answer::Killed) {
         hangs = true;
         answer.output.clear();
@@ -131,7 +214,7 @@ Lookups::Host Lookups::Getent::hostOfName(const QByteArray& name)
     // it does not know the option, which glibc has since 2.37.
     constexpr int notFound = 2;
     Host host;
-    const Answer answer = ask({"--no-addrconfig"}, "ahosts", name);
+    const Answer answer = ask({QStringLiteral("--no-addrconfig")}, "ahosts", name);
     if (answer.end == Answer::NotStarted) {
         return EtcFiles::hostOfName(name);
     }

@@ -77,11 +77,7 @@ bool isSpecialLoopbackAddress(const QString& address)
 
 bool isLoopback(const QHostAddress& address)
 {
-    static const QHostAddress mapped(QStringLiteral("::ffff:127.0.0.1"));
-    return !isSpecialLoopbackAddress(address) &&
-           (address.isInSubnet(QHostAddress(QHostAddress::LocalHost), 8) ||
-            address == QHostAddress(QHostAddress::LocalHostIPv6) ||
-            address.isInSubnet(mapped, 96 + 8));
+    return !isSpecialLoopbackAddress(address) && address.isLoopback();
 }
 
 bool isLoopback(const QString& hostName)

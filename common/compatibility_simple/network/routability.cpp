@@ -5,8 +5,6 @@
 #include "common/compatibility_simple/network/interfaces_p.h"
 #include "common/env/zorvenv.h"
 
-#include <QtAlgorithms>
-
 #include <algorithm>
 
 namespace {
@@ -16,13 +14,6 @@ constexpr int shortestPrefix = 4;
 
 struct HostAddressAndPrefixLength
 {
-    HostAddressAndPrefixLength(const QHostAddress& theAddress, int thePrefixLength, int thePass)
-        : address(theAddress)
-        , prefixLength(thePrefixLength)
-        , pass(thePass)
-    {
-    }
-
     QHostAddress address;
     int prefixLength;
     int pass;
@@ -34,31 +25,20 @@ bool compareHostAddressAndPrefix(const HostAddressAndPrefixLength& a,
     return a.pass != b.pass ? a.pass < b.pass : a.prefixLength > b.prefixLength;
 }
 
-// The length in bits of the common prefix of two addresses; 0 for different families.
-int commonPrefix(const QHostAddress& a, const QHostAddress& b)
-{
-    if (a.protocol() != b.protocol()) {
-        return 0;
-    }
-    if (a.protocol() == QAbstractSocket::IPv4Protocol) {
-        return static_cast<int>(qCountLeadingZeroBits(a.toIPv4Address() ^ b.toIPv4Address()));
-    }
-    const Q_IPV6ADDR bytesA = a.toIPv6Address();
-    const Q_IPV6ADDR bytesB = b.toIPv6Address();
-    int length = 0;
-    for (int i = 0; i < 16 && length == i * 8; ++i) {
-        length += static_cast<int>(qCountLeadingZeroBits(quint8(bytesA[i] ^ bytesB[i])));
-    }
-    return length;
-}
-
+// The length in bits of the longest common prefix of the candidate and an entry.
 int bestPrefix(const QHostAddress& candidate, const QList<QNetworkAddressEntry>& entries)
 {
     int best = 0;
     for (const QNetworkAddressEntry& entry : entries) {
-        best = qMax(best, qMin(entry.prefixLength(), commonPrefix(candidate, entry.ip())));
+        int prefix = entry.prefixLength();
+        while (prefix >= qMax(best, shortestPrefix) && !candidate.isInSubnet(entry.ip(), prefix)) {
+            --prefix;
+        }
+        if (prefix >= shortestPrefix) {
+            best = qMax(best, prefix);
+        }
     }
-    return best < shortestPrefix ? 0 : best;
+    return best;
 }
 
 } // namespace

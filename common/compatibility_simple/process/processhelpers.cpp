@@ -13,13 +13,7 @@
 namespace {
 
 constexpr int longestInterpreterLine = 1023;
-
-// The first `count` bytes of a file, or all of a shorter one; empty when it cannot be read.
-QByteArray firstBytes(const QString& path, int count)
-{
-    const Result<QByteArray> bytes = readRegularFile(path, count);
-    return bytes ? *bytes : QByteArray();
-}
+constexpr int commandLimitMs = 30000;
 
 } // namespace
 
@@ -37,7 +31,7 @@ int sc_usleep(int microseconds)
 
 QStringList sc_helper_exec(const QString& command, bool merge, bool quiet, const QString& inputFile)
 {
-    return ProcessHelpers::outputLines(command, merge, quiet, inputFile, 30000);
+    return ProcessHelpers::outputLines(command, merge, quiet, inputFile, commandLimitMs);
 }
 
 QStringList ProcessHelpers::outputLines(const QString& command, bool merge, bool quiet,
@@ -74,16 +68,13 @@ QStringList ProcessHelpers::outputLines(const QString& command, bool merge, bool
 
 bool sc_isScript(const QString& path)
 {
-    return firstBytes(path, 2) == "#!";
+    return readRegularFile(path, 2).value_or(QByteArray()) == "#!";
 }
 
 QStringList sc_getScriptBinaryPathAndArguments(const QString& path)
 {
-    QByteArray line = firstBytes(path, longestInterpreterLine);
-    const qsizetype end = line.indexOf('\n');
-    if (end != -1) {
-        line.truncate(end);
-    }
+    const QByteArray start = readRegularFile(path, longestInterpreterLine).value_or(QByteArray());
+    const QByteArray line = start.split('\n').front();
     // A null byte ends the line, as it does for the kernel.
     const QString text = QFile::decodeName(line.constData());
     return text.startsWith(QLatin1String("#!")) ? parseArgs(text.mid(2)) : QStringList();

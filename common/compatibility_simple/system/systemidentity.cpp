@@ -13,6 +13,7 @@
 #include <QTextStream>
 
 #include <cstdlib>
+#include <optional>
 #include <sys/utsname.h>
 
 namespace {
@@ -57,37 +58,15 @@ utsname kernel()
     return names;
 }
 
-struct Description
-{
-    QString os;
-    QString version;
-    QString arch;
-
-    QString line() const
-    {
-        QString result = os;
-        for (const QString& part : {version, arch}) {
-            if (!part.isEmpty()) {
-                result += QLatin1Char(' ') + part;
-            }
-        }
-        return result;
-    }
-};
-
-bool describeByLsbRelease(Description* description)
+std::optional<QString> descriptionOfLsbRelease()
 {
     if (!QFile::exists(QStringLiteral("/usr/bin/lsb_release"))) {
-        return false;
+        return std::nullopt;
     }
     const QString key = QStringLiteral("Description:");
     const QString line =
         sc_helper_exec(QStringLiteral("/usr/bin/lsb_release -d"), false, false, QString()).value(0);
-    if (!line.contains(key)) {
-        return false;
-    }
-    description->os = line.mid(key.size()).trimmed();
-    return true;
+    return line.contains(key) ? std::make_optional(line.mid(key.size()).trimmed()) : std::nullopt;
 }
 
 bool matches(const QString& line, const char* pattern)
@@ -108,41 +87,38 @@ QString firstLine(QFile* file)
     return line.trimmed();
 }
 
-void describeByDistribution(Description* description, const QString& kernelRelease)
+QString descriptionOfDistribution(const QString& kernelRelease)
 {
     for (const Distribution& distribution : distros) {
         QFile file(QString::fromLatin1(distribution.file));
         if (!file.open(QIODevice::ReadOnly)) {
             continue;
         }
-        const QString line = firstLine(&file);
+        QString line = firstLine(&file);
         if (matches(line, "[^0-9]+[0-9.]+.*")) {
-            description->os = line;
-        } else if (matches(line, "[0-9.]+.*")) {
-            description->os = QString::fromLatin1(distribution.name);
-            description->version = line;
-        } else {
-            description->version = kernelRelease;
+            return line;
         }
-        return;
+        return matches(line, "[0-9.]+.*")
+                   ? QString::fromLatin1(distribution.name) + QLatin1Char(' ') + line
+                   : QStringLiteral("Linux ") + kernelRelease;
     }
+    return QStringLiteral("Linux");
 }
 
 QString describeSystem()
 {
     const utsname names = kernel();
-    Description description;
-    description.os = QString::fromLocal8Bit(names.sysname);
     const QString release = QString::fromLocal8Bit(names.release);
     if (sc_isBluegeneQNode()) {
-        description.os = QStringLiteral("Bluegene/Q Compute Node");
-    } else if (description.os != QLatin1String("Linux")) {
-        description.version = release;
-        description.arch = QString::fromLocal8Bit(names.machine);
-    } else if (!describeByLsbRelease(&description)) {
-        describeByDistribution(&description, release);
+        return QStringLiteral("Bluegene/Q Compute Node");
     }
-    return description.line();
+    if (qstrcmp(names.sysname, "Linux") != 0) {
+        return QStringLiteral("%1 %2 %3")
+            .arg(QString::fromLocal8Bit(names.sysname), release,
+                 QString::fromLocal8Bit(names.machine));
+    }
+    const std::optional<QString> description = descriptionOfLsbRelease();
+    return description ? *description : descriptionOfDistribution(release);
 }
 
 // The model name of the first processor decides.
