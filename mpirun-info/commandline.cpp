@@ -59,16 +59,14 @@ void findSlip(Report* report, const QString& word, bool simple)
                                 ? nearestSpelling(name, known)
                                 : QString();
     if (!nearest.isNull() && plain.contains(QLatin1Char('='))) {
-        report->find(Finding::OptionJoined,
-                     QStringLiteral("'%1' ended the options; write '%2 VALUE'")
-                         .arg(withoutValue(word), nearest));
-    } else if (!nearest.isNull() || plain.contains(QLatin1String("-zorv"), Qt::CaseInsensitive)) {
-        report->find(
-            Finding::OptionMisspelt,
-            QStringLiteral("'%1' ended the options; %2")
-                .arg(withoutValue(word), nearest.isNull()
-                                             ? QStringLiteral("there is no such option")
-                                             : QStringLiteral("did you mean '%1'?").arg(nearest)));
+        report->find(Finding::OptionJoined, "'%1' ended the options; write '%2 VALUE'",
+                     withoutValue(word), nearest);
+    } else if (!nearest.isNull()) {
+        report->find(Finding::OptionMisspelt, "'%1' ended the options; did you mean '%2'?",
+                     withoutValue(word), nearest);
+    } else if (plain.contains(QLatin1String("-zorv"), Qt::CaseInsensitive)) {
+        report->find(Finding::OptionMisspelt, "'%1' ended the options; there is no such option",
+                     withoutValue(word));
     }
 }
 
@@ -83,9 +81,8 @@ void findLateOptions(Report* report, const QStringList& rest)
     }
     late.removeDuplicates();
     if (!late.isEmpty()) {
-        report->find(Finding::OptionAfterOthers,
-                     QStringLiteral("'%1' ended the options; these follow it: %2")
-                         .arg(withoutValue(rest.first()), late.join(QStringLiteral(", "))));
+        report->find(Finding::OptionAfterOthers, "'%1' ended the options; these follow it: %2",
+                     withoutValue(rest.first()), late.join(QStringLiteral(", ")));
     }
 }
 
@@ -98,7 +95,6 @@ void describeCommandLine(Report* report, const Request& request)
     const bool accepted = parseCommandLine(request, &options, &messages);
     const QStringList rest =
         request.commandLine.mid(request.commandLine.size() - options.targetArguments().size());
-    report->beginSection("commandLine");
     report->add("accepted", accepted);
     report->add("message", orNull(messages));
     report->add("simpleArguments", options.isSimpleArguments());

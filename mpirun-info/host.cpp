@@ -16,7 +16,6 @@
 #include <QElapsedTimer>
 #include <QNetworkInterface>
 
-#include <deque>
 #include <gnu/libc-version.h>
 #include <sys/utsname.h>
 
@@ -59,9 +58,8 @@ QStringList describeInterfaces(Report* report)
     report->add("interfaces", interfaces);
     report->add("interfaceFilter", orNull(envString("NETWORK_INTERFACES")));
     if (used.isEmpty()) {
-        report->find(
-            Finding::NoInterface,
-            QStringLiteral("NETWORK_INTERFACES is '%1'").arg(envString("NETWORK_INTERFACES")));
+        report->find(Finding::NoInterface, "NETWORK_INTERFACES is '%1'",
+                     envString("NETWORK_INTERFACES"));
     }
     return looked;
 }
@@ -74,8 +72,7 @@ QStringList frontEndHosts(const Request& request)
         static_cast<void>(findSession(request, &session));
         return QJsonArray::fromStringList(session.getHostNamesAndAddresses());
     });
-    return probe.wait() == Probe::Outcome::Answered ? probe.answer().toVariant().toStringList()
-                                                    : QStringList();
+    return probe.answer().toVariant().toStringList();
 }
 
 QJsonValue lookUp(const QString& name)
@@ -89,24 +86,14 @@ QJsonValue lookUp(const QString& name)
                      {"addresses", textsOf(info.addresses())}});
 }
 
-// The result of a look-up.
-QJsonValue finish(Report* report, const QString& name, Probe* probe)
+void findSlowLookUp(Report* report, const QString& name, const QJsonValue& lookUp)
 {
-    if (probe->wait() != Probe::Outcome::Answered) {
-        report->find(Finding::NameServerSilent, name);
-        return objectOf({{"lookedUp", name},
-                         {"seconds", QJsonValue()},
-                         {"name", QJsonValue()},
-                         {"addresses", QJsonValue()}});
-    }
-    QJsonValue answer = probe->answer();
-    const double seconds = answer[QStringLiteral("seconds")].toDouble();
-    if (answer[QStringLiteral("addresses")].toArray().isEmpty()) {
+    const double seconds = lookUp[QLatin1String("seconds")].toDouble();
+    if (lookUp[QLatin1String("addresses")].toArray().isEmpty()) {
         report->find(Finding::HostUnknown, name);
     } else if (seconds > slowSeconds) {
-        report->find(Finding::SlowLookUp, QStringLiteral("%1: %2 s").arg(name).arg(seconds));
+        report->find(Finding::SlowLookUp, "%1: %2 s", name, seconds);
     }
-    return answer;
 }
 
 void describeLookUps(Report* report, QStringList names)
@@ -114,14 +101,15 @@ void describeLookUps(Report* report, QStringList names)
     names.removeDuplicates();
     names.removeAll(QString());
     names = names.mid(0, mostLookUps);
-    // All at once: each has its own limit.
-    std::deque<Probe> probes;
-    for (const QString& name : std::as_const(names)) {
-        probes.emplace_back([name] { return lookUp(name); });
-    }
-    QJsonArray lookUps;
+    QJsonArray lookUps = answersTo(lookUp, names);
     for (qsizetype i = 0; i < names.size(); ++i) {
-        lookUps.append(finish(report, names.at(i), &probes[size_t(i)]));
+        if (lookUps.at(i).isNull()) {
+            report->find(Finding::NameServerSilent, names.at(i));
+            lookUps[i] = objectOf(
+                {{"lookedUp", names.at(i)}, {"seconds", {}}, {"name", {}}, {"addresses", {}}});
+        } else {
+            findSlowLookUp(report, names.at(i), lookUps.at(i));
+        }
     }
     report->add("lookUps", lookUps);
 }
@@ -143,7 +131,6 @@ QJsonArray lookUpRoutability(const QString& hosts)
 
 void describeHost(Report* report, const Request& request)
 {
-    report->beginSection("host");
     report->add("name", sc_hostname());
     QStringList names = {sc_hostname()};
     names += request.host.split(QLatin1Char(','), Qt::SkipEmptyParts);
@@ -155,8 +142,6 @@ void describeHost(Report* report, const Request& request)
                                      : lookUpRoutability(request.host);
     });
     describeLookUps(report, names);
-    own.wait();
-    routability.wait();
     report->add("namesAndAddresses", own.answer()[0]);
     report->add("addresses", own.answer()[1]);
     report->add("loopback", sc_localhost());
@@ -173,10 +158,8 @@ void describeSystem(Report* report, const Request&)
 {
     utsname kernel = {};
     uname(&kernel);
-    report->beginSection("system");
     // Runs lsb_release(1), which may be slow.
     Probe description([] { return QJsonValue(sc_uname()); });
-    description.wait();
     report->add("description", orNull(description.answer().toString()));
     report->add("kernel", QString::fromLocal8Bit(kernel.release));
     report->add("cLibrary", QString::fromLatin1(gnu_get_libc_version()));

@@ -66,17 +66,16 @@ void findFaultsOfProgram(Report* report, const QString& path, rlim_t descriptors
     }
     const QStringList missing = missingLibraries(path);
     if (!missing.isEmpty()) {
-        report->find(Finding::HelperLibrary,
-                     QStringLiteral("%1 needs %2").arg(path, missing.join(QStringLiteral(", "))));
+        report->find(Finding::HelperLibrary, "%1 needs %2", path,
+                     missing.join(QStringLiteral(", ")));
     }
     if (access(QFile::encodeName(path).constData(), R_OK) == -1) {
         report->find(Finding::HelperUnreadable, path);
     }
     if (sc_isScript(path) && descriptors < descriptorsOfShell) {
         report->find(Finding::DescriptorsExhausted,
-                     QStringLiteral("%1 is a script, and a shell needs at least %2 descriptors")
-                         .arg(path)
-                         .arg(descriptorsOfShell));
+                     "%1 is a script, and a shell needs at least %2 descriptors", path,
+                     descriptorsOfShell);
     }
 }
 
@@ -88,17 +87,16 @@ void lookAtHelper(Report* report, const QString& path, rlim_t descriptors)
         findFaultsOfProgram(report, path, descriptors);
     } else {
         addPath(report, "helper", path, state.cause);
-        report->find(findingOf(state.fault), QStringLiteral("%1: %2").arg(path, state.cause));
+        report->find(findingOf(state.fault), "%1: %2", path, state.cause);
     }
 }
 
 void describeHelper(Report* report, const Request& request, const QString& path)
 {
-    Probe probe(partOfReport([&](Report* part) {
-        part->beginSection("installation");
+    Probe probe(partOfReport("installation", [&](Report* part) {
         lookAtHelper(part, path, request.start.limits[RLIMIT_NOFILE].rlim_cur);
     }));
-    if (probe.wait() == Probe::Outcome::Answered) {
+    if (probe.isAnswered()) {
         report->addPacked(probe.answer());
     } else {
         addPath(report, "helper", path, QStringLiteral("no answer"));
@@ -154,7 +152,6 @@ QStringList foreignLibraries(const QStringList& libraries)
 
 void describeVersion(Report* report, const Request&)
 {
-    report->beginSection("version");
     report->add("version", sc_version());
     report->add("releaseVersion", sc_releaseVersion());
     report->add("changeset", QString::fromLatin1(HGID));
@@ -165,7 +162,6 @@ void describeVersion(Report* report, const Request&)
 
 void describeInstallation(Report* report, const Request& request)
 {
-    report->beginSection("installation");
     const InstallationLayout layout = chooseInstallationLayout();
     if (layout == InstallationLayout::Unknown) {
         report->find(Finding::NotLookedAt,
@@ -186,7 +182,6 @@ void describeLibraries(Report* report, const Request&)
 {
     const QStringList libraries = loadedLibraries();
     const bool isOrdinary = !libraries.filter(QStringLiteral("/libQt6Core.so")).isEmpty();
-    report->beginSection("libraries");
     report->add("build", isOrdinary ? QStringLiteral("ordinary") : QStringLiteral("portable"));
     report->add("libraryPath", orNull(qEnvironmentVariable("LD_LIBRARY_PATH")));
     report->add("preload", orNull(qEnvironmentVariable("LD_PRELOAD")));

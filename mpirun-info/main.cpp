@@ -1,11 +1,9 @@
 // The main function: the options, and the report from its sections.
 
-#include "mpirun-info/bundle.h"
 #include "mpirun-info/probe.h"
 #include "mpirun-info/report.h"
 #include "mpirun-info/request.h"
 #include "mpirun-info/sections.h"
-#include "mpirun-info/watch.h"
 
 #include "branding/filenames.h"
 #include "version/hgid.h"
@@ -21,7 +19,6 @@
 #include <csignal>
 #include <cstdio>
 #include <deque>
-#include <optional>
 #include <sys/resource.h>
 #include <vector>
 
@@ -99,7 +96,7 @@ bool namesLauncher(const QString& word)
         return isLauncherBeside(
             word.contains(QLatin1Char('/')) ? word : QStandardPaths::findExecutable(word));
     });
-    return probe.wait() == Probe::Outcome::Answered && probe.answer().toBool();
+    return probe.answer().toBool();
 }
 
 // False, with a message, when an option lacks its value.
@@ -147,19 +144,17 @@ void raiseLimit(__rlimit_resource resource, rlim_t soft)
 // Reports why a section is missing.
 void addFailure(Report* report, const char* section, Probe::Outcome outcome, int number)
 {
-    const QString name = QString::fromLatin1(section);
+    const QLatin1String name(section);
     if (outcome == Probe::Outcome::NoAnswer) {
-        report->find(
-            Finding::NotLookedAt,
-            QStringLiteral("%1: no answer within %2 s").arg(name).arg(sectionLimitMs / 1000));
+        report->find(Finding::NotLookedAt, "%1: no answer within %2 s", name,
+                     sectionLimitMs / 1000);
     } else if (outcome == Probe::Outcome::Killed) {
-        report->find(Finding::NotLookedAt,
-                     QStringLiteral("%1: ended by signal %2").arg(name).arg(number));
+        report->find(Finding::NotLookedAt, "%1: ended by signal %2", name, number);
     } else if (name == QLatin1String("commandLine")) {
         // Parsing a command line that asks for help ends the process of each section that
         // does it. One section reports that.
         report->find(number == 0 ? Finding::HelpAsked : Finding::UsageAsked,
-                     QStringLiteral("the launcher ends with status %1").arg(number));
+                     "the launcher ends with status %1", number);
     }
 }
 
@@ -169,17 +164,15 @@ void addSections(Report* report, const Request& request)
 {
     std::deque<Probe> probes;
     for (const Section& section : sections) {
-        const auto describe = section.describe;
-        probes.emplace_back(
-            partOfReport([describe, &request](Report* part) { describe(part, request); }),
-            sectionLimitMs);
+        const auto describe = [&](Report* part) { section.describe(part, request); };
+        probes.emplace_back(partOfReport(section.name, describe), sectionLimitMs);
     }
     for (std::size_t i = 0; i < probes.size(); ++i) {
-        const Probe::Outcome outcome = probes[i].wait();
-        if (outcome == Probe::Outcome::Answered) {
-            report->addPacked(probes[i].answer());
+        Probe& probe = probes[i];
+        if (probe.isAnswered()) {
+            report->addPacked(probe.answer());
         } else {
-            addFailure(report, sections[i].name, outcome, probes[i].answer().toInt());
+            addFailure(report, sections[i].name, probe.wait(), probe.answer().toInt());
         }
     }
 }
@@ -187,14 +180,15 @@ void addSections(Report* report, const Request& request)
 Report makeReport(const Request& request)
 {
     Report report;
+    report.beginSection("version");
     describeVersion(&report, request);
+    report.beginSection("start");
     describeStart(&report, request);
     raiseLimit(RLIMIT_NOFILE, RLIM_INFINITY);
     if (Probe([] { return QJsonValue(); }).isStarted()) {
         addSections(&report, request);
     } else {
-        report.find(Finding::NotLookedAt,
-                    QStringLiteral("the rest: %1").arg(qt_error_string(errno)));
+        report.find(Finding::NotLookedAt, "the rest: %1", qt_error_string(errno));
     }
     return report;
 }
@@ -215,19 +209,15 @@ int printed(const QByteArray& text)
 
 int reported(const Request& request)
 {
-    std::optional<Bundle> bundle;
-    if (!request.bundle.isNull()) {
-        bundle.emplace(request);
-    }
     const Report report = makeReport(request);
-    const bool isBundled = !bundle || bundle->write(report);
+    const bool isBundled = request.bundle.isNull() || writeBundle(report, request);
     if (!print(request.json ? report.toJson() : report.toText()) || !isBundled) {
         return CouldNotLook;
     }
-    if (report.has(Severity::Error)) {
+    if (report.has("error")) {
         return LaunchWouldFail;
     }
-    return report.has(Severity::Unknown) ? CouldNotLook : NothingFound;
+    return report.has("unknown") ? CouldNotLook : NothingFound;
 }
 
 } // namespace

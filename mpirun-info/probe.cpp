@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <csignal>
+#include <deque>
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/prctl.h>
@@ -53,20 +54,19 @@ void Probe::start()
     if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) == -1) {
         return;
     }
+    Descriptor readEnd(ends[0]);
+    const Descriptor writeEnd(ends[1]);
     mPid = fork();
     if (mPid == 0) {
-        close(ends[0]);
+        readEnd.close();
         becomeProbe();
         const QByteArray answer =
             QJsonDocument(QJsonArray{mQuestion()}).toJson(QJsonDocument::Compact) + '\n';
-        blocking_write(ends[1], answer.constData(), size_t(answer.size()));
+        blocking_write(writeEnd.get(), answer.constData(), size_t(answer.size()));
         _exit(0);
     }
-    close(ends[1]);
-    if (mPid == -1) {
-        close(ends[0]);
-    } else {
-        mFd = ends[0];
+    if (mPid > 0) {
+        mReadEnd = std::move(readEnd);
     }
 }
 
@@ -88,9 +88,7 @@ void Probe::end()
         }
         mPid = -1;
     }
-    if (mFd != -1) {
-        close(std::exchange(mFd, -1));
-    }
+    mReadEnd.close();
 }
 
 // Whether the answer is complete.
@@ -98,7 +96,8 @@ bool Probe::readAnswer()
 {
     char buffer[4096];
     for (;;) {
-        const ssize_t count = uninterrupted([&] { return read(mFd, buffer, sizeof buffer); });
+        const ssize_t count =
+            uninterrupted([&] { return read(mReadEnd.get(), buffer, sizeof buffer); });
         if (count <= 0) {
             break;
         }
@@ -143,7 +142,7 @@ Probe::Outcome Probe::wait()
     // At least once: the answer may have arrived during the wait for another probe.
     for (bool isOver = false; !isOver;) {
         const qint64 left = std::clamp<qint64>(mLimitMs - mTimer.elapsed(), 0, pollMs);
-        pollfd request = {mFd, POLLIN, 0};
+        pollfd request = {mReadEnd.get(), POLLIN, 0};
         poll(&request, 1, int(left));
         isOver = readAnswer() || noteEnd() || left == 0;
     }
@@ -151,10 +150,31 @@ Probe::Outcome Probe::wait()
     return mOutcome;
 }
 
-Probe::Question partOfReport(std::function<void(Report*)> describe)
+QJsonValue Probe::answer()
 {
-    return [describe = std::move(describe)] {
+    wait();
+    return mAnswer;
+}
+
+QJsonArray answersTo(const std::function<QJsonValue(const QString&)>& question,
+                     const QStringList& items)
+{
+    std::deque<Probe> probes;
+    for (const QString& item : items) {
+        probes.emplace_back([&] { return question(item); });
+    }
+    QJsonArray answers;
+    for (Probe& probe : probes) {
+        answers.append(probe.isAnswered() ? probe.answer() : QJsonValue());
+    }
+    return answers;
+}
+
+Probe::Question partOfReport(const char* section, std::function<void(Report*)> describe)
+{
+    return [section, describe = std::move(describe)] {
         Report part;
+        part.beginSection(section);
         describe(&part);
         return part.packed();
     };

@@ -4,7 +4,6 @@
 #include "mpirun-info/request.h"
 #include "mpirun-info/restartfiles.h"
 #include "mpirun-info/sections.h"
-#include "mpirun-info/settings.h"
 
 #include "backend/backenduserdata.h"
 #include "common/env/zorvenv.h"
@@ -122,13 +121,11 @@ void warnOfUnusedSetting(Report* report, const BackendUserData& session, const F
     }
     const bool isNumber = field.field == UserData::Port || field.field == UserData::Session;
     if (isNumber && !BackendUserData::numberFrom(QString::fromLocal8Bit(value))) {
-        report->find(Finding::SettingNotANumber,
-                     QStringLiteral("%1 is not used: '%2' is not a number")
-                         .arg(variable, QString::fromLocal8Bit(value)));
+        report->find(Finding::SettingNotANumber, "%1 is not used: '%2' is not a number", variable,
+                     QString::fromLocal8Bit(value));
     } else if (field.field != UserData::CookieUse) {
-        report->find(Finding::SettingOverridden,
-                     QStringLiteral("%1 is not used: the value comes from the %2")
-                         .arg(variable, nameOf(source)));
+        report->find(Finding::SettingOverridden, "%1 is not used: the value comes from the %2",
+                     variable, nameOf(source));
     }
 }
 
@@ -145,10 +142,8 @@ void describeFile(Report* report, const char* key, const QString& fileName, bool
     const bool isFine = file.fileState() == FileState::Read ||
                         (file.fileState() == FileState::Missing && !isDeadLink && !expected);
     if (!isFine) {
-        report->find(Finding::SessionFileUnusable,
-                     QStringLiteral("%1 (%2)%3")
-                         .arg(fileName, state,
-                              target.isEmpty() ? target : QStringLiteral(", a link to ") + target));
+        report->find(Finding::SessionFileUnusable, "%1 (%2)%3", fileName, state,
+                     target.isEmpty() ? target : QStringLiteral(", a link to ") + target);
     }
 }
 
@@ -158,9 +153,8 @@ void describeValidity(Report* report, const BackendUserData& session)
     if (!session.hasHost()) {
         reason = QStringLiteral("no source names a front end host");
     } else if (!session.hasUsablePort()) {
-        reason = QStringLiteral("%1 is not a port (%2)")
-                     .arg(numberGivenAsPort(session))
-                     .arg(nameOf(session.source(UserData::Port)));
+        reason = filled("%1 is not a port (%2)", numberGivenAsPort(session),
+                        nameOf(session.source(UserData::Port)));
     }
     report->add("valid", session.isValid());
     report->add("invalidBecause", session.isValid() ? QJsonValue() : QJsonValue(reason));
@@ -172,15 +166,12 @@ void describeValidity(Report* report, const BackendUserData& session)
         report->find(Finding::PortUnknown, QStringLiteral("no source names a port or a session"));
     } else if (session.getSession() > 0 &&
                session.getPort() != BackendUserData::portOfSession(session.getSession())) {
-        report->find(
-            Finding::PortOfAnotherSession,
-            QStringLiteral("the port is %1 (%2), but the front end of session %3 (%4) listens "
-                           "at %5")
-                .arg(session.getPort())
-                .arg(nameOf(session.source(UserData::Port)))
-                .arg(session.getSession())
-                .arg(nameOf(session.source(UserData::Session)))
-                .arg(BackendUserData::portOfSession(session.getSession())));
+        report->find(Finding::PortOfAnotherSession,
+                     "the port is %1 (%2), but the front end of session %3 (%4) "
+                     "listens at %5",
+                     session.getPort(), nameOf(session.source(UserData::Port)),
+                     session.getSession(), nameOf(session.source(UserData::Session)),
+                     BackendUserData::portOfSession(session.getSession()));
     }
 }
 
@@ -190,7 +181,6 @@ void describeSession(Report* report, const Request& request)
 {
     ReportedSession session;
     static_cast<void>(findSession(request, &session));
-    report->beginSection("session");
     for (const Field& field : fields) {
         describeField(report, session, field);
         warnOfUnusedSetting(report, session, field);

@@ -1,4 +1,4 @@
-#include "mpirun-info/settings.h"
+// The settings of the suite, and variables that resemble them.
 
 #include "mpirun-info/report.h"
 #include "mpirun-info/sections.h"
@@ -67,9 +67,8 @@ void describeSetting(Report* report, const Setting& setting)
     const char* const value = ZorvEnv::uncachedValue(setting.name);
     for (const QString& variable : std::as_const(hidden)) {
         if (qgetenv(qPrintable(variable)) != value) {
-            report->find(Finding::SettingsConflict,
-                         QStringLiteral("%1 is not used because %2 has another value")
-                             .arg(variable, winner));
+            report->find(Finding::SettingsConflict, "%1 is not used because %2 has another value",
+                         variable, winner);
         }
     }
     report->add(setting.name,
@@ -129,8 +128,8 @@ void describeUnreadVariables(Report* report)
         }
         const QString nearest = nearestSpelling(name, known);
         if (!nearest.isNull()) {
-            report->find(Finding::SettingMisspelt,
-                         QStringLiteral("nothing reads %1; did you mean %2?").arg(name, nearest));
+            report->find(Finding::SettingMisspelt, "nothing reads %1; did you mean %2?", name,
+                         nearest);
         }
     }
     unread.sort();
@@ -146,7 +145,6 @@ QString winningVariable(const char* bareName)
 
 void describeSettings(Report* report, const Request&)
 {
-    report->beginSection("settings");
     for (const Setting& setting : settings) {
         describeSetting(report, setting);
     }

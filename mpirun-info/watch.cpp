@@ -1,8 +1,9 @@
-#include "mpirun-info/watch.h"
+// The live view of a session.
 
 #include "mpirun-info/probe.h"
 #include "mpirun-info/request.h"
 #include "mpirun-info/restartfiles.h"
+#include "mpirun-info/sections.h"
 
 #include "backend/backenduserdata.h"
 #include "branding/filenames.h"
