@@ -60,8 +60,7 @@ QStringList missingLibraries(const QString& path)
 
 void findFaultsOfProgram(Report* report, const QString& path, rlim_t descriptors)
 {
-    const QFileInfo launcher(QFileInfo(path).dir().filePath(FileName::zorvMpirun));
-    if (launcher.canonicalFilePath() == QFileInfo(path).canonicalFilePath()) {
+    if (QFileInfo(path).canonicalFilePath() == launcherPath()) {
         report->find(Finding::HelperIsLauncher, path);
     }
     const QStringList missing = missingLibraries(path);

@@ -9,7 +9,6 @@
 #include "version/hgid.h"
 
 #include <QCoreApplication>
-#include <QDir>
 #include <QFileInfo>
 #include <QHash>
 #include <QStandardPaths>
@@ -74,14 +73,6 @@ constexpr Section sections[] = {
     {"session", describeSession},
 };
 
-bool isLauncherBeside(const QString& program)
-{
-    const QString found = QFileInfo(program).canonicalFilePath();
-    const QDir here(QCoreApplication::applicationDirPath());
-    return !found.isEmpty() &&
-           found == QFileInfo(here.filePath(FileName::zorvMpirun)).canonicalFilePath();
-}
-
 // Whether a word is the launcher's name, or another name of the launcher beside this
 // program.
 bool namesLauncher(const QString& word)
@@ -93,8 +84,9 @@ bool namesLauncher(const QString& word)
         return true;
     }
     Probe probe([&]() -> QJsonValue {
-        return isLauncherBeside(
-            word.contains(QLatin1Char('/')) ? word : QStandardPaths::findExecutable(word));
+        const bool isPath = word.contains(QLatin1Char('/'));
+        const QFileInfo program(isPath ? word : QStandardPaths::findExecutable(word));
+        return program.exists() && program.canonicalFilePath() == launcherPath();
     });
     return probe.answer().toBool();
 }

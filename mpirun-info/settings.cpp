@@ -48,21 +48,27 @@ QJsonValue valueOf(Kind kind, const char* value)
     return ZorvEnv::TextKind::convert(value);
 }
 
-// The variables that are set for a setting. The first one counts.
+// The variables that may give a setting. The first one that is set counts.
 QStringList variablesOf(const char* bareName)
 {
     QStringList variables;
     for (int prefix = 0; prefix < ZorvEnv::PrefixCount; ++prefix) {
-        if (ZorvEnv::read(prefix, bareName)) {
-            variables += QString::fromLatin1(ZorvEnv::variableName(prefix, bareName));
-        }
+        variables += QString::fromLatin1(ZorvEnv::variableName(prefix, bareName));
     }
+    return variables;
+}
+
+QStringList setVariablesOf(const char* bareName)
+{
+    QStringList variables = variablesOf(bareName);
+    variables.removeIf(
+        [](const QString& name) { return !qEnvironmentVariableIsSet(qPrintable(name)); });
     return variables;
 }
 
 void describeSetting(Report* report, const Setting& setting)
 {
-    QStringList hidden = variablesOf(setting.name);
+    QStringList hidden = setVariablesOf(setting.name);
     const QString winner = hidden.isEmpty() ? QString() : hidden.takeFirst();
     const char* const value = ZorvEnv::uncachedValue(setting.name);
     for (const QString& variable : std::as_const(hidden)) {
@@ -85,42 +91,26 @@ QStringList namesOfSettings()
         names += QString::fromLatin1(name);
     }
     for (const Setting& setting : settings) {
-        for (int prefix = 0; prefix < ZorvEnv::PrefixCount; ++prefix) {
-            names += QString::fromLatin1(ZorvEnv::variableName(prefix, setting.name));
-        }
+        names += variablesOf(setting.name);
     }
     return names;
-}
-
-// The prefixes of the settings, without the underscore that ends them.
-QStringList prefixes()
-{
-    QStringList result;
-    for (int prefix = 0; prefix < ZorvEnv::PrefixCount; ++prefix) {
-        result += QString::fromLatin1(ZorvEnv::variableName(prefix, "")).chopped(1);
-    }
-    return result;
-}
-
-bool hasPrefixOfSuite(const QString& name)
-{
-    const QStringList starts = prefixes();
-    return std::any_of(starts.begin(), starts.end(), [&](const QString& start) {
-        return name.startsWith(start, Qt::CaseInsensitive);
-    });
 }
 
 // Variables of other programs of the suite, and misspelt settings.
 void describeUnreadVariables(Report* report)
 {
     const QStringList known = namesOfSettings();
+    // Without the underscores that end them.
+    const QStringList prefixes = variablesOf("").replaceInStrings(QStringLiteral("_"), QString());
     QStringList unread;
     const QStringList names = QProcessEnvironment::systemEnvironment().keys();
     for (const QString& name : names) {
-        const bool isOfSuite = hasPrefixOfSuite(name);
-        const QString prefix = name.section(QLatin1Char('_'), 0, 0);
-        if (known.contains(name) ||
-            (!isOfSuite && nearestSpelling(prefix, prefixes(), 1).isNull())) {
+        const bool isOfSuite =
+            std::any_of(prefixes.begin(), prefixes.end(), [&](const QString& prefix) {
+                return name.startsWith(prefix, Qt::CaseInsensitive);
+            });
+        const QString start = name.section(QLatin1Char('_'), 0, 0);
+        if (known.contains(name) || (!isOfSuite && nearestSpelling(start, prefixes, 1).isNull())) {
             continue;
         }
         if (isOfSuite) {
@@ -140,7 +130,7 @@ void describeUnreadVariables(Report* report)
 
 QString winningVariable(const char* bareName)
 {
-    return variablesOf(bareName).value(0);
+    return setVariablesOf(bareName).value(0);
 }
 
 void describeSettings(Report* report, const Request&)
