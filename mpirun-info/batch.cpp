@@ -1,14 +1,11 @@
 // The batch system that the launch runs in, and the MPI launchers on PATH.
 
 #include "mpirun-info/probe.h"
-#include "mpirun-info/report.h"
-#include "mpirun-info/request.h"
 #include "mpirun-info/sections.h"
 
 #include "branding/filenames.h"
 #include "common/compatibility_simple/process/processhelpers.h"
 
-#include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
 #include <QRegularExpression>

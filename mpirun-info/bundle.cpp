@@ -1,7 +1,6 @@
 // The archive for a support ticket.
 
 #include "mpirun-info/probe.h"
-#include "mpirun-info/request.h"
 #include "mpirun-info/sections.h"
 
 #include "backend/backenduserdata.h"

@@ -1,7 +1,5 @@
 // How the launcher reads its command line, and likely mistakes in it.
 
-#include "mpirun-info/report.h"
-#include "mpirun-info/request.h"
 #include "mpirun-info/sections.h"
 #include "mpirun-info/spelling.h"
 

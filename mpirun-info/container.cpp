@@ -1,7 +1,5 @@
 // Containers, namespaces, control groups and seccomp.
 
-#include "mpirun-info/report.h"
-#include "mpirun-info/request.h"
 #include "mpirun-info/sections.h"
 
 #include <QFile>

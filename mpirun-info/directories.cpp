@@ -1,8 +1,6 @@
-/// The directories that a launch uses, and their file systems.
+// The directories that a launch uses, and their file systems.
 
 #include "mpirun-info/probe.h"
-#include "mpirun-info/report.h"
-#include "mpirun-info/request.h"
 #include "mpirun-info/restartfiles.h"
 #include "mpirun-info/sections.h"
 
@@ -18,6 +16,7 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
+#include <QRegularExpression>
 
 #include <algorithm>
 #include <cerrno>
@@ -30,12 +29,6 @@
 #include <unistd.h>
 
 namespace {
-
-// File systems that hosts share and clients cache.
-constexpr const char* sharedTypes[] = {"nfs", "nfs4", "cifs", "smb3", "afs", "fuse", "9p", "ceph"};
-// Options that disable the caches of a client.
-constexpr const char* uncachedOptions[] = {"noac",       "actimeo=0",  "lookupcache=none",
-                                           "acdirmax=0", "cache=none", "direct_io"};
 
 enum class Role {
     Session, // needed for restarts
@@ -97,19 +90,16 @@ int makeAndSee(const QString& directory)
     return isSeen ? 1 : 0;
 }
 
-template <std::size_t Size> bool containsAny(const QString& text, const char* const (&words)[Size])
-{
-    const QStringList parts = text.split(QLatin1Char(','));
-    return std::any_of(std::begin(words), std::end(words),
-                       [&](const char* word) { return parts.contains(QLatin1String(word)); });
-}
-
+// Reports a file system that hosts share and clients cache.
 void findCaching(Report* report, const QString& path, const QJsonObject& mount)
 {
+    static const QRegularExpression shared(
+        QStringLiteral("^(nfs|nfs4|cifs|smb3|afs|fuse|9p|ceph)(\\.|$)"));
+    static const QRegularExpression uncached(QStringLiteral(
+        "(^|,)(noac|actimeo=0|lookupcache=none|acdirmax=0|cache=none|direct_io)(,|$)"));
     const QString type = mount.value(QLatin1String("type")).toString();
     const QString options = mount.value(QLatin1String("options")).toString();
-    if (containsAny(type.section(QLatin1Char('.'), 0, 0), sharedTypes) &&
-        !containsAny(options, uncachedOptions)) {
+    if (type.contains(shared) && !options.contains(uncached)) {
         report->find(Finding::DirectoryCached, "%1: %2, %3", path, type, options);
     }
 }
@@ -183,7 +173,7 @@ void lookAt(Report* report, const Place& place)
     } else if (place.role == Role::Session) {
         report->find(Finding::SessionDirectoryUnusable, obstacle);
     }
-    const double seconds = secondsOf(timer);
+    const double seconds = double(timer.elapsed()) / 1000;
     extend(&facts, {{"path", place.path},
                     {"state", obstacle.isNull() ? QStringLiteral("present") : obstacle},
                     {"seconds", seconds}});

@@ -1,8 +1,6 @@
 // The system, the interfaces of this host, and look-ups of names.
 
 #include "mpirun-info/probe.h"
-#include "mpirun-info/report.h"
-#include "mpirun-info/request.h"
 #include "mpirun-info/sections.h"
 
 #include "backend/backenduserdata.h"
@@ -81,7 +79,7 @@ QJsonValue lookUp(const QString& name)
     timer.start();
     const QHostInfo info = lookUpHost(name);
     return objectOf({{"lookedUp", name},
-                     {"seconds", secondsOf(timer)},
+                     {"seconds", double(timer.elapsed()) / 1000},
                      {"name", info.hostName()},
                      {"addresses", textsOf(info.addresses())}});
 }

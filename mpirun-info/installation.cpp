@@ -1,8 +1,6 @@
 // The installation, the helper, and the versions and libraries of the programs.
 
 #include "mpirun-info/probe.h"
-#include "mpirun-info/report.h"
-#include "mpirun-info/request.h"
 #include "mpirun-info/sections.h"
 
 #include "branding/filenames.h"
@@ -27,11 +25,8 @@ constexpr rlim_t descriptorsOfShell = 11;
 // The findings of the helper's faults are in the same order as the faults.
 Finding findingOf(ProgramFault fault)
 {
-    constexpr int offset =
-        static_cast<int>(Finding::HelperMissing) - static_cast<int>(ProgramFault::Missing);
-    static_assert(static_cast<int>(Finding::HelperLoader) ==
-                  static_cast<int>(ProgramFault::Loader) + offset);
-    return static_cast<Finding>(static_cast<int>(fault) + offset);
+    const int index = static_cast<int>(fault) - static_cast<int>(ProgramFault::Missing);
+    return static_cast<Finding>(static_cast<int>(Finding::HelperMissing) + index);
 }
 
 void addPath(Report* report, const char* key, const QString& path, const QString& state)
@@ -132,11 +127,12 @@ QStringList loadedLibraries()
 QStringList foreignLibraries(const QStringList& libraries)
 {
     static const QRegularExpression separator(QStringLiteral("[: ;]"));
-    const QStringList places = (qEnvironmentVariable("LD_LIBRARY_PATH") + QLatin1Char(':') +
-                                qEnvironmentVariable("LD_PRELOAD"))
-                                   .split(separator, Qt::SkipEmptyParts);
+    QStringList places;
+    for (const char* variable : {"LD_LIBRARY_PATH", "LD_PRELOAD"}) {
+        places += qEnvironmentVariable(variable).split(separator, Qt::SkipEmptyParts);
+    }
     QStringList foreign;
-    for (const QString& place : places) {
+    for (const QString& place : std::as_const(places)) {
         const QString path = QFileInfo(place).canonicalFilePath();
         for (const QString& library : libraries) {
             if (library == path || QFileInfo(library).path() == path) {

@@ -1,8 +1,6 @@
 // The main function: the options, and the report from its sections.
 
 #include "mpirun-info/probe.h"
-#include "mpirun-info/report.h"
-#include "mpirun-info/request.h"
 #include "mpirun-info/sections.h"
 
 #include "branding/filenames.h"

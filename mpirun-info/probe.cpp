@@ -180,11 +180,6 @@ Probe::Question partOfReport(const char* section, std::function<void(Report*)> d
     };
 }
 
-double secondsOf(const QElapsedTimer& timer)
-{
-    return double(timer.elapsed()) / 1000;
-}
-
 QString outputOf(const QString& program, const QStringList& arguments)
 {
     QProcess process;

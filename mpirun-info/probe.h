@@ -74,9 +74,6 @@ QJsonArray answersTo(const std::function<QJsonValue(const QString&)>& question,
 /// The question whose answer is what `describe` adds to a section; see Report::addPacked().
 Probe::Question partOfReport(const char* section, std::function<void(Report*)> describe);
 
-/// The elapsed time in seconds.
-double secondsOf(const QElapsedTimer& timer);
-
 /// Runs a program and returns its output and its error messages; empty if it does not
 /// start. For use in a probe.
 QString outputOf(const QString& program, const QStringList& arguments);

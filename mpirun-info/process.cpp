@@ -1,8 +1,6 @@
 // The inherited state of the process, and a trial of starting the helper.
 
 #include "mpirun-info/probe.h"
-#include "mpirun-info/report.h"
-#include "mpirun-info/request.h"
 #include "mpirun-info/sections.h"
 
 #include "common/ProcInfo.h"

@@ -2,10 +2,10 @@
 
 #pragma once
 
-#include <QString>
+#include "mpirun-info/report.h"
+#include "mpirun-info/request.h"
 
-class Report;
-struct Request;
+#include <QString>
 
 // Each function adds its facts to the current section, and its findings. Call those after
 // describeStart() in a probe: they may wait for servers without a limit.

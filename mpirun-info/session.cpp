@@ -1,7 +1,5 @@
 // The session that the launcher would find, and the sources of its fields.
 
-#include "mpirun-info/report.h"
-#include "mpirun-info/request.h"
 #include "mpirun-info/restartfiles.h"
 #include "mpirun-info/sections.h"
 

@@ -1,6 +1,5 @@
 // The settings of the suite, and variables that resemble them.
 
-#include "mpirun-info/report.h"
 #include "mpirun-info/sections.h"
 #include "mpirun-info/spelling.h"
 

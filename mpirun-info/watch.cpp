@@ -1,7 +1,6 @@
 // The live view of a session.
 
 #include "mpirun-info/probe.h"
-#include "mpirun-info/request.h"
 #include "mpirun-info/restartfiles.h"
 #include "mpirun-info/sections.h"
 
