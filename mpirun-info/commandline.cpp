@@ -1,18 +1,13 @@
 // How the launcher reads its command line, and likely mistakes in it.
 
 #include "mpirun-info/sections.h"
-#include "mpirun-info/spelling.h"
 
 #include "zorv-debugger/zorvdebuggeroptions.h"
 
 namespace {
 
-struct OptionNames
-{
-    const char* name;
-    const char* simpleNames;
-};
-constexpr OptionNames optionNames[] = {
+// The name of each option, and its short names.
+constexpr const char* optionNames[][2] = {
 #define BACKEND_OPTION(name, simpleNames, ...) {name, simpleNames},
 #define DEBUGGER_OPTION(name, simpleNames, ...) {name, simpleNames},
 #include "backend/options.def"
@@ -21,13 +16,12 @@ constexpr OptionNames optionNames[] = {
 QStringList spellings(bool simple)
 {
     QStringList names;
-    for (const OptionNames& option : optionNames) {
-        names += QString::fromLatin1(option.name);
+    for (const auto& [name, simpleNames] : optionNames) {
+        names += QString::fromLatin1(name);
         if (simple) {
-            names += QString::fromLatin1(option.simpleNames).split(QLatin1Char(' '));
+            names += QString::fromLatin1(simpleNames).split(QLatin1Char(' '), Qt::SkipEmptyParts);
         }
     }
-    names.removeAll(QString());
     return names;
 }
 

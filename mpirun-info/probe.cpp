@@ -61,7 +61,7 @@ void Probe::start()
         readEnd.close();
         becomeProbe();
         const QByteArray answer =
-            QJsonDocument(QJsonArray{mQuestion()}).toJson(QJsonDocument::Compact) + '\n';
+            QJsonDocument(QJsonArray{mQuestion()}).toJson(QJsonDocument::Compact);
         blocking_write(writeEnd.get(), answer.constData(), size_t(answer.size()));
         _exit(0);
     }
@@ -91,39 +91,14 @@ void Probe::end()
     mReadEnd.close();
 }
 
-// Whether the answer is complete.
-bool Probe::readAnswer()
+void Probe::read()
 {
     char buffer[4096];
-    for (;;) {
-        const ssize_t count =
-            uninterrupted([&] { return read(mReadEnd.get(), buffer, sizeof buffer); });
-        if (count <= 0) {
-            break;
-        }
+    ssize_t count = 0;
+    do {
         mBytes.append(buffer, count);
-    }
-    if (!mBytes.endsWith('\n')) {
-        return false;
-    }
-    mAnswer = QJsonDocument::fromJson(mBytes).array().at(0);
-    mOutcome = Outcome::Answered;
-    return true;
-}
-
-// Whether the child has ended. A process that it started may keep the pipe open.
-bool Probe::noteEnd()
-{
-    int status = 0;
-    if (waitpid(mPid, &status, WNOHANG) != mPid) {
-        return false;
-    }
-    mPid = -1;
-    if (!readAnswer()) {
-        mOutcome = WIFEXITED(status) ? Outcome::Exited : Outcome::Killed;
-        mAnswer = WIFEXITED(status) ? WEXITSTATUS(status) : WTERMSIG(status);
-    }
-    return true;
+        count = uninterrupted([&] { return ::read(mReadEnd.get(), buffer, sizeof buffer); });
+    } while (count > 0);
 }
 
 Probe::Outcome Probe::wait()
@@ -139,12 +114,22 @@ Probe::Outcome Probe::wait()
         mAnswer = mQuestion();
         return mOutcome = Outcome::Answered;
     }
+    siginfo_t exit = {};
     // At least once: the answer may have arrived during the wait for another probe.
-    for (bool isOver = false; !isOver;) {
-        const qint64 left = std::clamp<qint64>(mLimitMs - mTimer.elapsed(), 0, pollMs);
+    do {
         pollfd request = {mReadEnd.get(), POLLIN, 0};
-        poll(&request, 1, int(left));
-        isOver = readAnswer() || noteEnd() || left == 0;
+        poll(&request, 1, pollMs);
+        // A process that the child has started may keep the pipe open.
+        waitid(P_PID, id_t(mPid), &exit, WEXITED | WNOHANG | WNOWAIT);
+        read();
+    } while (exit.si_pid == 0 && mTimer.elapsed() < mLimitMs);
+    const QJsonArray answers = QJsonDocument::fromJson(mBytes).array();
+    if (!answers.isEmpty()) {
+        mAnswer = answers.first();
+        mOutcome = Outcome::Answered;
+    } else if (exit.si_pid != 0) {
+        mAnswer = exit.si_status;
+        mOutcome = exit.si_code == CLD_EXITED ? Outcome::Exited : Outcome::Killed;
     }
     end();
     return mOutcome;

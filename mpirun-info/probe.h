@@ -50,8 +50,7 @@ public:
 private:
     void start();
     void end();
-    bool readAnswer();
-    bool noteEnd();
+    void read();
 
     Question mQuestion;
     qint64 mLimitMs;

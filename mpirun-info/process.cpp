@@ -106,14 +106,12 @@ QString errorOfTrial()
 {
     const bool logs = ZorvEnv::uncachedValue("MPIRUN_LOG") || ZorvEnv::uncachedValue("LOGS");
     const Descriptor log(logs ? open("/dev/null", O_WRONLY | O_CLOEXEC) : -1);
-    int ends[2] = {-1, -1};
-    const int piped = pipe2(ends, O_CLOEXEC);
-    const int pipeError = errno;
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) == -1) {
+        return qt_error_string(errno);
+    }
     const Descriptor readEnd(ends[0]);
     const Descriptor writeEnd(ends[1]);
-    if (piped == -1) {
-        return qt_error_string(pipeError);
-    }
     QProcess process;
     process.setProcessChannelMode(QProcess::ForwardedChannels);
 #if QT_VERSION >= QT_VERSION_CHECK(6, 6, 0)

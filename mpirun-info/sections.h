@@ -38,6 +38,10 @@ void describeSession(Report* report, const Request& request);
 /// The name of the variable that gives a setting, null when none does.
 QString winningVariable(const char* bareName);
 
+/// The word of the list that is nearest to `word`, ignoring case. Null if none is within
+/// `mostSlips` mistakes: a missing, additional, wrong or swapped letter each.
+QString nearestSpelling(const QString& word, const QStringList& known, int mostSlips = 2);
+
 /// Writes a new tar archive (the format ustar of pax(1)) that only this user can read: the
 /// report in both forms, the settings, the versions, the session file without the secret, and
 /// the end of the launcher's log. False, with a message, when it cannot be written; there is

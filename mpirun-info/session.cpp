@@ -22,18 +22,16 @@ struct ReportedSession : BackendUserData
 constexpr const char* sourceNames[] = {"default",      "global file", "environment",
                                        "session file", "option",      "derived"};
 // In the order of UserData::FileState.
-constexpr const char* stateNames[] = {
-    "not tried",
-    "read",
-    "missing",
-    "unreadable",
-    "not a regular file",
-    "too large",
-    "not well-formed",
-    "no session element",
-    "port is not a number",
-    "session is not a number",
-};
+constexpr const char* stateNames[] = {"not tried",
+                                      "read",
+                                      "missing",
+                                      "unreadable",
+                                      "not a regular file",
+                                      "too large",
+                                      "not well-formed",
+                                      "no session element",
+                                      "port is not a number",
+                                      "session is not a number"};
 
 QString nameOf(Source source)
 {
@@ -138,8 +136,7 @@ void describeValidity(Report* report, const BackendUserData& session)
     } else if (session.getSession() > 0 &&
                session.getPort() != BackendUserData::portOfSession(session.getSession())) {
         report->find(Finding::PortOfAnotherSession,
-                     "the port is %1 (%2), but the front end of session %3 (%4) "
-                     "listens at %5",
+                     "the port is %1 (%2), but the front end of session %3 (%4) listens at %5",
                      session.getPort(), nameOf(session.source(UserData::Port)),
                      session.getSession(), nameOf(session.source(UserData::Session)),
                      BackendUserData::portOfSession(session.getSession()));

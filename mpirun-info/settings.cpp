@@ -1,7 +1,6 @@
 // The settings of the suite, and variables that resemble them.
 
 #include "mpirun-info/sections.h"
-#include "mpirun-info/spelling.h"
 
 #include "common/env/zorvenv.h"
 

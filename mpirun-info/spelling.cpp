@@ -1,4 +1,6 @@
-#include "mpirun-info/spelling.h"
+// Suggestions for misspelt words.
+
+#include "mpirun-info/sections.h"
 
 #include <algorithm>
 
