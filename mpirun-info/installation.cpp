@@ -44,9 +44,8 @@ QStringList missingLibraries(const QString& path)
         static const QRegularExpression notFound(
             QStringLiteral("(?:loading shared libraries: |Error loading shared library )([^: ]+)|"
                            "(\\S+) => not found"));
-        auto matches = notFound.globalMatch(outputOf(loader, {QStringLiteral("--list"), path}));
-        while (matches.hasNext()) {
-            const QRegularExpressionMatch match = matches.next();
+        const QString output = outputOf(loader, {QStringLiteral("--list"), path});
+        for (const QRegularExpressionMatch& match : notFound.globalMatch(output)) {
             missing += match.captured(1) + match.captured(2);
         }
     }

@@ -183,25 +183,21 @@ Report makeReport(const Request& request)
     return report;
 }
 
-bool print(const QByteArray& text)
+int print(const QByteArray& text)
 {
     if (fputs(text.constData(), stdout) == EOF || fflush(stdout) == EOF) {
         perror("stdout");
-        return false;
+        return CouldNotLook;
     }
-    return true;
-}
-
-int printed(const QByteArray& text)
-{
-    return print(text) ? NothingFound : CouldNotLook;
+    return NothingFound;
 }
 
 int reported(const Request& request)
 {
     const Report report = makeReport(request);
     const bool isBundled = request.bundle.isNull() || writeBundle(report, request);
-    if (!print(request.json ? report.toJson() : report.toText()) || !isBundled) {
+    const int status = print(request.json ? report.toJson() : report.toText());
+    if (status == CouldNotLook || !isBundled) {
         return CouldNotLook;
     }
     if (report.has("error")) {
@@ -236,13 +232,13 @@ int main(int argc, char** argv)
         return CouldNotLook;
     }
     if (request.help) {
-        return printed(help);
+        return print(help);
     }
     if (request.version) {
-        return printed(QByteArray("zorv-mpirun-info ") + ZORV_VERSION + " (" + HGID + ")\n");
+        return print(QByteArray("zorv-mpirun-info ") + ZORV_VERSION + " (" + HGID + ")\n");
     }
     if (request.codes) {
-        return printed(allFindings(request.json));
+        return print(allFindings(request.json));
     }
     return request.watch ? watch(request) : reported(request);
 }
