@@ -4,6 +4,8 @@
 
 #include "zorv-debugger/zorvdebuggeroptions.h"
 
+#include <QRegularExpression>
+
 namespace {
 
 // The name of each option, and its short names.
@@ -25,15 +27,6 @@ QStringList spellings(bool simple)
     return names;
 }
 
-// Text processors turn two dashes into one long dash.
-QString withPlainDashes(QString word)
-{
-    if (word.startsWith(QChar(0x2013)) || word.startsWith(QChar(0x2014))) {
-        word.replace(0, 1, QStringLiteral("--"));
-    }
-    return word;
-}
-
 // The value may be a secret.
 QString withoutValue(const QString& word)
 {
@@ -45,7 +38,9 @@ QString withoutValue(const QString& word)
 void findSlip(Report* report, const QString& word, bool simple)
 {
     const QStringList known = spellings(simple);
-    const QString plain = withPlainDashes(word);
+    // Text processors turn two dashes into one long dash.
+    static const QRegularExpression longDash(QStringLiteral("^[\\x{2013}\\x{2014}]"));
+    const QString plain = QString(word).replace(longDash, QStringLiteral("--"));
     const QString name = plain.section(QLatin1Char('='), 0, 0);
     const QString nearest = plain.startsWith(QLatin1Char('-')) && name.size() > 4
                                 ? nearestSpelling(name, known)

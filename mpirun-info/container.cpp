@@ -77,13 +77,12 @@ QString groupOf(const QByteArray& groups, const QByteArray& controller)
 
 QByteArray limitOf(const QByteArray& groups, const ControlFile& file)
 {
-    const QString root = QStringLiteral("/sys/fs/cgroup");
-    const QString unified =
-        filled("%1%2/%3", root, groupOf(groups, QByteArray()), QLatin1String(file.unified));
-    return QFile::exists(unified)
-               ? systemFile(unified)
-               : systemFile(filled("%1/%2%3/%4", root, QLatin1String(file.controller),
-                                   groupOf(groups, file.controller), QLatin1String(file.own)));
+    const QByteArray limit = systemFile(
+        filled("/sys/fs/cgroup%1/%2", groupOf(groups, QByteArray()), QLatin1String(file.unified)));
+    return limit.isEmpty()
+               ? systemFile(filled("/sys/fs/cgroup/%1%2/%3", QLatin1String(file.controller),
+                                   groupOf(groups, file.controller), QLatin1String(file.own)))
+               : limit;
 }
 
 void describeControlGroup(Report* report)

@@ -84,17 +84,13 @@ RestartFiles::RestartFiles(const BackendUserData& session)
 
 QString ageText(qint64 seconds)
 {
-    struct Unit
-    {
-        qint64 seconds;
-        const char* name;
-    };
-    for (const Unit& unit : {Unit{86400, "days"}, Unit{3600, "h"}, Unit{60, "min"}}) {
-        if (seconds >= 2 * unit.seconds) {
-            return filled("%1 %2", seconds / unit.seconds, QLatin1String(unit.name));
-        }
+    if (seconds >= 2 * 86400) {
+        return filled("%1 days", seconds / 86400);
     }
-    return filled("%1 s", seconds);
+    if (seconds >= 2 * 3600) {
+        return filled("%1 h", seconds / 3600);
+    }
+    return seconds >= 2 * 60 ? filled("%1 min", seconds / 60) : filled("%1 s", seconds);
 }
 
 void describeRestartFiles(Report* report, const BackendUserData& session)
