@@ -73,8 +73,8 @@ QJsonObject mountOf(const QString& path)
 // if not, or the negative errno of the creation.
 int makeAndSee(const QString& directory)
 {
-    const QByteArray name = QFile::encodeName(
-        QDir(directory).filePath(QStringLiteral(".zorv-mpirun-info-%1").arg(getpid())));
+    const QByteArray name =
+        QFile::encodeName(QDir(directory).filePath(filled(".zorv-mpirun-info-%1", getpid())));
     struct stat status;
     // Fills the cache of missing names.
     static_cast<void>(stat(name.constData(), &status));
@@ -108,9 +108,8 @@ void findCaching(Report* report, const QString& path, const QJsonObject& mount)
 QString obstacleOnDirectory(const QString& path)
 {
     const QString obstacle = obstacleOn(path);
-    return obstacle.isNull() && !QFileInfo(path).isDir()
-               ? QStringLiteral("%1 is not a directory").arg(path)
-               : obstacle;
+    return obstacle.isNull() && !QFileInfo(path).isDir() ? filled("%1 is not a directory", path)
+                                                         : obstacle;
 }
 
 void findWriteError(Report* report, const Place& place, int error)

@@ -120,8 +120,8 @@ QJsonValue lookUpOwnNames()
 
 QJsonArray lookUpRoutability(const QString& hosts)
 {
-    const QList<QHostAddress> asTried =
-        sortHostNamesAndAddressesByPotentialRoutability(hosts.split(QLatin1Char(',')));
+    const QList<QHostAddress> asTried = sortHostNamesAndAddressesByPotentialRoutability(
+        hosts.split(QLatin1Char(','), Qt::SkipEmptyParts));
     return QJsonArray{textsOf(asTried), textsOf(sortAddressesByPotentialRoutability(asTried))};
 }
 
@@ -135,10 +135,7 @@ void describeHost(Report* report, const Request& request)
     names += frontEndHosts(request);
     names += describeInterfaces(report);
     Probe own(lookUpOwnNames);
-    Probe routability([&] {
-        return request.host.isNull() ? QJsonArray{QJsonArray(), QJsonArray()}
-                                     : lookUpRoutability(request.host);
-    });
+    Probe routability([&] { return lookUpRoutability(request.host); });
     describeLookUps(report, names);
     report->add("namesAndAddresses", own.answer()[0]);
     report->add("addresses", own.answer()[1]);

@@ -34,7 +34,7 @@ QString entryOf(const char* name, const RestartFile& file)
 // From /proc/PID/stat, see proc(5); the name in parentheses may hold anything.
 qint64 ageOfProcess(int pid)
 {
-    const QByteArray stat = systemFile(QStringLiteral("/proc/%1/stat").arg(pid));
+    const QByteArray stat = systemFile(filled("/proc/%1/stat", pid));
     const QList<QByteArray> fields = stat.mid(stat.lastIndexOf(')') + 2).split(' ');
     const double uptime = systemFile(QStringLiteral("/proc/uptime")).split(' ').first().toDouble();
     return qint64(uptime - fields.value(19).toDouble() / double(sysconf(_SC_CLK_TCK)));
