@@ -114,22 +114,22 @@ Probe::Outcome Probe::wait()
         mAnswer = mQuestion();
         return mOutcome = Outcome::Answered;
     }
-    siginfo_t exit = {};
+    siginfo_t ended = {};
     // At least once: the answer may have arrived during the wait for another probe.
     do {
         pollfd request = {mReadEnd.get(), POLLIN, 0};
         poll(&request, 1, pollMs);
         // A process that the child has started may keep the pipe open.
-        waitid(P_PID, id_t(mPid), &exit, WEXITED | WNOHANG | WNOWAIT);
+        waitid(P_PID, id_t(mPid), &ended, WEXITED | WNOHANG | WNOWAIT);
         read();
-    } while (exit.si_pid == 0 && mTimer.elapsed() < mLimitMs);
+    } while (ended.si_pid == 0 && mTimer.elapsed() < mLimitMs);
     const QJsonArray answers = QJsonDocument::fromJson(mBytes).array();
     if (!answers.isEmpty()) {
         mAnswer = answers.first();
         mOutcome = Outcome::Answered;
-    } else if (exit.si_pid != 0) {
-        mAnswer = exit.si_status;
-        mOutcome = exit.si_code == CLD_EXITED ? Outcome::Exited : Outcome::Killed;
+    } else if (ended.si_pid != 0) {
+        mAnswer = ended.si_status;
+        mOutcome = ended.si_code == CLD_EXITED ? Outcome::Exited : Outcome::Killed;
     }
     end();
     return mOutcome;
