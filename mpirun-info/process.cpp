@@ -18,16 +18,13 @@
 #include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <utility>
 
 namespace {
 
 constexpr rlim_t fewDescriptors = 64;
 
-struct Name
-{
-    int number;
-    const char* name;
-};
+using Name = std::pair<int, const char*>;
 constexpr Name signalNames[] = {
     {SIGHUP, "HUP"},   {SIGINT, "INT"},   {SIGQUIT, "QUIT"}, {SIGABRT, "ABRT"}, {SIGBUS, "BUS"},
     {SIGFPE, "FPE"},   {SIGSEGV, "SEGV"}, {SIGUSR1, "USR1"}, {SIGUSR2, "USR2"}, {SIGPIPE, "PIPE"},
@@ -44,9 +41,9 @@ constexpr Name limitNames[] = {
 QJsonArray signalsIn(const Start& start, const char* line)
 {
     QJsonArray names;
-    for (const Name& signal : signalNames) {
-        if (start.hasSignal(line, signal.number)) {
-            names.append(QLatin1String(signal.name));
+    for (const auto& [signo, name] : signalNames) {
+        if (start.hasSignal(line, signo)) {
+            names.append(QLatin1String(name));
         }
     }
     return names;
@@ -60,10 +57,10 @@ QJsonValue valueOf(rlim_t limit)
 QJsonObject limitsOf(const Start& start)
 {
     QJsonObject limits;
-    for (const Name& name : limitNames) {
-        const rlimit& limit = start.limits[name.number];
-        limits.insert(QLatin1String(name.name), objectOf({{"soft", valueOf(limit.rlim_cur)},
-                                                          {"hard", valueOf(limit.rlim_max)}}));
+    for (const auto& [resource, name] : limitNames) {
+        const rlimit& limit = start.limits[resource];
+        limits.insert(QLatin1String(name), objectOf({{"soft", valueOf(limit.rlim_cur)},
+                                                     {"hard", valueOf(limit.rlim_max)}}));
     }
     return limits;
 }

@@ -7,18 +7,13 @@
 #include <QProcessEnvironment>
 
 #include <algorithm>
+#include <utility>
 
 namespace {
 
 enum class Kind { Text, Path, Switch, Presence, Secret };
 
-struct Setting
-{
-    const char* name;
-    Kind kind;
-};
-
-constexpr Setting settings[] = {
+constexpr std::pair<const char*, Kind> settings[] = {
 #define SETTING(name, kind, ...) {name, Kind::kind},
 #include "common/env/settings.def"
 };
@@ -64,21 +59,20 @@ QStringList setVariablesOf(const char* bareName)
     return variables;
 }
 
-void describeSetting(Report* report, const Setting& setting)
+void describeSetting(Report* report, const char* name, Kind kind)
 {
-    QStringList hidden = setVariablesOf(setting.name);
+    QStringList hidden = setVariablesOf(name);
     const QString winner = hidden.isEmpty() ? QString() : hidden.takeFirst();
-    const char* const value = ZorvEnv::uncachedValue(setting.name);
+    const char* const value = ZorvEnv::uncachedValue(name);
     for (const QString& variable : std::as_const(hidden)) {
         if (qgetenv(qPrintable(variable)) != value) {
             report->find(Finding::SettingsConflict, "%1 is not used because %2 has another value",
                          variable, winner);
         }
     }
-    report->add(setting.name,
-                objectOf({{"variable", orNull(winner)},
-                          {"value", value ? valueOf(setting.kind, value) : QJsonValue()},
-                          {"hidden", QJsonArray::fromStringList(hidden)}}));
+    report->add(name, objectOf({{"variable", orNull(winner)},
+                                {"value", value ? valueOf(kind, value) : QJsonValue()},
+                                {"hidden", QJsonArray::fromStringList(hidden)}}));
 }
 
 // Every name under which a variable is read.
@@ -88,8 +82,8 @@ QStringList namesOfSettings()
     for (const char* name : plainVariables) {
         names += QString::fromLatin1(name);
     }
-    for (const Setting& setting : settings) {
-        names += variablesOf(setting.name);
+    for (const auto& [name, kind] : settings) {
+        names += variablesOf(name);
     }
     return names;
 }
@@ -133,8 +127,8 @@ QString winningVariable(const char* bareName)
 
 void describeSettings(Report* report, const Request&)
 {
-    for (const Setting& setting : settings) {
-        describeSetting(report, setting);
+    for (const auto& [name, kind] : settings) {
+        describeSetting(report, name, kind);
     }
     report->beginSection("variables");
     for (const char* name : plainVariables) {
