@@ -222,11 +222,11 @@ QJsonValue guessSessionPaths(const Request& request)
 QString obstacleOnLog(const QString& file)
 {
     const QString directory = QFileInfo(file).path();
-    const QString obstacle = obstacleOnDirectory(directory);
-    const RestartFile log(file);
+    QString obstacle = obstacleOnDirectory(directory);
     if (!obstacle.isNull()) {
         return obstacle;
     }
+    const RestartFile log(file);
     if (log.exists) {
         return log.isRefused() ? filled("%1 cannot be overwritten", file) : QString();
     }

@@ -84,13 +84,13 @@ RestartFiles::RestartFiles(const BackendUserData& session)
 
 QString ageText(qint64 seconds)
 {
-    if (seconds >= 2 * 86400) {
+    if (seconds / 86400 >= 2) {
         return filled("%1 days", seconds / 86400);
     }
-    if (seconds >= 2 * 3600) {
+    if (seconds / 3600 >= 2) {
         return filled("%1 h", seconds / 3600);
     }
-    return seconds >= 2 * 60 ? filled("%1 min", seconds / 60) : filled("%1 s", seconds);
+    return seconds / 60 >= 2 ? filled("%1 min", seconds / 60) : filled("%1 s", seconds);
 }
 
 void describeRestartFiles(Report* report, const BackendUserData& session)
