@@ -1,19 +1,14 @@
 // The batch system that the launch runs in, and the MPI launchers on PATH.
 
 #include "mpirun-info/probe.h"
-#include "mpirun-info/report.h"
-#include "mpirun-info/request.h"
 #include "mpirun-info/sections.h"
 
 #include "branding/filenames.h"
 #include "common/compatibility_simple/process/processhelpers.h"
 
-#include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
 #include <QRegularExpression>
-
-#include <deque>
 
 namespace {
 
@@ -72,14 +67,14 @@ constexpr Kind launcherNames[] = {
     {"srun", "Slurm"}, {"flux", "Flux"}, {"aprun", "ALPS"},       {"jsrun", "JSM"},
 };
 
-// The MPI launchers in a directory.
+// The paths of the MPI launchers in a directory.
 QJsonValue launchersIn(const QString& directory)
 {
     QJsonArray found;
     for (const Kind& launcher : launcherNames) {
         const QFileInfo file(QDir(directory).filePath(QLatin1String(launcher.sign)));
         if (file.isFile() && file.isExecutable()) {
-            found.append(QLatin1String(launcher.sign));
+            found.append(file.filePath());
         }
     }
     return found;
@@ -107,8 +102,7 @@ template <std::size_t Size> QString kindIn(const QString& text, const Kind (&tab
 QJsonValue askVersion(const QString& path)
 {
     if (leadsToLauncher(path)) {
-        return objectOf(
-            {{"path", path}, {"kind", FileName::zorvMpirun}, {"version", QJsonValue()}});
+        return objectOf({{"path", path}, {"kind", FileName::zorvMpirun}, {"version", {}}});
     }
     const QString output = outputOf(path, {QStringLiteral("--version")});
     const QString kind = kindIn(output, kinds);
@@ -126,23 +120,19 @@ QStringList findLaunchers(Report* report)
     QStringList directories =
         qEnvironmentVariable("PATH").split(QLatin1Char(':'), Qt::SkipEmptyParts);
     directories.removeDuplicates();
-    std::deque<Probe> probes;
-    for (const QString& directory : std::as_const(directories)) {
-        probes.emplace_back([directory] { return launchersIn(directory); });
-    }
+    const QJsonArray answers = answersTo(launchersIn, directories);
     QStringList names;
     QStringList paths;
     for (qsizetype i = 0; i < directories.size(); ++i) {
-        Probe& probe = probes[size_t(i)];
-        if (probe.wait() != Probe::Outcome::Answered) {
-            report->find(Finding::NoAnswer, QStringLiteral("%1 on PATH").arg(directories.at(i)));
-            continue;
+        if (answers.at(i).isNull()) {
+            report->find(Finding::NoAnswer, "%1 on PATH", directories.at(i));
         }
-        const QStringList found = probe.answer().toVariant().toStringList();
-        for (const QString& name : found) {
+        const QStringList found = answers.at(i).toVariant().toStringList();
+        for (const QString& path : found) {
+            const QString name = QFileInfo(path).fileName();
             if (!names.contains(name)) {
                 names += name;
-                paths += QDir(directories.at(i)).filePath(name);
+                paths += path;
             }
         }
     }
@@ -153,7 +143,6 @@ QStringList findLaunchers(Report* report)
 
 void describeBatch(Report* report, const Request&)
 {
-    report->beginSection("batch");
     const BatchSystem* system = nullptr;
     for (const BatchSystem& row : batchSystems) {
         if (!system && qEnvironmentVariableIsSet(row.sign) && qEnvironmentVariableIsSet(row.job)) {
@@ -171,8 +160,7 @@ void describeBatch(Report* report, const Request&)
         const int count = qEnvironmentVariableIntValue(name);
         if (count > 1 && tasks.isNull()) {
             tasks = count;
-            report->find(Finding::ManyLaunchers,
-                         QStringLiteral("%1 is %2").arg(QLatin1String(name)).arg(count));
+            report->find(Finding::ManyLaunchers, "%1 is %2", QLatin1String(name), count);
         }
     }
     report->add("tasks", tasks);
@@ -180,26 +168,19 @@ void describeBatch(Report* report, const Request&)
 
 void describeMpi(Report* report, const Request&)
 {
-    report->beginSection("mpi");
     const QStringList paths = findLaunchers(report);
-    std::deque<Probe> probes;
-    for (const QString& path : paths) {
-        probes.emplace_back([path] { return askVersion(path); });
-    }
-    QJsonArray launchers;
+    QJsonArray launchers = answersTo(askVersion, paths);
     QStringList libraries;
     QStringList kindsSeen;
     for (qsizetype i = 0; i < paths.size(); ++i) {
-        Probe& probe = probes[size_t(i)];
-        const bool answered = probe.wait() == Probe::Outcome::Answered;
-        launchers.append(answered ? probe.answer()
-                                  : objectOf({{"path", paths.at(i)},
-                                              {"kind", QJsonValue()},
-                                              {"version", QJsonValue()}}));
-        const QString kind = launchers.last()[QStringLiteral("kind")].toString();
-        if (QFileInfo(paths.at(i)).fileName().startsWith(QLatin1String("mpi")) && !kind.isEmpty() &&
-            kind != FileName::zorvMpirun) {
-            libraries += QStringLiteral("%1 is of %2").arg(paths.at(i), kind);
+        const QString& path = paths.at(i);
+        if (launchers.at(i).isNull()) {
+            launchers[i] = objectOf({{"path", path}, {"kind", {}}, {"version", {}}});
+        }
+        const QString kind = launchers.at(i)[QLatin1String("kind")].toString();
+        const bool isLibrary = !kind.isEmpty() && kind != FileName::zorvMpirun;
+        if (isLibrary && QFileInfo(path).fileName().startsWith(QLatin1String("mpi"))) {
+            libraries += filled("%1 is of %2", path, kind);
             kindsSeen += kind;
         }
     }

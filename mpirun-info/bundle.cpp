@@ -1,18 +1,14 @@
-#include "mpirun-info/bundle.h"
+// The archive for a support ticket.
 
-#include "mpirun-info/report.h"
-#include "mpirun-info/request.h"
+#include "mpirun-info/probe.h"
+#include "mpirun-info/sections.h"
 
 #include "backend/backenduserdata.h"
-#include "common/compatibility_simple/files/descriptor.h"
-#include "common/compatibility_simple/files/read.h"
 
 #include <QFile>
 
 #include <cstdio>
 #include <ctime>
-#include <fcntl.h>
-#include <unistd.h>
 
 namespace {
 
@@ -61,12 +57,11 @@ QJsonValue describeSessionFile(const Request& request)
     static_cast<void>(findSession(request, &session));
     UserData file;
     const bool isRead = file.load(session.sessionFileName());
-    return QStringLiteral("file: %1\nreadable: %2\nhost: %3\nport: %4\nsession: %5\ncookie: %6\n")
-        .arg(session.sessionFileName(), isRead ? QStringLiteral("yes") : QStringLiteral("no"),
-             file.getHostNamesAndAddresses().join(QLatin1Char(',')))
-        .arg(file.getPort())
-        .arg(file.getSession())
-        .arg(file.sessionCookie().isEmpty() ? QStringLiteral("none") : QStringLiteral("(hidden)"));
+    return filled("file: %1\nreadable: %2\nhost: %3\nport: %4\nsession: %5\ncookie: %6\n",
+                  session.sessionFileName(), QLatin1String(isRead ? "yes" : "no"),
+                  file.getHostNamesAndAddresses().join(QLatin1Char(',')), file.getPort(),
+                  file.getSession(),
+                  QLatin1String(file.sessionCookie().isEmpty() ? "none" : "(hidden)"));
 }
 
 QJsonValue endOfLog()
@@ -81,37 +76,16 @@ QJsonValue endOfLog()
 
 QByteArray answerOf(Probe* probe)
 {
-    return probe->wait() == Probe::Outcome::Answered ? probe->answer().toString().toLocal8Bit()
-                                                     : QByteArray("It cannot be read.\n");
-}
-
-// False, with errno set, when not all can be written.
-bool writeAll(int fd, const QByteArray& bytes)
-{
-    qsizetype written = 0;
-    while (written < bytes.size()) {
-        const ssize_t count = uninterrupted([&] {
-            return sc_write(fd, bytes.constData() + written, size_t(bytes.size() - written));
-        });
-        if (count == -1) {
-            return false;
-        }
-        written += count;
-    }
-    return true;
+    return probe->isAnswered() ? probe->answer().toString().toLocal8Bit()
+                               : QByteArray("It cannot be read.\n");
 }
 
 } // namespace
 
-Bundle::Bundle(const Request& request)
-    : mFileName(QFile::encodeName(request.bundle))
-    , mSession([&request] { return describeSessionFile(request); })
-    , mLog(endOfLog)
+bool writeBundle(const Report& report, const Request& request)
 {
-}
-
-bool Bundle::write(const Report& report)
-{
+    Probe session([&] { return describeSessionFile(request); });
+    Probe log(endOfLog);
     const QByteArray archive =
         archived("report.txt", report.toText()) + archived("report.json", report.toJson()) +
         archived("settings.txt",
@@ -119,18 +93,19 @@ bool Bundle::write(const Report& report)
         archived("versions.txt",
                  report.toText({QStringLiteral("version"), QStringLiteral("system"),
                                 QStringLiteral("libraries"), QStringLiteral("mpi")})) +
-        archived("session.txt", answerOf(&mSession)) + archived("log.txt", answerOf(&mLog)) +
+        archived("session.txt", answerOf(&session)) + archived("log.txt", answerOf(&log)) +
         QByteArray(2 * blockSize, '\0');
-    Descriptor fd(uninterrupted([&] {
-        return sc_open(mFileName.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-    }));
-    if (!fd.isOpen()) {
-        perror(mFileName.constData());
+    QFile file(request.bundle);
+    if (!file.open(QIODevice::WriteOnly | QIODevice::NewOnly | QIODevice::Unbuffered,
+                   QFile::ReadOwner | QFile::WriteOwner)) {
+        perror(qPrintable(request.bundle));
         return false;
     }
-    if (!writeAll(fd.get(), archive) || !fd.close()) {
-        perror(mFileName.constData());
-        sc_unlink(mFileName.constData());
+    const bool isWritten = file.write(archive) == archive.size();
+    file.close();
+    if (!isWritten || file.error() != QFile::NoError) {
+        perror(qPrintable(request.bundle));
+        file.remove();
         return false;
     }
     return true;

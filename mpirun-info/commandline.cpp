@@ -1,20 +1,15 @@
 // How the launcher reads its command line, and likely mistakes in it.
 
-#include "mpirun-info/report.h"
-#include "mpirun-info/request.h"
 #include "mpirun-info/sections.h"
-#include "mpirun-info/spelling.h"
 
 #include "zorv-debugger/zorvdebuggeroptions.h"
 
+#include <QRegularExpression>
+
 namespace {
 
-struct OptionNames
-{
-    const char* name;
-    const char* simpleNames;
-};
-constexpr OptionNames optionNames[] = {
+// The name of each option, and its short names.
+constexpr const char* optionNames[][2] = {
 #define BACKEND_OPTION(name, simpleNames, ...) {name, simpleNames},
 #define DEBUGGER_OPTION(name, simpleNames, ...) {name, simpleNames},
 #include "backend/options.def"
@@ -23,23 +18,13 @@ constexpr OptionNames optionNames[] = {
 QStringList spellings(bool simple)
 {
     QStringList names;
-    for (const OptionNames& option : optionNames) {
-        names += QString::fromLatin1(option.name);
+    for (const auto& [name, simpleNames] : optionNames) {
+        names += QString::fromLatin1(name);
         if (simple) {
-            names += QString::fromLatin1(option.simpleNames).split(QLatin1Char(' '));
+            names += QString::fromLatin1(simpleNames).split(QLatin1Char(' '), Qt::SkipEmptyParts);
         }
     }
-    names.removeAll(QString());
     return names;
-}
-
-// Text processors turn two dashes into one long dash.
-QString withPlainDashes(QString word)
-{
-    if (word.startsWith(QChar(0x2013)) || word.startsWith(QChar(0x2014))) {
-        word.replace(0, 1, QStringLiteral("--"));
-    }
-    return word;
 }
 
 // The value may be a secret.
@@ -53,22 +38,22 @@ QString withoutValue(const QString& word)
 void findSlip(Report* report, const QString& word, bool simple)
 {
     const QStringList known = spellings(simple);
-    const QString plain = withPlainDashes(word);
+    // Text processors turn two dashes into one long dash.
+    static const QRegularExpression longDash(QStringLiteral("^[\\x{2013}\\x{2014}]"));
+    const QString plain = QString(word).replace(longDash, QStringLiteral("--"));
     const QString name = plain.section(QLatin1Char('='), 0, 0);
     const QString nearest = plain.startsWith(QLatin1Char('-')) && name.size() > 4
                                 ? nearestSpelling(name, known)
                                 : QString();
     if (!nearest.isNull() && plain.contains(QLatin1Char('='))) {
-        report->find(Finding::OptionJoined,
-                     QStringLiteral("'%1' ended the options; write '%2 VALUE'")
-                         .arg(withoutValue(word), nearest));
-    } else if (!nearest.isNull() || plain.contains(QLatin1String("-zorv"), Qt::CaseInsensitive)) {
-        report->find(
-            Finding::OptionMisspelt,
-            QStringLiteral("'%1' ended the options; %2")
-                .arg(withoutValue(word), nearest.isNull()
-                                             ? QStringLiteral("there is no such option")
-                                             : QStringLiteral("did you mean '%1'?").arg(nearest)));
+        report->find(Finding::OptionJoined, "'%1' ended the options; write '%2 VALUE'",
+                     withoutValue(word), nearest);
+    } else if (!nearest.isNull()) {
+        report->find(Finding::OptionMisspelt, "'%1' ended the options; did you mean '%2'?",
+                     withoutValue(word), nearest);
+    } else if (plain.contains(QLatin1String("-zorv"), Qt::CaseInsensitive)) {
+        report->find(Finding::OptionMisspelt, "'%1' ended the options; there is no such option",
+                     withoutValue(word));
     }
 }
 
@@ -83,9 +68,8 @@ void findLateOptions(Report* report, const QStringList& rest)
     }
     late.removeDuplicates();
     if (!late.isEmpty()) {
-        report->find(Finding::OptionAfterOthers,
-                     QStringLiteral("'%1' ended the options; these follow it: %2")
-                         .arg(withoutValue(rest.first()), late.join(QStringLiteral(", "))));
+        report->find(Finding::OptionAfterOthers, "'%1' ended the options; these follow it: %2",
+                     withoutValue(rest.first()), late.join(QStringLiteral(", ")));
     }
 }
 
@@ -98,7 +82,6 @@ void describeCommandLine(Report* report, const Request& request)
     const bool accepted = parseCommandLine(request, &options, &messages);
     const QStringList rest =
         request.commandLine.mid(request.commandLine.size() - options.targetArguments().size());
-    report->beginSection("commandLine");
     report->add("accepted", accepted);
     report->add("message", orNull(messages));
     report->add("simpleArguments", options.isSimpleArguments());

@@ -1,11 +1,10 @@
 // Containers, namespaces, control groups and seccomp.
 
-#include "mpirun-info/report.h"
-#include "mpirun-info/request.h"
 #include "mpirun-info/sections.h"
 
 #include <QFile>
-#include <QFileInfo>
+
+#include <unistd.h>
 
 namespace {
 
@@ -33,19 +32,18 @@ constexpr const char* initialPidNamespace = "pid:[4026531836]";
 
 void describeKind(Report* report)
 {
-    QString kind;
-    QString source;
+    QJsonValue kind;
+    QJsonValue source;
     for (const Sign& sign : signs) {
-        const QString file = QString::fromLatin1(sign.file);
-        const bool hasFile = !file.isEmpty() && QFileInfo::exists(file);
-        if (kind.isEmpty() &&
-            (hasFile || (*sign.variable && qEnvironmentVariableIsSet(sign.variable)))) {
-            kind = QString::fromLatin1(sign.kind);
-            source = hasFile ? file : QString::fromLatin1(sign.variable);
+        const bool hasFile = *sign.file && access(sign.file, F_OK) == 0;
+        const bool hasVariable = *sign.variable && qEnvironmentVariableIsSet(sign.variable);
+        if (kind.isNull() && (hasFile || hasVariable)) {
+            kind = QLatin1String(sign.kind);
+            source = QLatin1String(hasFile ? sign.file : sign.variable);
         }
     }
-    report->add("kind", orNull(kind));
-    report->add("source", orNull(source));
+    report->add("kind", kind);
+    report->add("source", source);
 }
 
 struct ControlFile
@@ -77,18 +75,14 @@ QString groupOf(const QByteArray& groups, const QByteArray& controller)
     return QString();
 }
 
-QString limitOf(const QByteArray& groups, const ControlFile& file)
+QByteArray limitOf(const QByteArray& groups, const ControlFile& file)
 {
-    const QString root = QStringLiteral("/sys/fs/cgroup");
-    const QString unified =
-        root + groupOf(groups, QByteArray()) + QLatin1Char('/') + QLatin1String(file.unified);
-    if (QFile::exists(unified)) {
-        return QString::fromLatin1(systemFile(unified));
-    }
-    const QLatin1String controller(file.controller);
-    return QString::fromLatin1(systemFile(root + QLatin1Char('/') + controller +
-                                          groupOf(groups, file.controller) + QLatin1Char('/') +
-                                          QLatin1String(file.own)));
+    const QByteArray limit = systemFile(
+        filled("/sys/fs/cgroup%1/%2", groupOf(groups, QByteArray()), QLatin1String(file.unified)));
+    return limit.isEmpty()
+               ? systemFile(filled("/sys/fs/cgroup/%1%2/%3", QLatin1String(file.controller),
+                                   groupOf(groups, file.controller), QLatin1String(file.own)))
+               : limit;
 }
 
 void describeControlGroup(Report* report)
@@ -98,17 +92,13 @@ void describeControlGroup(Report* report)
                 orNull(QString::fromLatin1(groups).replace(QLatin1Char('\n'), QLatin1Char(' '))));
     QJsonObject limits;
     for (const ControlFile& file : controlFiles) {
-        limits.insert(QLatin1String(file.key), orNull(limitOf(groups, file)));
+        limits.insert(QLatin1String(file.key), orNull(QString::fromLatin1(limitOf(groups, file))));
     }
     report->add("controlGroupLimits", limits);
 }
 
-QString seccompMode(const QString& number)
-{
-    return number == QLatin1String("2")   ? QStringLiteral("filter")
-           : number == QLatin1String("1") ? QStringLiteral("strict")
-                                          : QStringLiteral("none");
-}
+// By the number in proc_pid_status(5).
+constexpr const char* seccompModes[] = {"none", "strict", "filter"};
 
 } // namespace
 
@@ -116,13 +106,12 @@ void describeContainer(Report* report, const Request& request)
 {
     const QString pidNamespace =
         QFile::symLinkTarget(QStringLiteral("/proc/self/ns/pid")).section(QLatin1Char('/'), -1);
-    report->beginSection("container");
     describeKind(report);
     report->add("pidNamespace", orNull(pidNamespace));
     report->add("hostPidNamespace", pidNamespace == QLatin1String(initialPidNamespace));
     report->add("processOne",
                 orNull(QString::fromLocal8Bit(systemFile(QStringLiteral("/proc/1/comm")))));
-    report->add("seccomp", seccompMode(request.start.value("Seccomp")));
+    report->add("seccomp", QLatin1String(seccompModes[request.start.value("Seccomp").toInt()]));
     report->add("noNewPrivileges", request.start.value("NoNewPrivs") == QLatin1String("1"));
     describeControlGroup(report);
 }

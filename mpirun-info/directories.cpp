@@ -1,13 +1,11 @@
 // The directories that a launch uses, and their file systems.
 
-#include "mpirun-info/mounts.h"
 #include "mpirun-info/probe.h"
-#include "mpirun-info/report.h"
-#include "mpirun-info/request.h"
 #include "mpirun-info/restartfiles.h"
 #include "mpirun-info/sections.h"
 
 #include "backend/backenduserdata.h"
+#include "common/compatibility_simple/files/descriptor.h"
 #include "common/compatibility_simple/files/obstacle.h"
 #include "common/compatibility_simple/system/pathexpansion.h"
 #include "common/env/zorvenv.h"
@@ -18,24 +16,19 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
+#include <QRegularExpression>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <deque>
 #include <fcntl.h>
+#include <mntent.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
-
-// File systems that hosts share and clients cache.
-constexpr const char* sharedTypes[] = {"nfs", "nfs4", "cifs", "smb3", "afs", "fuse", "9p", "ceph"};
-// Options that disable the caches of a client.
-constexpr const char* uncachedOptions[] = {"noac",       "actimeo=0",  "lookupcache=none",
-                                           "acdirmax=0", "cache=none", "direct_io"};
 
 enum class Role {
     Session, // needed for restarts
@@ -50,72 +43,78 @@ struct Place
     Role role;
 };
 
+// The file system of a path without links, see proc_pid_mounts(5). Asks no file server.
+QJsonObject mountOf(const QString& path)
+{
+    QJsonObject mount =
+        objectOf({{"type", {}}, {"mountPoint", {}}, {"source", {}}, {"options", {}}});
+    const QString below = QDir::current().absoluteFilePath(path) + QLatin1Char('/');
+    qsizetype longest = 0;
+    FILE* const table = setmntent("/proc/self/mounts", "re");
+    while (const mntent* const entry = table ? getmntent(table) : nullptr) {
+        const QString point = QFile::decodeName(entry->mnt_dir);
+        const QString start = point.endsWith(QLatin1Char('/')) ? point : point + QLatin1Char('/');
+        // A later mount hides an earlier one at the same point.
+        if (below.startsWith(start) && point.size() >= longest) {
+            longest = point.size();
+            mount = objectOf({{"type", QString::fromLatin1(entry->mnt_type)},
+                              {"mountPoint", point},
+                              {"source", orNull(QFile::decodeName(entry->mnt_fsname))},
+                              {"options", orNull(QFile::decodeName(entry->mnt_opts))}});
+        }
+    }
+    if (table) {
+        endmntent(table);
+    }
+    return mount;
+}
+
 // Creates a file in another process and looks for it. Returns 1 if it is visible at once, 0
 // if not, or the negative errno of the creation.
 int makeAndSee(const QString& directory)
 {
-    const QByteArray name = QFile::encodeName(
-        QDir(directory).filePath(QStringLiteral(".zorv-mpirun-info-%1").arg(getpid())));
+    const QByteArray name =
+        QFile::encodeName(QDir(directory).filePath(filled(".zorv-mpirun-info-%1", getpid())));
     struct stat status;
     // Fills the cache of missing names.
     static_cast<void>(stat(name.constData(), &status));
-    const pid_t pid = fork();
-    if (pid == -1) {
-        return -errno;
-    }
-    if (pid == 0) {
-        const int fd = open(name.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-        _exit(fd == -1 ? errno : 0);
-    }
-    int end = 0;
-    waitpid(pid, &end, 0);
-    if (WEXITSTATUS(end) != 0) {
-        return -WEXITSTATUS(end);
+    Probe maker([&] {
+        const Descriptor fd(open(name.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+        return fd.isOpen() ? 0 : errno;
+    });
+    if (const int error = maker.answer().toInt()) {
+        return -error;
     }
     const bool isSeen = stat(name.constData(), &status) == 0;
     unlink(name.constData());
     return isSeen ? 1 : 0;
 }
 
-template <std::size_t Size> bool containsAny(const QString& text, const char* const (&words)[Size])
+// Reports a file system that hosts share and clients cache.
+void findCaching(Report* report, const QString& path, const QJsonObject& mount)
 {
-    const QStringList parts = text.split(QLatin1Char(','));
-    return std::any_of(std::begin(words), std::end(words),
-                       [&](const char* word) { return parts.contains(QLatin1String(word)); });
-}
-
-void findCaching(Report* report, const QString& path, const Mount& mount)
-{
-    if (containsAny(mount.type.section(QLatin1Char('.'), 0, 0), sharedTypes) &&
-        !containsAny(mount.options, uncachedOptions)) {
-        report->find(Finding::DirectoryCached,
-                     QStringLiteral("%1: %2, %3").arg(path, mount.type, mount.options));
+    static const QRegularExpression shared(
+        QStringLiteral("^(nfs|nfs4|cifs|smb3|afs|fuse|9p|ceph)(\\.|$)"));
+    static const QRegularExpression uncached(QStringLiteral(
+        "(^|,)(noac|actimeo=0|lookupcache=none|acdirmax=0|cache=none|direct_io)(,|$)"));
+    const QString type = mount.value(QLatin1String("type")).toString();
+    const QString options = mount.value(QLatin1String("options")).toString();
+    if (type.contains(shared) && !options.contains(uncached)) {
+        report->find(Finding::DirectoryCached, "%1: %2, %3", path, type, options);
     }
-}
-
-// The facts that need no answer of a file server.
-QJsonObject mountFacts(const QString& path, const QString& state, const Mount& mount)
-{
-    return objectOf({{"path", path},
-                     {"state", state},
-                     {"type", orNull(mount.type)},
-                     {"mountPoint", orNull(mount.point)},
-                     {"source", orNull(mount.source)},
-                     {"options", orNull(mount.options)}});
 }
 
 // Why the directory cannot be examined; null if it can.
 QString obstacleOnDirectory(const QString& path)
 {
     const QString obstacle = obstacleOn(path);
-    return obstacle.isNull() && !QFileInfo(path).isDir()
-               ? QStringLiteral("%1 is not a directory").arg(path)
-               : obstacle;
+    return obstacle.isNull() && !QFileInfo(path).isDir() ? filled("%1 is not a directory", path)
+                                                         : obstacle;
 }
 
 void findWriteError(Report* report, const Place& place, int error)
 {
-    const QString cause = QStringLiteral("%1: %2").arg(place.path, qt_error_string(error));
+    const QString cause = filled("%1: %2", place.path, qt_error_string(error));
     if (error == ENOSPC || error == EDQUOT) {
         report->find(Finding::DirectoryFull, cause);
     } else if (error != 0 && place.role == Role::Session) {
@@ -124,18 +123,13 @@ void findWriteError(Report* report, const Place& place, int error)
 }
 
 // Tests whether a file can be created, and whether other processes see it.
-void lookAtWriting(Report* report, const Place& place, const struct statvfs& system,
-                   QJsonObject* facts)
+void lookAtWriting(Report* report, const Place& place, bool isFull, QJsonObject* facts)
 {
-    const bool isWritable = faccessat(AT_FDCWD, QFile::encodeName(place.path).constData(),
-                                      W_OK | X_OK, AT_EACCESS) == 0;
-    const int seen = isWritable ? makeAndSee(place.path) : -errno;
-    const bool isFull = isWritable && system.f_blocks > 0 && system.f_bavail == 0;
-    // EAGAIN comes from fork(2).
-    const bool isError = seen < 0 && seen != -EAGAIN;
-    findWriteError(report, place, isFull ? ENOSPC : isError ? -seen : 0);
-    facts->insert(QStringLiteral("writable"), isWritable);
-    facts->insert(QStringLiteral("nameSeen"), seen < 0 ? QJsonValue() : QJsonValue(seen == 1));
+    const int error = errorOfNewFileIn(place.path);
+    const int seen = error == 0 ? makeAndSee(place.path) : -error;
+    findWriteError(report, place, error == 0 && isFull ? ENOSPC : std::max(-seen, 0));
+    extend(facts, {{"writable", error == 0},
+                   {"nameSeen", seen < 0 ? QJsonValue() : QJsonValue(seen == 1)}});
     if (seen == 0) {
         report->find(Finding::NameNotSeen, place.path);
     }
@@ -149,18 +143,18 @@ void lookAtDirectory(Report* report, const Place& place, QJsonObject* facts)
     stat(name.constData(), &status);
     statvfs(name.constData(), &system);
     const bool anyone = (status.st_mode & S_IWOTH) && !(status.st_mode & S_ISVTX);
-    facts->insert(QStringLiteral("freeBytes"), qint64(system.f_bavail) * qint64(system.f_frsize));
     // File systems without a fixed number of inodes report 0 of 0.
-    facts->insert(QStringLiteral("freeFiles"),
-                  system.f_files ? QJsonValue(qint64(system.f_favail)) : QJsonValue());
-    facts->insert(QStringLiteral("owner"), qint64(status.st_uid));
-    facts->insert(QStringLiteral("mode"),
-                  QStringLiteral("%1").arg(status.st_mode & 07777, 4, 8, QLatin1Char('0')));
-    facts->insert(QStringLiteral("othersCanWrite"), anyone);
+    const QJsonValue freeFiles =
+        system.f_files ? QJsonValue(qint64(system.f_favail)) : QJsonValue();
+    extend(facts, {{"freeBytes", qint64(system.f_bavail) * qint64(system.f_frsize)},
+                   {"freeFiles", freeFiles},
+                   {"owner", qint64(status.st_uid)},
+                   {"mode", QString::asprintf("%04o", status.st_mode & 07777)},
+                   {"othersCanWrite", anyone}});
     if (anyone) {
         report->find(Finding::OthersCanWrite, place.path);
     }
-    lookAtWriting(report, place, system, facts);
+    lookAtWriting(report, place, system.f_blocks > 0 && system.f_bavail == 0, facts);
 }
 
 void lookAt(Report* report, const Place& place)
@@ -169,41 +163,40 @@ void lookAt(Report* report, const Place& place)
     timer.start();
     const QString obstacle = obstacleOnDirectory(place.path);
     const QString canonical = QFileInfo(place.path).canonicalFilePath();
-    const Mount mount = mountOf(canonical.isEmpty() ? place.path : canonical);
-    QJsonObject facts =
-        mountFacts(place.path, obstacle.isNull() ? QStringLiteral("present") : obstacle, mount);
+    QJsonObject facts = mountOf(canonical.isEmpty() ? place.path : canonical);
+    if (place.role == Role::Session) {
+        findCaching(report, place.path, facts);
+    }
     if (obstacle.isNull()) {
         lookAtDirectory(report, place, &facts);
     } else if (place.role == Role::Session) {
         report->find(Finding::SessionDirectoryUnusable, obstacle);
     }
-    if (place.role == Role::Session) {
-        findCaching(report, place.path, mount);
-    }
-    const double seconds = secondsOf(timer);
-    facts.insert(QStringLiteral("seconds"), seconds);
+    const double seconds = double(timer.elapsed()) / 1000;
+    extend(&facts, {{"path", place.path},
+                    {"state", obstacle.isNull() ? QStringLiteral("present") : obstacle},
+                    {"seconds", seconds}});
     if (seconds > slowSeconds) {
-        report->find(Finding::SlowDirectory,
-                     QStringLiteral("%1: %2 s").arg(place.path).arg(seconds));
+        report->find(Finding::SlowDirectory, "%1: %2 s", place.path, seconds);
     }
-    report->beginSection("directories");
     report->add(place.key, facts);
 }
 
 void describePlace(Report* report, const Place& place, Probe* probe)
 {
-    if (probe->wait() == Probe::Outcome::Answered) {
+    if (probe->isAnswered()) {
         report->addPacked(probe->answer());
         return;
     }
-    const Mount mount = mountOf(QDir::current().absoluteFilePath(place.path));
-    report->add(place.key, mountFacts(place.path, QStringLiteral("no answer"), mount));
+    QJsonObject facts = mountOf(place.path);
     report->find(place.role == Role::Other ? Finding::NoAnswer : Finding::LaunchWouldHang,
-                 QStringLiteral("%1, on %2 from %3").arg(place.path, mount.type, mount.source));
+                 "%1, on %2 from %3", place.path, facts.value(QLatin1String("type")).toString(),
+                 facts.value(QLatin1String("source")).toString());
+    extend(&facts, {{"path", place.path}, {"state", QStringLiteral("no answer")}});
+    report->add(place.key, facts);
 }
 
 // The session directory and the directory of the session file, as the launcher finds them.
-// If a file server gives no answer, they are guessed from options and settings.
 QJsonValue findSessionPaths(const Request& request)
 {
     BackendUserData session;
@@ -212,6 +205,7 @@ QJsonValue findSessionPaths(const Request& request)
                       QFileInfo(session.sessionFileName()).path()};
 }
 
+// The same from options and settings alone, for when a file server gives no answer.
 QJsonValue guessSessionPaths(const Request& request)
 {
     ZORVDebuggerOptions options;
@@ -224,18 +218,6 @@ QJsonValue guessSessionPaths(const Request& request)
     return QJsonArray{directory, file.isEmpty() ? directory : QFileInfo(file).path()};
 }
 
-// Null if the command line asks for help.
-QJsonValue sessionPaths(const Request& request)
-{
-    Probe found([&] { return findSessionPaths(request); });
-    if (found.wait() != Probe::Outcome::NoAnswer) {
-        return found.answer();
-    }
-    Probe guessed([&] { return guessSessionPaths(request); });
-    guessed.wait();
-    return guessed.answer();
-}
-
 // Why the launcher cannot write to the file; null if it can.
 QString obstacleOnLog(const QString& file)
 {
@@ -246,22 +228,23 @@ QString obstacleOnLog(const QString& file)
     }
     const RestartFile log(file);
     if (log.exists) {
-        return log.isRefused() ? QStringLiteral("%1 cannot be overwritten").arg(file) : QString();
+        return log.isRefused() ? filled("%1 cannot be overwritten", file) : QString();
     }
-    return faccessat(AT_FDCWD, QFile::encodeName(directory).constData(), W_OK | X_OK, AT_EACCESS) ==
-                   0
-               ? QString()
-               : QStringLiteral("%1: %2").arg(directory, qt_error_string(errno));
+    const int error = errorOfNewFileIn(directory);
+    return error == 0 ? QString() : filled("%1: %2", directory, qt_error_string(error));
 }
 
 } // namespace
 
 void describeDirectories(Report* report, const Request& request)
 {
-    report->beginSection("directories");
     const char* const home = getenv("HOME");
     const char* const log = ZorvEnv::uncachedValue("MPIRUN_LOG");
-    const QJsonValue paths = sessionPaths(request);
+    Probe found([&] { return findSessionPaths(request); });
+    Probe guessed([&] { return guessSessionPaths(request); });
+    // Neither answers if the command line asks for help.
+    const bool isFound = found.wait() != Probe::Outcome::NoAnswer;
+    const QJsonValue paths = isFound ? found.answer() : guessed.answer();
     const QString session = paths[0].toString();
     const QString file = paths[1].toString();
     const Place places[] = {
@@ -277,7 +260,7 @@ void describeDirectories(Report* report, const Request& request)
     // All at once: each has its own limit.
     std::deque<Probe> probes;
     for (const Place& place : places) {
-        probes.emplace_back(partOfReport([&place](Report* part) {
+        probes.emplace_back(partOfReport("directories", [&place](Report* part) {
             if (!place.path.isEmpty()) {
                 lookAt(part, place);
             }
@@ -293,7 +276,6 @@ void describeDirectories(Report* report, const Request& request)
 
 void describeLog(Report* report, const Request&)
 {
-    report->beginSection("log");
     const QString file = launcherLogFileName();
     const QString obstacle = file.isNull() ? QString() : obstacleOnLog(file);
     report->add("file", orNull(file));

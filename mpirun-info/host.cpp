@@ -1,8 +1,6 @@
 // The system, the interfaces of this host, and look-ups of names.
 
 #include "mpirun-info/probe.h"
-#include "mpirun-info/report.h"
-#include "mpirun-info/request.h"
 #include "mpirun-info/sections.h"
 
 #include "backend/backenduserdata.h"
@@ -16,7 +14,6 @@
 #include <QElapsedTimer>
 #include <QNetworkInterface>
 
-#include <deque>
 #include <gnu/libc-version.h>
 #include <sys/utsname.h>
 
@@ -59,9 +56,8 @@ QStringList describeInterfaces(Report* report)
     report->add("interfaces", interfaces);
     report->add("interfaceFilter", orNull(envString("NETWORK_INTERFACES")));
     if (used.isEmpty()) {
-        report->find(
-            Finding::NoInterface,
-            QStringLiteral("NETWORK_INTERFACES is '%1'").arg(envString("NETWORK_INTERFACES")));
+        report->find(Finding::NoInterface, "NETWORK_INTERFACES is '%1'",
+                     envString("NETWORK_INTERFACES"));
     }
     return looked;
 }
@@ -74,8 +70,7 @@ QStringList frontEndHosts(const Request& request)
         static_cast<void>(findSession(request, &session));
         return QJsonArray::fromStringList(session.getHostNamesAndAddresses());
     });
-    return probe.wait() == Probe::Outcome::Answered ? probe.answer().toVariant().toStringList()
-                                                    : QStringList();
+    return probe.answer().toVariant().toStringList();
 }
 
 QJsonValue lookUp(const QString& name)
@@ -84,29 +79,19 @@ QJsonValue lookUp(const QString& name)
     timer.start();
     const QHostInfo info = lookUpHost(name);
     return objectOf({{"lookedUp", name},
-                     {"seconds", secondsOf(timer)},
+                     {"seconds", double(timer.elapsed()) / 1000},
                      {"name", info.hostName()},
                      {"addresses", textsOf(info.addresses())}});
 }
 
-// The result of a look-up.
-QJsonValue finish(Report* report, const QString& name, Probe* probe)
+void findSlowLookUp(Report* report, const QString& name, const QJsonValue& lookUp)
 {
-    if (probe->wait() != Probe::Outcome::Answered) {
-        report->find(Finding::NameServerSilent, name);
-        return objectOf({{"lookedUp", name},
-                         {"seconds", QJsonValue()},
-                         {"name", QJsonValue()},
-                         {"addresses", QJsonValue()}});
-    }
-    QJsonValue answer = probe->answer();
-    const double seconds = answer[QStringLiteral("seconds")].toDouble();
-    if (answer[QStringLiteral("addresses")].toArray().isEmpty()) {
+    const double seconds = lookUp[QLatin1String("seconds")].toDouble();
+    if (lookUp[QLatin1String("addresses")].toArray().isEmpty()) {
         report->find(Finding::HostUnknown, name);
     } else if (seconds > slowSeconds) {
-        report->find(Finding::SlowLookUp, QStringLiteral("%1: %2 s").arg(name).arg(seconds));
+        report->find(Finding::SlowLookUp, "%1: %2 s", name, seconds);
     }
-    return answer;
 }
 
 void describeLookUps(Report* report, QStringList names)
@@ -114,14 +99,15 @@ void describeLookUps(Report* report, QStringList names)
     names.removeDuplicates();
     names.removeAll(QString());
     names = names.mid(0, mostLookUps);
-    // All at once: each has its own limit.
-    std::deque<Probe> probes;
-    for (const QString& name : std::as_const(names)) {
-        probes.emplace_back([name] { return lookUp(name); });
-    }
-    QJsonArray lookUps;
+    QJsonArray lookUps = answersTo(lookUp, names);
     for (qsizetype i = 0; i < names.size(); ++i) {
-        lookUps.append(finish(report, names.at(i), &probes[size_t(i)]));
+        if (lookUps.at(i).isNull()) {
+            report->find(Finding::NameServerSilent, names.at(i));
+            lookUps[i] = objectOf(
+                {{"lookedUp", names.at(i)}, {"seconds", {}}, {"name", {}}, {"addresses", {}}});
+        } else {
+            findSlowLookUp(report, names.at(i), lookUps.at(i));
+        }
     }
     report->add("lookUps", lookUps);
 }
@@ -134,8 +120,8 @@ QJsonValue lookUpOwnNames()
 
 QJsonArray lookUpRoutability(const QString& hosts)
 {
-    const QList<QHostAddress> asTried =
-        sortHostNamesAndAddressesByPotentialRoutability(hosts.split(QLatin1Char(',')));
+    const QList<QHostAddress> asTried = sortHostNamesAndAddressesByPotentialRoutability(
+        hosts.split(QLatin1Char(','), Qt::SkipEmptyParts));
     return QJsonArray{textsOf(asTried), textsOf(sortAddressesByPotentialRoutability(asTried))};
 }
 
@@ -143,20 +129,14 @@ QJsonArray lookUpRoutability(const QString& hosts)
 
 void describeHost(Report* report, const Request& request)
 {
-    report->beginSection("host");
     report->add("name", sc_hostname());
     QStringList names = {sc_hostname()};
     names += request.host.split(QLatin1Char(','), Qt::SkipEmptyParts);
     names += frontEndHosts(request);
     names += describeInterfaces(report);
     Probe own(lookUpOwnNames);
-    Probe routability([&] {
-        return request.host.isNull() ? QJsonArray{QJsonArray(), QJsonArray()}
-                                     : lookUpRoutability(request.host);
-    });
+    Probe routability([&] { return lookUpRoutability(request.host); });
     describeLookUps(report, names);
-    own.wait();
-    routability.wait();
     report->add("namesAndAddresses", own.answer()[0]);
     report->add("addresses", own.answer()[1]);
     report->add("loopback", sc_localhost());
@@ -173,10 +153,8 @@ void describeSystem(Report* report, const Request&)
 {
     utsname kernel = {};
     uname(&kernel);
-    report->beginSection("system");
     // Runs lsb_release(1), which may be slow.
     Probe description([] { return QJsonValue(sc_uname()); });
-    description.wait();
     report->add("description", orNull(description.answer().toString()));
     report->add("kernel", QString::fromLocal8Bit(kernel.release));
     report->add("cLibrary", QString::fromLatin1(gnu_get_libc_version()));

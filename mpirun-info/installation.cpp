@@ -1,8 +1,6 @@
 // The installation, the helper, and the versions and libraries of the programs.
 
 #include "mpirun-info/probe.h"
-#include "mpirun-info/report.h"
-#include "mpirun-info/request.h"
 #include "mpirun-info/sections.h"
 
 #include "branding/filenames.h"
@@ -27,11 +25,8 @@ constexpr rlim_t descriptorsOfShell = 11;
 // The findings of the helper's faults are in the same order as the faults.
 Finding findingOf(ProgramFault fault)
 {
-    constexpr int offset =
-        static_cast<int>(Finding::HelperMissing) - static_cast<int>(ProgramFault::Missing);
-    static_assert(static_cast<int>(Finding::HelperLoader) ==
-                  static_cast<int>(ProgramFault::Loader) + offset);
-    return static_cast<Finding>(static_cast<int>(fault) + offset);
+    const int index = static_cast<int>(fault) - static_cast<int>(ProgramFault::Missing);
+    return static_cast<Finding>(static_cast<int>(Finding::HelperMissing) + index);
 }
 
 void addPath(Report* report, const char* key, const QString& path, const QString& state)
@@ -49,9 +44,8 @@ QStringList missingLibraries(const QString& path)
         static const QRegularExpression notFound(
             QStringLiteral("(?:loading shared libraries: |Error loading shared library )([^: ]+)|"
                            "(\\S+) => not found"));
-        auto matches = notFound.globalMatch(outputOf(loader, {QStringLiteral("--list"), path}));
-        while (matches.hasNext()) {
-            const QRegularExpressionMatch match = matches.next();
+        const QString output = outputOf(loader, {QStringLiteral("--list"), path});
+        for (const QRegularExpressionMatch& match : notFound.globalMatch(output)) {
             missing += match.captured(1) + match.captured(2);
         }
     }
@@ -60,23 +54,21 @@ QStringList missingLibraries(const QString& path)
 
 void findFaultsOfProgram(Report* report, const QString& path, rlim_t descriptors)
 {
-    const QFileInfo launcher(QFileInfo(path).dir().filePath(FileName::zorvMpirun));
-    if (launcher.canonicalFilePath() == QFileInfo(path).canonicalFilePath()) {
+    if (QFileInfo(path).canonicalFilePath() == launcherPath()) {
         report->find(Finding::HelperIsLauncher, path);
     }
     const QStringList missing = missingLibraries(path);
     if (!missing.isEmpty()) {
-        report->find(Finding::HelperLibrary,
-                     QStringLiteral("%1 needs %2").arg(path, missing.join(QStringLiteral(", "))));
+        report->find(Finding::HelperLibrary, "%1 needs %2", path,
+                     missing.join(QStringLiteral(", ")));
     }
     if (access(QFile::encodeName(path).constData(), R_OK) == -1) {
         report->find(Finding::HelperUnreadable, path);
     }
     if (sc_isScript(path) && descriptors < descriptorsOfShell) {
         report->find(Finding::DescriptorsExhausted,
-                     QStringLiteral("%1 is a script, and a shell needs at least %2 descriptors")
-                         .arg(path)
-                         .arg(descriptorsOfShell));
+                     "%1 is a script, and a shell needs at least %2 descriptors", path,
+                     descriptorsOfShell);
     }
 }
 
@@ -88,17 +80,16 @@ void lookAtHelper(Report* report, const QString& path, rlim_t descriptors)
         findFaultsOfProgram(report, path, descriptors);
     } else {
         addPath(report, "helper", path, state.cause);
-        report->find(findingOf(state.fault), QStringLiteral("%1: %2").arg(path, state.cause));
+        report->find(findingOf(state.fault), "%1: %2", path, state.cause);
     }
 }
 
 void describeHelper(Report* report, const Request& request, const QString& path)
 {
-    Probe probe(partOfReport([&](Report* part) {
-        part->beginSection("installation");
+    Probe probe(partOfReport("installation", [&](Report* part) {
         lookAtHelper(part, path, request.start.limits[RLIMIT_NOFILE].rlim_cur);
     }));
-    if (probe.wait() == Probe::Outcome::Answered) {
+    if (probe.isAnswered()) {
         report->addPacked(probe.answer());
     } else {
         addPath(report, "helper", path, QStringLiteral("no answer"));
@@ -135,11 +126,12 @@ QStringList loadedLibraries()
 QStringList foreignLibraries(const QStringList& libraries)
 {
     static const QRegularExpression separator(QStringLiteral("[: ;]"));
-    const QStringList places = (qEnvironmentVariable("LD_LIBRARY_PATH") + QLatin1Char(':') +
-                                qEnvironmentVariable("LD_PRELOAD"))
-                                   .split(separator, Qt::SkipEmptyParts);
+    QStringList places;
+    for (const char* variable : {"LD_LIBRARY_PATH", "LD_PRELOAD"}) {
+        places += qEnvironmentVariable(variable).split(separator, Qt::SkipEmptyParts);
+    }
     QStringList foreign;
-    for (const QString& place : places) {
+    for (const QString& place : std::as_const(places)) {
         const QString path = QFileInfo(place).canonicalFilePath();
         for (const QString& library : libraries) {
             if (library == path || QFileInfo(library).path() == path) {
@@ -154,7 +146,6 @@ QStringList foreignLibraries(const QStringList& libraries)
 
 void describeVersion(Report* report, const Request&)
 {
-    report->beginSection("version");
     report->add("version", sc_version());
     report->add("releaseVersion", sc_releaseVersion());
     report->add("changeset", QString::fromLatin1(HGID));
@@ -165,7 +156,6 @@ void describeVersion(Report* report, const Request&)
 
 void describeInstallation(Report* report, const Request& request)
 {
-    report->beginSection("installation");
     const InstallationLayout layout = chooseInstallationLayout();
     if (layout == InstallationLayout::Unknown) {
         report->find(Finding::NotLookedAt,
@@ -186,7 +176,6 @@ void describeLibraries(Report* report, const Request&)
 {
     const QStringList libraries = loadedLibraries();
     const bool isOrdinary = !libraries.filter(QStringLiteral("/libQt6Core.so")).isEmpty();
-    report->beginSection("libraries");
     report->add("build", isOrdinary ? QStringLiteral("ordinary") : QStringLiteral("portable"));
     report->add("libraryPath", orNull(qEnvironmentVariable("LD_LIBRARY_PATH")));
     report->add("preload", orNull(qEnvironmentVariable("LD_PRELOAD")));

@@ -1,17 +1,12 @@
 // The main function: the options, and the report from its sections.
 
-#include "mpirun-info/bundle.h"
 #include "mpirun-info/probe.h"
-#include "mpirun-info/report.h"
-#include "mpirun-info/request.h"
 #include "mpirun-info/sections.h"
-#include "mpirun-info/watch.h"
 
 #include "branding/filenames.h"
 #include "version/hgid.h"
 
 #include <QCoreApplication>
-#include <QDir>
 #include <QFileInfo>
 #include <QHash>
 #include <QStandardPaths>
@@ -21,7 +16,6 @@
 #include <csignal>
 #include <cstdio>
 #include <deque>
-#include <optional>
 #include <sys/resource.h>
 #include <vector>
 
@@ -77,14 +71,6 @@ constexpr Section sections[] = {
     {"session", describeSession},
 };
 
-bool isLauncherBeside(const QString& program)
-{
-    const QString found = QFileInfo(program).canonicalFilePath();
-    const QDir here(QCoreApplication::applicationDirPath());
-    return !found.isEmpty() &&
-           found == QFileInfo(here.filePath(FileName::zorvMpirun)).canonicalFilePath();
-}
-
 // Whether a word is the launcher's name, or another name of the launcher beside this
 // program.
 bool namesLauncher(const QString& word)
@@ -96,10 +82,11 @@ bool namesLauncher(const QString& word)
         return true;
     }
     Probe probe([&]() -> QJsonValue {
-        return isLauncherBeside(
-            word.contains(QLatin1Char('/')) ? word : QStandardPaths::findExecutable(word));
+        const bool isPath = word.contains(QLatin1Char('/'));
+        const QFileInfo program(isPath ? word : QStandardPaths::findExecutable(word));
+        return program.exists() && program.canonicalFilePath() == launcherPath();
     });
-    return probe.wait() == Probe::Outcome::Answered && probe.answer().toBool();
+    return probe.answer().toBool();
 }
 
 // False, with a message, when an option lacks its value.
@@ -147,19 +134,17 @@ void raiseLimit(__rlimit_resource resource, rlim_t soft)
 // Reports why a section is missing.
 void addFailure(Report* report, const char* section, Probe::Outcome outcome, int number)
 {
-    const QString name = QString::fromLatin1(section);
+    const QLatin1String name(section);
     if (outcome == Probe::Outcome::NoAnswer) {
-        report->find(
-            Finding::NotLookedAt,
-            QStringLiteral("%1: no answer within %2 s").arg(name).arg(sectionLimitMs / 1000));
+        report->find(Finding::NotLookedAt, "%1: no answer within %2 s", name,
+                     sectionLimitMs / 1000);
     } else if (outcome == Probe::Outcome::Killed) {
-        report->find(Finding::NotLookedAt,
-                     QStringLiteral("%1: ended by signal %2").arg(name).arg(number));
+        report->find(Finding::NotLookedAt, "%1: ended by signal %2", name, number);
     } else if (name == QLatin1String("commandLine")) {
         // Parsing a command line that asks for help ends the process of each section that
         // does it. One section reports that.
         report->find(number == 0 ? Finding::HelpAsked : Finding::UsageAsked,
-                     QStringLiteral("the launcher ends with status %1").arg(number));
+                     "the launcher ends with status %1", number);
     }
 }
 
@@ -169,17 +154,15 @@ void addSections(Report* report, const Request& request)
 {
     std::deque<Probe> probes;
     for (const Section& section : sections) {
-        const auto describe = section.describe;
-        probes.emplace_back(
-            partOfReport([describe, &request](Report* part) { describe(part, request); }),
-            sectionLimitMs);
+        const auto describe = [&](Report* part) { section.describe(part, request); };
+        probes.emplace_back(partOfReport(section.name, describe), sectionLimitMs);
     }
     for (std::size_t i = 0; i < probes.size(); ++i) {
-        const Probe::Outcome outcome = probes[i].wait();
-        if (outcome == Probe::Outcome::Answered) {
-            report->addPacked(probes[i].answer());
+        Probe& probe = probes[i];
+        if (probe.isAnswered()) {
+            report->addPacked(probe.answer());
         } else {
-            addFailure(report, sections[i].name, outcome, probes[i].answer().toInt());
+            addFailure(report, sections[i].name, probe.wait(), probe.answer().toInt());
         }
     }
 }
@@ -187,47 +170,40 @@ void addSections(Report* report, const Request& request)
 Report makeReport(const Request& request)
 {
     Report report;
+    report.beginSection("version");
     describeVersion(&report, request);
+    report.beginSection("start");
     describeStart(&report, request);
     raiseLimit(RLIMIT_NOFILE, RLIM_INFINITY);
     if (Probe([] { return QJsonValue(); }).isStarted()) {
         addSections(&report, request);
     } else {
-        report.find(Finding::NotLookedAt,
-                    QStringLiteral("the rest: %1").arg(qt_error_string(errno)));
+        report.find(Finding::NotLookedAt, "the rest: %1", qt_error_string(errno));
     }
     return report;
 }
 
-bool print(const QByteArray& text)
+int print(const QByteArray& text)
 {
     if (fputs(text.constData(), stdout) == EOF || fflush(stdout) == EOF) {
         perror("stdout");
-        return false;
+        return CouldNotLook;
     }
-    return true;
-}
-
-int printed(const QByteArray& text)
-{
-    return print(text) ? NothingFound : CouldNotLook;
+    return NothingFound;
 }
 
 int reported(const Request& request)
 {
-    std::optional<Bundle> bundle;
-    if (!request.bundle.isNull()) {
-        bundle.emplace(request);
-    }
     const Report report = makeReport(request);
-    const bool isBundled = !bundle || bundle->write(report);
-    if (!print(request.json ? report.toJson() : report.toText()) || !isBundled) {
+    const bool isBundled = request.bundle.isNull() || writeBundle(report, request);
+    const int status = print(request.json ? report.toJson() : report.toText());
+    if (status == CouldNotLook || !isBundled) {
         return CouldNotLook;
     }
-    if (report.has(Severity::Error)) {
+    if (report.has("error")) {
         return LaunchWouldFail;
     }
-    return report.has(Severity::Unknown) ? CouldNotLook : NothingFound;
+    return report.has("unknown") ? CouldNotLook : NothingFound;
 }
 
 } // namespace
@@ -256,13 +232,13 @@ int main(int argc, char** argv)
         return CouldNotLook;
     }
     if (request.help) {
-        return printed(help);
+        return print(help);
     }
     if (request.version) {
-        return printed(QByteArray("zorv-mpirun-info ") + ZORV_VERSION + " (" + HGID + ")\n");
+        return print(QByteArray("zorv-mpirun-info ") + ZORV_VERSION + " (" + HGID + ")\n");
     }
     if (request.codes) {
-        return printed(allFindings(request.json));
+        return print(allFindings(request.json));
     }
     return request.watch ? watch(request) : reported(request);
 }

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <csignal>
+#include <deque>
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/prctl.h>
@@ -53,20 +54,19 @@ void Probe::start()
     if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) == -1) {
         return;
     }
+    Descriptor readEnd(ends[0]);
+    const Descriptor writeEnd(ends[1]);
     mPid = fork();
     if (mPid == 0) {
-        close(ends[0]);
+        readEnd.close();
         becomeProbe();
         const QByteArray answer =
-            QJsonDocument(QJsonArray{mQuestion()}).toJson(QJsonDocument::Compact) + '\n';
-        blocking_write(ends[1], answer.constData(), size_t(answer.size()));
+            QJsonDocument(QJsonArray{mQuestion()}).toJson(QJsonDocument::Compact);
+        blocking_write(writeEnd.get(), answer.constData(), size_t(answer.size()));
         _exit(0);
     }
-    close(ends[1]);
-    if (mPid == -1) {
-        close(ends[0]);
-    } else {
-        mFd = ends[0];
+    if (mPid > 0) {
+        mReadEnd = std::move(readEnd);
     }
 }
 
@@ -88,43 +88,17 @@ void Probe::end()
         }
         mPid = -1;
     }
-    if (mFd != -1) {
-        close(std::exchange(mFd, -1));
-    }
+    mReadEnd.close();
 }
 
-// Whether the answer is complete.
-bool Probe::readAnswer()
+void Probe::read()
 {
     char buffer[4096];
-    for (;;) {
-        const ssize_t count = uninterrupted([&] { return read(mFd, buffer, sizeof buffer); });
-        if (count <= 0) {
-            break;
-        }
+    ssize_t count = 0;
+    do {
         mBytes.append(buffer, count);
-    }
-    if (!mBytes.endsWith('\n')) {
-        return false;
-    }
-    mAnswer = QJsonDocument::fromJson(mBytes).array().at(0);
-    mOutcome = Outcome::Answered;
-    return true;
-}
-
-// Whether the child has ended. A process that it started may keep the pipe open.
-bool Probe::noteEnd()
-{
-    int status = 0;
-    if (waitpid(mPid, &status, WNOHANG) != mPid) {
-        return false;
-    }
-    mPid = -1;
-    if (!readAnswer()) {
-        mOutcome = WIFEXITED(status) ? Outcome::Exited : Outcome::Killed;
-        mAnswer = WIFEXITED(status) ? WEXITSTATUS(status) : WTERMSIG(status);
-    }
-    return true;
+        count = uninterrupted([&] { return ::read(mReadEnd.get(), buffer, sizeof buffer); });
+    } while (count > 0);
 }
 
 Probe::Outcome Probe::wait()
@@ -140,29 +114,55 @@ Probe::Outcome Probe::wait()
         mAnswer = mQuestion();
         return mOutcome = Outcome::Answered;
     }
+    siginfo_t ended = {};
     // At least once: the answer may have arrived during the wait for another probe.
-    for (bool isOver = false; !isOver;) {
-        const qint64 left = std::clamp<qint64>(mLimitMs - mTimer.elapsed(), 0, pollMs);
-        pollfd request = {mFd, POLLIN, 0};
-        poll(&request, 1, int(left));
-        isOver = readAnswer() || noteEnd() || left == 0;
+    do {
+        pollfd request = {mReadEnd.get(), POLLIN, 0};
+        poll(&request, 1, pollMs);
+        // A process that the child has started may keep the pipe open.
+        waitid(P_PID, id_t(mPid), &ended, WEXITED | WNOHANG | WNOWAIT);
+        read();
+    } while (ended.si_pid == 0 && mTimer.elapsed() < mLimitMs);
+    const QJsonArray answers = QJsonDocument::fromJson(mBytes).array();
+    if (!answers.isEmpty()) {
+        mAnswer = answers.first();
+        mOutcome = Outcome::Answered;
+    } else if (ended.si_pid != 0) {
+        mAnswer = ended.si_status;
+        mOutcome = ended.si_code == CLD_EXITED ? Outcome::Exited : Outcome::Killed;
     }
     end();
     return mOutcome;
 }
 
-Probe::Question partOfReport(std::function<void(Report*)> describe)
+QJsonValue Probe::answer()
 {
-    return [describe = std::move(describe)] {
+    wait();
+    return mAnswer;
+}
+
+QJsonArray answersTo(const std::function<QJsonValue(const QString&)>& question,
+                     const QStringList& items)
+{
+    std::deque<Probe> probes;
+    for (const QString& item : items) {
+        probes.emplace_back([&] { return question(item); });
+    }
+    QJsonArray answers;
+    for (Probe& probe : probes) {
+        answers.append(probe.isAnswered() ? probe.answer() : QJsonValue());
+    }
+    return answers;
+}
+
+Probe::Question partOfReport(const char* section, std::function<void(Report*)> describe)
+{
+    return [section, describe = std::move(describe)] {
         Report part;
+        part.beginSection(section);
         describe(&part);
         return part.packed();
     };
-}
-
-double secondsOf(const QElapsedTimer& timer)
-{
-    return double(timer.elapsed()) / 1000;
 }
 
 QString outputOf(const QString& program, const QStringList& arguments)

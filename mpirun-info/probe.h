@@ -4,6 +4,8 @@
 
 #include "mpirun-info/report.h"
 
+#include "common/compatibility_simple/files/descriptor.h"
+
 #include <QByteArray>
 #include <QElapsedTimer>
 #include <QJsonValue>
@@ -41,20 +43,20 @@ public:
     bool isStarted() const { return mPid > 0; }
     /// Waits for the outcome.
     Outcome wait();
-    /// After wait(): the answer, the exit status or the signal number; null for NoAnswer.
-    QJsonValue answer() const { return mAnswer; }
+    bool isAnswered() { return wait() == Outcome::Answered; }
+    /// Waits. The answer, the exit status or the signal number; null for NoAnswer.
+    QJsonValue answer();
 
 private:
     void start();
     void end();
-    bool readAnswer();
-    bool noteEnd();
+    void read();
 
     Question mQuestion;
     qint64 mLimitMs;
     QElapsedTimer mTimer;
     pid_t mPid = -1;
-    int mFd = -1;
+    Descriptor mReadEnd;
     QByteArray mBytes;
     bool mIsOver = false;
     QJsonValue mAnswer;
@@ -64,11 +66,12 @@ private:
 /// From this many seconds on, an answer is reported as slow.
 constexpr double slowSeconds = 0.5;
 
-/// The question whose answer is what `describe` adds to a report; see Report::addPacked().
-Probe::Question partOfReport(std::function<void(Report*)> describe);
+/// The answers to a question about each item, asked at once; null for none.
+QJsonArray answersTo(const std::function<QJsonValue(const QString&)>& question,
+                     const QStringList& items);
 
-/// The elapsed time in seconds.
-double secondsOf(const QElapsedTimer& timer);
+/// The question whose answer is what `describe` adds to a section; see Report::addPacked().
+Probe::Question partOfReport(const char* section, std::function<void(Report*)> describe);
 
 /// Runs a program and returns its output and its error messages; empty if it does not
 /// start. For use in a probe.

@@ -1,8 +1,6 @@
 // The inherited state of the process, and a trial of starting the helper.
 
 #include "mpirun-info/probe.h"
-#include "mpirun-info/report.h"
-#include "mpirun-info/request.h"
 #include "mpirun-info/sections.h"
 
 #include "common/ProcInfo.h"
@@ -20,16 +18,13 @@
 #include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <utility>
 
 namespace {
 
 constexpr rlim_t fewDescriptors = 64;
 
-struct Name
-{
-    int number;
-    const char* name;
-};
+using Name = std::pair<int, const char*>;
 constexpr Name signalNames[] = {
     {SIGHUP, "HUP"},   {SIGINT, "INT"},   {SIGQUIT, "QUIT"}, {SIGABRT, "ABRT"}, {SIGBUS, "BUS"},
     {SIGFPE, "FPE"},   {SIGSEGV, "SEGV"}, {SIGUSR1, "USR1"}, {SIGUSR2, "USR2"}, {SIGPIPE, "PIPE"},
@@ -46,9 +41,9 @@ constexpr Name limitNames[] = {
 QJsonArray signalsIn(const Start& start, const char* line)
 {
     QJsonArray names;
-    for (const Name& signal : signalNames) {
-        if (start.hasSignal(line, signal.number)) {
-            names.append(QLatin1String(signal.name));
+    for (const auto& [signo, name] : signalNames) {
+        if (start.hasSignal(line, signo)) {
+            names.append(QLatin1String(name));
         }
     }
     return names;
@@ -62,10 +57,10 @@ QJsonValue valueOf(rlim_t limit)
 QJsonObject limitsOf(const Start& start)
 {
     QJsonObject limits;
-    for (const Name& name : limitNames) {
-        const rlimit& limit = start.limits[name.number];
-        limits.insert(QLatin1String(name.name), objectOf({{"soft", valueOf(limit.rlim_cur)},
-                                                          {"hard", valueOf(limit.rlim_max)}}));
+    for (const auto& [resource, name] : limitNames) {
+        const rlimit& limit = start.limits[resource];
+        limits.insert(QLatin1String(name), objectOf({{"soft", valueOf(limit.rlim_cur)},
+                                                     {"hard", valueOf(limit.rlim_max)}}));
     }
     return limits;
 }
@@ -81,9 +76,8 @@ void describeSignals(Report* report, const Start& start)
         }
     }
     if (!blocked.isEmpty()) {
-        report->find(
-            Finding::SignalsBlocked,
-            QStringLiteral("blocked at the start: %1").arg(blocked.join(QLatin1Char(','))));
+        report->find(Finding::SignalsBlocked, "blocked at the start: %1",
+                     blocked.join(QLatin1Char(',')));
     }
 }
 
@@ -98,8 +92,7 @@ void describeAffinity(Report* report, const Start& start)
     bool isOne = false;
     atStart.toInt(&isOne);
     if (isOne && online > 1) {
-        report->find(Finding::SingleProcessor,
-                     QStringLiteral("processor %1 of %2").arg(atStart).arg(online));
+        report->find(Finding::SingleProcessor, "processor %1 of %2", atStart, online);
     }
 }
 
@@ -110,14 +103,12 @@ QString errorOfTrial()
 {
     const bool logs = ZorvEnv::uncachedValue("MPIRUN_LOG") || ZorvEnv::uncachedValue("LOGS");
     const Descriptor log(logs ? open("/dev/null", O_WRONLY | O_CLOEXEC) : -1);
-    int ends[2] = {-1, -1};
-    const int piped = pipe2(ends, O_CLOEXEC);
-    const int pipeError = errno;
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) == -1) {
+        return qt_error_string(errno);
+    }
     const Descriptor readEnd(ends[0]);
     const Descriptor writeEnd(ends[1]);
-    if (piped == -1) {
-        return qt_error_string(pipeError);
-    }
     QProcess process;
     process.setProcessChannelMode(QProcess::ForwardedChannels);
 #if QT_VERSION >= QT_VERSION_CHECK(6, 6, 0)
@@ -155,38 +146,21 @@ rlim_t helperStackLimit(const rlimit& stack)
     return isStackLimitIgnored() || remembered > stack.rlim_max ? stack.rlim_cur : remembered;
 }
 
-// The helper's argument list, with the bytes of the launcher's.
-std::vector<char*> helperArguments(const Request& request, QByteArray* name)
+// Becomes true(1) in the place of the helper, with its arguments and stack limit. Exits
+// with the error number when that fails.
+[[noreturn]] void becomeHelper(const Request& request, rlimit stack, rlim_t soft)
 {
-    *name = helperPath();
-    static char mpirun[] = "--zorvmpirun";
-    std::vector<char*> arguments = {name->data(), mpirun};
-    for (const char* argument : request.arguments) {
-        arguments.push_back(const_cast<char*>(argument));
-    }
+    const QByteArray name = helperPath();
+    std::vector<const char*> arguments = {name.constData(), "--zorvmpirun"};
+    arguments.insert(arguments.end(), request.arguments.begin(), request.arguments.end());
     arguments.push_back(nullptr);
-    return arguments;
-}
-
-// Starts true(1) in the place of the helper under a soft stack limit. 0, the error number
-// of a start that failed, or the negative number of the signal that ended it.
-int statusUnderLimit(const Request& request, rlimit stack, rlim_t soft)
-{
-    QByteArray name;
-    const std::vector<char*> arguments = helperArguments(request, &name);
-    const pid_t pid = fork();
-    if (pid == 0) {
-        unsetenv("TALVORA_OLD_STACK_LIMIT");
-        stack.rlim_cur = soft;
-        setrlimit(RLIMIT_STACK, &stack);
-        for (const char* program : {"/bin/true", "/usr/bin/true"}) {
-            execv(program, arguments.data());
-        }
-        _exit(errno);
+    unsetenv("TALVORA_OLD_STACK_LIMIT");
+    stack.rlim_cur = soft;
+    setrlimit(RLIMIT_STACK, &stack);
+    for (const char* program : {"/bin/true", "/usr/bin/true"}) {
+        execv(program, const_cast<char**>(arguments.data()));
     }
-    int status = 0;
-    waitpid(pid, &status, 0);
-    return WIFSIGNALED(status) ? -WTERMSIG(status) : WEXITSTATUS(status);
+    _exit(errno);
 }
 
 void describeStackLimit(Report* report, const Request& request)
@@ -194,28 +168,24 @@ void describeStackLimit(Report* report, const Request& request)
     const rlimit& stack = request.start.limits[RLIMIT_STACK];
     const rlim_t soft = helperStackLimit(stack);
     report->add("helperStackLimit", valueOf(soft));
-    Probe probe([&] { return statusUnderLimit(request, stack, soft); });
-    const int status = probe.wait() == Probe::Outcome::Answered ? probe.answer().toInt() : 0;
     const QString limit =
-        QStringLiteral("under a stack limit of %1")
-            .arg(soft == RLIM_INFINITY ? QStringLiteral("unlimited") : QString::number(soft));
-    if (status == E2BIG) {
-        report->find(Finding::ArgumentsTooLong, limit);
-    } else if (status < 0) {
-        report->find(
-            Finding::StackTooSmall,
-            QStringLiteral("%1: %2").arg(limit, QString::fromLocal8Bit(strsignal(-status))));
+        soft == RLIM_INFINITY ? QStringLiteral("unlimited") : QString::number(soft);
+    Probe trial([&]() -> QJsonValue { becomeHelper(request, stack, soft); });
+    // A trial that is not started would replace this process.
+    const auto outcome = trial.isStarted() ? trial.wait() : Probe::Outcome::NoAnswer;
+    if (outcome == Probe::Outcome::Exited && trial.answer().toInt() == E2BIG) {
+        report->find(Finding::ArgumentsTooLong, "under a stack limit of %1", limit);
+    } else if (outcome == Probe::Outcome::Killed) {
+        report->find(Finding::StackTooSmall, "under a stack limit of %1: %2", limit,
+                     QString::fromLocal8Bit(strsignal(trial.answer().toInt())));
     }
     if (qEnvironmentVariableIsSet("TALVORA_OLD_STACK_LIMIT")) {
-        report->find(Finding::OldStackLimitSet,
-                     QStringLiteral("TALVORA_OLD_STACK_LIMIT is '%1'")
-                         .arg(qEnvironmentVariable("TALVORA_OLD_STACK_LIMIT")));
+        report->find(Finding::OldStackLimitSet, "TALVORA_OLD_STACK_LIMIT is '%1'",
+                     qEnvironmentVariable("TALVORA_OLD_STACK_LIMIT"));
     } else if (!keepsStackLimit(stack.rlim_cur) && stack.rlim_max < freshCopyStackLimit &&
                !isStackLimitIgnored()) {
-        report->find(Finding::StackLimitHard,
-                     QStringLiteral("the hard limit is %1, the soft one %2")
-                         .arg(stack.rlim_max)
-                         .arg(stack.rlim_cur));
+        report->find(Finding::StackLimitHard, "the hard limit is %1, the soft one %2",
+                     stack.rlim_max, stack.rlim_cur);
     }
 }
 
@@ -225,7 +195,6 @@ void describeStart(Report* report, const Request& request)
 {
     const QString error = errorOfTrial();
     const rlim_t descriptors = request.start.limits[RLIMIT_NOFILE].rlim_cur;
-    report->beginSection("start");
     report->add("possible", error.isNull());
     report->add("error", orNull(error));
     if (!error.isNull()) {
@@ -234,8 +203,7 @@ void describeStart(Report* report, const Request& request)
     } else {
         describeStackLimit(report, request);
         if (descriptors < fewDescriptors) {
-            report->find(Finding::FewDescriptors,
-                         QStringLiteral("at most %1 open files").arg(descriptors));
+            report->find(Finding::FewDescriptors, "at most %1 open files", descriptors);
         }
     }
 }
@@ -243,7 +211,6 @@ void describeStart(Report* report, const Request& request)
 void describeProcess(Report* report, const Request& request)
 {
     const Start& start = request.start;
-    report->beginSection("process");
     report->add("user", qint64(geteuid()));
     report->add("umask", start.value("Umask"));
     report->add("workingDirectory", QDir::currentPath());

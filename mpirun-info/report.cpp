@@ -4,8 +4,27 @@
 #include <QRegularExpression>
 
 #include <algorithm>
+#include <iterator>
 
 namespace {
+
+// The severities, by the names that findings.def uses.
+constexpr const char* Error = "error";
+constexpr const char* Warning = "warning";
+constexpr const char* Unknown = "unknown";
+
+struct FindingText
+{
+    const char* code;
+    const char* severity;
+    const char* meaning;
+    const char* remedy;
+};
+constexpr FindingText findingTexts[] = {
+#define FINDING(name, code, severity, meaning, remedy) {code, severity, meaning, remedy},
+#include "mpirun-info/findings.def"
+#undef FINDING
+};
 
 constexpr int labelWidth = 34;
 // More members of an object, or elements of a list, than these are shown in lines.
@@ -16,14 +35,10 @@ const QString none = QStringLiteral("none");
 const QString comma = QStringLiteral(", ");
 
 // "releaseTag" becomes "release tag"; the names of settings do not change.
-QString labelOf(const QString& key)
+QString labelOf(QString key)
 {
-    static const QRegularExpression wordStart(QStringLiteral("(?<=[a-z])[A-Z]"));
-    QString label = key;
-    for (qsizetype i = label.indexOf(wordStart); i != -1; i = label.indexOf(wordStart, i)) {
-        label.replace(i, 1, QLatin1Char(' ') + label.at(i).toLower());
-    }
-    return label;
+    static const QRegularExpression capital(QStringLiteral("([A-Z])"));
+    return key.front().isLower() ? key.replace(capital, QStringLiteral(" \\1")).toLower() : key;
 }
 
 QStringList linesOf(const QJsonValue& value);
@@ -53,12 +68,13 @@ QStringList linesOf(QJsonObject object)
             members += labelOf(member.key()) + QLatin1Char(' ') + text;
         }
     }
-    if (subject.isNull() || members.isEmpty()) {
-        return subject.isNull() ? members : QStringList(subject);
+    if (subject.isNull()) {
+        return members;
     }
-    return members.size() > mostInLine
-               ? QStringList(subject) + members
-               : QStringList(QStringLiteral("%1 (%2)").arg(subject, members.join(comma)));
+    if (members.size() > mostInLine) {
+        return QStringList(subject) + members;
+    }
+    return {members.isEmpty() ? subject : filled("%1 (%2)", subject, members.join(comma))};
 }
 
 QStringList linesOf(const QJsonValue& value)
@@ -66,19 +82,16 @@ QStringList linesOf(const QJsonValue& value)
     if (value.isObject()) {
         return linesOf(value.toObject());
     }
-    QStringList lines;
-    if (value.isArray()) {
-        const QJsonArray array = value.toArray();
-        for (const auto& element : array) {
-            lines += textOf(element);
-        }
-        if (!array.first().isObject() && lines.size() <= mostInLine) {
-            lines = QStringList(lines.join(comma));
-        }
-    } else {
-        lines += textOf(value);
+    if (!value.isArray()) {
+        return {textOf(value)};
     }
-    return lines;
+    const QJsonArray array = value.toArray();
+    QStringList lines;
+    for (const auto& element : array) {
+        lines += textOf(element);
+    }
+    const bool isShort = !array.first().isObject() && lines.size() <= mostInLine;
+    return isShort ? QStringList(lines.join(comma)) : lines;
 }
 
 // Values come from the environment and from files, and must not control the terminal.
@@ -105,13 +118,33 @@ QString row(QString label, const QStringList& lines)
 
 } // namespace
 
-QJsonObject objectOf(std::initializer_list<std::pair<const char*, QJsonValue>> members)
+QByteArray allFindings(bool json)
+{
+    QByteArray text;
+    QJsonArray array;
+    for (const FindingText& row : findingTexts) {
+        text += QByteArray(row.code) + " (" + row.severity + ")\n    " + row.meaning + "\n    " +
+                row.remedy + '\n';
+        array.append(objectOf({{"code", QLatin1String(row.code)},
+                               {"severity", QLatin1String(row.severity)},
+                               {"meaning", QLatin1String(row.meaning)},
+                               {"remedy", QLatin1String(row.remedy)}}));
+    }
+    return json ? QJsonDocument(array).toJson() : text;
+}
+
+QJsonObject objectOf(Members members)
 {
     QJsonObject object;
-    for (const auto& [key, value] : members) {
-        object.insert(QLatin1String(key), value);
-    }
+    extend(&object, members);
     return object;
+}
+
+void extend(QJsonObject* object, Members members)
+{
+    for (const auto& [key, value] : members) {
+        object->insert(QLatin1String(key), value);
+    }
 }
 
 QJsonValue orNull(const QString& text)
@@ -132,25 +165,25 @@ void Report::add(const char* key, const QJsonValue& value)
 
 void Report::find(Finding finding, const QString& cause)
 {
-    mFound.append(QJsonArray{static_cast<int>(finding), cause});
+    const FindingText& row = findingTexts[static_cast<int>(finding)];
+    mFound.append(objectOf({{"severity", QLatin1String(row.severity)},
+                            {"code", QLatin1String(row.code)},
+                            {"cause", cause},
+                            {"remedy", QLatin1String(row.remedy)}}));
 }
 
 void Report::addPacked(const QJsonValue& packed)
 {
     const QJsonArray facts = packed[0].toArray();
-    for (const auto& fact : facts) {
-        mFacts.append(fact);
-    }
     const QJsonArray found = packed[1].toArray();
-    for (const auto& entry : found) {
-        mFound.append(entry);
-    }
+    std::copy(facts.begin(), facts.end(), std::back_inserter(mFacts));
+    std::copy(found.begin(), found.end(), std::back_inserter(mFound));
 }
 
-bool Report::has(Severity severity) const
+bool Report::has(const char* severity) const
 {
-    return std::any_of(mFound.begin(), mFound.end(), [&](const QJsonValue& entry) {
-        return findingAt(entry[0].toInt()).severity == severity;
+    return std::any_of(mFound.begin(), mFound.end(), [&](const QJsonValue& found) {
+        return found[QLatin1String("severity")].toString() == QLatin1String(severity);
     });
 }
 
@@ -162,15 +195,7 @@ QByteArray Report::toJson() const
         section.insert(fact[1].toString(), fact[2]);
         root.insert(fact[0].toString(), section);
     }
-    QJsonArray findings;
-    for (const auto& entry : mFound) {
-        const FindingText& finding = findingAt(entry[0].toInt());
-        findings.append(objectOf({{"severity", QLatin1String(nameOf(finding.severity))},
-                                  {"code", QLatin1String(finding.code)},
-                                  {"cause", entry[1]},
-                                  {"remedy", QLatin1String(finding.remedy)}}));
-    }
-    root.insert(QStringLiteral("findings"), findings);
+    root.insert(QStringLiteral("findings"), mFound);
     return QJsonDocument(root).toJson();
 }
 
@@ -183,20 +208,22 @@ QByteArray Report::toText(const QStringList& sections) const
             continue;
         }
         if (section != fact[0].toString()) {
-            text += (section.isNull() ? QString() : QStringLiteral("\n"));
             section = fact[0].toString();
-            text += labelOf(section) + QLatin1Char('\n');
+            text += (text.isEmpty() ? QString() : QStringLiteral("\n")) + labelOf(section) +
+                    QLatin1Char('\n');
         }
         text += row(labelOf(fact[1].toString()), linesOf(fact[2]));
     }
     if (sections.isEmpty()) {
         text += mFound.isEmpty() ? QStringLiteral("\nfindings: none\n")
                                  : QStringLiteral("\nfindings\n");
-        for (const auto& entry : mFound) {
-            const FindingText& finding = findingAt(entry[0].toInt());
-            text += row(QLatin1String(nameOf(finding.severity)), {QLatin1String(finding.code)});
-            text += row(QStringLiteral("  cause"), {entry[1].toString()});
-            text += row(QStringLiteral("  remedy"), {QLatin1String(finding.remedy)});
+        for (const auto& found : mFound) {
+            const auto textAt = [&](const char* key) {
+                return found[QLatin1String(key)].toString();
+            };
+            text += row(textAt("severity"), {textAt("code")});
+            text += row(QStringLiteral("  cause"), {textAt("cause")});
+            text += row(QStringLiteral("  remedy"), {textAt("remedy")});
         }
     }
     return text.toLocal8Bit();

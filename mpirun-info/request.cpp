@@ -1,14 +1,17 @@
 #include "mpirun-info/request.h"
 
 #include "backend/backenduserdata.h"
+#include "branding/filenames.h"
 #include "common/compatibility_simple/files/read.h"
 #include "common/env/zorvenv.h"
 #include "common/installation.h"
 #include "common/logger.h"
 #include "zorv-debugger/zorvdebuggeroptions.h"
 
+#include <QCoreApplication>
+#include <QDir>
+#include <QFileInfo>
 #include <QSysInfo>
-#include <QtGlobal>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -92,6 +95,12 @@ QString Start::value(const char* key) const
         }
     }
     return QString();
+}
+
+QString launcherPath()
+{
+    const QDir here(QCoreApplication::applicationDirPath());
+    return QFileInfo(here.filePath(FileName::zorvMpirun)).canonicalFilePath();
 }
 
 QString launcherLogFileName()

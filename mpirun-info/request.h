@@ -44,6 +44,9 @@ struct Request
     Start start;
 };
 
+/// The canonical path of the launcher beside this program; empty if there is none.
+QString launcherPath();
+
 /// The launcher's log file; null if none is wanted.
 QString launcherLogFileName();
 

@@ -21,11 +21,6 @@ bool isPermitted(const QString& path, int mode)
     return faccessat(AT_FDCWD, QFile::encodeName(path).constData(), mode, AT_EACCESS) == 0;
 }
 
-bool canMakeFileIn(const QString& directory)
-{
-    return isPermitted(directory, W_OK | X_OK);
-}
-
 void describeFile(Report* report, const char* key, const RestartFile& file, const char* effect)
 {
     const bool exists = file.exists;
@@ -38,22 +33,20 @@ void describeFile(Report* report, const char* key, const RestartFile& file, cons
 
 void findLeftFiles(Report* report, const RestartFiles& files)
 {
-    const auto remove = [](const RestartFile& file) {
-        return QStringLiteral("remove %1, which is %2 old").arg(file.path, ageText(file.age));
+    const auto find = [&](Finding finding, const RestartFile& file) {
+        report->find(finding, "remove %1, which is %2 old", file.path, ageText(file.age));
     };
     if (files.hold.exists) {
-        report->find(Finding::HoldFileLeft, remove(files.hold));
+        find(Finding::HoldFileLeft, files.hold);
     }
     if (files.request.exists) {
-        const bool canHold = canMakeFileIn(QFileInfo(files.hold.path).path());
-        report->find(canHold || files.hold.exists ? Finding::RestartFileLeft
-                                                  : Finding::RestartFileStuck,
-                     remove(files.request));
+        const bool canHold =
+            files.hold.exists || errorOfNewFileIn(QFileInfo(files.hold.path).path()) == 0;
+        find(canHold ? Finding::RestartFileLeft : Finding::RestartFileStuck, files.request);
     }
     if (files.marker.exists && files.marker.isRefused()) {
-        report->find(
-            Finding::MarkerForeign,
-            QStringLiteral("%1, of user %2").arg(files.marker.path).arg(files.marker.owner));
+        report->find(Finding::MarkerForeign, "%1, of user %2", files.marker.path,
+                     files.marker.owner);
     }
 }
 
@@ -91,19 +84,13 @@ RestartFiles::RestartFiles(const BackendUserData& session)
 
 QString ageText(qint64 seconds)
 {
-    struct Unit
-    {
-        qint64 seconds;
-        const char* name;
-    };
-    for (const Unit& unit : {Unit{86400, "days"}, Unit{3600, "h"}, Unit{60, "min"}}) {
-        if (seconds >= 2 * unit.seconds) {
-            return QStringLiteral("%1 %2")
-                .arg(seconds / unit.seconds)
-                .arg(QLatin1String(unit.name));
-        }
+    if (seconds / 86400 >= 2) {
+        return filled("%1 days", seconds / 86400);
     }
-    return QStringLiteral("%1 s").arg(seconds);
+    if (seconds / 3600 >= 2) {
+        return filled("%1 h", seconds / 3600);
+    }
+    return seconds / 60 >= 2 ? filled("%1 min", seconds / 60) : filled("%1 s", seconds);
 }
 
 void describeRestartFiles(Report* report, const BackendUserData& session)
@@ -120,4 +107,9 @@ void describeRestartFiles(Report* report, const BackendUserData& session)
     if (session.isValid()) {
         findLeftFiles(report, files);
     }
+}
+
+int errorOfNewFileIn(const QString& directory)
+{
+    return isPermitted(directory, W_OK | X_OK) ? 0 : errno;
 }

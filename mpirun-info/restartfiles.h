@@ -39,3 +39,6 @@ QString ageText(qint64 seconds);
 
 /// Adds the files, and what the next launch does with them.
 void describeRestartFiles(Report* report, const BackendUserData& session);
+
+/// The errno that keeps this user from creating a file in a directory; 0 for none.
+int errorOfNewFileIn(const QString& directory);

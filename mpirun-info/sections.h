@@ -1,12 +1,14 @@
-// The sections of the report.
+// The sections of the report, and its other forms.
 
 #pragma once
 
-class Report;
-struct Request;
+#include "mpirun-info/report.h"
+#include "mpirun-info/request.h"
 
-// Each function adds a section and its findings. Call those after describeStart() in a
-// probe: they may wait for servers without a limit.
+#include <QString>
+
+// Each function adds its facts to the current section, and its findings. Call those after
+// describeStart() in a probe: they may wait for servers without a limit.
 
 void describeVersion(Report* report, const Request& request);
 /// Whether a helper can be started with the available descriptors and processes, the
@@ -32,3 +34,22 @@ void describeLog(Report* report, const Request& request);
 void describeCommandLine(Report* report, const Request& request);
 /// The fields of the session and their sources, the session files, and the restart files.
 void describeSession(Report* report, const Request& request);
+
+/// The name of the variable that gives a setting, null when none does.
+QString winningVariable(const char* bareName);
+
+/// The word of the list that is nearest to `word`, ignoring case. Null if none is within
+/// `mostSlips` mistakes: a missing, additional, wrong or swapped letter each.
+QString nearestSpelling(const QString& word, const QStringList& known, int mostSlips = 2);
+
+/// Writes a new tar archive (the format ustar of pax(1)) that only this user can read: the
+/// report in both forms, the settings, the versions, the session file without the secret, and
+/// the end of the launcher's log. False, with a message, when it cannot be written; there is
+/// no file then, or the one that was there.
+[[nodiscard]] bool writeBundle(const Report& report, const Request& request);
+
+/// Shows the restart files of the session, and the launchers of this installation with
+/// their helpers, until a signal ends the program. A terminal shows a screen that is updated
+/// each second, any other output gets a line for each change. Returns an exit status if
+/// there is no session or the output cannot be written.
+int watch(const Request& request);

@@ -1,13 +1,9 @@
 // The session that the launcher would find, and the sources of its fields.
 
-#include "mpirun-info/report.h"
-#include "mpirun-info/request.h"
 #include "mpirun-info/restartfiles.h"
 #include "mpirun-info/sections.h"
-#include "mpirun-info/settings.h"
 
 #include "backend/backenduserdata.h"
-#include "common/env/zorvenv.h"
 
 #include <QFileInfo>
 
@@ -22,39 +18,20 @@ struct ReportedSession : BackendUserData
     using BackendUserData::getGlobalFile;
 };
 
-struct Field
-{
-    UserData::Field field;
-    const char* key;
-    const char* setting;
-};
-constexpr Field fields[] = {
-    {UserData::Hosts, "hosts", "HOST"},
-    {UserData::Port, "port", "PORT"},
-    {UserData::Session, "session", "SESSION"},
-    {UserData::Cookie, "cookiePresent", "SESSION_COOKIE"},
-    {UserData::CookieUse, "cookieUsed", "NO_SESSION_COOKIE"},
-    {UserData::SharedDirectory, "sharedDirectory", "SHARED_DIRECTORY"},
-    {UserData::Tarball, "tarball", "TARBALL"},
-    {UserData::SessionFileName, "sessionFile", "SESSION_FILE"},
-};
-
 // In the order of UserData::Source.
 constexpr const char* sourceNames[] = {"default",      "global file", "environment",
                                        "session file", "option",      "derived"};
 // In the order of UserData::FileState.
-constexpr const char* stateNames[] = {
-    "not tried",
-    "read",
-    "missing",
-    "unreadable",
-    "not a regular file",
-    "too large",
-    "not well-formed",
-    "no session element",
-    "port is not a number",
-    "session is not a number",
-};
+constexpr const char* stateNames[] = {"not tried",
+                                      "read",
+                                      "missing",
+                                      "unreadable",
+                                      "not a regular file",
+                                      "too large",
+                                      "not well-formed",
+                                      "no session element",
+                                      "port is not a number",
+                                      "session is not a number"};
 
 QString nameOf(Source source)
 {
@@ -73,63 +50,52 @@ qint64 numberGivenAsPort(const BackendUserData& session)
     return session.source(UserData::Port) == Source::SessionFile ? qint64(session.getPort()) : port;
 }
 
-// Leaves out the cookie, and the tarball's default name, which holds the cookie's hash.
-QJsonValue valueOf(const BackendUserData& session, UserData::Field field)
-{
-    QString text;
-    switch (field) {
-    case UserData::Hosts:
-        return QJsonArray::fromStringList(session.getHostNamesAndAddresses());
-    case UserData::Port:
-        return session.getPort() == 0 ? QJsonValue() : QJsonValue(numberGivenAsPort(session));
-    case UserData::Session:
-        return session.getSession() == -1 ? QJsonValue() : QJsonValue(session.getSession());
-    case UserData::Cookie:
-        return !session.sessionCookie().isEmpty();
-    case UserData::CookieUse:
-        return session.getUseSessionCookies();
-    case UserData::SharedDirectory:
-        text = session.getSharedDirectory();
-        break;
-    case UserData::Tarball:
-        text =
-            session.source(field) == Source::Default ? QString() : session.tarballFileName(false);
-        break;
-    case UserData::SessionFileName:
-        text = session.sessionFileName();
-        break;
-    case UserData::FieldCount:
-        break;
-    }
-    return text.isEmpty() ? QJsonValue() : QJsonValue(text);
-}
-
-void describeField(Report* report, const BackendUserData& session, const Field& field)
-{
-    const QJsonValue value = valueOf(session, field.field);
-    report->add(field.key,
-                objectOf({{"value", value}, {"source", nameOf(session.source(field.field))}}));
-}
-
 // Reports a setting that has no effect.
-void warnOfUnusedSetting(Report* report, const BackendUserData& session, const Field& field)
+void warnOfUnusedSetting(Report* report, const char* setting, UserData::Field field, Source source)
 {
-    const QString variable = winningVariable(field.setting);
-    const char* const value = ZorvEnv::uncachedValue(field.setting);
-    const Source source = session.source(field.field);
-    if (!value || *value == '\0' || source == Source::Environment) {
+    const QString variable = winningVariable(setting);
+    const QString value = qEnvironmentVariable(qPrintable(variable));
+    if (value.isEmpty() || source == Source::Environment) {
         return;
     }
-    const bool isNumber = field.field == UserData::Port || field.field == UserData::Session;
-    if (isNumber && !BackendUserData::numberFrom(QString::fromLocal8Bit(value))) {
-        report->find(Finding::SettingNotANumber,
-                     QStringLiteral("%1 is not used: '%2' is not a number")
-                         .arg(variable, QString::fromLocal8Bit(value)));
-    } else if (field.field != UserData::CookieUse) {
-        report->find(Finding::SettingOverridden,
-                     QStringLiteral("%1 is not used: the value comes from the %2")
-                         .arg(variable, nameOf(source)));
+    const bool isNumber = field == UserData::Port || field == UserData::Session;
+    if (isNumber && !BackendUserData::numberFrom(value)) {
+        report->find(Finding::SettingNotANumber, "%1 is not used: '%2' is not a number", variable,
+                     value);
+    } else if (field != UserData::CookieUse) {
+        report->find(Finding::SettingOverridden, "%1 is not used: the value comes from the %2",
+                     variable, nameOf(source));
     }
+}
+
+// Leaves out the cookie, and the tarball's default name, which holds the cookie's hash.
+void describeFields(Report* report, const BackendUserData& session)
+{
+    const auto describe = [&](const char* key, const char* setting, UserData::Field field,
+                              const QJsonValue& value) {
+        const Source source = session.source(field);
+        report->add(key, objectOf({{"value", value}, {"source", nameOf(source)}}));
+        warnOfUnusedSetting(report, setting, field, source);
+    };
+    const bool hasPort = session.getPort() != 0;
+    const bool hasSession = session.getSession() != -1;
+    const bool hasTarball = session.source(UserData::Tarball) != Source::Default;
+    describe("hosts", "HOST", UserData::Hosts,
+             QJsonArray::fromStringList(session.getHostNamesAndAddresses()));
+    describe("port", "PORT", UserData::Port,
+             hasPort ? QJsonValue(numberGivenAsPort(session)) : QJsonValue());
+    describe("session", "SESSION", UserData::Session,
+             hasSession ? QJsonValue(session.getSession()) : QJsonValue());
+    describe("cookiePresent", "SESSION_COOKIE", UserData::Cookie,
+             !session.sessionCookie().isEmpty());
+    describe("cookieUsed", "NO_SESSION_COOKIE", UserData::CookieUse,
+             session.getUseSessionCookies());
+    describe("sharedDirectory", "SHARED_DIRECTORY", UserData::SharedDirectory,
+             orNull(session.getSharedDirectory()));
+    describe("tarball", "TARBALL", UserData::Tarball,
+             hasTarball ? orNull(session.tarballFileName(false)) : QJsonValue());
+    describe("sessionFile", "SESSION_FILE", UserData::SessionFileName,
+             orNull(session.sessionFileName()));
 }
 
 // Reads one session file alone, to see its state.
@@ -145,10 +111,8 @@ void describeFile(Report* report, const char* key, const QString& fileName, bool
     const bool isFine = file.fileState() == FileState::Read ||
                         (file.fileState() == FileState::Missing && !isDeadLink && !expected);
     if (!isFine) {
-        report->find(Finding::SessionFileUnusable,
-                     QStringLiteral("%1 (%2)%3")
-                         .arg(fileName, state,
-                              target.isEmpty() ? target : QStringLiteral(", a link to ") + target));
+        report->find(Finding::SessionFileUnusable, "%1 (%2)%3", fileName, state,
+                     target.isEmpty() ? target : QStringLiteral(", a link to ") + target);
     }
 }
 
@@ -158,9 +122,8 @@ void describeValidity(Report* report, const BackendUserData& session)
     if (!session.hasHost()) {
         reason = QStringLiteral("no source names a front end host");
     } else if (!session.hasUsablePort()) {
-        reason = QStringLiteral("%1 is not a port (%2)")
-                     .arg(numberGivenAsPort(session))
-                     .arg(nameOf(session.source(UserData::Port)));
+        reason = filled("%1 is not a port (%2)", numberGivenAsPort(session),
+                        nameOf(session.source(UserData::Port)));
     }
     report->add("valid", session.isValid());
     report->add("invalidBecause", session.isValid() ? QJsonValue() : QJsonValue(reason));
@@ -172,15 +135,11 @@ void describeValidity(Report* report, const BackendUserData& session)
         report->find(Finding::PortUnknown, QStringLiteral("no source names a port or a session"));
     } else if (session.getSession() > 0 &&
                session.getPort() != BackendUserData::portOfSession(session.getSession())) {
-        report->find(
-            Finding::PortOfAnotherSession,
-            QStringLiteral("the port is %1 (%2), but the front end of session %3 (%4) listens "
-                           "at %5")
-                .arg(session.getPort())
-                .arg(nameOf(session.source(UserData::Port)))
-                .arg(session.getSession())
-                .arg(nameOf(session.source(UserData::Session)))
-                .arg(BackendUserData::portOfSession(session.getSession())));
+        report->find(Finding::PortOfAnotherSession,
+                     "the port is %1 (%2), but the front end of session %3 (%4) listens at %5",
+                     session.getPort(), nameOf(session.source(UserData::Port)),
+                     session.getSession(), nameOf(session.source(UserData::Session)),
+                     BackendUserData::portOfSession(session.getSession()));
     }
 }
 
@@ -190,11 +149,7 @@ void describeSession(Report* report, const Request& request)
 {
     ReportedSession session;
     static_cast<void>(findSession(request, &session));
-    report->beginSection("session");
-    for (const Field& field : fields) {
-        describeField(report, session, field);
-        warnOfUnusedSetting(report, session, field);
-    }
+    describeFields(report, session);
     report->add("explicitPort", session.isExplicitPort());
     describeValidity(report, session);
     report->add("sessionDirectory", session.getSessionDirectory(false));

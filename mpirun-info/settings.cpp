@@ -1,26 +1,19 @@
-#include "mpirun-info/settings.h"
+// The settings of the suite, and variables that resemble them.
 
-#include "mpirun-info/report.h"
 #include "mpirun-info/sections.h"
-#include "mpirun-info/spelling.h"
 
 #include "common/env/zorvenv.h"
 
 #include <QProcessEnvironment>
 
 #include <algorithm>
+#include <utility>
 
 namespace {
 
 enum class Kind { Text, Path, Switch, Presence, Secret };
 
-struct Setting
-{
-    const char* name;
-    Kind kind;
-};
-
-constexpr Setting settings[] = {
+constexpr std::pair<const char*, Kind> settings[] = {
 #define SETTING(name, kind, ...) {name, Kind::kind},
 #include "common/env/settings.def"
 };
@@ -48,34 +41,38 @@ QJsonValue valueOf(Kind kind, const char* value)
     return QString::fromLocal8Bit(value);
 }
 
-// The variables that are set for a setting. The first one counts.
+// The variables that may give a setting. The first one that is set counts.
 QStringList variablesOf(const char* bareName)
 {
     QStringList variables;
     for (int prefix = 0; prefix < ZorvEnv::PrefixCount; ++prefix) {
-        if (ZorvEnv::read(prefix, bareName)) {
-            variables += QString::fromLatin1(ZorvEnv::variableName(prefix, bareName));
-        }
+        variables += QString::fromLatin1(ZorvEnv::variableName(prefix, bareName));
     }
     return variables;
 }
 
-void describeSetting(Report* report, const Setting& setting)
+QStringList setVariablesOf(const char* bareName)
 {
-    QStringList hidden = variablesOf(setting.name);
+    QStringList variables = variablesOf(bareName);
+    variables.removeIf(
+        [](const QString& name) { return !qEnvironmentVariableIsSet(qPrintable(name)); });
+    return variables;
+}
+
+void describeSetting(Report* report, const char* name, Kind kind)
+{
+    QStringList hidden = setVariablesOf(name);
     const QString winner = hidden.isEmpty() ? QString() : hidden.takeFirst();
-    const char* const value = ZorvEnv::uncachedValue(setting.name);
+    const char* const value = ZorvEnv::uncachedValue(name);
     for (const QString& variable : std::as_const(hidden)) {
         if (qgetenv(qPrintable(variable)) != value) {
-            report->find(Finding::SettingsConflict,
-                         QStringLiteral("%1 is not used because %2 has another value")
-                             .arg(variable, winner));
+            report->find(Finding::SettingsConflict, "%1 is not used because %2 has another value",
+                         variable, winner);
         }
     }
-    report->add(setting.name,
-                objectOf({{"variable", orNull(winner)},
-                          {"value", value ? valueOf(setting.kind, value) : QJsonValue()},
-                          {"hidden", QJsonArray::fromStringList(hidden)}}));
+    report->add(name, objectOf({{"variable", orNull(winner)},
+                                {"value", value ? valueOf(kind, value) : QJsonValue()},
+                                {"hidden", QJsonArray::fromStringList(hidden)}}));
 }
 
 // Every name under which a variable is read.
@@ -85,43 +82,27 @@ QStringList namesOfSettings()
     for (const char* name : plainVariables) {
         names += QString::fromLatin1(name);
     }
-    for (const Setting& setting : settings) {
-        for (int prefix = 0; prefix < ZorvEnv::PrefixCount; ++prefix) {
-            names += QString::fromLatin1(ZorvEnv::variableName(prefix, setting.name));
-        }
+    for (const auto& [name, kind] : settings) {
+        names += variablesOf(name);
     }
     return names;
-}
-
-// The prefixes of the settings, without the underscore that ends them.
-QStringList prefixes()
-{
-    QStringList result;
-    for (int prefix = 0; prefix < ZorvEnv::PrefixCount; ++prefix) {
-        result += QString::fromLatin1(ZorvEnv::variableName(prefix, "")).chopped(1);
-    }
-    return result;
-}
-
-bool hasPrefixOfSuite(const QString& name)
-{
-    const QStringList starts = prefixes();
-    return std::any_of(starts.begin(), starts.end(), [&](const QString& start) {
-        return name.startsWith(start, Qt::CaseInsensitive);
-    });
 }
 
 // Variables of other programs of the suite, and misspelt settings.
 void describeUnreadVariables(Report* report)
 {
     const QStringList known = namesOfSettings();
+    // Without the underscores that end them.
+    const QStringList prefixes = variablesOf("").replaceInStrings(QStringLiteral("_"), QString());
     QStringList unread;
     const QStringList names = QProcessEnvironment::systemEnvironment().keys();
     for (const QString& name : names) {
-        const bool isOfSuite = hasPrefixOfSuite(name);
-        const QString prefix = name.section(QLatin1Char('_'), 0, 0);
-        if (known.contains(name) ||
-            (!isOfSuite && nearestSpelling(prefix, prefixes(), 1).isNull())) {
+        const bool isOfSuite =
+            std::any_of(prefixes.begin(), prefixes.end(), [&](const QString& prefix) {
+                return name.startsWith(prefix, Qt::CaseInsensitive);
+            });
+        const QString start = name.section(QLatin1Char('_'), 0, 0);
+        if (known.contains(name) || (!isOfSuite && nearestSpelling(start, prefixes, 1).isNull())) {
             continue;
         }
         if (isOfSuite) {
@@ -129,8 +110,8 @@ void describeUnreadVariables(Report* report)
         }
         const QString nearest = nearestSpelling(name, known);
         if (!nearest.isNull()) {
-            report->find(Finding::SettingMisspelt,
-                         QStringLiteral("nothing reads %1; did you mean %2?").arg(name, nearest));
+            report->find(Finding::SettingMisspelt, "nothing reads %1; did you mean %2?", name,
+                         nearest);
         }
     }
     unread.sort();
@@ -141,14 +122,13 @@ void describeUnreadVariables(Report* report)
 
 QString winningVariable(const char* bareName)
 {
-    return variablesOf(bareName).value(0);
+    return setVariablesOf(bareName).value(0);
 }
 
 void describeSettings(Report* report, const Request&)
 {
-    report->beginSection("settings");
-    for (const Setting& setting : settings) {
-        describeSetting(report, setting);
+    for (const auto& [name, kind] : settings) {
+        describeSetting(report, name, kind);
     }
     report->beginSection("variables");
     for (const char* name : plainVariables) {

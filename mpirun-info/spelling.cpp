@@ -1,45 +1,37 @@
-#include "mpirun-info/spelling.h"
+// Suggestions for misspelt words.
+
+#include "mpirun-info/sections.h"
 
 #include <algorithm>
-#include <vector>
 
 namespace {
 
-// The number of slips between two words (Damerau and Levenshtein, optimal alignment).
-int distance(const QString& a, const QString& b)
+// Whether one word becomes the other with at most `slips` mistakes (Damerau and Levenshtein,
+// optimal alignment).
+bool isNear(QStringView a, QStringView b, int slips)
 {
-    const auto columns = size_t(b.size()) + 1;
-    std::vector<std::vector<int>> slips(size_t(a.size()) + 1, std::vector<int>(columns));
-    for (size_t i = 0; i < slips.size(); ++i) {
-        for (size_t j = 0; j < columns; ++j) {
-            if (i == 0 || j == 0) {
-                slips[i][j] = int(i + j);
-                continue;
-            }
-            const QChar x = a.at(qsizetype(i) - 1);
-            const QChar y = b.at(qsizetype(j) - 1);
-            slips[i][j] = std::min(
-                {slips[i - 1][j] + 1, slips[i][j - 1] + 1, slips[i - 1][j - 1] + (x == y ? 0 : 1)});
-            if (i > 1 && j > 1 && x == b.at(qsizetype(j) - 2) && a.at(qsizetype(i) - 2) == y) {
-                slips[i][j] = std::min(slips[i][j], slips[i - 2][j - 2] + 1);
-            }
-        }
+    const auto [aRest, bRest] = std::mismatch(a.begin(), a.end(), b.begin(), b.end());
+    a = QStringView(aRest, a.end());
+    b = QStringView(bRest, b.end());
+    if (slips == 0 || (a.isEmpty() && b.isEmpty())) {
+        return a.isEmpty() && b.isEmpty();
     }
-    return slips.back().back();
+    const bool isSwap = a.size() > 1 && b.size() > 1 && a[0] == b[1] && a[1] == b[0];
+    return isNear(a.mid(1), b, slips - 1) || isNear(a, b.mid(1), slips - 1) ||
+           isNear(a.mid(1), b.mid(1), slips - 1) ||
+           (isSwap && isNear(a.mid(2), b.mid(2), slips - 1));
 }
 
 } // namespace
 
 QString nearestSpelling(const QString& word, const QStringList& known, int mostSlips)
 {
-    QString nearest;
-    int fewest = mostSlips + 1;
-    for (const QString& candidate : known) {
-        const int slips = distance(word.toLower(), candidate.toLower());
-        if (slips < fewest) {
-            fewest = slips;
-            nearest = candidate;
+    for (int slips = 0; slips <= mostSlips; ++slips) {
+        for (const QString& candidate : known) {
+            if (isNear(word.toLower(), candidate.toLower(), slips)) {
+                return candidate;
+            }
         }
     }
-    return nearest;
+    return QString();
 }

@@ -1,16 +1,13 @@
-#include "mpirun-info/watch.h"
+// The live view of a session.
 
 #include "mpirun-info/probe.h"
-#include "mpirun-info/request.h"
 #include "mpirun-info/restartfiles.h"
+#include "mpirun-info/sections.h"
 
 #include "backend/backenduserdata.h"
-#include "branding/filenames.h"
 #include "common/ProcInfo.h"
 
-#include <QCoreApplication>
-#include <QDir>
-#include <QFileInfo>
+#include <QRegularExpression>
 #include <QTime>
 
 #include <cstdio>
@@ -21,42 +18,39 @@ namespace {
 constexpr useconds_t pauseUs = 200 * 1000;
 constexpr int looksOfScreen = 5;
 
-// One entry of the view: its name and state, and its age in seconds or -1.
-QJsonArray entry(const QString& state, qint64 age)
+// One entry of the view, with its age unless that is negative.
+QString entry(const QString& state, qint64 age)
 {
-    return {state, age};
+    return age < 0 ? state : filled("%1 (%2)", state, ageText(age));
 }
 
-QJsonArray entryOf(const char* name, const RestartFile& file)
+QString entryOf(const char* name, const RestartFile& file)
 {
-    return entry(QLatin1String(name) +
-                     (file.exists ? QLatin1String(" present") : QLatin1String(" absent")),
-                 file.age);
+    return entry(
+        filled("%1 %2", QLatin1String(name), QLatin1String(file.exists ? "present" : "absent")),
+        file.age);
 }
 
 // From /proc/PID/stat, see proc(5); the name in parentheses may hold anything.
 qint64 ageOfProcess(int pid)
 {
-    const QByteArray stat = systemFile(QStringLiteral("/proc/%1/stat").arg(pid));
+    const QByteArray stat = systemFile(filled("/proc/%1/stat", pid));
     const QList<QByteArray> fields = stat.mid(stat.lastIndexOf(')') + 2).split(' ');
     const double uptime = systemFile(QStringLiteral("/proc/uptime")).split(' ').first().toDouble();
     return qint64(uptime - fields.value(19).toDouble() / double(sysconf(_SC_CLK_TCK)));
 }
 
 // The kernel writes the state as "S (sleeping)".
-QJsonArray entryOf(const char* name, int pid)
+QString entryOf(const char* name, int pid)
 {
-    const QString line = ProcInfo::line(QStringLiteral("/proc/%1/status").arg(pid), "State:");
+    const QString line = ProcInfo::line(filled("/proc/%1/status", pid), "State:");
     const QString state = line.section(QLatin1Char('('), 1).section(QLatin1Char(')'), 0, 0);
-    return entry(QStringLiteral("%1 %2 %3").arg(QLatin1String(name)).arg(pid).arg(state),
-                 ageOfProcess(pid));
+    return entry(filled("%1 %2 %3", QLatin1String(name), pid, state), ageOfProcess(pid));
 }
 
 void addProcesses(QJsonArray* entries)
 {
-    const QString launcher =
-        QFileInfo(QDir(QCoreApplication::applicationDirPath()).filePath(FileName::zorvMpirun))
-            .canonicalFilePath();
+    const QString launcher = launcherPath();
     const QList<int> pids = ProcInfo::getList(int(geteuid()));
     for (int pid : pids) {
         if (ProcInfo::getExe(pid) == launcher) {
@@ -83,50 +77,38 @@ QJsonValue look(const Request& request)
     return entries;
 }
 
-// The entries with their ages, or the states alone.
-QStringList textsOf(const QJsonArray& entries, bool withAges)
-{
-    QStringList texts;
-    for (const auto& entry : entries) {
-        const auto age = qint64(entry[1].toDouble());
-        texts += entry[0].toString() +
-                 (withAges && age >= 0 ? QStringLiteral(" (%1)").arg(ageText(age)) : QString());
-    }
-    return texts;
-}
-
-QJsonArray lookWithinLimit(const Request& request)
+QStringList lookWithinLimit(const Request& request)
 {
     Probe probe([&] { return look(request); });
     return probe.wait() == Probe::Outcome::NoAnswer
-               ? QJsonArray{entry(QStringLiteral("session directory: no answer"), -1)}
-               : probe.answer().toArray();
+               ? QStringList(QStringLiteral("session directory: no answer"))
+               : probe.answer().toVariant().toStringList();
 }
 
 // Prints a screen, or a line.
-bool show(const QJsonArray& entries, bool isScreen)
+bool show(const QStringList& entries, bool isScreen)
 {
-    const QString form =
-        isScreen ? QStringLiteral("\033[H\033[2J%1\n%2\n") : QStringLiteral("%1 %2\n");
-    const QString text =
-        form.arg(QTime::currentTime().toString(QStringLiteral("HH:mm:ss")),
-                 textsOf(entries, true).join(isScreen ? QLatin1String("\n") : QLatin1String(", ")));
-    return fputs(text.toLocal8Bit().constData(), stdout) != EOF && fflush(stdout) != EOF;
+    const QString text = filled(isScreen ? "\033[H\033[2J%1\n%2\n" : "%1 %2\n",
+                                QTime::currentTime().toString(QStringLiteral("HH:mm:ss")),
+                                entries.join(QLatin1String(isScreen ? "\n" : ", ")));
+    return fputs(qPrintable(text), stdout) != EOF && fflush(stdout) != EOF;
 }
 
 } // namespace
 
 int watch(const Request& request)
 {
+    static const QRegularExpression ages(QStringLiteral(" \\(.*\\)$"));
     const bool isScreen = isatty(STDOUT_FILENO);
     QStringList shown;
     for (int looks = 0;; ++looks) {
-        const QJsonArray entries = lookWithinLimit(request);
+        const QStringList entries = lookWithinLimit(request);
         if (entries.isEmpty()) {
             fputs("there is no session to watch\n", stderr);
             return 1;
         }
-        const QStringList states = textsOf(entries, false);
+        QStringList states = entries;
+        states.replaceInStrings(ages, QString());
         const bool isDue = states != shown || (isScreen && looks % looksOfScreen == 0);
         if (isDue && !show(entries, isScreen)) {
             return 2;

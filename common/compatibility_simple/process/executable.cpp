@@ -5,6 +5,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QRegularExpression>
 #include <QStandardPaths>
 
@@ -28,11 +29,6 @@ constexpr qsizetype longestLine = 256;
 
 using Fault = ProgramFault;
 
-ProgramState faulty(Fault fault, const QString& cause)
-{
-    return {fault, cause};
-}
-
 Result<QByteArray> readHeader(const QString& path)
 {
     return readRegularFile(path, headerSize);
@@ -40,15 +36,18 @@ Result<QByteArray> readHeader(const QString& path)
 
 // The value of a key, such as "magic 7f454c46", in the description of a handler; null for
 // none.
-QByteArray valueIn(const QByteArray& description, const char* key)
+QByteArray valueIn(const QByteArray& description, const QByteArray& key)
 {
-    const QList<QByteArray> lines = description.split('\n');
-    for (const QByteArray& line : lines) {
-        if (line.startsWith(key)) {
-            return line.mid(qsizetype(strlen(key)));
-        }
+    const qsizetype start = description.indexOf('\n' + key);
+    return start == -1 ? QByteArray() : description.mid(start + 1 + key.size()).split('\n').first();
+}
+
+QByteArray masked(QByteArray bytes, const QByteArray& mask)
+{
+    for (qsizetype i = 0; i < std::min(bytes.size(), mask.size()); ++i) {
+        bytes[i] = char(bytes[i] & mask[i]);
     }
-    return QByteArray();
+    return bytes;
 }
 
 bool matches(const QByteArray& header, const QByteArray& description)
@@ -56,12 +55,7 @@ bool matches(const QByteArray& header, const QByteArray& description)
     const QByteArray magic = QByteArray::fromHex(valueIn(description, "magic "));
     const QByteArray mask = QByteArray::fromHex(valueIn(description, "mask "));
     const QByteArray start = header.mid(valueIn(description, "offset ").toInt(), magic.size());
-    bool same = !magic.isEmpty() && start.size() == magic.size();
-    for (qsizetype i = 0; same && i < magic.size(); ++i) {
-        const char bits = i < mask.size() ? mask.at(i) : '\xff';
-        same = (start.at(i) & bits) == (magic.at(i) & bits);
-    }
-    return same;
+    return !magic.isEmpty() && masked(start, mask) == masked(magic, mask);
 }
 
 // Whether binfmt_misc has a handler for a file, see the kernel's
@@ -151,27 +145,22 @@ ProgramState through(Fault fault, const char* role, const QString& path, int nes
         return state;
     }
     const char* const form = state.fault == Fault::Missing ? "%1 %2 is missing: %3" : "%1 %2: %3";
-    return faulty(fault, QString::fromLatin1(form).arg(QLatin1String(role), path, state.cause));
+    return {fault, QString::fromLatin1(form).arg(QLatin1String(role), path, state.cause)};
 }
 
 ProgramState examineBinary(const QString& path, const QByteArray& header, int nesting)
 {
     if (!isOwnArchitecture(header)) {
-        return isHandled(header)
-                   ? ProgramState()
-                   : faulty(Fault::Foreign,
-                            QStringLiteral("a program for another kind of processor"));
+        return {Fault::Foreign, QStringLiteral("a program for another kind of processor")};
     }
     const Segments segments = segmentsOf(header);
     if (!segments.areOfProgram) {
-        return faulty(Fault::NoProgram, QStringLiteral("a binary file, but not a program"));
+        return {Fault::NoProgram, QStringLiteral("a binary file, but not a program")};
     }
-    struct stat status;
-    if (stat(QFile::encodeName(path).constData(), &status) == 0 &&
-        quint64(status.st_size) < segments.end) {
-        return faulty(Fault::Truncated, QStringLiteral("cut off: %1 of at least %2 bytes")
-                                            .arg(status.st_size)
-                                            .arg(segments.end));
+    const qint64 size = QFileInfo(path).size();
+    if (quint64(size) < segments.end) {
+        return {Fault::Truncated,
+                QStringLiteral("cut off: %1 of at least %2 bytes").arg(size).arg(segments.end)};
     }
     return segments.loader.isEmpty()
                ? ProgramState()
@@ -212,8 +201,8 @@ ProgramState examineEnv(const QString& argument, int nesting)
     }
     const QString program = programOfEnv(argument);
     if (program.isEmpty()) {
-        return faulty(Fault::Interpreter,
-                      QStringLiteral("its first line names no interpreter after env"));
+        return {Fault::Interpreter,
+                QStringLiteral("its first line names no interpreter after env")};
     }
     const QString path =
         program.contains(QLatin1Char('/')) ? program : QStandardPaths::findExecutable(program);
@@ -223,21 +212,21 @@ ProgramState examineEnv(const QString& argument, int nesting)
     const char* const form = program.contains(QLatin1Char(' '))
                                  ? "its interpreter '%1' is not on PATH; env needs -S to split it"
                                  : "its interpreter %1 is not on PATH";
-    return faulty(Fault::Interpreter, QString::fromLatin1(form).arg(program));
+    return {Fault::Interpreter, QString::fromLatin1(form).arg(program)};
 }
 
 ProgramState examineScript(const QByteArray& header, int nesting)
 {
     const QByteArray line = header.mid(2, longestLine - 2).split('\n').first().split('\0').first();
     if (line.endsWith('\r')) {
-        return faulty(Fault::CarriageReturn,
-                      QStringLiteral("its first line ends with a carriage return"));
+        return {Fault::CarriageReturn,
+                QStringLiteral("its first line ends with a carriage return")};
     }
     const QString text =
         QFile::decodeName(line.trimmed()).replace(QLatin1Char('\t'), QLatin1Char(' '));
     const QString interpreter = text.section(QLatin1Char(' '), 0, 0);
     if (interpreter.isEmpty() || nesting > deepestNesting) {
-        return faulty(Fault::Interpreter, QStringLiteral("its first line names no interpreter"));
+        return {Fault::Interpreter, QStringLiteral("its first line names no interpreter")};
     }
     const ProgramState state = through(Fault::Interpreter, "its interpreter", interpreter, nesting);
     return state.fault == Fault::None && interpreter.endsWith(QLatin1String("/env"))
@@ -248,46 +237,39 @@ ProgramState examineScript(const QByteArray& header, int nesting)
 ProgramState examineContent(const QByteArray& header, const QString& path, int nesting)
 {
     if (header.isEmpty()) {
-        return faulty(Fault::Empty, QStringLiteral("an empty file"));
-    }
-    if (isBinary(header)) {
-        return examineBinary(path, header, nesting);
+        return {Fault::Empty, QStringLiteral("an empty file")};
     }
     if (header.startsWith("#!")) {
         return examineScript(header, nesting);
     }
-    return isHandled(header)
-               ? ProgramState()
-               : faulty(Fault::NoProgram, QStringLiteral("neither a program for this system nor a "
-                                                         "script that begins with #!"));
-}
-
-ProgramState examineAccess(const QString& path, const struct stat& status)
-{
-    const QByteArray name = QFile::encodeName(path);
-    if (!S_ISREG(status.st_mode)) {
-        return faulty(Fault::NoFile, S_ISDIR(status.st_mode)
-                                         ? QStringLiteral("a directory")
-                                         : QStringLiteral("not a regular file"));
-    }
-    if (faccessat(AT_FDCWD, name.constData(), X_OK, AT_EACCESS) == 0) {
-        return ProgramState();
-    }
-    struct statvfs system;
-    return statvfs(name.constData(), &system) == 0 && (system.f_flag & ST_NOEXEC)
-               ? faulty(Fault::NoExecMount, QStringLiteral("its file system is mounted noexec"))
-               : faulty(Fault::NotExecutable, QStringLiteral("you may not execute it"));
+    const ProgramState state =
+        isBinary(header)
+            ? examineBinary(path, header, nesting)
+            : ProgramState{Fault::NoProgram, QStringLiteral("neither a program for this system nor "
+                                                            "a script that begins with #!")};
+    return state.fault != Fault::None && isHandled(header) ? ProgramState() : state;
 }
 
 ProgramState examine(const QString& path, int nesting)
 {
+    const QByteArray name = QFile::encodeName(path);
     struct stat status;
-    if (stat(QFile::encodeName(path).constData(), &status) == -1) {
-        return faulty(errno == EACCES ? Fault::Unreachable : Fault::Missing, obstacleOn(path));
+    struct statvfs system;
+    if (stat(name.constData(), &status) == -1) {
+        return {errno == EACCES ? Fault::Unreachable : Fault::Missing, obstacleOn(path)};
     }
-    const ProgramState state = examineAccess(path, status);
+    if (!S_ISREG(status.st_mode)) {
+        return {Fault::NoFile, S_ISDIR(status.st_mode) ? QStringLiteral("a directory")
+                                                       : QStringLiteral("not a regular file")};
+    }
+    if (faccessat(AT_FDCWD, name.constData(), X_OK, AT_EACCESS) == -1) {
+        if (statvfs(name.constData(), &system) == 0 && (system.f_flag & ST_NOEXEC)) {
+            return {Fault::NoExecMount, QStringLiteral("its file system is mounted noexec")};
+        }
+        return {Fault::NotExecutable, QStringLiteral("you may not execute it")};
+    }
     const Result<QByteArray> header = readHeader(path);
-    return state.fault == Fault::None && header ? examineContent(*header, path, nesting) : state;
+    return header ? examineContent(*header, path, nesting) : ProgramState();
 }
 
 } // namespace
