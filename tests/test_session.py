@@ -20,11 +20,15 @@ def test_without_a_host_there_is_no_session(installation, session):
     assert session.files() == ["restart"]
 
 
-def test_rejected_option_leaves_the_session_alone(installation, session):
-    """A rejected command line starts no helper and makes no marker."""
+@pytest.mark.parametrize("arguments, error", [
+    pytest.param(["--zorvport", "x", "a.out"], "invalid --zorvport argument 'x'",
+                 id="invalid value"),
+    pytest.param(["--zorvhost"], "option '--zorvhost' requires an argument", id="no value"),
+])
+def test_rejected_option_leaves_the_session_alone(installation, session, arguments, error):
+    """A missing or invalid value gives one line and status 1; no helper and no marker."""
     session.restart.touch()
-    assert installation.launch("--zorvport", "x", "a.out") == Ended(
-        1, "", "invalid --zorvport argument 'x'\n")
+    assert installation.launch(*arguments) == Ended(1, "", f"{error}\n")
     assert session.files() == ["restart"]
 
 
@@ -109,13 +113,10 @@ def launcher_with_recording_helper(installation, session, make_fifo, scratch):
     return installation.start(), started, record
 
 
-every_signal = pytest.mark.parametrize(
+@pytest.mark.parametrize(
     "number", [SIGABRT, SIGBUS, SIGFPE, SIGHUP, SIGILL, SIGINT, SIGQUIT, SIGSEGV, SIGSTKFLT, SIGSYS,
                SIGTERM, SIGTRAP],
     ids=lambda number: getattr(number, "name", "SIGSTKFLT"))
-
-
-@every_signal
 def test_signal_reaches_the_helper_and_removes_the_marker(
         launcher_with_recording_helper, session, number):
     """The signal ends the launcher and its helper."""
@@ -141,14 +142,13 @@ def test_signal_reaches_the_helper_after_a_restart(launcher_with_recording_helpe
     assert session.files() == ["restart-hold"]
 
 
-@every_signal
-def test_signal_ends_the_launcher_in_a_hold(installation, session, started, number):
+def test_signal_ends_the_launcher_in_a_hold(installation, session, started):
     """The signal ends the launcher while it waits without a helper; the files stay."""
     launcher = installation.start()
     session.hold.touch()
     session.restart.touch()
     os.kill(int(started.line()), SIGKILL)
     launcher.wait_for_no_child()
-    launcher.send(number)
-    assert launcher.wait() == Ended(-number)
+    launcher.send(SIGTERM)
+    assert launcher.wait() == Ended(-SIGTERM)
     assert session.files() == ["restart", "restart-hold"]
