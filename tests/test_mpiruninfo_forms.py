@@ -42,11 +42,10 @@ def test_follows_its_schema(site):
     site.report("--host", "127.0.0.1", "-np", "2")
 
 
-def shown(site: Site, tmp_path_name: str, *arguments, env, under=()) -> str:
+def shown(site: Site, *arguments, **options) -> str:
     """All forms of the report, without what changes from run to run."""
-    archive = site.root.parent / tmp_path_name
-    texts = [site.start(site.program, *form, *arguments, under=under,
-                        env=env).wait().output
+    archive = site.root.parent / "bundle.tar"
+    texts = [site.start(site.program, *form, *arguments, **options).wait().output
              for form in ([], ["--json"], ["--bundle", str(archive)])]
     with tarfile.open(archive) as bundle:
         texts += [bundle.extractfile(name).read().decode() for name in bundle.getnames()]
@@ -61,19 +60,12 @@ def shown(site: Site, tmp_path_name: str, *arguments, env, under=()) -> str:
     "TALVORA_SESSION_COOKIE", "session file"])
 def test_shows_no_secret(site, namespace, way):
     """The report is the same whatever the secret is, however short, and so hides it."""
-    # Without a name server, which may take its time in one run and not in the other.
-    under = namespace.under
-
     def report(cookie: str) -> str:
         if way == "session file":
-            (site.sessions / "latest").unlink(missing_ok=True)
-            (site.sessions / "latest").write_text(
-                f"<session host='127.0.0.1' port='4244' session='3' cookie='{cookie}'/>\n")
-        elif way.startswith("--"):
-            return shown(site, "bundle.tar", way, cookie, "-np", "2", under=under, env={})
-        else:
-            return shown(site, "bundle.tar", under=under, env={way: cookie})
-        return shown(site, "bundle.tar", under=under, env={})
+            site.write_session("host='127.0.0.1' port='4244' session='3'", cookie)
+        # Without a name server, which may take its time in one run and not in the other.
+        return shown(site, *([way, cookie, "-np", "2"] if way.startswith("--") else []),
+                     under=namespace.under, env={way: cookie} if way.endswith("COOKIE") else {})
     long = report("Qx7-long-secret")
     assert "Qx7" not in long
     for short in ("a", "1", " ", "zorv"):
@@ -82,7 +74,7 @@ def test_shows_no_secret(site, namespace, way):
 
 def test_shows_no_value_of_a_joined_option(site):
     """The parser did not take the secret as one, but the user meant it as one."""
-    assert COOKIE not in shown(site, "bundle.tar", f"--zorvsessioncookie={COOKIE}", "a.out",
+    assert COOKIE not in shown(site, f"--zorvsessioncookie={COOKIE}", "a.out",
                                env={"ZORV_SESION_COOKIE": COOKIE})
 
 

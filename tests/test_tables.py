@@ -1,4 +1,4 @@
-"""The tables of settings and options agree with the programs and with what is generated."""
+"""The table of settings agrees with the programs, and what is generated with all tables."""
 
 import re
 from pathlib import Path

@@ -64,10 +64,10 @@ class Site:
         (self.sessions / "latest").symlink_to("127.0.0.1-3")
         installation.environment["ZORV_SESSION_PATH"] = str(self.sessions)
 
-    def write_session(self, attributes: str):
+    def write_session(self, attributes: str, cookie: str = COOKIE):
         """Writes the session file."""
         (self.sessions / "127.0.0.1-3").write_text(
-            f"<session {attributes} cookie='{COOKIE}'/>\n")
+            f"<session {attributes} cookie='{cookie}'/>\n")
 
     def prepare(self, script: str):
         """Runs a shell script in the installation's root."""
