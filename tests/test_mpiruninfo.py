@@ -253,9 +253,9 @@ def test_says_what_comes_of_a_launch(site, build, request, given):
         under = [*namespace.under, *under]
     report = site.report(*given.arguments, under=under, env=given.env)
     worked = site.launch_works(*given.arguments, hangs=given.hangs, under=under, env=given.env)
-    assert worked == given.works
-    assert report.codes(given.finds) == set(given.finds)
-    assert report.status == (0 if given.works else 1)
+    assert {"launch works": worked, "findings": report.codes(given.finds),
+            "status": report.status} == {"launch works": given.works, "findings": set(given.finds),
+                                         "status": 0 if given.works else 1}
     assert given.says in report.causes()
 
 
