@@ -30,6 +30,12 @@ def assert_is_left_alone(path, owner: int, installation, cause="belongs to anoth
         assert getattr(after, what) == getattr(before, what), what
 
 
+def test_leaves_a_strangers_file(installation, taken_name, another_user):
+    """A file of another user is not emptied."""
+    taken_name.write_text("text")
+    assert_is_left_alone(taken_name, another_user, installation)
+
+
 @pytest.mark.parametrize("target", ["precious", "nothing"])
 def test_follows_no_link_of_a_stranger(installation, taken_name, another_user, scratch, target):
     """A link of another user leads nowhere, neither to a file nor to a new one."""

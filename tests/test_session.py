@@ -113,10 +113,13 @@ def launcher_with_recording_helper(installation, session, make_fifo, scratch):
     return installation.start(), started, record
 
 
-@pytest.mark.parametrize(
+every_signal = pytest.mark.parametrize(
     "number", [SIGABRT, SIGBUS, SIGFPE, SIGHUP, SIGILL, SIGINT, SIGQUIT, SIGSEGV, SIGSTKFLT, SIGSYS,
                SIGTERM, SIGTRAP],
     ids=lambda number: getattr(number, "name", "SIGSTKFLT"))
+
+
+@every_signal
 def test_signal_reaches_the_helper_and_removes_the_marker(
         launcher_with_recording_helper, session, number):
     """The signal ends the launcher and its helper."""
@@ -142,13 +145,14 @@ def test_signal_reaches_the_helper_after_a_restart(launcher_with_recording_helpe
     assert session.files() == ["restart-hold"]
 
 
-def test_signal_ends_the_launcher_in_a_hold(installation, session, started):
+@every_signal
+def test_signal_ends_the_launcher_in_a_hold(installation, session, started, number):
     """The signal ends the launcher while it waits without a helper; the files stay."""
     launcher = installation.start()
     session.hold.touch()
     session.restart.touch()
     os.kill(int(started.line()), SIGKILL)
     launcher.wait_for_no_child()
-    launcher.send(SIGTERM)
-    assert launcher.wait() == Ended(-SIGTERM)
+    launcher.send(number)
+    assert launcher.wait() == Ended(-number)
     assert session.files() == ["restart", "restart-hold"]
