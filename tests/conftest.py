@@ -18,6 +18,7 @@ from support.installation import Build, Installation, Session
 from support.namespace import Namespace
 from support.processes import (Fifo, Process, become_subreaper, kill_descendants, read_text,
                                running_children, wait_until)
+from support.report import Site
 
 SOURCE = Path(__file__).resolve().parent.parent
 
@@ -157,6 +158,12 @@ def session(installation) -> Session:
     session = Session(installation.root / "session")
     installation.environment.update(ZORV_HOST="alpha", ZORV_SESSION_PATH=str(session.folder))
     return session
+
+
+@pytest.fixture
+def site(installation) -> Site:
+    """An installation and a session in which nothing is wrong, with the report beside it."""
+    return Site(installation)
 
 
 @pytest.fixture

@@ -1,6 +1,5 @@
 """The report says of a launch what comes of it, and names what is wrong."""
 
-import json
 import os
 import re
 from collections.abc import Mapping, Sequence
@@ -9,16 +8,10 @@ from dataclasses import dataclass, field
 import pytest
 
 from support.processes import Ended, wait_until
-from support.report import Site
-
-try:
-    import jsonschema
-except ImportError:
-    jsonschema = None  # test_mpiruninfo_forms.py says so
 
 USER = 54321
-# The limit of processes counts those of other tests, too: these rows have own users.
-BUSY_USER = 54330
+# The limit of processes counts those of other tests, too: one row has a user of its own.
+BUSY_USER = 54331
 
 
 def as_user(number: int) -> list[str]:
@@ -32,6 +25,9 @@ WRITE_HELPER = f"cat >{HELPER}; chmod +x {HELPER}"
 OWN_SESSIONS = f"chown {USER} sessions"
 # Binaries from this one are made wrong.
 COPY_TRUE = f"cp /bin/true {HELPER}"
+# Adds 4 MB of arguments, under a stack limit that lets them through.
+LONG_ARGUMENTS = ["sh", "-c", "ulimit -Ss unlimited; x=$(printf %0100000d 0); "
+                  "for i in $(seq 40); do set -- \"$@\" $x; done; exec \"$@\"", "sh"]
 
 
 @dataclass(frozen=True)
@@ -67,12 +63,6 @@ def stack(soft, hard="unlimited") -> list[str]:
     return ["prlimit", f"--stack={soft}:{hard}"]
 
 
-def long_arguments(count: int, stack_kib) -> list[str]:
-    """Adds arguments of 100000 bytes, under a soft stack limit that lets them through."""
-    return ["sh", "-c", f"ulimit -Ss {stack_kib}; x=$(printf %0100000d 0); "
-                        f"for i in $(seq {count}); do set -- \"$@\" $x; done; exec \"$@\"", "sh"]
-
-
 SETUPS = [
     works("nothing wrong"),
     # The helper.
@@ -81,11 +71,6 @@ SETUPS = [
     works("helper through a link", prepare=f"mv {HELPER} real; ln -s ../real {HELPER}"),
     works("interpreter after a blank, with an argument",
           prepare=f"printf '#! /bin/sh -e\\n: >ran/yes\\n' | {{ {WRITE_HELPER}; }}"),
-    works("interpreter by env",
-          prepare=f"printf '#!/usr/bin/env sh\\n: >ran/yes\\n' | {{ {WRITE_HELPER}; }}"),
-    works("interpreter that is a script",
-          prepare=f"printf '#!/bin/sh\\n: >ran/yes\\n' >inner; chmod +x inner; "
-                  f"echo \"#!$PWD/inner\" | {{ {WRITE_HELPER}; }}"),
     broken("missing helper", "helper-missing", prepare=f"rm {HELPER}", says="does not exist"),
     broken("link to the launcher", "helper-is-launcher", hangs=True,
            prepare=f"ln -sf zorv-mpirun {HELPER}"),
@@ -109,29 +94,20 @@ SETUPS = [
            says="cut off"),
     broken("missing interpreter", "helper-interpreter",
            prepare=f"echo '#!/nowhere/sh' >{HELPER}", says="/nowhere does not exist"),
-    broken("interpreter that is a directory", "helper-interpreter",
-           prepare=f"echo '#!/etc' >{HELPER}", says="/etc: a directory"),
-    broken("interpreter that env does not find", "helper-interpreter",
-           prepare=f"echo '#!/usr/bin/env nosuchsh' >{HELPER}", says="nosuchsh is not on PATH"),
     *[works(f"interpreter by {line}", prepare=f"printf '#!/usr/bin/{line}\\n: >ran/yes\\n' "
                                               f"| {{ {WRITE_HELPER}; }}")
-      for line in ("env -S sh -e", "env -vS A=b sh", "env\t/bin/sh", "env -S -u A \"sh\"")],
+      for line in ("env sh", "env -vS A=b sh", "env\t/bin/sh", "env -S -u A \"sh\"")],
     *[broken(f"interpreter by {line}", "helper-interpreter", says=cause,
              prepare=f"printf '#!/usr/bin/{line}\\n: >ran/yes\\n' | {{ {WRITE_HELPER}; }}")
       for line, cause in (("env sh -e", "'sh -e' is not on PATH; env needs -S to split it"),
-                          ("env -S nosuchsh -e", "nosuchsh is not on PATH"),
-                          ("env /nowhere/sh", "/nowhere does not exist"))],
+                          ("env -S nosuchsh -e", "nosuchsh is not on PATH"))],
     # They start themselves again and again.
     *[broken(f"only {line} as an interpreter", "helper-interpreter", hangs=True,
              prepare=f"printf '#!/usr/bin/{line}\\n: >ran/yes\\n' | {{ {WRITE_HELPER}; }}",
              says="its first line names no interpreter after env")
       for line in ("env", "env A=b", "env -S A=b")],
-    broken("first line without an interpreter", "helper-interpreter",
-           prepare=f"echo '#!' >{HELPER}"),
     broken("carriage return after the interpreter", "helper-carriage-return",
            prepare=f"sed -i 's/$/\\r/' {HELPER}"),
-    broken("carriage return after an argument", "helper-carriage-return",
-           prepare=f"printf '#!/bin/sh -e\\r\\n:\\r\\n' >{HELPER}"),
     broken("missing loader", "helper-loader",
            prepare=f"LC_ALL=C sed 's,/ld-,/xx-,' /bin/true >{HELPER}", says="/xx-"),
     broken("missing library", "helper-library",
@@ -145,33 +121,23 @@ SETUPS = [
                    f"ln -s ../closed/helper {HELPER}; chmod 700 closed",
            says="is a link to a path that you may not search"),
     # Limits.
-    *[broken(f"{count} open files", "descriptors-exhausted", "not-looked-at",
-             under=["prlimit", f"--nofile={count}"]) for count in (4, 5)],
-    *[broken(f"{count} open files", "descriptors-exhausted",
-             under=["prlimit", f"--nofile={count}"]) for count in range(6, 11)],
+    broken("4 open files", "descriptors-exhausted", "not-looked-at",
+           under=["prlimit", "--nofile=4"]),
+    broken("10 open files", "descriptors-exhausted", under=["prlimit", "--nofile=10"]),
     *[works(f"{count} open files", "few-descriptors", under=["prlimit", f"--nofile={count}"])
-      for count in (11, 12, 13, 16, 32)],
-    broken("descriptors used up by the log", "descriptors-exhausted",
-           under=["prlimit", "--nofile=10"], env={"ZORV_MPIRUN_LOG": "log"},
-           prepare=f'cp "$TESTCHILD_PROGRAM" {HELPER}'),
+      for count in (11, 32)],
     broken("one process", "processes-exhausted", "not-looked-at",
            under=[*AS_USER, "prlimit", "--nproc=1"], prepare=OWN_SESSIONS),
-    works("few processes", under=[*as_user(BUSY_USER + 1), "prlimit", "--nproc=4"],
-          prepare=f"chown {BUSY_USER + 1} sessions"),
-    *[works(f"{mebibytes} MiB of addresses", under=["prlimit", f"--as={mebibytes * MEBIBYTE}"])
-      for mebibytes in (120, 200)],
-    works("long arguments", under=long_arguments(40, "unlimited")),
-    works("long arguments, unusual stack limit", under=long_arguments(50, 102400)),
+    works("few processes", under=[*as_user(BUSY_USER), "prlimit", "--nproc=4"],
+          prepare=f"chown {BUSY_USER} sessions"),
+    works("120 MiB of addresses", under=["prlimit", f"--as={120 * MEBIBYTE}"]),
+    works("long arguments", under=LONG_ARGUMENTS),
     broken("arguments longer than the helper's stack limit allows",
-           "arguments-too-long", "old-stack-limit-set", under=long_arguments(30, "unlimited"),
+           "arguments-too-long", "old-stack-limit-set", under=LONG_ARGUMENTS,
            env={"TALVORA_OLD_STACK_LIMIT": str(8 * MEBIBYTE)}),
-    *[works(f"stack limit of {kib} KiB", under=stack(kib * 1024))
-      for kib in (64, 1024, 8192, 131072)],
-    works("unlimited stack", under=stack("unlimited")),
+    *[works(f"stack limit of {soft}", under=stack(soft)) for soft in (65536, "unlimited")],
     works("hard stack limit of 1 MiB", "stack-limit-hard",
           under=stack(MEBIBYTE, MEBIBYTE)),
-    works("hard stack limit that is left alone", under=stack(MEBIBYTE, MEBIBYTE),
-          env={"ZORV_IGNORE_STACK_LIMIT": ""}),
     *[broken(f"old stack limit of {limit}", "old-stack-limit-set", "stack-too-small",
              env={"TALVORA_OLD_STACK_LIMIT": limit}) for limit in ("0", "4096")],
     *[works(f"old stack limit of {limit}", "old-stack-limit-set",
@@ -179,10 +145,8 @@ SETUPS = [
     # The session.
     broken("hold file left", "hold-file-left", hangs=True, prepare=": >sessions/restart-hold",
            says="sessions/restart-hold"),
-    broken("directory as a hold file", "hold-file-left", hangs=True,
-           prepare="mkdir sessions/restart-hold"),
     broken("restart file left", "restart-file-left", hangs=True, prepare=": >sessions/restart"),
-    works("restart file that is a dead link", prepare="ln -s nowhere sessions/restart"),
+    works("restart file that is a dangling link", prepare="ln -s nowhere sessions/restart"),
     works("hold file without a session", "session-invalid", "session-file-unusable",
           prepare="rm sessions/*; : >sessions/restart-hold"),
     works("restart file that cannot be answered", "restart-file-stuck",
@@ -194,24 +158,13 @@ SETUPS = [
     *[works(f"{what} in the marker's place", "marker-foreign",
             prepare=f"{make} sessions/restart-supported")
       for what, make in (("directory", "mkdir"), ("FIFO", "mkfifo"))],
-    works("link to a device as the marker", prepare="ln -s /dev/null sessions/restart-supported"),
-    works("missing session directory", "session-directory-unusable", "port-unknown",
-          prepare="rm -r sessions", env={"ZORV_HOST": "127.0.0.1"}),
-    works("closed home", "session-directory-unusable", "session-invalid",
-          "session-file-unusable", under=AS_USER,
-          prepare="mkdir closed; chmod 700 closed; chown 0 closed",
-          env={"ZORV_SESSION_PATH": "", "HOME": "closed"}, says="no permission to search "),
-    works("FIFO as the home", "session-directory-unusable", "session-invalid",
-          "session-file-unusable", prepare="mkfifo fifo",
-          env={"ZORV_SESSION_PATH": "", "HOME": "fifo"}, says="fifo is not a directory"),
+    works("missing session directory", "session-directory-unusable",
+          prepare="rm -r sessions", env={"ZORV_HOST": "127.0.0.1", "ZORV_PORT": "4244"}),
+    works("unknown port", "port-unknown", prepare="rm sessions/*", env={"ZORV_HOST": "127.0.0.1"}),
     works("no home", "home-unset", "session-directory-unusable", "session-invalid",
           "session-file-unusable", env={"ZORV_SESSION_PATH": "", "HOME": None}),
-    works("negative port", "session-invalid", arguments=["--zorvport", "-5"],
-          says="-5 is not a port (option)"),
     works("large port", "session-invalid", says="70000 is not a port (session file)",
           prepare="echo '<session host=\"a\" port=\"70000\"/>' >sessions/latest"),
-    works("FIFO as a session file", "session-file-unusable", "session-invalid",
-          prepare="mkfifo fifo", env={"ZORV_SESSION_FILE": "fifo"}),
     works("dead link as a session file", "session-file-unusable", "session-invalid",
           prepare="rm sessions/127.0.0.1-3", says="(dead link), a link to "),
     works("session file that is no XML", "session-file-unusable", "session-invalid",
@@ -234,19 +187,14 @@ SETUPS = [
           says="nowhere does not exist"),
     works("log in a missing directory", "log-unwritable",
           env={"ZORV_MPIRUN_LOG": "nowhere/log"}),
-    works("directory in the log's place", "log-unwritable",
-          prepare="mkdir log-$(uname -n).log", env={"ZORV_MPIRUN_LOG": "log"}),
     # Slips of the pen.
     broken("no number", "command-line-rejected", arguments=["--zorvport", "42x"],
            says="invalid --zorvport argument '42x'"),
-    broken("no value", "command-line-rejected", arguments=["--zorvport"]),
     broken("usage", "usage-asked", arguments=["--zorvmanuallaunch"]),
     works("joined option", "option-joined", arguments=["--zorvport=4242", "-np", "2"],
           says="'--zorvport=...' ended the options; write '--zorvport VALUE'"),
     works("misspelt option", "option-misspelt", arguments=["--zorvhots", "b"],
           says="'--zorvhots' ended the options; did you mean '--zorvhost'?"),
-    works("one dash", "option-misspelt", arguments=["-zorvport", "4242"],
-          says="did you mean '--zorvport'?"),
     works("long dash", "option-misspelt", arguments=["\u2013zorvport", "4242"],
           says="did you mean '--zorvport'?"),
     works("late option", "option-after-others",
@@ -284,14 +232,8 @@ SETUPS = [
 ]
 
 
-@pytest.fixture
-def site(installation) -> Site:
-    """An installation and a session in which nothing is wrong."""
-    return Site(installation)
-
-
 @pytest.mark.parametrize("given", SETUPS)
-def test_says_what_comes_of_a_launch(site, build, source, request, given):
+def test_says_what_comes_of_a_launch(site, build, request, given):
     """The report is bad if, and only if, the launch fails, and has the right findings."""
     under = list(given.under)
     if under[:1] == ["setpriv"]:
@@ -311,17 +253,14 @@ def test_says_what_comes_of_a_launch(site, build, source, request, given):
         under = [*namespace.under, *under]
     report = site.report(*given.arguments, under=under, env=given.env)
     worked = site.launch_works(*given.arguments, hangs=given.hangs, under=under, env=given.env)
-    assert worked == given.works
-    assert report.codes(given.finds) == set(given.finds)
-    assert report.status == (0 if given.works else 1)
+    assert {"launch works": worked, "findings": report.codes(given.finds),
+            "status": report.status} == {"launch works": given.works, "findings": set(given.finds),
+                                         "status": 0 if given.works else 1}
     assert given.says in report.causes()
-    if jsonschema:
-        schema = json.loads((source / "mpirun-info/zorv-mpirun-info.schema.json").read_text())
-        jsonschema.validate(report.json, schema)
 
 
 def test_does_not_judge_a_helper_that_it_cannot_read(site, another_user):
-    """A program works that may be executed and not read; a script does not."""
+    """Status 2: it is not known whether a launch would fail, as only a script must be readable."""
     site.prepare(f"{OWN_SESSIONS}; chmod 711 {HELPER}")
     report = site.report(under=AS_USER)
     assert (report.status, "helper-unreadable" in report.codes()) == (2, True)
@@ -369,14 +308,7 @@ def test_names_a_file_server_that_gives_no_answer(site, silent, namespace, env, 
 
 def test_names_a_name_server_that_gives_no_answer(site, namespace):
     """The whole report comes within 10 seconds; the launch looks nothing up."""
-    namespace.run("""
-        mount -t tmpfs none /etc
-        echo hosts: files dns >/etc/nsswitch.conf
-        echo nameserver 10.9.9.2 >/etc/resolv.conf
-        ip link add d0 type veth peer name d1
-        ip addr add 10.9.9.1/24 dev d0
-        ip link set lo up; ip link set d0 up; ip link set d1 up
-        ip neigh add 10.9.9.2 lladdr 02:00:00:00:00:02 dev d0""")
+    namespace.use_silent_name_server()
     site.write_session("host='alpha' port='4244' session='3'")
     started = os.times().elapsed
     report = site.report(under=namespace.under)
@@ -404,23 +336,17 @@ def test_leaves_nothing_behind(site):
     assert sorted(path for path in site.root.rglob("*")) == before
 
 
-@pytest.mark.parametrize("under", [
-    [], ["prlimit", "--nofile=12"], [*as_user(BUSY_USER), "prlimit", "--nproc=2"]], ids=str)
-def test_says_that_the_command_line_asks_for_help(site, build, request, under):
+def test_says_that_the_command_line_asks_for_help(site):
     """The launcher prints its help and starts nothing."""
-    if under and build.variable("ZORV_SANITIZE") == "ON":
-        pytest.skip("the sanitizers need resources of their own")
-    if under[:1] == ["setpriv"]:
-        request.getfixturevalue("another_user")
-        site.prepare(f"chown {BUSY_USER} sessions")
-    report = site.report("-h", env={"ZORV_MANUAL_LAUNCH": "yes"}, under=under)
-    assert (report.status, report.codes() - {"few-descriptors"}) == (0, {"help-asked"})
+    report = site.report("-h", env={"ZORV_MANUAL_LAUNCH": "yes"})
+    assert (report.status, report.codes()) == (0, {"help-asked"})
 
 
 def test_takes_the_command_line_after_a_name_of_the_launcher(site):
     """The launcher may have another name; options after it are its own."""
     site.prepare("ln -s zorv-mpirun bin/mpirun")
-    assert site.report("bin/mpirun", "--zorvport", "x").codes() == {"command-line-rejected"}
+    report = site.report("bin/mpirun", "--zorvport", "x")
+    assert not report.json["commandLine"]["accepted"]
     report = site.report("/opt/bin/zorv-mpirun", "--zorvsession", "3", "--help", "--json")
     assert report.json["commandLine"]["argumentsOfMpiLauncher"] == 2
 

@@ -99,10 +99,3 @@ def test_request_that_cannot_be_removed_is_reported_once(installation, session):
     assert (ended.status, record.read_text()) == (0, 4 * "helper\n")
     assert re.fullmatch(rf"{session.restart}: .*; it asks for a restart each time that the "
                         r"helper ends\n", ended.errors)
-
-
-def test_dangling_link_is_no_request(installation, session):
-    """A link that leads nowhere does not exist, as for most programs."""
-    session.restart.symlink_to("nowhere")
-    assert installation.launch() == Ended(0, "started\n")
-    assert session.restart.is_symlink()

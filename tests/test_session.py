@@ -20,11 +20,15 @@ def test_without_a_host_there_is_no_session(installation, session):
     assert session.files() == ["restart"]
 
 
-def test_rejected_option_leaves_the_session_alone(installation, session):
-    """A rejected command line starts no helper and makes no marker."""
+@pytest.mark.parametrize("arguments, error", [
+    pytest.param(["--zorvport", "x", "a.out"], "invalid --zorvport argument 'x'",
+                 id="invalid value"),
+    pytest.param(["--zorvhost"], "option '--zorvhost' requires an argument", id="no value"),
+])
+def test_rejected_option_leaves_the_session_alone(installation, session, arguments, error):
+    """A missing or invalid value gives one line and status 1; no helper and no marker."""
     session.restart.touch()
-    assert installation.launch("--zorvport", "x", "a.out") == Ended(
-        1, "", "invalid --zorvport argument 'x'\n")
+    assert installation.launch(*arguments) == Ended(1, "", f"{error}\n")
     assert session.files() == ["restart"]
 
 

@@ -1,12 +1,10 @@
-"""The tables of settings and options agree with the programs and with what is generated."""
+"""The table of settings agrees with the programs, and what is generated with all tables."""
 
 import re
 from pathlib import Path
 
-import pytest
-
 from support.processes import Ended
-from support.tables import options, settings
+from support.tables import settings
 
 
 def test_generated_parts_are_current(run, source):
@@ -27,15 +25,3 @@ def program_sources(source: Path) -> list[Path]:
     return [file for file in source.glob("*/**/*.cpp")
             if file.relative_to(source).parts[0] not in ("build", "tests")
             and file.name != "zorvenv.cpp"]
-
-
-@pytest.mark.parametrize("option", options(), ids=lambda option: option.name)
-def test_options_take_the_value_of_the_table(installation, session, option):
-    """A switch takes no value; others are rejected without one, or if it is no number."""
-    started = Ended(0, "started\n")
-    invalid = Ended(1, "", f"invalid {option.name} argument 'x'\n")
-    assert installation.launch(option.name, "x") == (
-        invalid if option.value in ("NUMBER", "PID") else started)
-    if option.value:
-        assert installation.launch(option.name) == Ended(
-            1, "", f"option '{option.name}' requires an argument\n")

@@ -13,8 +13,7 @@ DIFFERENCES = {
         "a signal that dumps core ends a program otherwise, with a message",
     r"\[SIGRTM(IN|AX)\]|test_value_of_a_queued_signal_is_passed_on":
         "the last real-time signals are its own",
-    r"test_program_(that_was|may_be_named_as_if_it_were)_removed":
-        "the program is a file of the emulator",
+    r"test_program_that_was_removed": "the program is a file of the emulator",
     r"test_reaper_": "process 1 is the emulator, and it does not tell of a child subreaper",
     r"test_mpiruninfo": "the machine's shell is a program for another kind of processor",
     r"test_package_launches.*\[(DEB|RPM)\]": "the package is for another architecture",

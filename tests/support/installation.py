@@ -70,13 +70,13 @@ class Installation:
         shutil.copy(self.build.testchild, self.helper)
         self.environment["TESTCHILD"] = " ".join(str(action) for action in actions)
 
-    def start(self, *arguments, under: Sequence = (), cwd: Optional[Path] = None,
+    def start(self, *arguments, under: Sequence = (),
               env: Optional[Mapping[str, Optional[str]]] = None) -> Process:
         """Starts the launcher, through the command `under` if there is one.
 
         `env` changes the environment; None unsets a variable.
         """
-        return self._start(*under, self.launcher, *arguments, env=env, cwd=cwd)
+        return self._start(*under, self.launcher, *arguments, env=env)
 
     def launch(self, *arguments, **options) -> Ended:
         """Starts the launcher and waits for its end."""

@@ -26,6 +26,17 @@ class Namespace:
         """Runs a shell script in the namespaces, in the root directory; it must not fail."""
         subprocess.run([*self.under, "sh", "-ec", script, "sh", *arguments], check=True)
 
+    def use_silent_name_server(self):
+        """Lets all look-ups of names go to a name server that gives no answer."""
+        self.run("""
+            mount -t tmpfs none /etc
+            echo hosts: files dns >/etc/nsswitch.conf
+            echo nameserver 10.9.9.2 >/etc/resolv.conf
+            ip link add d0 type veth peer name d1
+            ip addr add 10.9.9.1/24 dev d0
+            ip link set lo up; ip link set d0 up; ip link set d1 up
+            ip neigh add 10.9.9.2 lladdr 02:00:00:00:00:02 dev d0""")
+
     def sent_datagrams(self) -> int:
         """How many UDP datagrams were sent in the namespaces."""
         names, values = (line.split() for line in

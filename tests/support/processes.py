@@ -3,6 +3,7 @@
 import ctypes
 import os
 import re
+import select
 import shlex
 import signal
 import subprocess
@@ -88,6 +89,8 @@ class Fifo:
 
     def line(self) -> str:
         """Waits for a line."""
+        if not select.select([self._file], [], [], 30)[0]:
+            pytest.fail(f"not within 30 s: a line in the FIFO {self.path.name!r}")
         return self._file.readline().decode().rstrip("\n")
 
     def close(self):

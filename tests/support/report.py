@@ -6,14 +6,21 @@ import signal
 import subprocess
 from collections.abc import Mapping, Sequence
 from dataclasses import dataclass
+from pathlib import Path
 from typing import Optional
 
 from support.installation import Installation
+
+try:
+    import jsonschema
+except ImportError:
+    jsonschema = None  # test_follows_its_schema says so
 
 # What depends on the machine and its network.
 OF_THE_MACHINE = {"no-address", "host-unknown", "name-server-silent", "slow-look-up",
                   "slow-directory", "single-processor", "mixed-mpi", "directory-cached"}
 HANG_SECONDS = 2
+SCHEMA = Path(__file__).parents[2] / "mpirun-info/zorv-mpirun-info.schema.json"
 COOKIE = "c00kie"
 
 
@@ -57,10 +64,10 @@ class Site:
         (self.sessions / "latest").symlink_to("127.0.0.1-3")
         installation.environment["ZORV_SESSION_PATH"] = str(self.sessions)
 
-    def write_session(self, attributes: str):
+    def write_session(self, attributes: str, cookie: str = COOKIE):
         """Writes the session file."""
         (self.sessions / "127.0.0.1-3").write_text(
-            f"<session {attributes} cookie='{COOKIE}'/>\n")
+            f"<session {attributes} cookie='{cookie}'/>\n")
 
     def prepare(self, script: str):
         """Runs a shell script in the installation's root."""
@@ -74,10 +81,13 @@ class Site:
         return self.installation._start(*under, program, *arguments, env=env, cwd=self.root)
 
     def report(self, *arguments, **options) -> Report:
-        """The report in JSON."""
+        """The report in JSON, which follows its schema."""
         ended = self.start(self.program, "--json", *arguments, **options).wait()
         assert ended.output and not ended.errors, ended
-        return Report(ended.status, json.loads(ended.output))
+        report = json.loads(ended.output)
+        if jsonschema:
+            jsonschema.validate(report, json.loads(SCHEMA.read_text()))
+        return Report(ended.status, report)
 
     def launch_works(self, *arguments, hangs: bool, **options) -> bool:
         """Whether the helper runs and the launcher ends after it with status 0."""

@@ -8,18 +8,17 @@ SOURCE = Path(__file__).resolve().parent.parent.parent
 
 
 class Option(NamedTuple):
-    """An option; the value is what the manual page calls it, empty for a switch."""
+    """An option with its spellings of manual-launch mode."""
 
     name: str
     simple_names: list[str]
-    value: str
 
 
 def options() -> list[Option]:
     """The rows of the table of options."""
-    rows = re.findall(r'^\w+_OPTION\("([^"]+)", "([^"]*)", "([^"]*)"', (
+    rows = re.findall(r'^\w+_OPTION\("([^"]+)", "([^"]*)"', (
         SOURCE / "backend/options.def").read_text(), re.MULTILINE)
-    return [Option(name, simple_names.split(), value) for name, simple_names, value in rows]
+    return [Option(name, simple_names.split()) for name, simple_names in rows]
 
 
 def settings() -> list[str]:
