@@ -52,8 +52,11 @@ private Q_SLOTS:
                 QCOMPARE(options.tarballFileName(), u"t"_s);
                 QCOMPARE(options.session(), -7);
                 QCOMPARE(options.port(), 42);
-                QVERIFY(options.isDebug() && options.isVerbose() && options.isProgress());
-                QVERIFY(options.isNoSessionCookie() && options.isWaitForTopologyFile());
+                QVERIFY(options.isDebug());
+                QVERIFY(options.isVerbose());
+                QVERIFY(options.isProgress());
+                QVERIFY(options.isNoSessionCookie());
+                QVERIFY(options.isWaitForTopologyFile());
             }
         }
     }
