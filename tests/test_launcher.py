@@ -186,8 +186,9 @@ def test_loads_no_other_qt(installation, scratch):
 ])
 def test_helper_input_decides_what_the_helper_reads(installation, value, seen):
     """The helper reads from a pipe that the launcher holds, or from the launcher's input."""
-    installation.set_helper('ls -l "/proc/$PPID/fd" | grep -oF "$(readlink "/proc/$$/fd/0")" |'
-                            ' uniq | tr -d "0-9"')
+    # The launcher closes a descriptor when the helper has started.
+    installation.set_helper('readlink "/proc/$PPID/fd"/* | grep -xF "$(readlink "/proc/$$/fd/0")"'
+                            ' | uniq | tr -d "0-9"')
     assert installation.launch(env={"ZORV_HELPER_INPUT": value}) == Ended(0, f"{seen}\n")
 
 
