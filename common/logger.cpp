@@ -146,15 +146,17 @@ QByteArray timeText()
 }
 
 // The name of the program's file. Looked up at the first record: a program that writes none
-// needs no look-up.
+// needs no look-up. After the end of the application, Qt does not know it.
 const QByteArray& appName()
 {
+    const auto path = [] {
+        return QCoreApplication::instance()
+                   ? QCoreApplication::applicationFilePath()
+                   : QFile::symLinkTarget(QStringLiteral("/proc/self/exe"));
+    };
     // Never freed: static destructors may log.
     static const auto* const name =
-        new QByteArray(QFileInfo(QCoreApplication::applicationFilePath())
-                           .fileName()
-                           .left(longestAppName)
-                           .toLocal8Bit());
+        new QByteArray(QFileInfo(path()).fileName().left(longestAppName).toLocal8Bit());
     return *name;
 }
 

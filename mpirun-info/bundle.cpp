@@ -1,6 +1,5 @@
-// The archive for a support ticket.
+#include "mpirun-info/bundle.h"
 
-#include "mpirun-info/probe.h"
 #include "mpirun-info/sections.h"
 
 #include "backend/backenduserdata.h"
@@ -14,6 +13,7 @@ namespace {
 
 constexpr qsizetype blockSize = 512;
 constexpr qsizetype longestLogEnd = 65536;
+const QByteArray notRead = QByteArrayLiteral("It cannot be read.\n");
 
 // Writes a number or text into the field of a header.
 void put(QByteArray* header, qsizetype offset, const QByteArray& text)
@@ -76,16 +76,21 @@ QJsonValue endOfLog()
 
 QByteArray answerOf(Probe* probe)
 {
-    return probe->isAnswered() ? probe->answer().toString().toLocal8Bit()
-                               : QByteArray("It cannot be read.\n");
+    return probe->isAnswered() ? probe->answer().toString().toLocal8Bit() : notRead;
 }
 
 } // namespace
 
-bool writeBundle(const Report& report, const Request& request)
+BundledFiles::BundledFiles(const Request& request)
+    : session([&request] { return describeSessionFile(request); })
+    , log(endOfLog)
 {
-    Probe session([&] { return describeSessionFile(request); });
-    Probe log(endOfLog);
+}
+
+bool writeBundle(const QString& fileName, const Report& report, BundledFiles* files)
+{
+    const QByteArray session = files ? answerOf(&files->session) : notRead;
+    const QByteArray log = files ? answerOf(&files->log) : notRead;
     const QByteArray archive =
         archived("report.txt", report.toText()) + archived("report.json", report.toJson()) +
         archived("settings.txt",
@@ -93,18 +98,18 @@ bool writeBundle(const Report& report, const Request& request)
         archived("versions.txt",
                  report.toText({QStringLiteral("version"), QStringLiteral("system"),
                                 QStringLiteral("libraries"), QStringLiteral("mpi")})) +
-        archived("session.txt", answerOf(&session)) + archived("log.txt", answerOf(&log)) +
+        archived("session.txt", session) + archived("log.txt", log) +
         QByteArray(2 * blockSize, '\0');
-    QFile file(request.bundle);
+    QFile file(fileName);
     if (!file.open(QIODevice::WriteOnly | QIODevice::NewOnly | QIODevice::Unbuffered,
                    QFile::ReadOwner | QFile::WriteOwner)) {
-        perror(qPrintable(request.bundle));
+        perror(qPrintable(fileName));
         return false;
     }
     const bool isWritten = file.write(archive) == archive.size();
     file.close();
     if (!isWritten || file.error() != QFile::NoError) {
-        perror(qPrintable(request.bundle));
+        perror(qPrintable(fileName));
         file.remove();
         return false;
     }

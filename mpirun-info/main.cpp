@@ -1,5 +1,6 @@
 // The main function: the options, and the report from its sections.
 
+#include "mpirun-info/bundle.h"
 #include "mpirun-info/probe.h"
 #include "mpirun-info/sections.h"
 
@@ -16,6 +17,7 @@
 #include <csignal>
 #include <cstdio>
 #include <deque>
+#include <optional>
 #include <sys/resource.h>
 #include <vector>
 
@@ -167,7 +169,7 @@ void addSections(Report* report, const Request& request)
     }
 }
 
-Report makeReport(const Request& request)
+Report makeReport(const Request& request, std::optional<BundledFiles>* files)
 {
     Report report;
     report.beginSection("version");
@@ -176,6 +178,9 @@ Report makeReport(const Request& request)
     describeStart(&report, request);
     raiseLimit(RLIMIT_NOFILE, RLIM_INFINITY);
     if (Probe([] { return QJsonValue(); }).isStarted()) {
+        if (!request.bundle.isNull()) {
+            files->emplace(request);
+        }
         addSections(&report, request);
     } else {
         report.find(Finding::NotLookedAt, "the rest: %1", qt_error_string(errno));
@@ -194,8 +199,10 @@ int print(const QByteArray& text)
 
 int reported(const Request& request)
 {
-    const Report report = makeReport(request);
-    const bool isBundled = request.bundle.isNull() || writeBundle(report, request);
+    std::optional<BundledFiles> files;
+    const Report report = makeReport(request, &files);
+    const bool isBundled =
+        request.bundle.isNull() || writeBundle(request.bundle, report, files ? &*files : nullptr);
     const int status = print(request.json ? report.toJson() : report.toText());
     if (status == CouldNotLook || !isBundled) {
         return CouldNotLook;

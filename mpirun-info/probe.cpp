@@ -91,14 +91,17 @@ void Probe::end()
     mReadEnd.close();
 }
 
-void Probe::read()
+// Returns whether there was something to read.
+bool Probe::read()
 {
+    const qsizetype size = mBytes.size();
     char buffer[4096];
     ssize_t count = 0;
     do {
         mBytes.append(buffer, count);
         count = uninterrupted([&] { return ::read(mReadEnd.get(), buffer, sizeof buffer); });
     } while (count > 0);
+    return mBytes.size() > size;
 }
 
 Probe::Outcome Probe::wait()
@@ -115,14 +118,16 @@ Probe::Outcome Probe::wait()
         return mOutcome = Outcome::Answered;
     }
     siginfo_t ended = {};
-    // At least once: the answer may have arrived during the wait for another probe.
+    bool isReceiving = false;
+    // At least once: the answer may have arrived during the wait for another probe. The rest
+    // of an answer that is larger than the pipe comes then, too.
     do {
         pollfd request = {mReadEnd.get(), POLLIN, 0};
         poll(&request, 1, pollMs);
         // A process that the child has started may keep the pipe open.
         waitid(P_PID, id_t(mPid), &ended, WEXITED | WNOHANG | WNOWAIT);
-        read();
-    } while (ended.si_pid == 0 && mTimer.elapsed() < mLimitMs);
+        isReceiving = read();
+    } while (ended.si_pid == 0 && (isReceiving || mTimer.elapsed() < mLimitMs));
     const QJsonArray answers = QJsonDocument::fromJson(mBytes).array();
     if (!answers.isEmpty()) {
         mAnswer = answers.first();

@@ -50,7 +50,7 @@ public:
 private:
     void start();
     void end();
-    void read();
+    bool read();
 
     Question mQuestion;
     qint64 mLimitMs;

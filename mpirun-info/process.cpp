@@ -23,6 +23,8 @@
 namespace {
 
 constexpr rlim_t fewDescriptors = 64;
+// Shorter than that of a question: the sections wait for the trial.
+constexpr int trialLimitMs = 1000;
 
 using Name = std::pair<int, const char*>;
 constexpr Name signalNames[] = {
@@ -170,7 +172,7 @@ void describeStackLimit(Report* report, const Request& request)
     report->add("helperStackLimit", valueOf(soft));
     const QString limit =
         soft == RLIM_INFINITY ? QStringLiteral("unlimited") : QString::number(soft);
-    Probe trial([&]() -> QJsonValue { becomeHelper(request, stack, soft); });
+    Probe trial([&]() -> QJsonValue { becomeHelper(request, stack, soft); }, trialLimitMs);
     // A trial that is not started would replace this process.
     const auto outcome = trial.isStarted() ? trial.wait() : Probe::Outcome::NoAnswer;
     if (outcome == Probe::Outcome::Exited && trial.answer().toInt() == E2BIG) {

@@ -42,12 +42,6 @@ QString winningVariable(const char* bareName);
 /// `mostSlips` mistakes: a missing, additional, wrong or swapped letter each.
 QString nearestSpelling(const QString& word, const QStringList& known, int mostSlips = 2);
 
-/// Writes a new tar archive (the format ustar of pax(1)) that only this user can read: the
-/// report in both forms, the settings, the versions, the session file without the secret, and
-/// the end of the launcher's log. False, with a message, when it cannot be written; there is
-/// no file then, or the one that was there.
-[[nodiscard]] bool writeBundle(const Report& report, const Request& request);
-
 /// Shows the restart files of the session, and the launchers of this installation with
 /// their helpers, until a signal ends the program. A terminal shows a screen that is updated
 /// each second, any other output gets a line for each change. Returns an exit status if

@@ -2,6 +2,7 @@
 
 import os
 import re
+import tarfile
 from collections.abc import Mapping, Sequence
 from dataclasses import dataclass, field
 
@@ -304,6 +305,24 @@ def test_names_a_file_server_that_gives_no_answer(site, silent, namespace, env, 
     assert report.status == (0 if works else 1)
     assert str(silent) in report.causes()
     assert site.launch_works(under=namespace.under, env=env, hangs=not works) == works
+
+
+def test_reports_all_that_it_can_when_nothing_answers(site, silent, namespace):
+    """The report and the archive come within 10 seconds, with what is larger than a pipe."""
+    log = site.installation.log_name(site.root / "log")
+    log.write_text("x" * 100000)
+    env = {"HOME": str(silent), "PATH": f"{silent}/bin:/usr/bin:/bin",
+           "ZORV_SESSION_PATH": str(silent), "ZORV_SESSION_FILE": f"{silent}/s/f",
+           "ZORV_MPIRUN_LOG": str(site.root / "log"), "ZORV_TARBALL": "t" * 100000}
+    archive = site.root / "ticket.tar"
+    started = os.times().elapsed
+    report = site.report("--bundle", archive, "job", under=namespace.under, env=env)
+    assert os.times().elapsed - started < 10
+    assert report.json["settings"]["TARBALL"]["value"] == "t" * 100000
+    with tarfile.open(archive) as bundle:
+        texts = [bundle.extractfile(f"zorv-mpirun-info/{name}.txt").read().decode()
+                 for name in ("session", "log")]
+    assert texts == ["It cannot be read.\n", "x" * 65536]
 
 
 def test_names_a_name_server_that_gives_no_answer(site, namespace):

@@ -6,6 +6,7 @@
 #include <QDateTime>
 #include <QMap>
 #include <QProcess>
+#include <QScopeGuard>
 #include <QTest>
 
 #include <csignal>
@@ -35,7 +36,9 @@ const QMap<QByteArray, void (*)()> childActions = {
     {"long record to a pipe that does not block",
      [] {
          fcntl(STDOUT_FILENO, F_SETFL, O_NONBLOCK);
-         Logger::xmlLog(STDOUT_FILENO, QtWarningMsg, longText.constData());
+         // Runs after the end of the application.
+         static const auto atExit =
+             qScopeGuard([] { Logger::xmlLog(STDOUT_FILENO, QtWarningMsg, longText.constData()); });
      }},
     {"missing signal", [] { QObject::connect(qApp, "2no()", qApp, SLOT(quit())); }},
     {"missing slot", [] { QObject::connect(qApp, SIGNAL(aboutToQuit()), qApp, "1no()"); }},
@@ -123,6 +126,7 @@ private Q_SLOTS:
         QVERIFY(child.waitForStarted());
         const QByteArray pid = QByteArray::number(child.processId());
         QVERIFY(child.waitForFinished());
+        QCOMPARE(child.readAllStandardError(), "early\n");
         const QByteArray record = child.readAllStandardOutput();
         const QByteArray start = "<debug time=\"";
         const QByteArray end = "\" source=\"" + QByteArray(64, 'n') + "\" pid=\"" + pid +
