@@ -199,6 +199,15 @@ private Q_SLOTS:
         }
     }
 
+    // A stop before the exec would block the caller.
+    void isNotStoppedFromTheTerminal()
+    {
+        replaceGetent("for s in TSTP TTIN TTOU; do kill -$s $$; done; echo ann:x:1:2::/home/ann:");
+        const passwd* const user = Lookups::Getent::userOfName("ann");
+        QVERIFY(user);
+        QCOMPARE(user->pw_uid, 1U);
+    }
+
     // The last: nothing is asked after it.
     void asksNoMoreAfterAnEndlessAnswer()
     {

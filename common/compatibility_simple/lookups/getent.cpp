@@ -53,7 +53,8 @@ QProcessEnvironment environmentOfGetent()
     return result;
 }
 
-// Runs in the child. Makes only async-signal-safe calls, see signal-safety(7).
+// Runs in the child, with all signals blocked. Makes only async-signal-safe calls, see
+// signal-safety(7).
 void prepareChild(pid_t parent)
 {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
@@ -67,9 +68,25 @@ void prepareChild(pid_t parent)
     for (int signo = 1; signo < NSIG; ++signo) {
         signal(signo, SIG_DFL);
     }
-    sigset_t none;
-    sigemptyset(&none);
-    sigprocmask(SIG_SETMASK, &none, nullptr);
+    // A child that stops before its exec would block the caller in vfork(2).
+    sigset_t stopping;
+    sigemptyset(&stopping);
+    for (int signo : {SIGTSTP, SIGTTIN, SIGTTOU}) {
+        sigaddset(&stopping, signo);
+    }
+    sigprocmask(SIG_SETMASK, &stopping, nullptr);
+}
+
+// Blocks all signals during the start: the stack of the child is too small for a handler of
+// the caller.
+void startWithSignalsBlocked(QProcess* process, const char* path, const QStringList& arguments)
+{
+    sigset_t all;
+    sigset_t previous;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &previous);
+    process->start(QString::fromLatin1(path), arguments, QIODevice::ReadOnly);
+    pthread_sigmask(SIG_SETMASK, &previous, nullptr);
 }
 
 bool start(QProcess* process, const QStringList& arguments, const QDeadlineTimer& deadline)
@@ -79,7 +96,7 @@ bool start(QProcess* process, const QStringList& arguments, const QDeadlineTimer
     process->setProcessChannelMode(QProcess::ForwardedErrorChannel);
     process->setChildProcessModifier([parent = sc_getpid()] { prepareChild(parent); });
     for (const char* path : {"/usr/bin/getent", "/bin/getent"}) {
-        process->start(QString::fromLatin1(path), arguments, QIODevice::ReadOnly);
+        startWithSignalsBlocked(process, path, arguments);
         if (process->waitForStarted(int(deadline.remainingTime())) || deadline.hasExpired()) {
             return true;
         }
