@@ -21,6 +21,7 @@
 #include <poll.h>
 #include <unistd.h>
 #include <utility>
+#include <vector>
 
 namespace {
 
@@ -198,11 +199,14 @@ namespace Logger {
 void installPlainMsgHandler()
 {
     // At the first use of its message categories, Qt reads rules in the configuration
-    // directories and the environment. They have no effect on our messages and cost look-ups
-    // in the home directory.
-    const char* const noConfiguration[] = {"XDG_CONFIG_HOME=/dev/null", "XDG_CONFIG_DIRS=/dev/null",
-                                           nullptr};
-    char** const environment = std::exchange(environ, const_cast<char**>(noConfiguration));
+    // directories. They have no effect on our messages and cost look-ups in the home directory.
+    // The first entry of a variable counts.
+    std::vector<const char*> variables = {"XDG_CONFIG_HOME=/dev/null", "XDG_CONFIG_DIRS=/dev/null"};
+    for (char** variable = environ; variable && *variable; ++variable) {
+        variables.push_back(*variable);
+    }
+    variables.push_back(nullptr);
+    char** const environment = std::exchange(environ, const_cast<char**>(variables.data()));
     installHandler(plainMsgHandler);
     environ = environment;
 }
