@@ -1,6 +1,7 @@
 """The forms of the report: JSON, archive, live view; and the secret in none of them."""
 
 import json
+import os
 import re
 import tarfile
 
@@ -95,6 +96,22 @@ def test_bundles_all_that_a_ticket_needs(site):
     assert "port: 4244\n" in files["session.txt"]
     assert "cookie: (hidden)\n" in files["session.txt"]
     assert files["log.txt"].endswith("xlast line\n") and len(files["log.txt"]) == 65536
+
+
+def test_waits_for_no_file_of_the_archive_where_no_process_starts(site, build, another_user):
+    """Without a process that can be killed, a log that hangs is not read."""
+    if build.variable("ZORV_SANITIZE") == "ON":
+        pytest.skip("the sanitizers need processes of their own")
+    os.mkfifo(site.installation.log_name(site.ran.parent / "log"))
+    site.prepare(f"chown {another_user} ran ran/*")
+    archive = site.ran.parent / "ticket.tar"
+    ended = site.start(site.program, "--bundle", archive, env={"ZORV_MPIRUN_LOG": "ran/log"},
+                       under=["setpriv", f"--reuid={another_user}", "--clear-groups",
+                              "prlimit", "--nproc=1"]).wait()
+    assert (ended.status, ended.errors) == (1, "")
+    with tarfile.open(archive) as bundle:
+        log = bundle.extractfile("zorv-mpirun-info/log.txt").read()
+    assert log == b"It cannot be read.\n"
 
 
 @pytest.mark.parametrize("prepare, path, error", [
