@@ -123,7 +123,7 @@ Probe::Outcome Probe::wait()
     // of an answer that is larger than the pipe comes then, too.
     do {
         pollfd request = {mReadEnd.get(), POLLIN, 0};
-        poll(&request, 1, pollMs);
+        poll(&request, 1, isReceiving || mTimer.elapsed() < mLimitMs ? pollMs : 0);
         // A process that the child has started may keep the pipe open.
         waitid(P_PID, id_t(mPid), &ended, WEXITED | WNOHANG | WNOWAIT);
         isReceiving = read();
