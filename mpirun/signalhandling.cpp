@@ -199,7 +199,8 @@ void handleInChild(int signo)
 {
     if (!contains(withoutEffectInChild, signo)) {
         signal(signo, SIG_DFL);
-        raise(signo);
+        // Not raise(3): the C library may take the thread id from the launcher's memory.
+        kill(getpid(), signo);
     }
 }
 
