@@ -29,6 +29,7 @@ namespace {
 using Value = const std::string&;
 std::string allArguments;
 std::string signalFile;
+std::string newSignalFile;
 
 // The file appears whole or not at all.
 void writeFile(Value name, Value content)
@@ -105,10 +106,16 @@ void restartAgain(Value directory)
 void recordNextSignal(Value file)
 {
     signalFile = file;
+    newSignalFile = file + ".new";
     for (int signo : {SIGABRT, SIGINT, SIGTERM, SIGSEGV, SIGFPE, SIGBUS, SIGHUP, SIGQUIT, SIGILL,
                       SIGTRAP, SIGSYS, SIGSTKFLT}) {
         signal(signo, [](int number) {
-            writeFile(signalFile, std::to_string(number));
+            // The signal may interrupt an allocation; see signal-safety(7).
+            const char digits[] = {char('0' + number / 10), char('0' + number % 10)};
+            const int fd = open(newSignalFile.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0666);
+            if (write(fd, digits, sizeof digits) == ssize_t(sizeof digits)) {
+                rename(newSignalFile.c_str(), signalFile.c_str());
+            }
             signal(number, SIG_DFL);
             raise(number);
         });
