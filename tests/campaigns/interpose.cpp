@@ -137,17 +137,7 @@ int kill(pid_t pid, int signo) noexcept
         close(open("stray", O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
     }
     delay();
-    return breaks("pid") ? 0 : original(&kill, "kill")(pid, signo);
-}
-
-int raise(int signo) noexcept
-{
-    return breaks("raise") ? 0 : original(&raise, "raise")(signo);
-}
-
-int unlink(const char* name) noexcept
-{
-    return breaks("marker") ? 0 : original(&unlink, "unlink")(name);
+    return original(&kill, "kill")(pid, signo);
 }
 
 int statx(int directory, const char* name, int flags, unsigned mask, struct statx* status) noexcept

@@ -1,14 +1,15 @@
-// Reads session files of any content. One that is not well-formed changes nothing of a
-// record, and none takes long or much memory. The seeds are the fuzzer's. Each ends with
-// its root element: it is not well-formed when it ends earlier.
+// sessionfiles COUNT [FIRST]: reads session files of random content. One that is not
+// well-formed changes nothing of a record, and none takes long or much memory. The seeds are
+// the fuzzer's. Each ends with its root element: it is not well-formed when it ends earlier.
 
 #include "backend/userdata.h"
 #include "fuzz/inputfile.h"
-#include "tests/campaigns/campaign.h"
 
 #include <QDir>
 
+#include <cstdio>
 #include <functional>
+#include <random>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -16,6 +17,18 @@ namespace {
 
 constexpr long mostResidentKiB = 128L * 1024;
 constexpr int largestFile = 65536;
+constexpr int mostWrong = 3;
+std::mt19937 randomBits;
+
+long pick(long count)
+{
+    return std::uniform_int_distribution<long>(0, count - 1)(randomBits);
+}
+
+template <typename List> const auto& pickFrom(const List& list)
+{
+    return *(std::begin(list) + pick(long(std::size(list))));
+}
 
 const QByteArrayList seeds = [] {
     QByteArrayList contents;
@@ -56,23 +69,14 @@ QByteArray mutated(QByteArray content)
     return content;
 }
 
-} // namespace
-
-void trySessionFile(long)
+// What is wrong with how the record is read; null if nothing is.
+const char* faultOf(const QByteArray& content, bool truncated)
 {
-    const QByteArray seed = pickFrom(seeds);
-    const bool truncated = pick(3) == 0;
-    QByteArray content = truncated ? seed.left(pick(seed.size())) : mutated(seed);
-    const std::string shown = content.left(200).toPercentEncoding(" <>/=\"'&;!?[],#").toStdString();
-    if (truncated && qgetenv("INTERPOSE_BREAK") == "reader") {
-        // The control: the reader stops at the first ">".
-        content = content.left(content.indexOf('>')) + "/>";
-    }
     const auto* const bytes = reinterpret_cast<const uint8_t*>(content.constData());
     const QString name = writeInputFile(bytes, size_t(content.size()));
     UserData record;
     record.load(QString(), QStringLiteral("<session host='before' port='7' session='9'/>"));
-    // The signal ends a campaign that hangs.
+    // The signal ends a program that hangs.
     alarm(5);
     const bool loaded = record.load(name);
     alarm(0);
@@ -83,10 +87,36 @@ void trySessionFile(long)
     const bool isWellFormed =
         loaded || state == UserData::FileState::BadPort || state == UserData::FileState::BadSession;
     if (isWellFormed ? truncated : !unchanged) {
-        wrong("misreadings", shown);
+        return "misreadings";
     }
     rusage usage;
-    if (getrusage(RUSAGE_SELF, &usage) == 0 && usage.ru_maxrss > mostResidentKiB) {
-        wrong("excesses", std::to_string(usage.ru_maxrss) + " KiB after " + shown);
+    const bool excess = getrusage(RUSAGE_SELF, &usage) == 0 && usage.ru_maxrss > mostResidentKiB;
+    return excess ? "excesses" : nullptr;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    const long count = argc > 1 ? strtol(argv[1], nullptr, 10) : 0;
+    const long first = argc > 2 ? strtol(argv[2], nullptr, 10) : 0;
+    int wrong = 0;
+    for (long number = first; number < first + count && wrong < mostWrong; ++number) {
+        randomBits.seed(static_cast<unsigned>(number));
+        const QByteArray seed = pickFrom(seeds);
+        const bool truncated = pick(3) == 0;
+        QByteArray content = truncated ? seed.left(pick(seed.size())) : mutated(seed);
+        const QByteArray shown = content.left(200).toPercentEncoding(" <>/=\"'&;!?[],#");
+        if (truncated && qgetenv("INTERPOSE_BREAK") == "reader") {
+            // The control: the reader stops at the first ">".
+            content = content.left(content.indexOf('>')) + "/>";
+        }
+        if (const char* const fault = faultOf(content, truncated)) {
+            ++wrong;
+            fprintf(stderr, "%s: %s\nRepeat it with: sessionfiles 1 %ld\n", fault,
+                    shown.constData(), number);
+        }
     }
+    printf("%ld files tried: %d wrong\n", count, wrong);
+    return wrong == 0 && count > 0 ? 0 : 1;
 }
