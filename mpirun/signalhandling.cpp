@@ -412,8 +412,8 @@ void install(int signo, void (*handler)(int, siginfo_t*, void*))
     action.sa_mask = g_handledSignals;
     action.sa_flags = SA_SIGINFO | SA_RESTART | SA_ONSTACK;
     struct sigaction previous;
-    sigaction(signo, &action, &previous);
-    if (previous.sa_handler == SIG_IGN) {
+    // It fails for the real-time signals that valgrind and emulators keep for themselves.
+    if (sigaction(signo, &action, &previous) == 0 && previous.sa_handler == SIG_IGN) {
         sigaddset(&g_ignoredSignals, signo);
     }
 }
