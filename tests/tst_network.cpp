@@ -313,10 +313,9 @@ private Q_SLOTS:
 
 int main(int argc, char** argv)
 {
-    if (!Namespace::enter()) {
+    if (!Namespace::enter(ownHost)) {
         return Namespace::Skipped;
     }
-    Namespace::run(text(ownHost));
     NetworkTest test;
     return QTest::qExec(&test, argc, argv);
 }

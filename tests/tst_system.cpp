@@ -225,10 +225,9 @@ private Q_SLOTS:
 
 int main(int argc, char** argv)
 {
-    if (!Namespace::enter()) {
+    if (!Namespace::enter(ownFiles)) {
         return Namespace::Skipped;
     }
-    Namespace::run(text(ownFiles));
     SystemTest test;
     return QTest::qExec(&test, argc, argv);
 }
