@@ -24,7 +24,7 @@ const char ownHost[] = R"(set -e
     ip link set lo up
     ip link add ib0 type veth peer name eth0
     for address in "127.42.42.2/8 dev lo" "192.168.1.5/16 dev ib0" "fd00::5/64 dev ib0" \
-        "10.0.0.5/24 dev eth0" "fe80::1/64 dev eth0" "fe90::1/64 dev eth0" "2001:db8::5/64 dev eth0"
+        "10.0.0.5/24 dev eth0" "fe80::1/64 dev eth0" "2001:db8::5/64 dev eth0"
     do
         ip addr add $address
     done)";
@@ -40,8 +40,6 @@ const char hostsFile[] = R"(
 10.0.0.7 nodeb.cluster nodeb
 fd00::7 nodeb.cluster nodeb
 10.0.0.7 nodeb-alias
-127.0.0.1 loop.cluster
-10.0.0.8 loop.cluster hidden
 )";
 
 Addresses addresses(const QStringList& texts)
@@ -95,43 +93,28 @@ private Q_SLOTS:
         QCOMPARE(lookUpHost(u"fd00::7"_s).hostName(), u"nodeb.cluster"_s);
         QCOMPARE(lookUpHost(u"10.0.0.99"_s).hostName(), u"10.0.0.99"_s);
         QCOMPARE(lookUpHost(u"nobody"_s).hostName(), u"nobody"_s);
-        QCOMPARE(hostAddresses(u"fd00::7"_s), addresses({"fd00::7"}));
-        QCOMPARE(hostAddresses(u"nobody"_s), Addresses());
         // IPv4 comes first, and loopback addresses are left out.
         QCOMPARE(hostAddresses(u"many"_s), addresses({"10.0.0.7", "2001:db8::5"}));
-    }
-
-    void specialAddresses()
-    {
-        QCOMPARE(specialLoopbackAddress(0), QHostAddress(u"127.42.42.1"_s));
-        QCOMPARE(specialLoopbackAddress(254), QHostAddress(u"127.42.42.255"_s));
-        QVERIFY(specialLoopbackAddress(255).isNull());
     }
 
     void loopback_data()
     {
         QTest::addColumn<bool>("isLoopbackName");
         QTest::addColumn<bool>("isLoopbackAddress");
-        QTest::addColumn<QStringList>("lookUps");
-        for (const char* address :
-             {"127.255.255.254", "::1", "::ffff:127.1.2.3", "::ffff:127.42.42.1"}) {
-            QTest::newRow(address) << true << true << QStringList();
+        for (const char* address : {"127.255.255.254", "::1", "::ffff:127.42.42.1"}) {
+            QTest::newRow(address) << true << true;
         }
-        QTest::newRow("127.42.42.3") << false << false << QStringList();
-        for (const char* address : {"128.0.0.1", "::2", "::ffff:128.0.0.1"}) {
-            QTest::newRow(address) << false << false << list({"reverse"});
-        }
-        QTest::newRow("localhost") << true << false << QStringList();
-        QTest::newRow("many") << true << false << list({"many"});
-        QTest::newRow("special") << false << false << list({"special"});
-        QTest::newRow("nobody") << false << false << list({"nobody"});
+        QTest::newRow("127.42.42.3") << false << false;
+        QTest::newRow("128.0.0.1") << false << false;
+        QTest::newRow("many") << true << false;
+        QTest::newRow("special") << false << false;
+        QTest::newRow("nobody") << false << false;
     }
 
     void loopback()
     {
         const QString host = text(QTest::currentDataTag());
         QTEST(isLoopback(host), "isLoopbackName");
-        QTEST(lookUps, "lookUps");
         QTEST(isLoopback(lookUpHost(host)), "isLoopbackName");
         QTEST(isLoopback(QHostAddress(host)), "isLoopbackAddress");
     }
@@ -142,15 +125,17 @@ private Q_SLOTS:
         QCOMPARE(lookUps, QStringList());
         QVERIFY(isSameHost(u"localhost"_s, u"many"_s));
         QCOMPARE(lookUps, list({"many"}));
-        lookUps.clear();
         QVERIFY(isSameHost(u"nodeb"_s, u"nodeb-alias"_s));
-        QCOMPARE(lookUps, list({"nodeb", "nodeb", "nodeb-alias"}));
         QVERIFY(!isSameHost(u"nodeb"_s, u"localhost"_s));
         QVERIFY(!isSameHost(u"nobody"_s, u"none"_s));
     }
 
-    void sameHostByList()
+    void sameHostByAddress()
     {
+        QVERIFY(isSameHost(QHostAddress(u"127.0.0.1"_s), QHostAddress(u"::1"_s)));
+        QVERIFY(isSameHost(specialLoopbackAddress(0), QHostAddress(u"127.42.42.1"_s)));
+        QVERIFY(!isSameHost(specialLoopbackAddress(0), QHostAddress(u"127.0.0.1"_s)));
+
         const auto check = [](const QStringList& list1, const QStringList& list2, bool isSame) {
             QCOMPARE(isSameHost(list1, list2), isSame);
             QCOMPARE(isSameHost(addresses(list1), list2), isSame);
@@ -158,30 +143,12 @@ private Q_SLOTS:
         };
         check(list({"::1", "10.1.1.1", "10.1.1.2"}), list({"127.0.0.1", "10.1.1.2"}), true);
         check(list({"127.0.0.1"}), list({"127.0.0.1"}), false);
-        // Names are not looked up.
-        check(list({"10.0.0.7"}), list({"nodeb"}), false);
     }
 
-    void sameHostByAddress()
-    {
-        const QHostAddress special(u"127.42.42.1"_s);
-        QVERIFY(isSameHost(QHostAddress(u"127.0.0.1"_s), QHostAddress(u"::1"_s)));
-        QVERIFY(isSameHost(special, special));
-        QVERIFY(!isSameHost(special, QHostAddress(u"127.0.0.1"_s)));
-    }
-
-    void firstEntryIsResolvedLastAndComesFirst()
+    void addressesOfTheFirstEntryComeFirst()
     {
         QCOMPARE(resolveHostNamesAndAddresses(list({"self", "nodeb-alias", "nobody", "127.0.1.1"})),
                  addresses({"127.0.1.1", "10.0.0.7"}));
-        QCOMPARE(lookUps, list({"nodeb-alias", "nobody", "self"}));
-    }
-
-    void mergeKeepsTheSecondListsRepeats()
-    {
-        QCOMPARE(mergeAddressLists(addresses({"10.0.0.1", "10.0.0.2"}),
-                                   addresses({"10.0.0.2", "10.0.0.3", "10.0.0.3"})),
-                 addresses({"10.0.0.1", "10.0.0.2", "10.0.0.3", "10.0.0.3"}));
     }
 
     void namesOfAHostComeBeforeItsAddresses()
@@ -189,8 +156,6 @@ private Q_SLOTS:
         QCOMPARE(hostNameAndAddresses(u"nodeb"_s),
                  list({"nodeb", "nodeb.cluster", "10.0.0.7", "fd00::7"}));
         QCOMPARE(hostNameAndAddresses(u"nobody"_s), list({"nobody"}));
-        // The name has one address that is not loopback, its canonical name another.
-        QCOMPARE(hostNameAndAddresses(u"hidden"_s), list({"hidden", "10.0.0.8"}));
     }
 
     void addressesComeFirstByASettingAndOnABlueGene()
@@ -205,7 +170,6 @@ private Q_SLOTS:
 
     void settingsChooseTheLoopbackForm()
     {
-        setSetting("ZORV_LOCALHOST", "");
         QCOMPARE(sc_localhost(), u"127.0.0.1"_s);
         QCOMPARE(sc_localhostAddresses(), addresses({"127.0.0.1"}));
         setSetting("PELK_LOCALHOST_IPV6", "1");
@@ -216,42 +180,37 @@ private Q_SLOTS:
         QCOMPARE(sc_localhostAddresses(), addresses({"10.0.0.7"}));
     }
 
-    // Of the link-local addresses (RFC 4291, 2.5.6) those in fe80::/16 are left out.
-    void addressesOfThisHostAreThoseOfItsEthernetFirstUnlessInterfacesAreSet()
+    // Link-local addresses are left out.
+    void addressesOfThisHostAreThoseOfItsEthernetFirst()
     {
-        QCOMPARE(localHostAddresses(), addresses({"10.0.0.5", "2001:db8::5", "fe90::1%eth0",
-                                                  "127.42.42.2", "192.168.1.5", "fd00::5"}));
+        QCOMPARE(localHostAddresses(),
+                 addresses({"10.0.0.5", "2001:db8::5", "127.42.42.2", "192.168.1.5", "fd00::5"}));
+    }
+
+    void settingChoosesTheInterfacesOfThisHost()
+    {
         setSetting("ZORV_NETWORK_INTERFACES", "ib0 , ETH0,eth");
         QCOMPARE(localHostAddresses(), addresses({"192.168.1.5", "fd00::5"}));
     }
 
-    void addressesOfTheHostsNameComeFirst()
+    void namesAndAddressesOfTheHostsNameComeFirst()
     {
-        QVERIFY(writeFile(u"/etc/hosts"_s, "192.168.1.5 nodea\n10.0.0.5 nodea\n127.0.0.1 nodea\n"));
-        setSetting("ZORV_NETWORK_INTERFACES", "eth0");
+        QVERIFY(writeFile(u"/etc/hosts"_s, "192.168.1.5 nodea.cluster nodea\n"
+                                           "10.0.0.5 nodea-eth0\n127.0.0.1 nodea\n"));
         QCOMPARE(localHostAddresses(),
-                 addresses({"192.168.1.5", "10.0.0.5", "2001:db8::5", "fe90::1%eth0"}));
-    }
-
-    void addressesOfInterfacesAddTheirNames()
-    {
-        QVERIFY(writeFile(u"/etc/hosts"_s, "10.0.0.5 nodea-eth0\n10.0.0.5 nodea.cluster nodea\n"
-                                           "2001:db8::5 nodea-v6\n"));
-        setSetting("ZORV_NETWORK_INTERFACES", "eth0");
-        QCOMPARE(localHostNamesAndAddresses(), list({"nodea", "nodea.cluster", "10.0.0.5",
-                                                     "nodea-eth0", "2001:db8::5", "fe90::1%eth0"}));
-        QCOMPARE(lookUps, list({"nodea", "nodea.cluster", "reverse"}));
+                 addresses({"192.168.1.5", "10.0.0.5", "2001:db8::5", "127.42.42.2", "fd00::5"}));
+        QCOMPARE(localHostNamesAndAddresses(),
+                 list({"nodea", "nodea.cluster", "192.168.1.5", "10.0.0.5", "nodea-eth0",
+                       "2001:db8::5", "127.42.42.2", "fd00::5"}));
     }
 
     void thisHostIsKnownByItsNamesAndAddresses()
     {
-        QVERIFY(writeFile(u"/etc/hosts"_s, "10.0.0.5 nodea.cluster nodea\n10.0.0.5 alias\n"));
+        QVERIFY(writeFile(u"/etc/hosts"_s, "10.0.0.5 nodea.cluster nodea\n"));
         for (const char* host : {"::1", "127.42.42.2", "nodea", "nodea.cluster"}) {
             QVERIFY2(isThisHost(text(host)), host);
         }
-        for (const char* host : {"10.0.0.6", "NODEA", "alias"}) {
-            QVERIFY2(!isThisHost(text(host)), host);
-        }
+        QVERIFY(!isThisHost(u"10.0.0.6"_s));
         QVERIFY(isThisHost(QHostAddress(u"::1"_s)));
         QVERIFY(isThisHost(QHostAddress(u"127.42.42.2"_s)));
         QVERIFY(!isThisHost(QHostAddress(u"10.0.0.6"_s)));
@@ -271,38 +230,24 @@ private Q_SLOTS:
     }
 
     // Each block of the result is by one kind of interface: Ethernet IPv4 and IPv6, other
-    // IPv4 and IPv6.
+    // IPv4 and IPv6. Of the common bits, only the network's own count, and no fewer than four.
     void closestAddressesAreFirstInABlockForEachKindOfInterface()
     {
-        const Addresses mixed =
-            addresses({"192.168.9.9", "127.42.42.5", "10.0.0.77", "10.9.9.9", "2001:db8::99"});
-        QCOMPARE(
-            sortAddressesByPotentialRoutability(mixed + addresses({"127.0.0.1", "::1"})),
-            addresses({"10.0.0.77", "10.9.9.9", "192.168.9.9", "127.42.42.5", "2001:db8::99"}) +
-                addresses({"2001:db8::99", "192.168.9.9", "127.42.42.5", "10.0.0.77", "10.9.9.9"}) +
-                mixed + mixed);
+        const Addresses mixed = addresses({"32.0.0.1", "16.0.0.1", "192.168.9.9", "127.42.42.5",
+                                           "10.0.0.77", "10.0.0.6", "11.9.9.9", "2001:db8::99"});
+        QCOMPARE(sortAddressesByPotentialRoutability(mixed + addresses({"127.0.0.1", "::1"})),
+                 addresses({"10.0.0.77", "10.0.0.6", "11.9.9.9", "32.0.0.1", "16.0.0.1",
+                            "192.168.9.9", "127.42.42.5", "2001:db8::99"}) +
+                     addresses({"2001:db8::99", "32.0.0.1", "16.0.0.1", "192.168.9.9",
+                                "127.42.42.5", "10.0.0.77", "10.0.0.6", "11.9.9.9"}) +
+                     addresses({"192.168.9.9", "127.42.42.5", "32.0.0.1", "16.0.0.1", "10.0.0.77",
+                                "10.0.0.6", "11.9.9.9", "2001:db8::99"}) +
+                     mixed);
         QCOMPARE(lookUps, QStringList());
-    }
-
-    // Only the network's own bits count, and no fewer than four.
-    void closenessIsTheNumberOfCommonBits()
-    {
-        setSetting("ZORV_NETWORK_INTERFACES", "eth0");
-        const Addresses v4 = addresses({"32.0.0.1", "16.0.0.1", "192.168.9.9", "10.0.0.200",
-                                        "1.0.0.1", "10.0.0.2", "10.0.0.200", "11.0.0.1"});
-        QCOMPARE(sortAddressesByPotentialRoutability(v4),
-                 addresses({"10.0.0.200", "10.0.0.2", "10.0.0.200", "11.0.0.1", "1.0.0.1",
-                            "32.0.0.1", "16.0.0.1", "192.168.9.9"}) +
-                     v4 + v4 + v4);
-        const Addresses v6 = addresses({"3001:db8::1", "2000:db8::1", "2001:d00::1", "2001:df0::1",
-                                        "2001:db8:1::1", "2001:db8:0:1::1"});
-        QCOMPARE(sortAddressesByPotentialRoutability(v6),
-                 v6 + Addresses(v6.crbegin(), v6.crend()) + v6 + v6);
     }
 
     void addressesOfTheFirstNameAreNotOrdered()
     {
-        setSetting("ZORV_NETWORK_INTERFACES", "eth0");
         QCOMPARE(sortHostNamesAndAddressesByPotentialRoutability(
                      list({"self", "192.168.9.9", "nobody", "nodeb-alias"})),
                  addresses({"127.0.1.1", "10.0.0.7", "192.168.9.9", "192.168.9.9", "10.0.0.7",
