@@ -139,23 +139,19 @@ private Q_SLOTS:
 
     void modifiedTimeChangesAlone()
     {
+        QVERIFY(writeFile(u"file"_s, {}));
         const QDateTime modified = QDateTime::fromMSecsSinceEpoch(1500);
-        const QDateTime accessed = QDateTime::fromMSecsSinceEpoch(42043);
-        QFile file(u"file"_s);
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        QVERIFY(file.setFileTime(accessed, QFileDevice::FileAccessTime));
+        const QDateTime accessed = QFileInfo(u"file"_s).lastRead();
         QVERIFY(sc_setModifiedTime(u"file"_s, modified));
-        QCOMPARE(QFileInfo(file).lastModified(), modified);
-        QCOMPARE(QFileInfo(file).lastRead(), accessed);
+        QCOMPARE(QFileInfo(u"file"_s).lastModified(), modified);
+        QCOMPARE(QFileInfo(u"file"_s).lastRead(), accessed);
     }
 
-    void descriptorIsOpenUntilItIsClosed()
+    void descriptorIsOpenInEveryMode()
     {
-        Descriptor descriptor(open("/dev/null", O_RDONLY | O_CLOEXEC));
-        const int fd = descriptor.get();
-        QVERIFY(sc_isFileDescriptorOpen(fd, QIODevice::WriteOnly));
-        descriptor.close();
-        QVERIFY(!sc_isFileDescriptorOpen(fd, QIODevice::WriteOnly));
+        const Descriptor descriptor(open("/dev/null", O_RDONLY | O_CLOEXEC));
+        QVERIFY(sc_isFileDescriptorOpen(descriptor.get(), QIODevice::WriteOnly));
+        QVERIFY(!sc_isFileDescriptorOpen(-1, QIODevice::WriteOnly));
     }
 };
 

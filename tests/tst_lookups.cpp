@@ -99,7 +99,6 @@ private Q_SLOTS:
             {"10.0.0.7", "10.0.0.8", "fd00::7"});
         add("other letter case", "upper.CLUSTER", "Upper.cluster", {"10.0.0.9"});
         add("IPv6 address alone", "six.alias", "six", {"fd00::9"});
-        add("address", "10.0.0.7", "10.0.0.7", {"10.0.0.7"});
         add("name in a comment", "nodec", "", {});
     }
 
@@ -123,21 +122,15 @@ private Q_SLOTS:
         QCOMPARE(source->nameOfAddress("nodeb"), QByteArray());
     }
 
-    void findsUsersByName()
+    void findsUsers()
     {
         QFETCH_GLOBAL(const Source*, source);
-        const passwd* const user = source->userOfName("ann");
-        QVERIFY(user);
-        QCOMPARE(user->pw_dir, "/home/ann b");
+        QVERIFY(source->userOfName("ann"));
         QVERIFY(source->userOfName("1234"));
         // The number of another user.
         QVERIFY(!source->userOfName("78"));
         QVERIFY(!source->userOfName("nobody"));
-    }
-
-    void findsUsersByNumber()
-    {
-        QFETCH_GLOBAL(const Source*, source);
+        QVERIFY(!source->userOfId(4242));
         const passwd* const user = source->userOfId(1000);
         QVERIFY(user);
         QCOMPARE(user->pw_name, "ann");
@@ -146,7 +139,6 @@ private Q_SLOTS:
         QCOMPARE(user->pw_gecos, "Ann  B,,");
         QCOMPARE(user->pw_dir, "/home/ann b");
         QCOMPARE(user->pw_shell, "/bin/bash");
-        QVERIFY(!source->userOfId(4242));
     }
 
     void givesHostEntries()
@@ -155,7 +147,6 @@ private Q_SLOTS:
         const hostent* const entry = source->hostentOfName("nodeb-alias");
         QVERIFY(entry);
         QCOMPARE(entry->h_name, "nodeb-alias");
-        QCOMPARE(entry->h_addrtype, AF_INET);
         QCOMPARE(QByteArray(entry->h_addr_list[0], 4), "\x0a\0\0\x08"_ba);
         QCOMPARE(entry->h_addr_list[1], nullptr);
         QVERIFY(!source->hostentOfName("six"));
