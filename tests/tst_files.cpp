@@ -118,7 +118,6 @@ private Q_SLOTS:
     {
         static QStringList names;
         static fs::perms mode;
-        names.clear();
         QVERIFY(writeFile(u"file"_s, "old"));
         signal(SIGXFSZ, [](int) {
             names = namesIn(u"."_s);

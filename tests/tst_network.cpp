@@ -13,6 +13,7 @@
 using namespace Qt::StringLiterals;
 
 using Addresses = QList<QHostAddress>;
+using Texts = std::initializer_list<const char*>;
 
 namespace {
 
@@ -41,18 +42,13 @@ fd00::7 nodeb.cluster nodeb
 10.0.0.7 nodeb-alias
 )";
 
-Addresses addresses(const QStringList& texts)
+Addresses addresses(Texts texts)
 {
     Addresses result;
-    for (const QString& text : texts) {
-        result += QHostAddress(text);
+    for (const char* address : texts) {
+        result += QHostAddress(text(address));
     }
     return result;
-}
-
-Addresses addresses(std::initializer_list<const char*> texts)
-{
-    return addresses(list(texts));
 }
 
 } // namespace
@@ -117,13 +113,13 @@ private Q_SLOTS:
         QVERIFY(isSameHost(specialLoopbackAddress(0), QHostAddress(u"127.42.42.1"_s)));
         QVERIFY(!isSameHost(specialLoopbackAddress(0), QHostAddress(u"127.0.0.1"_s)));
 
-        const auto check = [](const QStringList& list1, const QStringList& list2, bool isSame) {
-            QCOMPARE(isSameHost(list1, list2), isSame);
-            QCOMPARE(isSameHost(addresses(list1), list2), isSame);
-            QCOMPARE(isSameHost(addresses(list1), addresses(list2)), isSame);
+        const auto check = [](Texts texts1, Texts texts2, bool isSame) {
+            QCOMPARE(isSameHost(list(texts1), list(texts2)), isSame);
+            QCOMPARE(isSameHost(addresses(texts1), list(texts2)), isSame);
+            QCOMPARE(isSameHost(addresses(texts1), addresses(texts2)), isSame);
         };
-        check(list({"::1", "10.1.1.1", "10.1.1.2"}), list({"127.0.0.1", "10.1.1.2"}), true);
-        check(list({"127.0.0.1"}), list({"127.0.0.1"}), false);
+        check({"::1", "10.1.1.1", "10.1.1.2"}, {"127.0.0.1", "10.1.1.2"}, true);
+        check({"127.0.0.1"}, {"127.0.0.1"}, false);
     }
 
     void addressesOfTheFirstEntryComeFirst()
@@ -201,15 +197,15 @@ private Q_SLOTS:
 
     void loopbackIsForThisHostAlone()
     {
-        const auto check = [](const QStringList& entries, const QStringList& fixed) {
-            QCOMPARE(fixLocalHost(entries), fixed);
+        const auto check = [](Texts entries, Texts fixed) {
+            QCOMPARE(fixLocalHost(list(entries)), list(fixed));
             QCOMPARE(fixLocalHost(addresses(entries)), addresses(fixed));
         };
-        check(list({"127.0.0.1", "10.9.9.9"}), list({"10.9.9.9"}));
-        check(list({"10.0.0.5"}), list({"10.0.0.5", "127.0.0.1"}));
-        check(list({"127.0.0.1", "10.0.0.5"}), list({"127.0.0.1", "10.0.0.5"}));
+        check({"127.0.0.1", "10.9.9.9"}, {"10.9.9.9"});
+        check({"10.0.0.5"}, {"10.0.0.5", "127.0.0.1"});
+        check({"127.0.0.1", "10.0.0.5"}, {"127.0.0.1", "10.0.0.5"});
         // Nothing stands for this host.
-        check({}, list({"127.0.0.1"}));
+        check({}, {"127.0.0.1"});
     }
 
     // Each block of the result is by one kind of interface: Ethernet IPv4 and IPv6, other

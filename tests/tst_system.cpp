@@ -7,7 +7,6 @@
 
 #include <QTest>
 
-#include <pwd.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -15,13 +14,13 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// In the place of the machine's files: in /etc nothing but the loader's cache and the users,
-// in /usr/bin nothing but a shell.
+// In the place of the machine's files: in /etc nothing but the loader's cache and a user, in
+// /usr/bin nothing but a shell.
 const char ownFiles[] = R"(set -e
     mount -t tmpfs none /mnt
-    mkdir -p /mnt/etc/opt /mnt/bin
+    mkdir /mnt/etc /mnt/bin
     [ ! -e /etc/ld.so.cache ] || cp /etc/ld.so.cache /mnt/etc
-    cp /etc/passwd /mnt/etc
+    echo ann:x:1000:1000::/home/ann: >/mnt/etc/passwd
     cp /bin/sh /mnt/bin
     mount --bind /mnt/etc /etc
     mount --bind /mnt/bin /usr/bin)";
@@ -60,8 +59,7 @@ private Q_SLOTS:
         QTest::addColumn<QString>("path");
         QTest::addColumn<QString>("expanded");
         QTest::newRow("tilde and variable") << u"~/$HOME"_s << u"/home//home"_s;
-        QTest::newRow("tilde and name, up to a blank")
-            << u"~root x/y"_s << text(getpwnam("root")->pw_dir) + u" x/y"_s;
+        QTest::newRow("tilde and name, up to a blank") << u"~ann x/y"_s << u"/home/ann x/y"_s;
         QTest::newRow("unknown user") << u"~nobody-here/x"_s << u"~nobody-here/x"_s;
         QTest::newRow("white space around") << u" \ta b \n"_s << u"a b"_s;
         QTest::newRow("with braces, or up to the end of a word")
@@ -92,7 +90,6 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("version");
         QTest::addColumn<QString>("key");
-        QTest::newRow("third number is dropped") << u"4.2.1"_s << u"4.2$7"_s;
         QTest::newRow("third number 0 stays") << u"4.2.0"_s << u"4.2.0$7"_s;
         QTest::newRow("date stamp is dropped first") << u"4.2.1.20190"_s << u"4.2$7"_s;
         QTest::newRow("preview is marked") << u"4.2.1-rc1-preview12-x"_s << u"4.2preview12$7"_s;
@@ -175,13 +172,6 @@ private Q_SLOTS:
             QTEST(sc_isBluegeneQ(), "system");
             QTEST(sc_isBluegene(), "system");
         });
-    }
-
-    void tellsACray()
-    {
-        QVERIFY(!sc_isCray());
-        QVERIFY(writeFile(u"/etc/opt/cray"_s, ""));
-        QVERIFY(sc_isCray());
     }
 };
 
