@@ -22,8 +22,10 @@ private Q_SLOTS:
         QCOMPARE(ProcInfo::getList(2123456789), QList<int>());
     }
 
-    void describesAChildUntilItIsGone()
+    void describesThisProcessAndAChildUntilThatIsGone()
     {
+        QCOMPARE(ProcInfo::getName(getpid()), QCoreApplication::arguments().first());
+        QCOMPARE(ProcInfo::getExe(getpid()), QCoreApplication::applicationFilePath());
         QCOMPARE(ProcInfo::getChild(getpid()), -1);
         // The child inherits a name that looks like a line of the status file.
         prctl(PR_SET_NAME, "PPid:\t1");
@@ -34,8 +36,6 @@ private Q_SLOTS:
         }
         QCOMPARE(ProcInfo::getChild(getpid()), pid);
         QCOMPARE(ProcInfo::getParent(pid), getpid());
-        QCOMPARE(ProcInfo::getName(pid), QCoreApplication::arguments().first());
-        QCOMPARE(ProcInfo::getExe(pid), QCoreApplication::applicationFilePath());
         QVERIFY(ProcInfo::alive(pid));
 
         kill(pid, SIGKILL);
