@@ -7,39 +7,23 @@
 
 #include <QTest>
 
-#include <pwd.h>
 #include <sys/wait.h>
 #include <unistd.h>
-#include <vector>
 
 using namespace Qt::StringLiterals;
 
-using Environment = std::vector<const char*>;
-Q_DECLARE_METATYPE(Environment)
-
 namespace {
 
-// In the place of the machine's files: in /etc nothing but the loader's cache and the users,
-// in /usr/bin nothing but a shell.
+// In the place of the machine's files: in /etc nothing but the loader's cache and a user, in
+// /usr/bin nothing but a shell.
 const char ownFiles[] = R"(set -e
     mount -t tmpfs none /mnt
-    mkdir -p /mnt/etc/opt /mnt/bin
+    mkdir /mnt/etc /mnt/bin
     [ ! -e /etc/ld.so.cache ] || cp /etc/ld.so.cache /mnt/etc
-    cp /etc/passwd /mnt/etc
+    echo ann:x:1000:1000::/home/ann: >/mnt/etc/passwd
     cp /bin/sh /mnt/bin
     mount --bind /mnt/etc /etc
     mount --bind /mnt/bin /usr/bin)";
-
-// Entries need not hold an equals sign.
-QString expandedIn(Environment environment, const QString& path)
-{
-    char** const previous = environ;
-    environment.push_back(nullptr);
-    environ = const_cast<char**>(environment.data());
-    QString expanded = expandVars(path);
-    environ = previous;
-    return expanded;
-}
 
 // Runs the function, which may fail the test, in a process of its own: some answers are
 // given once in a process.
@@ -65,73 +49,50 @@ private Q_SLOTS:
     void init()
     {
         clearSettings();
-        qunsetenv("BG_NODE_TYPE");
-        qunsetenv("BGQDRV");
+        for (const char* variable : {"BG_NODE_TYPE", "BGQDRV", "HALF"}) {
+            qunsetenv(variable);
+        }
     }
 
     void expandsPaths_data()
     {
-        QTest::addColumn<Environment>("environment");
         QTest::addColumn<QString>("path");
         QTest::addColumn<QString>("expanded");
-        const auto row = [](const char* name, const Environment& environment, const char* path,
-                            const QByteArray& expanded) {
-            QTest::newRow(name) << environment << text(path) << QString::fromUtf8(expanded);
-        };
-        row("tilde and variable", {"HOME=/home"}, "~/$HOME", "/home//home");
-        row("tilde and name, up to a blank", {}, "~root x/y",
-            getpwnam("root")->pw_dir + QByteArray(" x/y"));
-        row("unknown user", {}, "~nobody-here/x", "~nobody-here/x");
-        row("white space around", {}, " \ta b \n", "a b");
-        row("with braces, or up to the end of a word", {"H=/h"}, "${H}/x ${H $H$H $HX ${HX} $NONE",
-            "/h/x ${H /h/h $HX ${HX} $NONE");
-        row("letters of every script are in words", {"H=/h"},
-            "$H\xc3\xa9 $H\xf0\x9d\x94\xb8 $H\xe2\x82\xac",
-            "$H\xc3\xa9 $H\xf0\x9d\x94\xb8 /h\xe2\x82\xac");
-        row("value that looks like a replacement", {"H=\\1=\\\\$&\xc3\xa9"}, "$H",
-            "\\1=\\\\$&\xc3\xa9");
-        row("value that refers to a later variable", {"A=$B", "B=b"}, "$A", "b");
-        row("entry without an equals sign", {"A", "B=b"}, "$A $B", "$A b");
-        row("name that is no valid pattern", {"A(=x", "B=b"}, "$A( $B", "$A( b");
-        row("name that is a pattern", {"A.C=\\1"}, "$ABC ${AxC} $ABC\xc3\xa9",
-            "\\1 \\1 $ABC\xc3\xa9");
+        QTest::newRow("tilde and variable") << u"~/$HOME"_s << u"/home//home"_s;
+        QTest::newRow("tilde and name, up to a blank") << u"~ann x/y"_s << u"/home/ann x/y"_s;
+        QTest::newRow("unknown user") << u"~nobody-here/x"_s << u"~nobody-here/x"_s;
+        QTest::newRow("white space around") << u" \ta b \n"_s << u"a b"_s;
+        QTest::newRow("with braces, or up to the end of a word")
+            << u"${H}/x ${H $H$H $HX ${HX} $NONE $Hé"_s << u"/h/x ${H /h/h $HX ${HX} $NONE $Hé"_s;
+        QTest::newRow("value that looks like a replacement") << u"$R"_s << u"\\1=\\\\$&é"_s;
+        QTest::newRow("value that refers to a later variable") << u"$H1"_s << u"/h"_s;
     }
 
     void expandsPaths()
     {
-        QFETCH(Environment, environment);
         QFETCH(QString, path);
-        QTEST(expandedIn(environment, path), "expanded");
+        qputenv("HOME", "/home");
+        qputenv("H1", "$H");
+        qputenv("H", "/h");
+        qputenv("R", "\\1=\\\\$&\xc3\xa9");
+        QTEST(expandVars(path), "expanded");
+        QVERIFY(containsEnvVarOrTilde(path) || expandVars(path) == path.trimmed());
     }
 
     void expansionEndsAtTheLongestText()
     {
-        const QByteArray half = "HALF=" + QByteArray(8388608, 'x');
-        const Environment environment = {half.constData()};
-        QCOMPARE(expandedIn(environment, u"$HALF$HALF"_s).size(), 16777216);
-        QCOMPARE(expandedIn(environment, u"$HALF$HALF/"_s), u"$HALF$HALF/"_s);
-    }
-
-    void knowsWhatMayNeedExpansion()
-    {
-        for (const char* path : {"100%", "a$b", "~x"}) {
-            QVERIFY2(containsEnvVarOrTilde(text(path)), path);
-        }
-        QVERIFY(!containsEnvVarOrTilde(u"a~b"_s));
+        qputenv("HALF", QByteArray(8388608, 'x'));
+        QCOMPARE(expandVars(u"$HALF$HALF"_s).size(), 16777216);
+        QCOMPARE(expandVars(u"$HALF$HALF/"_s), u"$HALF$HALF/"_s);
     }
 
     void compatibilityKey_data()
     {
         QTest::addColumn<QString>("version");
         QTest::addColumn<QString>("key");
-        QTest::newRow("third number is dropped") << u"4.2.1"_s << u"4.2$7"_s;
         QTest::newRow("third number 0 stays") << u"4.2.0"_s << u"4.2.0$7"_s;
-        QTest::newRow("two numbers stay") << u"4.2"_s << u"4.2$7"_s;
-        QTest::newRow("word stays") << u"4.2.x"_s << u"4.2.x$7"_s;
         QTest::newRow("date stamp is dropped first") << u"4.2.1.20190"_s << u"4.2$7"_s;
-        QTest::newRow("four digits are no date stamp") << u"4.2.1.2019"_s << u"4.2.1.2019$7"_s;
         QTest::newRow("preview is marked") << u"4.2.1-rc1-preview12-x"_s << u"4.2preview12$7"_s;
-        QTest::newRow("nothing") << u""_s << u"$7"_s;
     }
 
     void compatibilityKey()
@@ -154,7 +115,6 @@ private Q_SLOTS:
 
     void byteOrderOfArchitectures()
     {
-        QCOMPARE(endiannessFromArch(u"ppc"_s), ENDIAN_BIG);
         QCOMPARE(endiannessFromArch(u"ppc64"_s), ENDIAN_BIG);
         QCOMPARE(endiannessFromArch(u"ppc64le"_s), ENDIAN_LITTLE);
         QCOMPARE(endiannessFromArch(sc_arch()), sc_localEndianness());
@@ -178,7 +138,6 @@ private Q_SLOTS:
         describes(lsbRelease, "#!/bin/sh\necho no description\n", u"Debian GNU/Linux 8"_s);
         describes(u"/etc/centos-release"_s, "\n  CentOS 6.5 (Final) \nx 1",
                   u"CentOS 6.5 (Final)"_s);
-        describes(u"/etc/redhat-release"_s, "no version", u"Linux "_s + QSysInfo::kernelVersion());
     }
 
     void tellsABlueGene_data()
@@ -214,21 +173,13 @@ private Q_SLOTS:
             QTEST(sc_isBluegene(), "system");
         });
     }
-
-    void tellsACray()
-    {
-        QVERIFY(!sc_isCray());
-        QVERIFY(writeFile(u"/etc/opt/cray"_s, ""));
-        QVERIFY(sc_isCray());
-    }
 };
 
 int main(int argc, char** argv)
 {
-    if (!Namespace::enter()) {
+    if (!Namespace::enter(ownFiles)) {
         return Namespace::Skipped;
     }
-    Namespace::run(text(ownFiles));
     SystemTest test;
     return QTest::qExec(&test, argc, argv);
 }

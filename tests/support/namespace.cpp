@@ -13,7 +13,7 @@ static bool write(const char* path, const std::string& text)
     return static_cast<bool>(std::ofstream(path) << text << std::flush);
 }
 
-bool Namespace::enter()
+bool Namespace::enter(const char* script)
 {
     const std::string user = "0 " + std::to_string(geteuid()) + " 1";
     const std::string group = "0 " + std::to_string(getegid()) + " 1";
@@ -24,14 +24,9 @@ bool Namespace::enter()
                          mount("none", "/", "none", MS_REC | MS_PRIVATE, nullptr) == 0;
     if (!entered) {
         perror("No namespaces here");
-    }
-    return entered;
-}
-
-void Namespace::run(const QString& command)
-{
-    if (system(qPrintable(command)) != 0) {
-        perror(qPrintable(command));
+    } else if (system(script) != 0) {
+        perror(script);
         abort();
     }
+    return entered;
 }

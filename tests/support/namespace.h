@@ -2,8 +2,6 @@
 
 #pragma once
 
-#include <QString>
-
 namespace Namespace {
 
 /// The exit status of a test program that needs namespaces where there are
@@ -12,11 +10,9 @@ constexpr int Skipped = 77;
 
 /// Puts the process into namespaces of its own: of users (in which it is root),
 /// of interfaces (there is only "lo"), of mounts and of the host's name. Its files
-/// are still the machine's. To be called first in main, before there are threads.
+/// are still the machine's. Then runs a script of the shell there; aborts when it fails.
+/// To be called first in main, before there are threads.
 /// False, with a word on standard error, where the machine forbids it.
-bool enter();
-
-/// Runs a command of the shell; aborts when it fails.
-void run(const QString& command);
+bool enter(const char* script);
 
 } // namespace Namespace
