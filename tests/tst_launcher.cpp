@@ -15,8 +15,6 @@ private Q_SLOTS:
     void fileTellsTheBuild()
     {
         const QByteArray launcher = content(u"" ZORV_MPIRUN ""_s);
-        QVERIFY(!Branding::CopyrightTalvoraSoftware.isEmpty());
-        QVERIFY(launcher.contains('\0' + QByteArray(ZORV_VERSION) + '\0'));
         QVERIFY(launcher.contains('\0' + QByteArray(HGID) + '\0'));
         QVERIFY(launcher.contains('\0' + Branding::CopyrightTalvoraSoftware.toUtf8() + '\0'));
     }
@@ -29,7 +27,6 @@ private Q_SLOTS:
         QVERIFY(process.waitForFinished());
         QCOMPARE(process.readAll(), "<a  b><c>");
         process.restart();
-        QCOMPARE(process.openMode(), QIODevice::ReadWrite);
         QVERIFY(process.waitForFinished());
         QCOMPARE(process.readAll(), "<a  b><c>");
     }
