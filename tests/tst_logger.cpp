@@ -125,12 +125,6 @@ private Q_SLOTS:
         QVERIFY2(time.match(text(start.constData())).hasMatch(), start.constData());
     }
 
-    void recordsHaveTypes()
-    {
-        QVERIFY(Logger::xmlLogBytes(QtCriticalMsg, "a <b/>")
-                    .endsWith(" type=\"critical\">a <b/></debug>"));
-    }
-
     void handlersAreCalledInOrderAndMayRemoveThemselves()
     {
         Logger::addMsgHandler(receiveOnce);
