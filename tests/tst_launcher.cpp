@@ -25,7 +25,6 @@ private Q_SLOTS:
         RestartableProcess process;
         process.start(u"printf \"<%s>\" \"a  b\" c"_s, QIODevice::ReadWrite);
         QVERIFY(process.waitForFinished());
-        QCOMPARE(process.readAll(), "<a  b><c>");
         process.restart();
         QVERIFY(process.waitForFinished());
         QCOMPARE(process.readAll(), "<a  b><c>");

