@@ -60,15 +60,14 @@ private Q_SLOTS:
     {
         BackendOptions options;
         QVERIFY(options.parse(
-            program + list({"--log", "l", "-clientlog", "m", "-p", "p", "-r", "--yourname", "n"})));
+            program + list({"--log", "l", "-clientlog", "m", "-p", "p", "--yourname", "n"})));
         QCOMPARE(options.getLogFileName(), u"l"_s);
         QCOMPARE(options.getClientLogFileName(), u"m"_s);
         QCOMPARE(options.getReplayFileName(), u"p"_s);
         QCOMPARE(options.getMyName(), u"n"_s);
-        QVERIFY(options.isRoot());
         const BackendOptions copy = options.selectiveCopy();
         QVERIFY(copy.getLogFileName().isNull() && copy.getClientLogFileName().isNull());
-        QVERIFY(copy.getReplayFileName().isNull() && copy.getMyName().isNull() && !copy.isRoot());
+        QVERIFY(copy.getReplayFileName().isNull() && copy.getMyName().isNull());
         QCOMPARE(options.backendArguments(false), QStringList());
         QCOMPARE(options.backendArguments(true), list({"--zorvyourname", "n"}));
     }
@@ -81,7 +80,6 @@ private Q_SLOTS:
         QCOMPARE(options.count(), 3);
         QCOMPARE(options.offset(), -4);
         QVERIFY(options.isMpirun() && options.ensureOnePerHost() && !options.isExplicitTarget());
-        QCOMPARE(options.port(), 0);
         QCOMPARE(options.targetArguments(), list({"-np", "a.out", "--zorvport", "1"}));
         // Options of manual-launch mode alone.
         for (const QStringList& target : {list({"--", "a.out"}), list({"-d"})}) {

@@ -130,13 +130,12 @@ private Q_SLOTS:
         QCOMPARE(record.getCanonicalHostName(), state == FileState::Read ? u"é"_s : u"a"_s);
     }
 
-    void fileThatIsNotRegularChangesNothing()
+    void fileThatIsNotRegularIsNotRead()
     {
         QCOMPARE(mkfifo("fifo", 0600), 0);
-        Record record("host='a'");
+        Record record;
         QVERIFY(!record.load(u"fifo"_s));
         QCOMPARE(record.fileState(), FileState::NotRegular);
-        QCOMPARE(record.getCanonicalHostName(), u"a"_s);
     }
 
     void portOfAFileOfTodayIsExplicit()
@@ -185,6 +184,7 @@ private Q_SLOTS:
         QCOMPARE(resolved({{"HOST", "a,b"}}).sessionFileName(), u"s/a-latest"_s);
         QCOMPARE(resolved({{"HOST", "a"}}, list({"--session", "4"})).sessionFileName(), u"s/a-4"_s);
         QCOMPARE(resolved(given).sessionFileName(), u"x"_s);
+        QCOMPARE(resolved(given).source(UserData::SessionFileName), Source::Environment);
         QCOMPARE(resolved(given, list({"--sessionfile", "y"})).sessionFileName(), u"y"_s);
     }
 
@@ -193,8 +193,10 @@ private Q_SLOTS:
         QCOMPARE(resolved({{"PORT", "4241"}}).getSession(), -1);
         QCOMPARE(resolved({{"PORT", "4242"}}).getSession(), 1);
         QCOMPARE(resolved({{"PORT", "4262"}}).getSession(), 21);
+        QCOMPARE(resolved({{"PORT", "4262"}}).source(UserData::Session), Source::Derived);
         QCOMPARE(resolved({{"PORT", "4263"}}).getSession(), -1);
         QCOMPARE(resolved({{"SESSION", "300"}}).getPort(), 4541U);
+        QCOMPARE(resolved({{"SESSION", "300"}}).source(UserData::Port), Source::Derived);
     }
 
     void cookiesAreUsedUnlessTheyAreSwitchedOff()
@@ -261,8 +263,7 @@ private Q_SLOTS:
         setSetting("ZORV_SESSION_PATH", {});
         QCOMPARE(record.getSessionDirectory(false), u"lib/.talvora/session"_s);
         QVERIFY(!QFile::exists(u"lib/.talvora"_s));
-        QCOMPARE(record.getSessionDirectory(true), u"lib/.talvora/session"_s);
-        QVERIFY(QFileInfo(u"lib/.talvora/session"_s).isDir());
+        QVERIFY(QFileInfo(record.getSessionDirectory(true)).isDir());
         record.setSharedDirectory({});
         QCOMPARE(record.getSessionDirectory(false), QDir::homePath() + u"/.talvora/session"_s);
     }
@@ -276,7 +277,10 @@ private Q_SLOTS:
         for (const QString& name : {u"s/a-2"_s, u"s/latest"_s, u"s/a-latest"_s}) {
             Record loaded;
             QVERIFY2(loaded.load(name), qPrintable(name));
-            QCOMPARE(loaded.toXml(), record.toXml());
+            QCOMPARE(loaded.getHostNamesAndAddresses(), list({"a", "b"}));
+            QCOMPARE(loaded.getPort(), 5000U);
+            QCOMPARE(loaded.getSession(), 2);
+            QCOMPARE(loaded.sessionCookie(), u"c<&\">é"_s);
         }
     }
 
@@ -300,7 +304,6 @@ private Q_SLOTS:
             QVERIFY(writeFile(u"s/"_s + name, {}));
         }
         Record record("host='a'");
-        QVERIFY(!record.makeMetaSession());
         record.mSessionFileName = QDir::current().filePath(u"s/file"_s);
         QVERIFY(record.makeMetaSession());
         QCOMPARE(QFile::symLinkTarget(u"s/meta"_s), record.sessionFileName());
