@@ -15,8 +15,6 @@ private Q_SLOTS:
     void fileTellsTheBuild()
     {
         const QByteArray launcher = content(u"" ZORV_MPIRUN ""_s);
-        QVERIFY(!Branding::CopyrightTalvoraSoftware.isEmpty());
-        QVERIFY(launcher.contains('\0' + QByteArray(ZORV_VERSION) + '\0'));
         QVERIFY(launcher.contains('\0' + QByteArray(HGID) + '\0'));
         QVERIFY(launcher.contains('\0' + Branding::CopyrightTalvoraSoftware.toUtf8() + '\0'));
     }
@@ -27,9 +25,7 @@ private Q_SLOTS:
         RestartableProcess process;
         process.start(u"printf \"<%s>\" \"a  b\" c"_s, QIODevice::ReadWrite);
         QVERIFY(process.waitForFinished());
-        QCOMPARE(process.readAll(), "<a  b><c>");
         process.restart();
-        QCOMPARE(process.openMode(), QIODevice::ReadWrite);
         QVERIFY(process.waitForFinished());
         QCOMPARE(process.readAll(), "<a  b><c>");
     }

@@ -3,9 +3,9 @@
 #include "common/logger.h"
 #include "tests/support/helpers.h"
 
-#include <QDateTime>
 #include <QMap>
 #include <QProcess>
+#include <QRegularExpression>
 #include <QScopeGuard>
 #include <QTest>
 
@@ -29,10 +29,8 @@ const QMap<QByteArray, void (*)()> childActions = {
          qWarning("c");
          qCritical("ASSERT d");
      }},
-    {"message of a text codec", [] { qWarning("a QIconvCodec:: No such slot"); }},
     {"fatal message", [] { qFatal("no ASSERT"); }},
     {"failed assertion", [] { qFatal("ASSERT: \"x\" in file y"); }},
-    {"deadlock", [] { qDebug("Deadlock detected"); }},
     {"long record to a pipe that does not block",
      [] {
          fcntl(STDOUT_FILENO, F_SETFL, O_NONBLOCK);
@@ -40,7 +38,6 @@ const QMap<QByteArray, void (*)()> childActions = {
          static const auto atExit =
              qScopeGuard([] { Logger::xmlLog(STDOUT_FILENO, QtWarningMsg, longText.constData()); });
      }},
-    {"missing signal", [] { QObject::connect(qApp, "2no()", qApp, SLOT(quit())); }},
     {"missing slot", [] { QObject::connect(qApp, SIGNAL(aboutToQuit()), qApp, "1no()"); }},
 };
 
@@ -61,10 +58,10 @@ void receive(QtMsgType, const char* message)
     received += message;
 }
 
-void receiveOnce(QtMsgType type, const char* message)
+void receiveOnce(QtMsgType, const char* message)
 {
     Logger::removeMsgHandler(receiveOnce);
-    receive(type, message);
+    received += QByteArray("once ") + message;
 }
 
 } // namespace
@@ -81,7 +78,6 @@ private Q_SLOTS:
     {
         clearSettings();
         enterEmptyDirectory();
-        received.clear();
     }
 
     void messagesOfAProcess_data()
@@ -92,11 +88,8 @@ private Q_SLOTS:
             QTest::newRow(action) << log << exitCode;
         };
         add("messages of every type", "a%b\n\xc3\xa9\nc\nASSERT d\n", 7);
-        add("message of a text codec", "", 7);
         add("fatal message", "no ASSERT\n", 1);
         add("failed assertion", "ASSERT: \"x\" in file y\n", SIGABRT);
-        add("deadlock", "Deadlock detected\n", SIGABRT);
-        add("missing signal", "QObject::connect: No such signal QCoreApplication::no()\n", SIGABRT);
         add("missing slot", "QObject::connect: No such slot QCoreApplication::no()\n", SIGABRT);
     }
 
@@ -117,71 +110,41 @@ private Q_SLOTS:
 
     void recordIsCompleteForASlowReader()
     {
-        const QDateTime before = QDateTime::currentDateTime();
         QProcess child;
-        // The record has the first 64 characters of the program's name.
-        const QString copy = QDir::current().filePath(QString(65, u'n'));
-        QVERIFY(QFile::copy(mProgram, copy));
-        child.start(copy, {u"long record to a pipe that does not block"_s, u"log"_s});
+        child.start(mProgram, {u"long record to a pipe that does not block"_s, u"log"_s});
         QVERIFY(child.waitForStarted());
         const QByteArray pid = QByteArray::number(child.processId());
         QVERIFY(child.waitForFinished());
         QCOMPARE(child.readAllStandardError(), "early\n");
         const QByteArray record = child.readAllStandardOutput();
-        const QByteArray start = "<debug time=\"";
-        const QByteArray end = "\" source=\"" + QByteArray(64, 'n') + "\" pid=\"" + pid +
-                               "\" type=\"warning\">" + longText + "</debug>";
-        QVERIFY(record.startsWith(start) && record.endsWith(end));
-        // The milliseconds are a number, without leading zeros. Later versions of Qt round them
-        // to the nearest, the record downwards.
-        QByteArrayList times;
-        for (QDateTime time = before.addMSecs(-1); time <= QDateTime::currentDateTime();
-             time = time.addMSecs(1)) {
-            times +=
-                (time.toString(u"HH:mm:ss."_s) + QString::number(time.time().msec())).toLatin1();
-        }
-        const QByteArray time = record.mid(start.size()).chopped(end.size());
-        QVERIFY2(times.contains(time), time.constData());
+        const QByteArray end = "\" source=\"tst_logger\" pid=\"" + pid + "\" type=\"warning\">" +
+                               longText + "</debug>";
+        QVERIFY2(record.endsWith(end), record.left(200).constData());
+        const QByteArray start = record.chopped(end.size());
+        static const QRegularExpression time(u"^<debug time=\"\\d\\d:\\d\\d:\\d\\d\\.\\d{1,3}$"_s);
+        QVERIFY2(time.match(text(start.constData())).hasMatch(), start.constData());
     }
 
     void recordsHaveTypes()
     {
-        QVERIFY(Logger::xmlLogBytes(QtCriticalMsg, "a <b/>")
-                    .endsWith(" type=\"critical\">a <b/></debug>"));
-        QCOMPARE(Logger::typeToString(QtDebugMsg), "debug");
-        QCOMPARE(Logger::typeToString(QtFatalMsg), "fatal");
-        QCOMPARE(Logger::typeToString(QtInfoMsg), "unknown");
-    }
-
-    // tst_options has the others.
-    void emptyLogSettingIsAName()
-    {
-        setSetting("PELK_TEST_LOG", "");
-        setSetting("ZORV_LOGS", "/");
-        QCOMPARE(Logger::logFileName("TEST_LOG", u"prefix"_s, u"-node"_s), u"-node.log"_s);
+        const QByteArray record = Logger::xmlLogBytes(QtCriticalMsg, "a <b/>");
+        QVERIFY2(record.endsWith(" type=\"critical\">a <b/></debug>"), record.constData());
     }
 
     void handlersAreCalledInOrderAndMayRemoveThemselves()
     {
         Logger::addMsgHandler(receiveOnce);
         Logger::addMsgHandler(receive);
-        Logger::addMsgHandler(receive);
         Logger::logf(QtDebugMsg, "%d%%", 1);
-        QCOMPARE(received, QByteArrayList({"1%", "1%", "1%"}));
-        Logger::removeMsgHandler(receive);
-        Logger::removeMsgHandler(receiveOnce);
         Logger::log(QtDebugMsg, "2%");
-        QCOMPARE(received, QByteArrayList({"1%", "1%", "1%", "2%"}));
         Logger::removeMsgHandler(receive);
+        Logger::log(QtDebugMsg, "3%");
+        QCOMPARE(received, QByteArrayList({"once 1%", "1%", "2%"}));
     }
 
-    void logIsTheLastFileThatCouldBeOpened()
+    void secondLogFileReplacesTheFirst()
     {
         Logger::installLogMsgHandler(u"first"_s);
-        QTest::ignoreMessage(QtWarningMsg, "Log file name is empty");
-        Logger::installLogMsgHandler({});
-        QTest::ignoreMessage(QtCriticalMsg, ".: Is a directory");
-        Logger::installLogMsgHandler(u"."_s);
         Logger::log(QtDebugMsg, "1");
         Logger::installLogMsgHandler(u"second"_s);
         Logger::log(QtDebugMsg, "2");

@@ -12,8 +12,6 @@
 #include <QStringConverter>
 #include <QTest>
 
-#include <csignal>
-#include <filesystem>
 #include <sys/resource.h>
 #include <sys/stat.h>
 
@@ -49,18 +47,9 @@ Record resolved(const Settings& settings, const QStringList& arguments = {})
     }
     Record record;
     BackendOptions options;
-    [&] {
-        QVERIFY(options.parse(QStringList(u"program"_s) + arguments));
-        const bool valid = static_cast<BackendUserData&>(record).load(options);
-        QCOMPARE(valid, record.isValid());
-    }();
+    [&] { QVERIFY(options.parse(QStringList(u"program"_s) + arguments)); }();
+    static_cast<BackendUserData&>(record).load(options);
     return record;
-}
-
-// As it is in the link.
-QString linkTarget(const QString& link)
-{
-    return QString::fromStdString(std::filesystem::read_symlink(link.toStdString()).string());
 }
 
 } // namespace
@@ -84,32 +73,18 @@ private Q_SLOTS:
         TalvoraGlobals::instance()->setLocationsFromInstallPath(u"."_s);
     }
 
-    void attributesReplaceFields()
-    {
-        Record record("host='a' port='42' session='2' cookie='c'");
-        QVERIFY(record.load({}, u"<session cookie='d' host='b,,c' port='65536' other='x'/>"_s));
-        QCOMPARE(record.getHostNamesAndAddresses(), list({"b", "", "c"}));
-        QCOMPARE(record.getPort(), 65536U);
-        QCOMPARE(record.getSession(), 2);
-        QCOMPARE(record.sessionCookie(), u"d"_s);
-        QVERIFY(record.load({}, u"<session host='' session='4294967295'/>"_s));
-        QCOMPARE(record.getHostNamesAndAddresses(), list({""}));
-        QCOMPARE(record.getSession(), -1);
-    }
-
     void portOrSessionThatIsNoNumberIsZeroAndEndsTheReading()
     {
         Record record("host='a' port='42' session='2' cookie='c'");
         QVERIFY(!record.load({}, u"<session session='x' host='b' cookie=''/>"_s));
         QCOMPARE(record.fileState(), FileState::BadSession);
+        QCOMPARE(record.getPort(), 42U);
         QCOMPARE(record.getSession(), 0);
         QCOMPARE(record.sessionCookie(), u""_s);
         QVERIFY(!record.load({}, u"<session port='0x1' host='c' cookie='d' session='3'/>"_s));
         QCOMPARE(record.fileState(), FileState::BadPort);
         QCOMPARE(record.getPort(), 0U);
         QCOMPARE(record.getCanonicalHostName(), u"b"_s);
-        QCOMPARE(record.sessionCookie(), u""_s);
-        QCOMPARE(record.getSession(), 0);
     }
 
     void readsWellFormedFiles_data()
@@ -123,19 +98,14 @@ private Q_SLOTS:
         const auto bad = FileState::NotWellFormed;
         const QByteArray session = "<session host='é'/>";
         const QByteArray latin1 = "<?xml version='1.0' encoding='iso-8859-1'?>";
-        const QByteArray windows = "<?xml version='1.0' encoding='windows-1252'?>";
         const QByteArray unknown = "<?xml version='1.0' encoding='none'?>";
         const QString entity = u"<!DOCTYPE s [<!ENTITY e 'b'>]><session host='é'/>"_s;
         add("another root element", "<x:session host='b'>" + session + "</x:session>",
             FileState::NoSession);
-        add("text after the root element", session + "<", bad);
         add("largest file", session.leftJustified(65536), good);
         add("larger file", session.leftJustified(65537), FileState::TooLarge);
 
         add("declared encoding", latin1 + "<session host='\xe9'/>", good);
-        // One that ICU knows, if this Qt has it.
-        add("encoding of Windows", windows + "<session host='\xe9'/>",
-            QStringDecoder("windows-1252").isValid() ? good : bad);
         add("unknown encoding", unknown + session, bad);
         add("bytes that are not in the encoding", "<session host='\xe9'/>", bad);
 
@@ -160,29 +130,12 @@ private Q_SLOTS:
         QCOMPARE(record.getCanonicalHostName(), state == FileState::Read ? u"é"_s : u"a"_s);
     }
 
-    void fileThatCannotBeReadChangesNothing()
+    void fileThatIsNotRegularIsNotRead()
     {
-        QVERIFY(QFile::link(u"loop"_s, u"loop"_s));
-        Record record("host='a'");
-        QVERIFY(!record.load(u"missing"_s));
-        QCOMPARE(record.fileState(), FileState::Missing);
         QCOMPARE(mkfifo("fifo", 0600), 0);
+        Record record;
         QVERIFY(!record.load(u"fifo"_s));
         QCOMPARE(record.fileState(), FileState::NotRegular);
-        QVERIFY(!record.load(u"loop"_s));
-        QCOMPARE(record.fileState(), FileState::Unreadable);
-        QCOMPARE(record.sessionFileName(), u"loop"_s);
-        QCOMPARE(record.getCanonicalHostName(), u"a"_s);
-    }
-
-    // One that is no XML counts as one without content.
-    void textInPlaceOfAFile()
-    {
-        Record record("host='a'");
-        QVERIFY(record.load(u"missing"_s, u"<session host='b'><"_s));
-        QCOMPARE(record.getCanonicalHostName(), u"a"_s);
-        QVERIFY(record.load(u"missing"_s, u"<session host='b'/>"_s));
-        QCOMPARE(record.getCanonicalHostName(), u"b"_s);
     }
 
     void portOfAFileOfTodayIsExplicit()
@@ -194,37 +147,34 @@ private Q_SLOTS:
         QVERIFY(!record.isExplicitPort());
         QVERIFY(sc_setModifiedTime(u"file"_s, now) && record.load(u"file"_s));
         QVERIFY(record.isExplicitPort());
-        // An older file does not take it back.
-        QVERIFY(sc_setModifiedTime(u"file"_s, now.addDays(-1)) && record.load(u"file"_s));
-        QVERIFY(record.isExplicitPort());
     }
 
     void laterSourcesOverrideEarlierOnes()
     {
-        const auto check = [](const Record& record, const QStringList& hosts, uint port,
-                              int session, const QString& cookie, Source source) {
-            QCOMPARE(record.getHostNamesAndAddresses(), hosts);
-            QCOMPARE(record.getPort(), port);
-            QCOMPARE(record.getSession(), session);
-            QCOMPARE(record.sessionCookie(), cookie);
-            QCOMPARE(record.source(UserData::Hosts), source);
-            QCOMPARE(record.source(UserData::Port), source);
-            QCOMPARE(record.source(UserData::Session), source);
-            QCOMPARE(record.source(UserData::Cookie), source);
+        const auto check = [](const Record& record, const QByteArray& expected, Source source) {
+            QCOMPARE(record.toXml(), Record(expected).toXml());
+            for (auto field :
+                 {UserData::Hosts, UserData::Port, UserData::Session, UserData::Cookie}) {
+                QCOMPARE(record.source(field), source);
+            }
         };
-        const QByteArray session = "<session host='f,,3' port='13' session='3' cookie='f'/>";
+        const QByteArray inGlobal = "host='i' port='11' session='1' cookie='i'";
+        const QByteArray inFile = "host='f,,3' port='13' session='3' cookie='f'";
         const Settings useless = {{"HOST", ""}, {"PORT", "12x"}, {"SESSION", "2x"}};
         const Settings settings = {
             {"HOST", "e,2"}, {"PORT", "12"}, {"SESSION", "2"}, {"SESSION_COOKIE", "e"}};
-        check(resolved({}, {}), {}, 0, -1, {}, Source::Default);
-        QVERIFY(writeFile(u"session"_s, "<session host='i' port='11' session='1' cookie='i'/>"));
-        check(resolved(useless, {}), {u"i"_s}, 11, 1, u"i"_s, Source::GlobalFile);
-        check(resolved(settings, {}), {u"e"_s, u"2"_s}, 12, 2, u"e"_s, Source::Environment);
-        QVERIFY(writeFile(u"s/e-2"_s, session) && writeFile(u"s/o-4"_s, session));
-        check(resolved(settings, {}), {u"f"_s, u""_s, u"3"_s}, 13, 3, u"f"_s, Source::SessionFile);
-        check(resolved(settings, list({"--host", "o,4", "--port", "14", "--session", "4",
-                                       "--sessioncookie", "o"})),
-              {u"o"_s, u"4"_s}, 14, 4, u"o"_s, Source::Option);
+        const QStringList options =
+            list({"--host", "o,4", "--port", "14", "--session", "4", "--sessioncookie", "o"});
+        QVERIFY(writeFile(u"session"_s, "<session " + inGlobal + "/>"));
+        check(resolved(useless), inGlobal, Source::GlobalFile);
+        check(resolved(settings), "host='e,2' port='12' session='2' cookie='e'",
+              Source::Environment);
+        for (const QString& name : {u"s/e-2"_s, u"s/o-4"_s}) {
+            QVERIFY(writeFile(name, "<session " + inFile + "/>"));
+        }
+        check(resolved(settings), inFile, Source::SessionFile);
+        check(resolved(settings, options), "host='o,4' port='14' session='4' cookie='o'",
+              Source::Option);
     }
 
     void fileIsThatOfHostAndSessionUnlessItIsGiven()
@@ -235,9 +185,7 @@ private Q_SLOTS:
         QCOMPARE(resolved({{"HOST", "a"}}, list({"--session", "4"})).sessionFileName(), u"s/a-4"_s);
         QCOMPARE(resolved(given).sessionFileName(), u"x"_s);
         QCOMPARE(resolved(given).source(UserData::SessionFileName), Source::Environment);
-        const Record byOption = resolved(given, list({"--sessionfile", "y"}));
-        QCOMPARE(byOption.sessionFileName(), u"y"_s);
-        QCOMPARE(byOption.source(UserData::SessionFileName), Source::Option);
+        QCOMPARE(resolved(given, list({"--sessionfile", "y"})).sessionFileName(), u"y"_s);
     }
 
     void portAndSessionTellEachOther()
@@ -253,67 +201,38 @@ private Q_SLOTS:
 
     void cookiesAreUsedUnlessTheyAreSwitchedOff()
     {
-        QVERIFY(resolved({{"NO_SESSION_COOKIE", "Off"}}).getUseSessionCookies());
-        const Record bySetting = resolved({{"NO_SESSION_COOKIE", ""}});
-        QVERIFY(!bySetting.getUseSessionCookies());
-        QCOMPARE(bySetting.source(UserData::CookieUse), Source::Environment);
-        const Record byOption = resolved({}, list({"--zorvnosessioncookie"}));
-        QVERIFY(!byOption.getUseSessionCookies());
-        QCOMPARE(byOption.source(UserData::CookieUse), Source::Option);
+        QVERIFY(resolved({}).getUseSessionCookies());
+        QVERIFY(!resolved({{"NO_SESSION_COOKIE", ""}}).getUseSessionCookies());
+        QVERIFY(!resolved({}, list({"--zorvnosessioncookie"})).getUseSessionCookies());
     }
 
     void tarballIsThatOfTheOptionOrTheSetting()
     {
-        const Record bySetting = resolved({{"TARBALL", "/e"}});
-        QCOMPARE(bySetting.tarballFileName(false), u"/e"_s);
-        QCOMPARE(bySetting.source(UserData::Tarball), Source::Environment);
-        const Record byOption = resolved({{"TARBALL", "/e"}}, list({"--tarball", "/o"}));
-        QCOMPARE(byOption.tarballFileName(false), u"/o"_s);
-        QCOMPARE(byOption.source(UserData::Tarball), Source::Option);
+        const Settings settings = {{"TARBALL", "/e"}};
+        QCOMPARE(resolved(settings).tarballFileName(false), u"/e"_s);
+        QCOMPARE(resolved(settings, list({"--tarball", "/o"})).tarballFileName(false), u"/o"_s);
     }
 
     // That of an option is expanded and resolved; that of a setting does not exist here.
     void sharedDirectoryIsGivenOrAFileCalledSession()
     {
         const Settings settings = {{"SHARED_DIRECTORY", "missing"}, {"LIBRARY", "lib"}};
-        QVERIFY(QFile::link(u"/"_s, u"link"_s));
         const Record bySetting = resolved(settings, list({"--sessionfile", "session"}));
         QCOMPARE(bySetting.getSharedDirectory(), u"missing"_s);
-        const Record byOption =
-            resolved(settings, list({"--shareddirectory", "$ZORV_LIBRARY/../link"}));
-        QCOMPARE(byOption.getSharedDirectory(), u"/"_s);
-        QCOMPARE(byOption.source(UserData::SharedDirectory), Source::Option);
+        const Record byOption = resolved(settings, list({"--shareddirectory", "$ZORV_LIBRARY/.."}));
+        QCOMPARE(byOption.getSharedDirectory(), QDir::currentPath());
         const Record byFile = resolved({}, list({"--sessionfile", "x/session"}));
         QCOMPARE(byFile.getSharedDirectory(), u"x/session"_s);
-        QCOMPARE(byFile.source(UserData::SharedDirectory), Source::Derived);
-    }
-
-    void validRecordHasAHostAndAUsablePort()
-    {
-        QVERIFY(Record("host='a' port='65535'").isValid());
-        QVERIFY(!Record("host='a' port='65536'").isValid());
-        QVERIFY(!Record("port='1' session='1' cookie='c'").isValid());
     }
 
     // The hash by hand: of eight times 0x7f the first digit is folded in.
     void uniqueIdIsHostSessionAndHashOfTheCookie()
     {
         QCOMPARE(Record("host='a,b' session='3'").getSessionUniqueId(), u"a-3"_s);
-        QCOMPARE(Record("host='a' cookie=''").getSessionUniqueId(), u"a--1-00000000"_s);
         const Record record("host='a' cookie='" + QByteArray(8, 0x7f) + "'");
         QCOMPARE(record.getSessionUniqueId(), u"a--1-0777678f"_s);
         QCOMPARE(record.getLockFileName(u"x"_s, u"node7"_s), u"x-a--1-0777678f-node7.pid"_s);
         QCOMPARE(record.hostFileName(), u"s/hosts-a--1-0777678f"_s);
-    }
-
-    // Links that lead elsewhere are replaced, and others made.
-    void newSessionFileIsTheLatest()
-    {
-        const Record record("host='a'");
-        QVERIFY(QFile::link(u"elsewhere"_s, u"s/latest"_s));
-        QCOMPARE(record.getSessionFile(0, true), u"s/a-0"_s);
-        QCOMPARE(linkTarget(u"s/latest"_s), u"s/a-0"_s);
-        QCOMPARE(linkTarget(u"s/a-latest"_s), u"s/a-0"_s);
     }
 
     void sessionFileOfThisHostOnly()
@@ -321,7 +240,6 @@ private Q_SLOTS:
         QVERIFY(writeFile(u"bin/use_local_zorv_session"_s, {}));
         qputenv("LOGNAME", "alice");
         QCOMPARE(Record().getSessionFile(-1, true), u"/tmp/.zorv_session_alice_-1"_s);
-        QCOMPARE(namesIn(u"s"_s), QStringList());
     }
 
     // A job may have a copy of its own in TMPDIR.
@@ -335,82 +253,62 @@ private Q_SLOTS:
         QCOMPARE(record.topologyFileName(false), u"lib/topology-alpha-3"_s);
         QCOMPARE(record.topologyFileName(true), u"s/topology-alpha-3"_s);
         QCOMPARE(record.tarballFileName(false), u"lib/tarball-alpha-3"_s);
-        QCOMPARE(record.tarballFileName(true), u"s/tarball-alpha-3"_s);
-        QCOMPARE(record.tarballFileName(false), u"s/tarball-alpha-3"_s);
     }
 
     void sessionDirectoryIsMadeOnRequest()
     {
-        setSetting("ZORV_SESSION_PATH", {});
         Record record;
         record.setSharedDirectory(u"lib"_s);
+        QCOMPARE(record.getSessionDirectory(false), u"s"_s);
+        setSetting("ZORV_SESSION_PATH", {});
         QCOMPARE(record.getSessionDirectory(false), u"lib/.talvora/session"_s);
         QVERIFY(!QFile::exists(u"lib/.talvora"_s));
-        QCOMPARE(record.getSessionDirectory(true), u"lib/.talvora/session"_s);
-        QVERIFY(QFileInfo(u"lib/.talvora/session"_s).isDir());
+        QVERIFY(QFileInfo(record.getSessionDirectory(true)).isDir());
         record.setSharedDirectory({});
         QCOMPARE(record.getSessionDirectory(false), QDir::homePath() + u"/.talvora/session"_s);
-        setSetting("PELK_SESSION_PATH", "missing");
-        QCOMPARE(record.getSessionDirectory(true), u"missing"_s);
-        QVERIFY(!QFile::exists(u"missing"_s));
     }
 
-    void saving()
+    void savedFileIsTheLatest()
     {
         Record record("host='a,b' port='5000' session='2' cookie='c&lt;&amp;&quot;&gt;é'");
-        QVERIFY(record.save(u"name"_s));
-        QVERIFY(!QFileInfo::exists(u"s/latest"_s));
+        QVERIFY(QFile::link(u"elsewhere"_s, u"s/latest"_s));
+        setSetting("ZORV_SESSION_PATH", QFile::encodeName(QDir::current().filePath(u"s"_s)));
         QVERIFY(record.save({}));
-        QCOMPARE(record.sessionFileName(), u"s/a-2"_s);
-        QCOMPARE(linkTarget(u"s/latest"_s), u"s/a-2"_s);
-        for (const QString& name : {u"name"_s, u"s/a-2"_s}) {
+        for (const QString& name : {u"s/a-2"_s, u"s/latest"_s, u"s/a-latest"_s}) {
             Record loaded;
-            QVERIFY(loaded.load(name));
-            QCOMPARE(loaded.toXml(), record.toXml());
+            QVERIFY2(loaded.load(name), qPrintable(name));
+            QCOMPARE(loaded.getHostNamesAndAddresses(), list({"a", "b"}));
+            QCOMPARE(loaded.getPort(), 5000U);
+            QCOMPARE(loaded.getSession(), 2);
+            QCOMPARE(loaded.sessionCookie(), u"c<&\">é"_s);
         }
     }
 
-    // Readers would take an old file for the record's. The limit stands for a full disk.
+    // Readers would take an old file for the record's. The limit stands for a broken disk.
     void failedSaveLeavesNoFile()
     {
-        QVERIFY(writeFile(u"full"_s, "of an earlier session"));
-        signal(SIGXFSZ, SIG_IGN);
+        QVERIFY(writeFile(u"file"_s, "of an earlier session"));
         rlimit limit;
-        getrlimit(RLIMIT_FSIZE, &limit);
+        getrlimit(RLIMIT_NOFILE, &limit);
         const rlimit none = {0, limit.rlim_max};
-        setrlimit(RLIMIT_FSIZE, &none);
-        const bool saved = Record("host='a'").save(u"full"_s);
-        setrlimit(RLIMIT_FSIZE, &limit);
+        setrlimit(RLIMIT_NOFILE, &none);
+        const bool saved = Record("host='a'").save(u"file"_s);
+        setrlimit(RLIMIT_NOFILE, &limit);
         QVERIFY(!saved);
         QCOMPARE(namesIn(u"."_s), QStringList());
     }
 
-    void metaLinkLeadsToTheFirstSessionFile()
-    {
-        Record record("host='a' session='2'");
-        QVERIFY(!record.makeMetaSession());
-        for (const QString& name : {u"s/a-2"_s, u"s/other"_s}) {
-            record.mSessionFileName = name;
-            QVERIFY(record.makeMetaSession());
-            QCOMPARE(linkTarget(u"s/meta"_s), u"s/a-2"_s);
-        }
-    }
-
     void deletionRemovesTheFileAndItsLinks()
     {
-        const auto check = [](const QByteArray& host, const QStringList& left) {
-            for (const QString& name : {u"a-latest"_s, u"b-latest"_s, u"file"_s, u"latest"_s}) {
-                QVERIFY(writeFile(u"s/"_s + name, {}));
-            }
-            Record record("host='" + host + "'");
-            record.mSessionFileName = u"s/file"_s;
-            QVERIFY(record.makeMetaSession());
-            record.deleteSessionFile();
-            QCOMPARE(namesIn(u"s"_s), left);
-        };
-        check("a", {u"b-latest"_s});
-        // It would lead out of the directory.
-        check("../s/a", {u"a-latest"_s, u"b-latest"_s});
+        for (const QString& name : {u"a-latest"_s, u"b-latest"_s, u"file"_s, u"latest"_s}) {
+            QVERIFY(writeFile(u"s/"_s + name, {}));
+        }
+        Record record("host='a'");
+        record.mSessionFileName = QDir::current().filePath(u"s/file"_s);
+        QVERIFY(record.makeMetaSession());
+        QCOMPARE(QFile::symLinkTarget(u"s/meta"_s), record.sessionFileName());
+        record.deleteSessionFile();
+        QCOMPARE(namesIn(u"s"_s), list({"b-latest"}));
     }
 };
 
