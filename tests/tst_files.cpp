@@ -14,6 +14,7 @@
 #include <csignal>
 #include <fcntl.h>
 #include <filesystem>
+#include <sys/fsuid.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -96,6 +97,19 @@ private Q_SLOTS:
             QCOMPARE(fcntl(file->get(), F_GETFD), FD_CLOEXEC);
             QCOMPARE(fcntl(file->get(), F_GETFL) & O_NONBLOCK, 0);
         }
+    }
+
+    // A file server that maps users gives a new file another owner than the process.
+    void newFileOfAMappedUserIsTrusted()
+    {
+        if (geteuid() != root) {
+            QSKIP("Only root can make files of another user");
+        }
+        QCOMPARE(chmod(".", 01777) + chown(".", owner, 0), 0);
+        setfsuid(stranger);
+        const Result<Descriptor> file = openToOverwrite(u"name"_s);
+        setfsuid(root);
+        QCOMPARE(file ? QString() : file.error().text(), QString());
     }
 
     void replacesALinkAndMakesAFileOfTheLongestName()

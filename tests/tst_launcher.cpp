@@ -15,6 +15,7 @@ private Q_SLOTS:
     void fileTellsTheBuild()
     {
         const QByteArray launcher = content(u"" ZORV_MPIRUN ""_s);
+        QVERIFY(launcher.contains('\0' + QByteArray(ZORV_VERSION) + '\0'));
         QVERIFY(launcher.contains('\0' + QByteArray(HGID) + '\0'));
         QVERIFY(launcher.contains('\0' + Branding::CopyrightTalvoraSoftware.toUtf8() + '\0'));
     }

@@ -40,6 +40,8 @@ const char hostsFile[] = R"(
 10.0.0.7 nodeb.cluster nodeb
 fd00::7 nodeb.cluster nodeb
 10.0.0.7 nodeb-alias
+127.0.0.1 loop.cluster
+10.0.0.8 loop.cluster hidden
 )";
 
 Addresses addresses(Texts texts)
@@ -133,6 +135,8 @@ private Q_SLOTS:
         QCOMPARE(hostNameAndAddresses(u"nodeb"_s),
                  list({"nodeb", "nodeb.cluster", "10.0.0.7", "fd00::7"}));
         QCOMPARE(hostNameAndAddresses(u"nobody"_s), list({"nobody"}));
+        // The name has one address that is not loopback, its canonical name another.
+        QCOMPARE(hostNameAndAddresses(u"hidden"_s), list({"hidden", "10.0.0.8"}));
         // IPv4 comes first, and loopback addresses are left out.
         QCOMPARE(hostNameAndAddresses(u"many"_s), list({"many", "10.0.0.7", "2001:db8::5"}));
     }

@@ -98,6 +98,7 @@ private Q_SLOTS:
         const auto bad = FileState::NotWellFormed;
         const QByteArray session = "<session host='é'/>";
         const QByteArray latin1 = "<?xml version='1.0' encoding='iso-8859-1'?>";
+        const QByteArray windows = "<?xml version='1.0' encoding='windows-1252'?>";
         const QByteArray unknown = "<?xml version='1.0' encoding='none'?>";
         const QString entity = u"<!DOCTYPE s [<!ENTITY e 'b'>]><session host='é'/>"_s;
         add("another root element", "<x:session host='b'>" + session + "</x:session>",
@@ -106,6 +107,9 @@ private Q_SLOTS:
         add("larger file", session.leftJustified(65537), FileState::TooLarge);
 
         add("declared encoding", latin1 + "<session host='\xe9'/>", good);
+        // One that ICU knows, if this Qt has it.
+        add("encoding of Windows", windows + "<session host='\xe9'/>",
+            QStringDecoder("windows-1252").isValid() ? good : bad);
         add("unknown encoding", unknown + session, bad);
         add("bytes that are not in the encoding", "<session host='\xe9'/>", bad);
 
@@ -309,6 +313,12 @@ private Q_SLOTS:
         QCOMPARE(QFile::symLinkTarget(u"s/meta"_s), record.sessionFileName());
         record.deleteSessionFile();
         QCOMPARE(namesIn(u"s"_s), list({"b-latest"}));
+        // Its link would be outside of the directory.
+        QVERIFY(writeFile(u"lib/a-latest"_s, {}));
+        Record elsewhere("host='../lib/a'");
+        elsewhere.mSessionFileName = u"s/file"_s;
+        elsewhere.deleteSessionFile();
+        QCOMPARE(namesIn(u"lib"_s), list({"a-latest"}));
     }
 };
 
