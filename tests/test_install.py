@@ -39,19 +39,13 @@ def needed_libraries(run, *programs: Path) -> set[str]:
     return set(re.findall(r"NEEDED\s+(\S+)", run("objdump", "-p", *programs).output))
 
 
-def test_installs_nothing_outside_the_prefix(stage):
-    """All files are below the prefix."""
-    assert [str(path.relative_to(stage)) for path in stage.rglob("*")
-            if not path.is_relative_to(stage / "opt/suite")] == ["opt"]
-
-
-def test_installs_documents(stage):
-    """Manual pages, the completion, documents and the example are installed."""
+def test_installs_documents_and_nothing_outside_the_prefix(stage):
+    """Manual pages, documents and the example are installed; all files are below the prefix."""
     share = stage / "opt/suite/share"
-    for name in ("man/man1/zorv-mpirun.1", "man/man1/zorv-mpirun-info.1",
-                 "bash-completion/completions/zorv-mpirun", "doc/zorv-mpirun/docs/settings.md",
-                 "doc/zorv-mpirun/examples/front-end"):
-        assert (share / name).is_file(), name
+    names = {str(path.relative_to(share)) for path in share.rglob("*")}
+    assert {"man/man1/zorv-mpirun.1", "man/man1/zorv-mpirun-info.1",
+            "doc/zorv-mpirun/docs/settings.md", "doc/zorv-mpirun/examples/front-end"} <= names
+    assert (os.listdir(stage), os.listdir(stage / "opt")) == (["opt"], ["suite"])
 
 
 def test_launcher_needs_no_network_and_xml_libraries(stage, run):
@@ -108,10 +102,7 @@ def unpack(run, package: Path, root: Path) -> tuple[Path, set[str]]:
         assert run(*AS_ROOT, "rpm", "--root", root, "--dbpath", "/var/lib/rpm", "--install",
                    package, env={"HOME": "/"}).status == 0
         return prefix, set()
-    (root / "var/lib/dpkg/info").mkdir(parents=True)
-    (root / "var/lib/dpkg/status").touch()
-    assert run(*AS_ROOT, "dpkg", f"--root={root}", "--log=/dev/null", "--force-depends", "-i",
-               package).status == 0
+    assert run("dpkg-deb", "--extract", package, root).status == 0
     depends = run("dpkg-deb", "-f", package, "Depends").output
     return prefix, set(re.findall(r"(?:^|, )([^ ,]+)", depends))
 
