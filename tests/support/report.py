@@ -100,13 +100,19 @@ class Site:
             jsonschema.validate(report, json.loads(SCHEMA.read_text()))
         return Report(ended.status, report)
 
-    def launch_works(self, *arguments, may_hang: bool, **options) -> bool:
-        """Whether the helper runs and the launcher ends after it with status 0."""
+    def report_before_launch(self, *arguments, **options) -> Report:
+        """The report; it must be bad if, and only if, a launch fails or hangs after it.
+
+        A launch works if the helper runs, and the launcher ends after it with status 0.
+        """
+        report = self.report(*arguments, **options)
         process = self.start(self.installation.launcher, *arguments, **options)
         try:
-            status = process._process.wait(HANG_SECONDS if may_hang else None)
-            return status == 0 and self.ran.exists()
+            status = process._process.wait(None if report.status == 0 else HANG_SECONDS)
         except subprocess.TimeoutExpired:
+            status = None
             # Ends the helper, too.
             process.send(signal.SIGTERM)
-            return False
+        works = status == 0 and self.ran.exists()
+        assert report.status == (0 if works else 1), report.json["findings"]
+        return report
