@@ -54,12 +54,11 @@ def complete(request, build, run, needs, environment, scratch):
         "SHARE": f"{scratch}/installed/share", "RECORD": f"{scratch}/record",
         # Fish completes only the options of programs that it finds.
         "PATH": f"{scratch}/installed/bin:{environment['PATH']}",
-        # No history and no settings in HOME.
-        "HISTFILE": "", "ZDOTDIR": str(scratch), "XDG_CONFIG_HOME": f"{scratch}/fish",
-        "XDG_DATA_HOME": f"{scratch}/fish", "XDG_CACHE_HOME": f"{scratch}/fish"}
+        # They have the shells' settings and history.
+        "HOME": str(scratch), "ZDOTDIR": str(scratch)}
     (scratch / ".bashrc").write_text(BASH + PROGRAMS)
     (scratch / ".zshrc").write_text(ZSH + PROGRAMS)
-    flags = {"bash": ["--noprofile", "--rcfile", f"{scratch}/.bashrc", "-i"], "zsh": ["-d", "-i"]}
+    flags = {"bash": ["-i"], "zsh": ["-d", "-i"]}
 
     def complete(*words) -> list[str]:
         line = " ".join(words)
@@ -77,20 +76,17 @@ def complete(request, build, run, needs, environment, scratch):
     return complete
 
 
-def test_offers_every_option(complete, options):
-    """Every option is offered, and no other."""
-    assert complete("zorv-mpirun", "-") == sorted(options)
-
-
-@pytest.mark.parametrize("words, settings", [
-    pytest.param(["--zorvmanuallaunch"], {}, id="by an option"),
-    pytest.param([], {"PELK_MANUAL_LAUNCH": "1", "TALVORA_MANUAL_LAUNCH": "0"}, id="by a setting"),
+@pytest.mark.parametrize("words, settings, is_manual", [
+    pytest.param([], {}, False, id="usual"),
+    pytest.param(["--zorvmanuallaunch"], {}, True, id="manual launch by an option"),
+    pytest.param([], {"PELK_MANUAL_LAUNCH": "1", "TALVORA_MANUAL_LAUNCH": "0"}, True,
+                 id="manual launch by a setting"),
 ])
-def test_offers_every_spelling_in_a_manual_launch(complete, options, environment, words, settings):
-    """A manual launch turns the simple spellings on."""
+def test_offers_every_option(complete, options, environment, words, settings, is_manual):
+    """Every option is offered, and no other; the simple spellings only in a manual launch."""
     environment |= settings
-    assert complete("zorv-mpirun", *words, "-") == sorted(
-        ["-h", "--help", "-?", "--", *options, *sum(options.values(), [])])
+    simple = ["-h", "--help", "-?", "--", *sum(options.values(), [])] if is_manual else []
+    assert complete("zorv-mpirun", *words, "-") == sorted([*options, *simple])
 
 
 @pytest.mark.parametrize("words, offered", [

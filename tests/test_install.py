@@ -26,14 +26,6 @@ def installed(stage, build) -> Path:
     return (stage / "opt/suite").rename(stage / "moved to")
 
 
-@pytest.fixture
-def launch(run, scratch):
-    """launch(*command): runs a launcher with an environment of its own; HOME is "user"."""
-    home = scratch / "user"
-    return lambda *command: run("env", "-i", f"HOME={home}", f"PATH={os.environ['PATH']}",
-                                "TESTCHILD=--print helper", *command, "-np", "2")
-
-
 def needed_libraries(run, *programs: Path) -> set[str]:
     """The libraries that the programs name as needed."""
     return set(re.findall(r"NEEDED\s+(\S+)", run("objdump", "-p", *programs).output))
@@ -54,12 +46,13 @@ def test_launcher_needs_no_network_and_xml_libraries(stage, run):
     assert [name for name in libraries if re.match("libQt6(Network|Xml)", name)] == []
 
 
-def test_moved_installation_launches_and_its_session_serves_every_user(installed, launch, scratch):
+def test_moved_installation_launches_and_its_session_serves_every_user(installed, run, scratch):
     """A moved installation finds its helper, and its session file names the front end."""
-    sessions = scratch / "user/.talvora/session"
+    sessions = scratch / ".talvora/session"
     sessions.mkdir(parents=True)
     (installed / "session").write_text('<session host="front" port="4242"/>\n')
-    assert launch(installed / "bin/zorv-mpirun") == Ended(0, "helper\n")
+    env = {"HOME": str(scratch), "TESTCHILD": "--print helper"}
+    assert run(installed / "bin/zorv-mpirun", env=env) == Ended(0, "helper\n")
     assert os.listdir(sessions) == ["restart-supported"]
 
 
@@ -88,7 +81,7 @@ def package(request, build, run, needs, scratch) -> Path:
     return next((scratch / "package").glob("zorv-mpirun*"))
 
 
-def test_package_launches_and_depends_on_its_libraries(build, run, package, launch, scratch):
+def test_package_launches_and_depends_on_its_libraries(build, run, package, scratch):
     """Launcher and report work as the package has them; it names the libraries they need."""
     tools = {".gz": ["tar", "-xzf", package], ".deb": ["dpkg-deb", "--extract", package, "."],
              ".rpm": ["sh", "-c", 'rpm2cpio "$0" | cpio -id', package]}
@@ -96,12 +89,13 @@ def test_package_launches_and_depends_on_its_libraries(build, run, package, laun
     clean.mkdir()
     assert run(*tools[package.suffix], cwd=clean).status == 0
     programs = next(clean.glob("**/bin"))
-    depends = run("dpkg-deb", "-f", package, "Depends").output
     for library in needed_libraries(run, *programs.iterdir()):
+        depends = run("dpkg-deb", "-f", package, "Depends").output
         owners = re.findall("^([^:]+):", run("dpkg", "-S", f"*/{library}").output, re.MULTILINE)
         assert set(owners) & set(re.findall(r"[^ ,]+", depends)), library
     shutil.copy(build.testchild, programs / "zorv-debugger")
-    assert launch(programs / "zorv-mpirun") == Ended(0, "helper\n")
+    env = {"HOME": str(scratch), "TESTCHILD": "--print helper"}
+    assert run(programs / "zorv-mpirun", env=env) == Ended(0, "helper\n")
     assert run(programs / "zorv-mpirun-info").status == 0
 
 

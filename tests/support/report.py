@@ -7,9 +7,8 @@ import subprocess
 import tarfile
 import time
 from collections.abc import Mapping, Sequence
-from dataclasses import dataclass
 from pathlib import Path
-from typing import Optional
+from typing import NamedTuple, Optional
 
 from support.installation import Installation
 
@@ -26,8 +25,7 @@ SCHEMA = Path(__file__).parents[2] / "mpirun-info/zorv-mpirun-info.schema.json"
 COOKIE = "c00kie"
 
 
-@dataclass(frozen=True)
-class Report:
+class Report(NamedTuple):
     """A report: the exit status, and the JSON."""
 
     status: int
