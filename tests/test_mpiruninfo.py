@@ -84,6 +84,8 @@ SETUPS = [
     # The session.
     row("hold file left", "hold-file-left", prepare=": >sessions/restart-hold"),
     row("restart file left", "restart-file-left", prepare=": >sessions/restart"),
+    row("hold file without a session", "session-invalid", "session-file-unusable",
+        prepare="rm sessions/*; : >sessions/restart-hold"),
     row("restart file that cannot be answered", "restart-file-stuck",
         "session-directory-unusable", under=AS_USER,
         prepare="chmod 644 sessions/*; : >sessions/restart; chmod 755 sessions"),
