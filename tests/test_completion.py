@@ -1,8 +1,9 @@
 """The completion of the options, as the shells do it with the installed files."""
 
-import pytest
+import re
 
-from support.tables import options
+import pexpect
+import pytest
 
 # In bash and zsh, Alt-* puts all that is offered in the place of the word before it.
 BASH = """
@@ -27,15 +28,25 @@ complete -C "$argv" | string replace -r '\\t.*' ''
 """
 
 
+@pytest.fixture
+def options(source) -> dict[str, list[str]]:
+    """The table of options: the spellings of manual-launch mode of each."""
+    rows = re.findall(r'^\w+_OPTION\("([^"]+)", "([^"]*)"',
+                      (source / "backend/options.def").read_text(), re.MULTILINE)
+    return {name: simple_names.split() for name, simple_names in rows}
+
+
 @pytest.fixture(params=["bash", "zsh", "fish"])
 def complete(request, build, run, needs, environment, scratch):
-    """complete(*words, env={}): what the shell offers for the last word, sorted.
+    """complete(*words): what the shell offers for the last word, sorted.
 
-    The folder "here" is the working directory.
+    The working directory has the files "match" and "matches".
     """
     shell = request.param
     here = scratch / "here"
     here.mkdir()
+    (here / "match").touch()
+    (here / "matches").mkdir()
     needs(shell, "--version")
     assert run(build.variable("CMAKE_COMMAND"), "--install", build.folder, "--prefix",
                scratch / "installed").status == 0
@@ -43,22 +54,20 @@ def complete(request, build, run, needs, environment, scratch):
         "SHARE": f"{scratch}/installed/share", "RECORD": f"{scratch}/record",
         # Fish completes only the options of programs that it finds.
         "PATH": f"{scratch}/installed/bin:{environment['PATH']}",
-        # No history and no settings in HOME.
-        "HISTFILE": "", "ZDOTDIR": str(scratch), "XDG_CONFIG_HOME": f"{scratch}/fish",
-        "XDG_DATA_HOME": f"{scratch}/fish", "XDG_CACHE_HOME": f"{scratch}/fish"}
+        # They have the shells' settings and history.
+        "HOME": str(scratch), "ZDOTDIR": str(scratch)}
     (scratch / ".bashrc").write_text(BASH + PROGRAMS)
     (scratch / ".zshrc").write_text(ZSH + PROGRAMS)
-    command = {"bash": f"bash --noprofile --rcfile {scratch}/.bashrc -i", "zsh": "zsh -d -i"}
+    flags = {"bash": ["-i"], "zsh": ["-d", "-i"]}
 
-    def complete(*words, env=None) -> list[str]:
+    def complete(*words) -> list[str]:
         line = " ".join(words)
         if shell == "fish":
-            offered = run("fish", "--no-config", "-c", FISH, line, env=env,
-                          cwd=here).output.splitlines()
+            offered = run("fish", "--no-config", "-c", FISH, line, cwd=here).output.splitlines()
         else:
-            (scratch / "typed").write_text(f"{line}\033*\n")
-            run("sh", "-c", f"script -qec '{command[shell]}' /dev/null <{scratch}/typed", env=env,
-                cwd=here)
+            with pexpect.spawn(shell, flags[shell], env=environment, cwd=here) as terminal:
+                terminal.send(f"{line}\033*\n")
+                terminal.expect(pexpect.EOF)
             offered = (scratch / "record").read_text().splitlines()[len(words) - 2:]
         # Fish also offers what is similar; bash and zsh leave a word alone for which
         # they have nothing.
@@ -67,48 +76,32 @@ def complete(request, build, run, needs, environment, scratch):
     return complete
 
 
-def test_offers_every_option(complete):
-    """Every option is offered, and no other."""
-    assert complete("zorv-mpirun", "-") == sorted(option.name for option in options())
-
-
-def test_offers_every_spelling_in_a_manual_launch(complete):
-    """The option that makes a launch manual turns the simple spellings on."""
-    assert complete("zorv-mpirun", "--zorvmanuallaunch", "-") == sorted(
-        ["-h", "--help", "-?", "--"] + [
-            name for option in options() for name in (option.name, *option.simple_names)])
-
-
-@pytest.mark.parametrize("words, env, offered", [
-    pytest.param(["--zorvdebug", "--zorvhost", "x", "--zorvp"], {},
-                 ["--zorvport", "--zorvprogress"], id="after a switch and a value"),
-    pytest.param(["--por"], {"PELK_MANUAL_LAUNCH": "1", "TALVORA_MANUAL_LAUNCH": "0"},
-                 ["--port"], id="manual launch by the environment"),
-    pytest.param(["--por"], {"ZORV_MANUAL_LAUNCH": "Off", "PELK_MANUAL_LAUNCH": "1"}, [],
-                 id="manual launch turned off by the environment"),
-    pytest.param(["-host", "x", "--zorvp"], {}, [], id="a simple spelling ends the options"),
+@pytest.mark.parametrize("words, settings, is_manual", [
+    pytest.param([], {}, False, id="usual"),
+    pytest.param(["--zorvmanuallaunch"], {}, True, id="manual launch by an option"),
+    pytest.param([], {"PELK_MANUAL_LAUNCH": "1", "TALVORA_MANUAL_LAUNCH": "0"}, True,
+                 id="manual launch by a setting"),
 ])
-def test_offers_options_as_the_launcher_reads_them(complete, words, env, offered):
-    """Options stand at the front, and simple spellings count in a manual launch."""
-    assert complete("zorv-mpirun", *words, env=env) == offered
+def test_offers_every_option(complete, options, environment, words, settings, is_manual):
+    """Every option is offered, and no other; the simple spellings only in a manual launch."""
+    environment |= settings
+    simple = ["-h", "--help", "-?", "--", *sum(options.values(), [])] if is_manual else []
+    assert complete("zorv-mpirun", *words, "-") == sorted([*options, *simple])
 
 
 @pytest.mark.parametrize("words, offered", [
-    pytest.param(["--zorvlog", "mat"], ["match", "matches"], id="file"),
-    pytest.param(["--zorvport", "mat"], [], id="number"),
-    pytest.param(["-np", "mat"], ["match", "matches"], id="argument of the MPI launcher"),
+    pytest.param(["zorv-mpirun", "--zorvdebug", "--zorvhost", "x", "--zorvp"],
+                 ["--zorvport", "--zorvprogress"], id="options after a switch and a value"),
+    pytest.param(["zorv-mpirun", "-host", "x", "--zorvp"], [],
+                 id="no options after a simple spelling, which ends them"),
+    pytest.param(["zorv-mpirun", "--zorvlog", "mat"], ["match", "matches"], id="files as a value"),
+    pytest.param(["zorv-mpirun", "--zorvport", "mat"], [], id="nothing for a number"),
+    pytest.param(["zorv-mpirun", "-np", "mat"], ["match", "matches"],
+                 id="files as arguments of the MPI launcher"),
+    pytest.param(["zorv-mpirun-info", "--j"], ["--json"], id="option of the report"),
+    pytest.param(["zorv-mpirun-info", "zorv-mpirun", "--zorvpor"], ["--zorvport"],
+                 id="option of the launcher after those of the report"),
 ])
-def test_offers_files_where_they_are_taken(complete, scratch, words, offered):
-    """File names are offered for values that are files, and after the options."""
-    (scratch / "here/matches").mkdir()
-    (scratch / "here/match").touch()
-    assert complete("zorv-mpirun", *words) == offered
-
-
-@pytest.mark.parametrize("words, offered", [
-    pytest.param(["--j"], ["--json"], id="option of the report"),
-    pytest.param(["zorv-mpirun", "--zorvpor"], ["--zorvport"], id="option of the launcher"),
-])
-def test_offers_the_reports_options_before_the_launchers(complete, words, offered):
-    """The report's options stand before the launcher's command line."""
-    assert complete("zorv-mpirun-info", *words) == offered
+def test_offers_what_the_program_takes_there(complete, words, offered):
+    """Options stand at the front; files are values of some, and arguments after them."""
+    assert complete(*words) == offered

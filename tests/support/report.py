@@ -4,10 +4,11 @@ import json
 import shutil
 import signal
 import subprocess
+import tarfile
+import time
 from collections.abc import Mapping, Sequence
-from dataclasses import dataclass
 from pathlib import Path
-from typing import Optional
+from typing import NamedTuple, Optional
 
 from support.installation import Installation
 
@@ -24,8 +25,7 @@ SCHEMA = Path(__file__).parents[2] / "mpirun-info/zorv-mpirun-info.schema.json"
 COOKIE = "c00kie"
 
 
-@dataclass(frozen=True)
-class Report:
+class Report(NamedTuple):
     """A report: the exit status, and the JSON."""
 
     status: int
@@ -39,6 +39,13 @@ class Report:
     def causes(self) -> str:
         """The causes of the findings, a line each."""
         return "\n".join(finding["cause"] for finding in self.json["findings"])
+
+
+def unpacked(archive: Path) -> dict[str, str]:
+    """The files of an archive of the report, by their names."""
+    with tarfile.open(archive) as bundle:
+        return {Path(name).name: bundle.extractfile(name).read().decode()
+                for name in bundle.getnames()}
 
 
 class Site:
@@ -64,15 +71,15 @@ class Site:
         (self.sessions / "latest").symlink_to("127.0.0.1-3")
         installation.environment["ZORV_SESSION_PATH"] = str(self.sessions)
 
-    def write_session(self, attributes: str, cookie: str = COOKIE):
+    def write_session(self, attributes: str):
         """Writes the session file."""
         (self.sessions / "127.0.0.1-3").write_text(
-            f"<session {attributes} cookie='{cookie}'/>\n")
+            f"<session {attributes} cookie='{COOKIE}'/>\n")
 
     def prepare(self, script: str):
         """Runs a shell script in the installation's root."""
         subprocess.run(["sh", "-ec", script], cwd=self.root, check=True,
-                       env={**self.installation.environment, "COOKIE": COOKIE,
+                       env={**self.installation.environment,
                             "TESTCHILD_PROGRAM": str(self.installation.build.testchild)})
 
     def start(self, program, *arguments, under: Sequence[str] = (),
@@ -81,22 +88,29 @@ class Site:
         return self.installation._start(*under, program, *arguments, env=env, cwd=self.root)
 
     def report(self, *arguments, **options) -> Report:
-        """The report in JSON, which follows its schema."""
+        """The report in JSON, which comes within 10 seconds and follows its schema."""
+        started = time.monotonic()
         ended = self.start(self.program, "--json", *arguments, **options).wait()
+        assert time.monotonic() - started < 10
         assert ended.output and not ended.errors, ended
         report = json.loads(ended.output)
         if jsonschema:
             jsonschema.validate(report, json.loads(SCHEMA.read_text()))
         return Report(ended.status, report)
 
-    def launch_works(self, *arguments, hangs: bool, **options) -> bool:
-        """Whether the helper runs and the launcher ends after it with status 0."""
+    def report_before_launch(self, *arguments, **options) -> Report:
+        """The report; it must be bad if, and only if, a launch fails or hangs after it.
+
+        A launch works if the helper runs, and the launcher ends after it with status 0.
+        """
+        report = self.report(*arguments, **options)
         process = self.start(self.installation.launcher, *arguments, **options)
-        if not hangs:
-            return process.wait().status == 0 and self.ran.exists()
         try:
-            return process._process.wait(HANG_SECONDS) == 0 and self.ran.exists()
+            status = process._process.wait(None if report.status == 0 else HANG_SECONDS)
         except subprocess.TimeoutExpired:
+            status = None
             # Ends the helper, too.
             process.send(signal.SIGTERM)
-            return False
+        works = status == 0 and self.ran.exists()
+        assert report.status == (0 if works else 1), report.json["findings"]
+        return report
