@@ -48,6 +48,9 @@ SETUPS = [
     row("binary for another processor", "helper-foreign",
         prepare=f"cp /bin/true {HELPER}; "
                 f"printf '\\026\\000' | dd of={HELPER} bs=1 seek=18 conv=notrunc"),
+    row("object file", "helper-no-program", says="a binary file, but not a program",
+        prepare=f"cp /bin/true {HELPER}; "
+                f"head -c 2 /dev/zero | dd of={HELPER} bs=1 seek=16 conv=notrunc"),
     row("half a binary", "helper-truncated", prepare=f"head -c 8000 /bin/true >{HELPER}"),
     row("missing loader", "helper-loader",
         prepare=f"LC_ALL=C sed 's,/ld-,/xx-,' /bin/true >{HELPER}", says="/xx-"),
@@ -96,7 +99,8 @@ SETUPS = [
         prepare="rm -r sessions", env={"ZORV_HOST": "127.0.0.1", "ZORV_PORT": "4244"}),
     row("unknown port", "port-unknown", prepare="rm sessions/*", env={"ZORV_HOST": "127.0.0.1"}),
     row("no home", "home-unset", "session-directory-unusable", "session-invalid",
-        "session-file-unusable", env={"ZORV_SESSION_PATH": "", "HOME": None}),
+        "session-file-unusable", env={"ZORV_SESSION_PATH": "", "HOME": None},
+        says="no source names a front end host"),
     row("session file that is no XML", "session-file-unusable", "session-invalid",
         prepare="echo '<session cookie=c00kie>' >sessions/latest", says="(not well-formed)"),
     row("port of another session", "port-of-another-session",
@@ -105,8 +109,9 @@ SETUPS = [
     row("full disk", "directory-full", "session-invalid", "session-file-unusable",
         mounts="mount -t tmpfs -o size=4k none sessions; "
                "! printf %8192s x 2>&- >sessions/data", says="No space left on device"),
-    row("directory that everybody can write to", "others-can-write",
-        prepare="chmod 777 sessions"),
+    row("directory that everybody can write to, with an own marker", "others-can-write",
+        under=AS_USER, prepare="chmod 777 sessions; : >sessions/restart-supported; "
+                               f"chown {USER} sessions/restart-supported"),
     row("missing directory of the installation", "directory-missing", prepare="rmdir libexec"),
     row("missing log directory", "log-directory-missing", env={"ZORV_LOGS": "nowhere"}),
     row("log in a missing directory", "log-unwritable", env={"ZORV_MPIRUN_LOG": "nowhere/log"}),
@@ -227,14 +232,19 @@ def test_names_a_name_server_that_gives_no_answer(site, namespace):
     assert "alpha" in report.causes()
 
 
-def test_starts_no_launch_to_ask_for_a_version(site):
+@pytest.mark.parametrize("make_mpirun", [
+    pytest.param("ln -s zorv-mpirun bin/mpirun", id="link"),
+    pytest.param("printf '#!/bin/sh\\nexec zorv-mpirun \"$@\"\\n' >bin/mpirun", id="script"),
+])
+def test_starts_no_launch_to_ask_for_a_version(site, make_mpirun):
     """What leads to the launcher on PATH is not asked: it would start the helper."""
-    site.prepare("ln -s zorv-mpirun bin/mpirun; chmod +x bin/*; printf "
-                 "'#!/bin/sh\\nexec zorv-mpirun \"$@\"\\n' >bin/mpiexec; chmod +x bin/mpiexec")
-    report = site.report(env={"PATH": f"{site.root}/bin:/usr/bin:/bin"})
-    launchers = {row["path"]: row["kind"] for row in report.json["mpi"]["launchers"]}
-    assert launchers[f"{site.root}/bin/mpirun"] == "zorv-mpirun"
-    assert launchers[f"{site.root}/bin/mpiexec"] == "zorv-mpirun"
+    site.prepare(f"{make_mpirun}; "
+                 "printf '#!/bin/sh\\necho HYDRA 4\\n' >bin/mpiexec; chmod +x bin/*")
+    report = site.report(env={"PATH": f"{site.root}/bin"})
+    assert {row["path"]: row["kind"] for row in report.json["mpi"]["launchers"]} == {
+        f"{site.root}/bin/mpirun": "zorv-mpirun", f"{site.root}/bin/mpiexec": "MPICH"}
+    # It is no MPI library beside the other one.
+    assert "mixed-mpi" not in report.codes(["mixed-mpi"])
     assert not site.ran.exists()
 
 
