@@ -7,16 +7,17 @@ import resource
 import shlex
 import shutil
 import signal
+import subprocess
 import tempfile
-from contextlib import ExitStack, closing
 from pathlib import Path
 
+import psutil
 import pytest
 
-from support.emulator import difference
+from support.emulator import DIFFERENCES
 from support.installation import Build, Installation, Session
-from support.namespace import Namespace
-from support.processes import (Fifo, Process, become_subreaper, kill_descendants, read_text,
+from support.namespace import MAKE, Namespace
+from support.processes import (Fifo, Process, become_subreaper, kill_descendants,
                                running_children, wait_until)
 from support.report import Site
 
@@ -59,21 +60,13 @@ def pytest_collection_modifyitems(config, items):
     if not Build(config.option.build).variable("ZORV_TARGET"):
         return
     for item in items:
-        if what := difference(item.nodeid):
-            item.add_marker(pytest.mark.skip(reason=f"in the emulator {what}"))
+        for pattern, what in DIFFERENCES.items():
+            if re.search(pattern, item.nodeid):
+                item.add_marker(pytest.mark.skip(reason=f"in the emulator {what}"))
 
 
 def pytest_report_header(config):
     return f"build: {config.option.build}"
-
-
-@pytest.hookimpl(hookwrapper=True)
-def pytest_runtest_makereport(item):
-    report = (yield).get_result()
-    if report.when == "call" or not report.passed:
-        item.outcome = report.outcome
-    if report.failed and not item.config.option.discard_scratch:
-        report.sections.append(("scratch folder", f"kept: {item.scratch}"))
 
 
 def leftovers(scratch: Path) -> list[str]:
@@ -83,8 +76,7 @@ def leftovers(scratch: Path) -> list[str]:
     try:
         wait_until(lambda: not running_children(), "the end of all processes", seconds=5)
     except pytest.fail.Exception:
-        found += [f"process {pid}: {read_text(Path(f'/proc/{pid}/cmdline'))!r}"
-                  for pid in running_children()]
+        found += map(str, psutil.Process().children(recursive=True))
     return found
 
 
@@ -96,15 +88,16 @@ def scratch(request):
     test starts. The test fails if it leaves something in them, or leaves processes behind.
     """
     folder = Path(tempfile.mkdtemp(prefix="zorv-test-"))
-    request.node.scratch = folder
+    print(f"scratch folder, kept if the test fails: {folder}")
+    failed_before = request.session.testsfailed
     for name in ("cwd", "home", "tmp"):
         (folder / name).mkdir()
     yield folder
-    # There is no outcome when the user interrupts the tests.
-    outcome = getattr(request.node, "outcome", "interrupted")
-    found = leftovers(folder) if outcome in ("passed", "skipped") else []
+    has_failed = request.session.testsfailed > failed_before
+    is_interrupted = request.session.exitstatus == pytest.ExitCode.INTERRUPTED
+    found = [] if has_failed or is_interrupted else leftovers(folder)
     kill_descendants()
-    if request.config.option.discard_scratch or (outcome != "failed" and not found):
+    if request.config.option.discard_scratch or not (has_failed or found):
         shutil.rmtree(folder)
     if found:
         pytest.fail("\n".join(["left behind:", *found]), pytrace=False)
@@ -167,26 +160,50 @@ def site(installation) -> Site:
 
 
 @pytest.fixture
-def make_fifo(scratch):
-    """make_fifo(name): makes a FIFO, through which a helper tells of its start."""
-    with ExitStack() as stack:
-        yield lambda name: stack.enter_context(closing(Fifo(scratch / name)))
+def fifo(scratch):
+    """A FIFO, through which a helper tells of its start."""
+    path = scratch / "fifo"
+    os.mkfifo(path)
+    with path.open("r+b", buffering=0) as file:
+        yield Fifo(path, file)
 
 
 @pytest.fixture
-def started(installation, make_fifo) -> Fifo:
+def started(installation, fifo) -> Fifo:
     """A FIFO with the process of each helper that starts; helpers run until killed."""
-    started = make_fifo("started")
-    installation.set_helper(f"echo $$ >{started.path}; exec sleep 600")
-    return started
+    installation.set_helper(f"echo $$ >{fifo.path}; exec sleep 600")
+    return fifo
+
+
+@pytest.fixture
+def signals(installation, fifo) -> Fifo:
+    """A FIFO with the process of each helper, and number and value of each signal that it gets.
+
+    SIGTERM ends the helper, and no other signal that can be blocked.
+    """
+    installation.set_test_child("--record-signals", fifo.path)
+    return fifo
+
+
+@pytest.fixture
+def held(installation, session, started) -> Process:
+    """A launcher that waits at a hold, after the end of its helper."""
+    launcher = installation.start()
+    session.hold.touch()
+    started.process().kill()
+    launcher.wait_for_no_child()
+    return launcher
 
 
 @pytest.fixture
 def namespace():
     """Namespaces of the test's own; skips the test where they are forbidden."""
-    namespace = Namespace()
-    yield namespace
-    namespace.close()
+    with subprocess.Popen(MAKE, stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+                          stderr=subprocess.STDOUT, text=True) as process:
+        answer = process.stdout.readline().strip()
+        if answer != "ready":
+            pytest.skip(f"namespaces are forbidden here: {answer}")
+        yield Namespace(process.pid)
 
 
 @pytest.fixture
@@ -201,9 +218,16 @@ def another_user() -> int:
 def needs(run):
     """needs(*command): skips the test where the command does not work."""
     def needs(*command):
-        if not shutil.which(command[0]):
-            pytest.skip(f"{command[0]} is not installed")
-        ended = run(*command)
+        ended = run("sh", "-c", '"$@"', "sh", *command)
         if ended.status != 0:
             pytest.skip(f"{shlex.join(command)}: {ended.errors.strip()}")
     return needs
+
+
+@pytest.fixture
+def strace(needs, environment):
+    """strace(*options): strace as `under` of a launch; skips the test where it does not work."""
+    needs("strace", "-o", os.devnull, "true")
+    # The sanitizers cannot look for leaks under strace.
+    environment["ASAN_OPTIONS"] = "detect_leaks=0"
+    return lambda *options: ["strace", "-qq", "-o", os.devnull, *options]

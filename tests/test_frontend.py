@@ -28,12 +28,10 @@ def test_reports_a_launcher_without_a_helper(installation, front_end, run):
     assert run(*front_end).status == 1
 
 
-def test_signal_ends_launcher_and_helper(installation, front_end, start, make_fifo):
+def test_signal_ends_launcher_and_helper(front_end, start, signals):
     """A signal to the front end ends the launcher, which passes it on."""
-    told = make_fifo("told")
-    installation.set_test_child("--record-signals", told.path)
     process = start(*front_end)
-    assert told.line().startswith("started")
+    signals.process()
     process.send(SIGTERM)
     assert process.wait().status == 128 + SIGTERM
-    assert told.line() == f"{int(SIGTERM)} 0"
+    assert signals.numbers() == [SIGTERM, 0]

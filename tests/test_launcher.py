@@ -2,33 +2,30 @@
 
 import os
 import resource
+import shutil
 from signal import SIGKILL
 
 import pytest
 
-from support.installation import Installation
 from support.processes import Ended
 
 
-@pytest.mark.parametrize("programs, executable, incomplete", [
-    pytest.param("bin", "bin/zorv-mpirun", True, id="installation"),
-    pytest.param("bin", "link", True, id="installation, through a link"),
-    pytest.param("Bin", "Bin/zorv-mpirun", False, id="flat folder of another name"),
+@pytest.mark.parametrize("executable, helper, missing", [
+    pytest.param("bin/zorv-mpirun", "bin/zorv-debugger", ["lib", "libexec"], id="installation"),
+    pytest.param("link", "bin/zorv-debugger", ["lib", "libexec"], id="link"),
+    pytest.param("Bin/zorv-mpirun", "Bin/zorv-debugger", [], id="flat folder of another name"),
 ])
-def test_starts_the_helper_beside_it(
-        scratch, build, start, environment, run, programs, executable, incomplete):
+def test_starts_the_helper_beside_it(installation, run, executable, helper, missing):
     """The helper is the one beside the launcher; only an installation misses folders."""
-    installation = Installation(scratch / "root", build, start, environment, programs)
     root = installation.root
     (root / "lib").rmdir()
     (root / "libexec").rmdir()
     (root / "link").symlink_to("bin/zorv-mpirun")
     installation.set_helper('echo "$0"')
-    missing = "".join(f"Unable to find directory '{root}/{name}'.\nYour Velmor product "
-                      "installation may be incomplete or corrupted.\n"
-                      for name in ("lib", "libexec"))
-    assert run(root / executable) == Ended(
-        0, f"{installation.helper}\n", missing if incomplete else "")
+    shutil.copytree(root / "bin", root / "Bin")
+    assert run(root / executable) == Ended(0, f"{root / helper}\n", "".join(
+        f"Unable to find directory '{root / name}'.\nYour Velmor product installation may be "
+        "incomplete or corrupted.\n" for name in missing))
 
 
 def test_program_that_was_removed_finds_no_installation(installation):
@@ -39,16 +36,13 @@ def test_program_that_was_removed_finds_no_installation(installation):
 
 
 @pytest.mark.parametrize("arguments", [
-    pytest.param([], id="none"),
     pytest.param(["a b", "", "'c\"", "d\ne", "\\", "$HOME", "*"], id="blanks, quotes, line ends"),
     pytest.param([os.fsdecode(bytes(range(1, 256)))], id="every byte"),
-    pytest.param(["x" * 131000] * 10, id="long"),
     pytest.param(["-qmljsdebugger=x", "--qmljsdebugger", "y", "-platform", "z"],
                  id="options that Qt takes for itself"),
     pytest.param(["--zorvport", "4242", "--zorvmpirun", "-np", "2", "a.out", "--zorvport"],
                  id="options of the launcher"),
-    pytest.param(["-platform", "z", "--zorvport", "none"], id="rejected option after others"),
-    pytest.param(["-h"], id="help of the MPI launcher"),
+    pytest.param(["-h", "--zorvport", "none"], id="rejected option after the launcher's -h"),
 ])
 def test_passes_arguments_on_unchanged(installation, scratch, arguments):
     """The helper gets --zorvmpirun and then every argument of the launcher."""
@@ -59,13 +53,6 @@ def test_passes_arguments_on_unchanged(installation, scratch, arguments):
     assert seen == ["/bin/sh", str(installation.helper), "--zorvmpirun", *arguments]
 
 
-def test_reports_a_helper_that_is_missing(installation):
-    """A missing helper is named, and the status is 1."""
-    installation.helper.unlink()
-    assert installation.launch() == Ended(
-        1, "", f"{installation.helper}: No such file or directory\n")
-
-
 def test_says_why_a_helper_does_not_start(installation):
     """The cause is more than the system's text, and the report is named."""
     installation.helper.write_text("#!/nowhere/sh\n")
@@ -74,23 +61,14 @@ def test_says_why_a_helper_does_not_start(installation):
         "missing: /nowhere does not exist; zorv-mpirun-info tells more)\n")
 
 
-def test_failed_exec_is_not_repeated(installation, needs, scratch):
-    """One call has the bytes of the arguments, and its error is in the message."""
-    needs("strace", "-o", "/dev/null", "true")
-    trace = scratch / "trace"
-    under = ["strace", "-f", "-o", trace, "-P", installation.helper, "-e", "trace=execve",
-             "-e", "inject=execve:error=ETXTBSY:when=1"]
-    # The sanitizers cannot look for leaks under strace.
-    assert installation.launch(
-        os.fsdecode(b"x\377y"), under=under, env={"ASAN_OPTIONS": "detect_leaks=0"}) == Ended(
-            1, "", f"{installation.helper}: Text file busy (zorv-mpirun-info tells more)\n")
-    calls = [line for line in trace.read_text().splitlines() if "execve(" in line]
-    assert len(calls) == 1
-    assert r'"--zorvmpirun", "x\377y"]' in calls[0]
+def test_failed_exec_is_not_repeated(installation, strace):
+    """Its error is in the message; a second one would work, and have other arguments."""
+    under = strace("-f", "-P", installation.helper, "-e", "inject=execve:error=ETXTBSY:when=1")
+    assert installation.launch(under=under) == Ended(
+        1, "", f"{installation.helper}: Text file busy (zorv-mpirun-info tells more)\n")
 
 
 @pytest.mark.parametrize("under", [
-    pytest.param(["env", "-C", "/"], id="working directory"),
     pytest.param(["env", "XDG_CONFIG_HOME=/a", "XDG_CONFIG_DIRS=/b"], id="environment"),
     pytest.param(["sh", "-c", 'exec env -u _ "$@" 3</dev/null 9</dev/null', "sh"],
                  id="open descriptors"),
@@ -103,7 +81,6 @@ def test_failed_exec_is_not_repeated(installation, needs, scratch):
     pytest.param(["setpriv", "--pdeathsig", "TERM"], id="signal of the parent's death"),
     pytest.param(["taskset", "--cpu-list", "0"], id="CPU affinity"),
     pytest.param(["env", "OMP_PROC_BIND=true"], id="OMP_PROC_BIND"),
-    pytest.param(["sh", "-c", 'umask 077; exec env -u _ "$@"', "sh"], id="umask"),
     pytest.param(["prlimit", "--nofile=16"], id="resource limits"),
 ])
 def test_helper_inherits_what_the_launcher_got(installation, run, needs, scratch, under):
@@ -130,20 +107,15 @@ def test_helper_inherits_what_the_launcher_got(installation, run, needs, scratch
     pytest.param(4194304, {"ZORV_IGNORE_STACK_LIMIT": ""}, 1, "4096 unset", id="switched off"),
     pytest.param(8388608, {"TALVORA_OLD_STACK_LIMIT": "0004194304"}, 1, "4096 unset",
                  id="second execution"),
-    *(pytest.param(8388608, {"TALVORA_OLD_STACK_LIMIT": value}, 1, "8192 unset",
-                   id=f"remembered limit {value!r} is ignored")
-      for value in ("", "+4194304", "4194304k", "99999999999999999999")),
 ])
 def test_executes_itself_again_for_an_unusual_stack_limit(
-        installation, needs, scratch, soft_limit, env, executions, seen):
+        installation, strace, scratch, soft_limit, env, executions, seen):
     """The launcher runs with a stack of a usual size; the helper gets the user's limit."""
-    needs("strace", "-o", "/dev/null", "true")
     installation.set_helper('echo "$2 $(ulimit -Ss) ${TALVORA_OLD_STACK_LIMIT-unset}"')
     trace = scratch / "trace"
-    under = ["prlimit", f"--stack={soft_limit}:", "strace", "-o", trace, "-e", "trace=execve"]
-    # The sanitizers cannot look for leaks under strace.
-    assert installation.launch("argument", under=under, env={
-        "ASAN_OPTIONS": "detect_leaks=0", **env}) == Ended(0, f"argument {seen}\n")
+    under = ["prlimit", f"--stack={soft_limit}:", *strace("-o", trace, "-e", "trace=execve")]
+    assert installation.launch("argument", under=under, env=env) == Ended(
+        0, f"argument {seen}\n")
     assert trace.read_text().count("execve(") == executions
 
 
@@ -154,21 +126,14 @@ def test_reports_a_stack_limit_that_cannot_be_raised(installation):
         0, "4096 4194304\n", "setrlimit: Invalid argument\n")
 
 
-@pytest.mark.parametrize("arguments, env, status, first_line", [
-    *(pytest.param([word], {"ZORV_MANUAL_LAUNCH": "yes"}, 0,
-                   "Usage: zorv-client [OPTION]... [PROGRAM] [ARGUMENTS]...",
-                   id=f"{word} in a manual launch") for word in ("-h", "--help", "-?")),
-    pytest.param(["--zorvmanuallaunch"], {"ZORV_MANUAL_LAUNCH": "no"}, 1,
-                 "Usage: zorv-client [OPTION]... [PROGRAM] [ARGUMENTS]...",
-                 id="manual launch without a program"),
-    pytest.param(["--zorvmpirun", "--zorvmanuallaunch"], {"ZORV_MANUAL_LAUNCH": "no"}, 1,
-                 "zorv-mpirun [TOOL ARGUMENTS]... [MPIRUN ARGUMENTS]...",
-                 id="manual launch in place of mpirun"),
-])
-def test_help_ends_the_launcher(installation, arguments, env, status, first_line):
+@pytest.mark.parametrize("argument, manual_launch, status", [
+    ("-h", "yes", 0), ("--help", "yes", 0), ("-?", "yes", 0), ("--zorvmanuallaunch", "no", 1)])
+def test_help_of_a_manual_launch_ends_the_launcher(
+        installation, argument, manual_launch, status):
     """The launcher prints help instead of starting the helper."""
-    ended = installation.launch(*arguments, env=env)
-    assert (ended.status, ended.output.splitlines()[0]) == (status, first_line)
+    ended = installation.launch(argument, env={"ZORV_MANUAL_LAUNCH": manual_launch})
+    assert (ended.status, ended.errors) == (status, "")
+    assert ended.output.startswith("Usage: zorv-client [OPTION]... [PROGRAM] [ARGUMENTS]...\n")
     assert "started" not in ended.output
 
 
@@ -209,10 +174,12 @@ def test_closed_output_swallows_what_the_helper_writes(installation):
     assert installation.launch(under=["sh", "-c", '"$@" >&-', "sh"]) == Ended(0)
 
 
-def test_messages_that_nobody_reads_do_not_end_the_launcher(installation, scratch):
-    """A standard error without a reader costs the launcher its messages only."""
-    os.mkfifo(scratch / "gone")
+@pytest.mark.parametrize("script", [
+    pytest.param('mkfifo ../gone; exec 8<>../gone 2>../gone 8<&-; exec "$@"', id="no reader"),
+    pytest.param('ulimit -f 0; exec "$@"', id="limit of a file"),
+])
+def test_message_that_cannot_be_written_does_not_end_the_launcher(installation, script):
+    """Neither SIGPIPE nor SIGXFSZ ends the launcher, whose message is lost."""
     (installation.root / "lib").rmdir()
-    without_reader = 'exec 8<>"$0" 7>"$0" 8<&-; exec "$@" 2>&7 7>&-'
-    assert installation.launch(under=["sh", "-c", without_reader, scratch / "gone"]) == Ended(
-        0, "started\n")
+    installation.set_helper("exit 0")
+    assert installation.launch(under=["sh", "-c", script, "sh"]) == Ended(0)

@@ -1,41 +1,14 @@
-"""Signals that are passed on, that stop, that a terminal sends, and process 1."""
+"""Signals that are passed on, that end or stop the launcher, that a terminal sends; process 1."""
 
-import os
-import re
 import signal
 import sys
-from contextlib import ExitStack, closing
-from pathlib import Path
-from signal import SIGCONT, SIGHUP, SIGINT, SIGKILL, SIGSTOP, SIGTERM, SIGTSTP, SIGUSR1
+from signal import SIGCONT, SIGHUP, SIGINT, SIGTERM, SIGTSTP, SIGUSR1
 
+import pexpect
+import psutil
 import pytest
 
 from support.processes import Ended, wait_until
-from support.terminal import Terminal
-
-
-class SignalLog:
-    """What a helper tells of the signals that it gets, in a FIFO."""
-
-    def __init__(self, fifo):
-        self.fifo = fifo
-
-    def wait_for_start(self) -> int:
-        """Waits for the start of a helper, and returns its process."""
-        return int(re.fullmatch(r"started (\d+)", self.fifo.line())[1])
-
-    def next(self) -> tuple[int, int]:
-        """Waits for a signal, and returns its number and value."""
-        number, value = self.fifo.line().split()
-        return int(number), int(value)
-
-
-@pytest.fixture
-def signals(installation, make_fifo) -> SignalLog:
-    """Makes the helper one that records all signals and that SIGTERM ends."""
-    log = SignalLog(make_fifo("signals"))
-    installation.set_test_child("--record-signals", log.fifo.path)
-    return log
 
 
 def leave_the_group(installation):
@@ -48,24 +21,25 @@ def end(launcher, signals):
     """Ends the launcher with SIGTERM, which the helper gets as well."""
     launcher.send(SIGTERM)
     assert launcher.wait() == Ended(-SIGTERM)
-    assert signals.next() == (SIGTERM, 0)
+    assert signals.numbers() == [SIGTERM, 0]
 
 
-def status(pid: int, field: str) -> str:
-    """The first word of a field of the process's status, see proc(5)."""
-    return re.search(rf"^{field}:\s*(\S+)", Path(f"/proc/{pid}/status").read_text(), re.M)[1]
+def wait_for_stop(process):
+    """Waits until a signal has stopped the process."""
+    wait_until(lambda: process.status() == psutil.STATUS_STOPPED, f"{process} is stopped")
 
 
 @pytest.mark.parametrize("name", [
     "SIGUSR1", "SIGUSR2", "SIGCONT", "SIGWINCH", "SIGURG", "SIGALRM", "SIGVTALRM", "SIGPROF",
     "SIGXCPU", "SIGPWR", "SIGIO", "SIGRTMIN", "SIGRTMAX"])
-def test_signal_is_passed_on_and_the_launcher_lives(installation, signals, name):
-    """The helper gets the signal once, and nothing ends."""
-    launcher = installation.start()
-    signals.wait_for_start()
+@pytest.mark.parametrize("at_the_start", ["default", "ignore"])
+def test_signal_is_passed_on_and_the_launcher_lives(installation, signals, name, at_the_start):
+    """The helper gets the signal once, even if it was ignored at the start, and nothing ends."""
     number = getattr(signal, name)
+    launcher = installation.start(under=["env", f"--{at_the_start}-signal={int(number)}"])
+    signals.process()
     launcher.send(number)
-    assert signals.next() == (number, 0)
+    assert signals.numbers() == [number, 0]
     end(launcher, signals)
 
 
@@ -73,25 +47,21 @@ def test_signal_is_passed_on_and_the_launcher_lives(installation, signals, name)
     pytest.param("sched_getaffinity:signal=USR1:when=2", id="in main's first step"),
     pytest.param("execve:signal=USR1:when=1", id="at the exec of the fresh copy"),
 ])
-def test_signal_in_the_first_steps_waits_for_the_helper(installation, needs, instant):
+def test_signal_in_the_first_steps_waits_for_the_helper(installation, strace, instant):
     """It ends the helper, which has the default action, and not the launcher."""
-    under = ["prlimit", "--stack=4194304:", "strace", "-o", "/dev/null", "-e",
-             f"inject={instant}"]
-    needs(*under, "true")
+    under = ["prlimit", "--stack=4194304:", *strace("-e", f"inject={instant}")]
     installation.set_helper("exec sleep 600")
-    # The sanitizers cannot look for leaks under strace.
-    ended = installation.launch(under=under, env={"ASAN_OPTIONS": "detect_leaks=0"})
-    assert ended == Ended(0)
+    assert installation.launch(under=under) == Ended(0)
 
 
 def test_value_of_a_queued_signal_is_passed_on(installation, signals, run):
     """A value that sigqueue(3) sends reaches the helper, in order."""
     launcher = installation.start()
-    signals.wait_for_start()
+    signals.process()
     number = signal.SIGRTMIN + 3
     for value in (7, 42):
         assert run("/bin/kill", "-s", number, "-q", value, launcher.pid).status == 0
-    assert [signals.next(), signals.next()] == [(number, 7), (number, 42)]
+    assert [signals.numbers(), signals.numbers()] == [[number, 7], [number, 42]]
     end(launcher, signals)
 
 
@@ -99,131 +69,162 @@ def test_value_of_a_queued_signal_is_passed_on(installation, signals, run):
 def test_signal_between_two_helpers_waits_for_the_next(installation, session, signals, number):
     """A signal that comes while the launcher waits at a hold reaches the next helper."""
     session.hold.touch()
+    # Blocked from the start, the signal waits for the helper to look at it.
     launcher = installation.start(under=["env", f"--block-signal={int(number)}"])
-    os.kill(signals.wait_for_start(), SIGKILL)
+    signals.process().kill()
     launcher.wait_for_no_child()
     launcher.send(number)
     session.restart.touch()
     session.hold.unlink()
-    signals.wait_for_start()
-    assert signals.next() == (number, 0)
+    signals.process()
+    assert signals.numbers() == [number, 0]
     end(launcher, signals)
 
 
-def test_signal_that_nobody_waits_for_ends_with_the_launcher(installation, session, signals):
+def test_signal_that_nobody_waits_for_ends_with_the_launcher(session, held):
     """A signal after the last helper is dropped, and the launcher ends as always."""
-    session.hold.touch()
-    launcher = installation.start()
-    os.kill(signals.wait_for_start(), SIGKILL)
-    launcher.wait_for_no_child()
-    launcher.send(SIGUSR1)
+    held.send(SIGUSR1)
     session.hold.unlink()
-    assert launcher.wait() == Ended(0)
+    assert held.wait() == Ended(0)
+
+
+# Python has no name for 16, SIGSTKFLT, before 3.11.
+@pytest.mark.parametrize("number", [
+    signal.SIGABRT, signal.SIGBUS, signal.SIGFPE, SIGHUP, signal.SIGILL, SIGINT, signal.SIGQUIT,
+    signal.SIGSEGV, 16, signal.SIGSYS, SIGTERM, signal.SIGTRAP],
+    ids=lambda number: getattr(number, "name", "SIGSTKFLT"))
+def test_signal_reaches_the_helper_and_removes_the_marker(installation, session, signals, number):
+    """The helper gets the signal, which ends the launcher."""
+    launcher = installation.start()
+    helper = signals.process()
+    launcher.send(number)
+    assert launcher.wait() == Ended(-number)
+    assert signals.numbers() == [number, 0]
+    assert session.files() == []
+    helper.terminate()
+
+
+def test_signal_reaches_the_helper_after_a_restart(installation, session, signals):
+    """The helper that runs gets the signal; the hold stays."""
+    launcher = installation.start()
+    session.restart.touch()
+    signals.process().kill()
+    signals.process()
+    end(launcher, signals)
+    assert session.files() == ["restart-hold"]
+
+
+def test_signal_ends_the_launcher_in_a_hold(session, held):
+    """The signal ends the launcher while it waits without a helper; the files stay."""
+    session.restart.touch()
+    held.send(SIGTERM)
+    assert held.wait() == Ended(-SIGTERM)
+    assert session.files() == ["restart", "restart-hold"]
+
+
+# A shell with job control, which tells how the job has ended or stopped. When it reads a
+# line, it continues the job.
+JOB = ["sh", "-mc", """trap : INT
+    "$@"
+    echo "status $?"
+    read -r _
+    fg
+    echo "status $?" """, "sh"]
 
 
 @pytest.fixture
 def start_in_terminal(installation, environment, scratch):
-    """start_in_terminal(*under): starts the launcher in a terminal, which is returned."""
-    with ExitStack() as stack:
-        yield lambda *under: stack.enter_context(closing(
-            Terminal([*under, installation.launcher], environment, scratch / "cwd")))
+    """start_in_terminal(*under): starts the launcher in a terminal; returns its pexpect.spawn."""
+    def start(*under) -> pexpect.spawn:
+        program, *arguments = *under, str(installation.launcher)
+        return pexpect.spawn(program, arguments, cwd=str(scratch / "cwd"), env=environment)
+    return start
 
 
-@pytest.fixture
-def start_at_keyboard(installation):
-    """start_at_keyboard(*under): starts the launcher in a terminal without job control.
-
-    Returns its Process, and the descriptor for what the user types.
-    """
-    keyboard, terminal = os.openpty()
-    yield lambda *under: (installation.start(under=[
-        "sh", "-c", 'exec setsid --ctty "$@" <"$0"', os.ttyname(terminal), *under]), keyboard)
-    os.close(terminal)
-    os.close(keyboard)
-
-
-def test_interrupt_of_the_terminal_reaches_the_helper_once(start_at_keyboard, signals):
+def test_interrupt_of_the_terminal_reaches_the_helper_once(start_in_terminal, signals):
     """Ctrl-C goes to the whole process group, and the launcher does not repeat it."""
     # Not as the leader of the session, which waits for the helper.
-    process, keyboard = start_at_keyboard("unshare", "--fork")
-    helper = signals.wait_for_start()
-    launcher = int(status(helper, "PPid"))
-    os.kill(launcher, SIGSTOP)
-    wait_until(lambda: status(launcher, "State") == "T", "the launcher stops")
-    os.write(keyboard, b"\x03")
-    # The helper takes it before the launcher does: two at a time would look like one.
-    assert signals.next() == (SIGINT, 0)
-    os.kill(launcher, SIGCONT)
-    assert process.wait() == Ended(-SIGINT)
-    os.kill(helper, SIGTERM)
-    # The end of the session's leader hangs up.
-    assert [signals.next(), signals.next()] == [(SIGHUP, 0), (SIGTERM, 0)]
+    with start_in_terminal("unshare", "--fork") as terminal:
+        helper = signals.process()
+        launcher = helper.parent()
+        launcher.suspend()
+        wait_for_stop(launcher)
+        terminal.sendcontrol("c")
+        # The helper takes it before the launcher does: two at a time would look like one.
+        assert signals.numbers() == [SIGINT, 0]
+        launcher.resume()
+        terminal.wait()
+        assert terminal.signalstatus == SIGINT
+        helper.terminate()
+        # The end of the session's leader hangs up.
+        assert [signals.numbers(), signals.numbers()] == [[SIGHUP, 0], [SIGTERM, 0]]
 
 
 def test_interrupt_of_the_terminal_reaches_a_helper_in_another_group(
         installation, start_in_terminal, signals):
     """The launcher passes Ctrl-C on to a helper that the terminal does not reach."""
     leave_the_group(installation)
-    terminal = start_in_terminal()
-    helper = signals.wait_for_start()
-    terminal.type("\x03")
-    terminal.wait_for("status 130")
-    assert signals.next() == (SIGINT, 0)
-    os.kill(helper, SIGTERM)
-    assert signals.next() == (SIGTERM, 0)
+    with start_in_terminal() as terminal:
+        helper = signals.process()
+        terminal.sendcontrol("c")
+        assert signals.numbers() == [SIGINT, 0]
+        terminal.wait()
+        assert terminal.signalstatus == SIGINT
+        helper.terminate()
 
 
-def test_end_of_a_session_leader_hangs_no_helper_up(start_at_keyboard, signals):
+def test_end_of_a_session_leader_hangs_no_helper_up(start_in_terminal, signals):
     """The leader waits for the helper: its end would add a SIGHUP to the Ctrl-C.
 
     The launcher leads the session of a terminal where no shell is between, as in ssh -t.
     """
-    launcher, keyboard = start_at_keyboard()
-    helper = signals.wait_for_start()
-    os.write(keyboard, b"\x03")
-    assert signals.next() == (SIGINT, 0)
-    os.kill(helper, SIGTERM)
-    assert signals.next() == (SIGTERM, 0)
-    assert launcher.wait() == Ended(-SIGINT)
+    with start_in_terminal() as terminal:
+        helper = signals.process()
+        terminal.sendcontrol("c")
+        assert signals.numbers() == [SIGINT, 0]
+        helper.terminate()
+        assert signals.numbers() == [SIGTERM, 0]
+        terminal.wait()
+        assert terminal.signalstatus == SIGINT
 
 
 def test_suspend_of_the_terminal_stops_both_and_fg_continues_them(start_in_terminal, started):
     """Ctrl-Z and fg work as with any program."""
-    terminal = start_in_terminal()
-    helper = int(started.line())
-    terminal.type("\x1a")
-    terminal.wait_for("status 148")
-    assert status(helper, "State") == "T"
-    terminal.type("\n")
-    wait_until(lambda: status(helper, "State") != "T", "the helper continues")
-    terminal.type("\x03")
-    terminal.wait_for("status 130")
+    with start_in_terminal(*JOB) as terminal:
+        helper = started.process()
+        terminal.sendcontrol("z")
+        terminal.expect_exact("status 148")
+        assert helper.status() == psutil.STATUS_STOPPED
+        terminal.sendline()
+        wait_until(lambda: helper.status() != psutil.STATUS_STOPPED, "the helper continues")
+        terminal.sendcontrol("c")
+        terminal.expect_exact("status 130")
 
 
 @pytest.mark.parametrize("name", ["SIGTSTP", "SIGTTIN", "SIGTTOU"])
 def test_stop_signal_stops_the_helper_and_the_launcher(start_in_terminal, signals, name):
     """A stop signal to the launcher alone reaches the helper as itself; SIGCONT wakes both."""
-    start_in_terminal()
-    number = getattr(signal, name)
-    launcher = int(status(signals.wait_for_start(), "PPid"))
-    os.kill(launcher, number)
-    assert signals.next() == (number, 0)
-    wait_until(lambda: status(launcher, "State") == "T", "the launcher stops")
-    os.kill(launcher, SIGCONT)
-    assert signals.next() == (SIGCONT, 0)
-    os.kill(launcher, SIGTERM)
-    assert signals.next() == (SIGTERM, 0)
+    with start_in_terminal(*JOB):
+        number = getattr(signal, name)
+        launcher = signals.process().parent()
+        launcher.send_signal(number)
+        assert signals.numbers() == [number, 0]
+        wait_for_stop(launcher)
+        launcher.resume()
+        assert signals.numbers() == [SIGCONT, 0]
+        launcher.terminate()
+        assert signals.numbers() == [SIGTERM, 0]
 
 
 def test_stop_signal_that_is_ignored_at_the_start_does_not_stop_the_launcher(
         start_in_terminal, signals):
     """The helper gets it all the same."""
-    terminal = start_in_terminal("env", "--ignore-signal=TSTP")
-    launcher = int(status(signals.wait_for_start(), "PPid"))
-    os.kill(launcher, SIGTSTP)
-    assert signals.next() == (SIGTSTP, 0)
-    os.kill(launcher, SIGTERM)
-    terminal.wait_for("status 143")
+    with start_in_terminal(*JOB, "env", "--ignore-signal=TSTP") as terminal:
+        launcher = signals.process().parent()
+        launcher.send_signal(SIGTSTP)
+        assert signals.numbers() == [SIGTSTP, 0]
+        launcher.terminate()
+        terminal.expect_exact("status 143")
 
 
 def test_signal_that_is_blocked_at_the_start_stays_blocked(installation, started):
@@ -238,7 +239,7 @@ def test_signal_that_is_blocked_at_the_start_stays_blocked(installation, started
 def test_hang_up_that_is_ignored_at_the_start_stays_ignored(installation, signals):
     """The user of nohup wants both to live on."""
     launcher = installation.start(under=["env", "--ignore-signal=HUP"])
-    signals.wait_for_start()
+    signals.process()
     launcher.send(SIGHUP)
     end(launcher, signals)
 
@@ -251,34 +252,14 @@ def test_interrupt_that_is_ignored_at_the_start_ends_both(installation, started)
     assert launcher.wait() == Ended(-SIGINT)
 
 
-def test_signal_that_is_ignored_at_the_start_is_passed_on(installation, signals):
-    """The helper may have a handler, as MPI launchers do for SIGUSR1."""
-    launcher = installation.start(under=["env", "--ignore-signal=USR1"])
-    signals.wait_for_start()
-    launcher.send(SIGUSR1)
-    assert signals.next() == (SIGUSR1, 0)
-    end(launcher, signals)
-
-
 def test_helper_that_is_stopped_is_ended(installation, signals):
     """It continues to handle the signal that ends the launcher, in another group as well."""
     leave_the_group(installation)
     launcher = installation.start()
-    helper = signals.wait_for_start()
-    os.kill(helper, signal.SIGSTOP)
-    wait_until(lambda: status(helper, "State") == "T", "the helper stops")
-    launcher.send(SIGTERM)
-    assert launcher.wait() == Ended(-SIGTERM)
-    assert signals.next() == (SIGTERM, 0)
-
-
-def test_message_beyond_the_limit_of_a_file_ends_no_launch(installation):
-    """SIGXFSZ does not end the launcher, and the helper has its default action."""
-    (installation.root / "lib").rmdir()
-    installation.set_helper("echo too much; exit 0")
-    under = ["sh", "-c", 'ulimit -f 0; exec "$@"', "sh"]
-    ended = installation.launch(under=under, env={"ZORV_HELPER_STATUS": "1"})
-    assert ended == Ended(128 + signal.SIGXFSZ)
+    helper = signals.process()
+    helper.suspend()
+    wait_for_stop(helper)
+    end(launcher, signals)
 
 
 IN_CONTAINER = ["unshare", "--map-root-user", "--pid", "--fork", "--mount-proc"]

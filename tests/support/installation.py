@@ -48,15 +48,15 @@ class Installation:
     """
 
     def __init__(self, root: Path, build: Build, start: Callable[..., Process],
-                 environment: dict[str, str], programs: str = "bin"):
+                 environment: dict[str, str]):
         self.root = root
         self.build = build
         self.environment = environment
         self._start = start
-        for name in (programs, "lib", "libexec", "session"):
+        for name in ("bin", "lib", "libexec", "session"):
             (root / name).mkdir(parents=True)
-        self.launcher = root / programs / "zorv-mpirun"
-        self.helper = root / programs / "zorv-debugger"
+        self.launcher = root / "bin/zorv-mpirun"
+        self.helper = root / "bin/zorv-debugger"
         shutil.copy(build.launcher, self.launcher)
         self.set_helper("echo started; exit 3")
 

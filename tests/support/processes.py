@@ -9,10 +9,11 @@ import signal
 import subprocess
 import time
 from collections.abc import Callable, Mapping, Sequence
-from dataclasses import dataclass
 from pathlib import Path
 from tempfile import NamedTemporaryFile
+from typing import BinaryIO, NamedTuple
 
+import psutil
 import pytest
 
 
@@ -30,8 +31,7 @@ def read_text(file: Path) -> str:
     return file.read_text("utf-8", "surrogateescape")
 
 
-@dataclass(frozen=True)
-class Ended:
+class Ended(NamedTuple):
     """The end of a process. The status is negative for a signal, as in subprocess."""
 
     status: int
@@ -60,11 +60,6 @@ class Process:
         """Sends a signal."""
         os.kill(self.pid, number)
 
-    def sleeps(self) -> int:
-        """How often the process has gone to sleep."""
-        status = Path(f"/proc/{self.pid}/status").read_text()
-        return int(re.search(r"^voluntary_ctxt_switches:\s*(\d+)", status, re.MULTILINE)[1])
-
     def wait_for_no_child(self):
         """Waits until it has seen the end of its child."""
         wait_until(lambda: not children(self.pid), f"{self.command[0]} has no child")
@@ -80,12 +75,11 @@ class Process:
 
 
 class Fifo:
-    """A FIFO that has no end when a writer closes it, as it is open here for both."""
+    """A FIFO that has no end when a writer closes it, as `file` has it open for both."""
 
-    def __init__(self, path: Path):
+    def __init__(self, path: Path, file: BinaryIO):
         self.path = path
-        os.mkfifo(path)
-        self._file = path.open("r+b", buffering=0)
+        self._file = file
 
     def line(self) -> str:
         """Waits for a line."""
@@ -93,8 +87,13 @@ class Fifo:
             pytest.fail(f"not within 30 s: a line in the FIFO {self.path.name!r}")
         return self._file.readline().decode().rstrip("\n")
 
-    def close(self):
-        self._file.close()
+    def numbers(self) -> list[int]:
+        """Waits for a line, and returns the numbers in it."""
+        return [int(number) for number in re.findall(r"\d+", self.line())]
+
+    def process(self) -> psutil.Process:
+        """Waits for a line with the id of a process."""
+        return psutil.Process(self.numbers()[0])
 
 
 def become_subreaper():
