@@ -28,8 +28,6 @@ namespace {
 
 using Value = const std::string&;
 std::string allArguments;
-std::string signalFile;
-std::string newSignalFile;
 
 // The file appears whole or not at all.
 void writeFile(Value name, Value content)
@@ -102,26 +100,6 @@ void restartAgain(Value directory)
     }
 }
 
-// Ends by the next signal, after writing its number to the file.
-void recordNextSignal(Value file)
-{
-    signalFile = file;
-    newSignalFile = file + ".new";
-    for (int signo : {SIGABRT, SIGINT, SIGTERM, SIGSEGV, SIGFPE, SIGBUS, SIGHUP, SIGQUIT, SIGILL,
-                      SIGTRAP, SIGSYS, SIGSTKFLT}) {
-        signal(signo, [](int number) {
-            // The signal may interrupt an allocation; see signal-safety(7).
-            const char digits[] = {char('0' + number / 10), char('0' + number % 10)};
-            const int fd = open(newSignalFile.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0666);
-            if (write(fd, digits, sizeof digits) == ssize_t(sizeof digits)) {
-                rename(newSignalFile.c_str(), signalFile.c_str());
-            }
-            signal(number, SIG_DFL);
-            raise(number);
-        });
-    }
-}
-
 // Blocks all signals, and appends the number and the value of each one that comes to the
 // file, until SIGTERM ends it.
 void recordSignals(Value file)
@@ -165,7 +143,6 @@ const std::map<std::string, std::function<void(Value)>> table = {
     {"--fork-exit", [](Value) { forkAndExit(); }},
     {"--ignore", [](Value signo) { signal(std::stoi(signo), SIG_IGN); }},
     {"--print", [](Value text) { std::cout << text << std::endl; }},
-    {"--record-signal", recordNextSignal},
     {"--record-signals", recordSignals},
     {"--record-state", [](Value file) { writeFile(file, inheritedState()); }},
     {"--restart-again", restartAgain},
