@@ -194,7 +194,7 @@ def test_suspend_of_the_terminal_stops_both_and_fg_continues_them(start_in_termi
         helper = started.process()
         terminal.sendcontrol("z")
         terminal.expect_exact("status 148")
-        assert helper.status() == psutil.STATUS_STOPPED
+        wait_for_stop(helper)
         terminal.sendline()
         wait_until(lambda: helper.status() != psutil.STATUS_STOPPED, "the helper continues")
         terminal.sendcontrol("c")
