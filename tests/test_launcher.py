@@ -61,13 +61,6 @@ def test_says_why_a_helper_does_not_start(installation):
         "missing: /nowhere does not exist; zorv-mpirun-info tells more)\n")
 
 
-def test_failed_exec_is_not_repeated(installation, strace):
-    """Its error is in the message; a second one would work, and have other arguments."""
-    under = strace("-f", "-P", installation.helper, "-e", "inject=execve:error=ETXTBSY:when=1")
-    assert installation.launch(under=under) == Ended(
-        1, "", f"{installation.helper}: Text file busy (zorv-mpirun-info tells more)\n")
-
-
 @pytest.mark.parametrize("under", [
     pytest.param(["env", "XDG_CONFIG_HOME=/a", "XDG_CONFIG_DIRS=/b"], id="environment"),
     pytest.param(["sh", "-c", 'exec env -u _ "$@" 3</dev/null 9</dev/null', "sh"],

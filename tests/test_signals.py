@@ -227,29 +227,20 @@ def test_stop_signal_that_is_ignored_at_the_start_does_not_stop_the_launcher(
         terminal.expect_exact("status 143")
 
 
-def test_signal_that_is_blocked_at_the_start_stays_blocked(installation, started):
-    """Only another signal ends the launcher."""
-    launcher = installation.start(under=["env", "--block-signal=TERM"])
+# Of two pending signals, the kernel delivers the one with the lower number first.
+@pytest.mark.parametrize("at_the_start, sent", [
+    pytest.param("--block-signal=INT", [SIGINT, SIGTERM], id="blocked signal stays blocked"),
+    pytest.param("--ignore-signal=HUP", [SIGHUP, SIGINT], id="nohup stays in force"),
+    pytest.param("--ignore-signal=INT,QUIT", [SIGINT], id="job of a script in the background"),
+])
+def test_state_at_the_start_decides_which_signal_ends_both(
+        installation, started, at_the_start, sent):
+    """The last signal ends launcher and helper, and none before it."""
+    launcher = installation.start(under=["env", at_the_start])
     started.line()
-    launcher.send(SIGTERM)
-    launcher.send(SIGINT)
-    assert launcher.wait() == Ended(-SIGINT)
-
-
-def test_hang_up_that_is_ignored_at_the_start_stays_ignored(installation, signals):
-    """The user of nohup wants both to live on."""
-    launcher = installation.start(under=["env", "--ignore-signal=HUP"])
-    signals.process()
-    launcher.send(SIGHUP)
-    end(launcher, signals)
-
-
-def test_interrupt_that_is_ignored_at_the_start_ends_both(installation, started):
-    """A job that a shell script put in the background leaves no helper behind."""
-    launcher = installation.start(under=["env", "--ignore-signal=INT,QUIT"])
-    started.line()
-    launcher.send(SIGINT)
-    assert launcher.wait() == Ended(-SIGINT)
+    for number in sent:
+        launcher.send(number)
+    assert launcher.wait() == Ended(-sent[-1])
 
 
 def test_helper_that_is_stopped_is_ended(installation, signals):
