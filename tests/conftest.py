@@ -1,4 +1,4 @@
-"""Fixtures of the black-box tests; see README.md for how to add a test."""
+"""Fixtures of the black-box tests; see docs/testing.md for how to add a test."""
 
 import json
 import os

@@ -3,6 +3,7 @@
 import json
 import re
 import signal
+import time
 
 import pexpect
 import pytest
@@ -117,10 +118,13 @@ def test_watches_a_session(site):
 
 
 def test_watches_on_a_terminal(site):
-    """A terminal gets a screen that is drawn anew."""
+    """A terminal gets a screen that is drawn anew each second."""
+    started = time.monotonic()
     with watch(site, 'exec "$0" --watch') as view:
-        view.expect_exact("\033[H\033[2J")
-        view.expect_exact("marker absent\r\nrequest absent\r\nhold absent\r\n")
+        for _ in range(2):
+            view.expect_exact("\033[H\033[2J")
+            view.expect_exact("marker absent\r\nrequest absent\r\nhold absent\r\n")
+    assert time.monotonic() - started >= 1
 
 
 def test_watches_no_session_where_there_is_none(site):

@@ -1,6 +1,6 @@
 """A session directory that others can write, with things of theirs at our names.
 
-tst_files has all cases of owners and modes.
+tst_files has more cases of owners and modes.
 """
 
 import os
@@ -36,6 +36,15 @@ def test_leaves_a_strangers_file(installation, run, another_user, taken_name, ma
     assert installation.launch() == Ended(0, "started\n", f"{taken_name}: {cause}\n")
     assert run(*show) == before
     assert precious.read_text() == "precious"
+
+
+def test_writes_to_no_fifo_of_a_stranger(installation, taken_name, another_user):
+    """A reader would get the messages."""
+    os.mkfifo(taken_name)
+    os.chown(taken_name, another_user, -1)
+    with open(os.open(taken_name, os.O_RDONLY | os.O_NONBLOCK)):
+        assert installation.launch() == Ended(
+            0, "started\n", f"{taken_name}: belongs to another user\n")
 
 
 def test_follows_a_link_of_the_directorys_owner(
