@@ -6,10 +6,10 @@
 #include "fuzz/inputfile.h"
 
 #include <QDir>
+#include <QRandomGenerator>
 
 #include <cstdio>
 #include <functional>
-#include <random>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -18,16 +18,11 @@ namespace {
 constexpr long mostResidentKiB = 128L * 1024;
 constexpr int largestFile = 65536;
 constexpr int mostWrong = 3;
-std::mt19937 randomBits;
-
-long pick(long count)
-{
-    return std::uniform_int_distribution<long>(0, count - 1)(randomBits);
-}
+QRandomGenerator randomBits;
 
 template <typename List> const auto& pickFrom(const List& list)
 {
-    return *(std::begin(list) + pick(long(std::size(list))));
+    return *(std::begin(list) + randomBits.bounded(qsizetype(std::size(list))));
 }
 
 const QByteArrayList seeds = [] {
@@ -43,8 +38,8 @@ const QByteArrayList pieces = {"<",  ">",   "&amp;", "&e;",       "'",         "
 
 // Each changes the content at a place, and where there is a number, by so many.
 const std::function<void(QByteArray&, qsizetype, long)> changes[] = {
-    [](auto& content, auto at, long) { content[at] = char(pick(256)); },
-    [](auto& content, auto at, long) { content.remove(at, 1 + pick(8)); },
+    [](auto& content, auto at, long) { content[at] = char(randomBits.bounded(256)); },
+    [](auto& content, auto at, long) { content.remove(at, 1 + randomBits.bounded(8)); },
     [](auto& content, auto at, long) { content.replace(at, content.size(), pickFrom(seeds)); },
     [](auto& content, auto, long n) { content += QByteArray(n, '\0'); },
     [](auto& content, auto at, long n) { content.insert(at, pickFrom(pieces).repeated(n)); },
@@ -60,11 +55,11 @@ const std::function<void(QByteArray&, qsizetype, long)> changes[] = {
 
 QByteArray mutated(QByteArray content)
 {
-    for (long left = 1 + pick(2); left > 0 && !content.isEmpty(); --left) {
+    for (long left = 1 + randomBits.bounded(2); left > 0 && !content.isEmpty(); --left) {
         // Mostly small, so that many are tried; some up to the largest that is read,
         // and beyond.
-        const long number = pick(pick(60) == 0 ? largestFile / 3 : 10);
-        pickFrom(changes)(content, pick(content.size()), number);
+        const long number = randomBits.bounded(randomBits.bounded(60) == 0 ? largestFile / 3 : 10);
+        pickFrom(changes)(content, randomBits.bounded(content.size()), number);
     }
     return content;
 }
@@ -102,10 +97,10 @@ int main(int argc, char** argv)
     const long first = argc > 2 ? strtol(argv[2], nullptr, 10) : 0;
     int wrong = 0;
     for (long number = first; number < first + count && wrong < mostWrong; ++number) {
-        randomBits.seed(static_cast<unsigned>(number));
+        randomBits.seed(quint32(number));
         const QByteArray seed = pickFrom(seeds);
-        const bool truncated = pick(3) == 0;
-        QByteArray content = truncated ? seed.left(pick(seed.size())) : mutated(seed);
+        const bool truncated = randomBits.bounded(3) == 0;
+        QByteArray content = truncated ? seed.left(randomBits.bounded(seed.size())) : mutated(seed);
         const QByteArray shown = content.left(200).toPercentEncoding(" <>/=\"'&;!?[],#");
         if (truncated && qgetenv("INTERPOSE_BREAK") == "reader") {
             // The control: the reader stops at the first ">".
