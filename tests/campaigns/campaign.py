@@ -14,6 +14,8 @@ import os
 import random
 import re
 import resource
+import shlex
+import shutil
 import signal
 import sys
 import time
@@ -22,7 +24,8 @@ from pathlib import Path
 from tempfile import TemporaryDirectory
 from typing import Optional
 
-sys.path.insert(0, str(Path(__file__).resolve().parent.parent))
+SOURCE = Path(__file__).resolve().parent.parent.parent
+sys.path.insert(0, str(SOURCE / "tests"))
 
 from support.installation import Build, Installation, Session  # noqa: E402
 from support.processes import become_subreaper, children, kill_descendants  # noqa: E402
@@ -62,11 +65,11 @@ CALLS_OF_ERRORS = {
 class Campaign:
     """An installation and a session in the working directory, and the trial that runs."""
 
-    def __init__(self, build: Build, options: argparse.Namespace):
+    def __init__(self, options: argparse.Namespace):
         self.options = options
         here = Path.cwd()
         self.session = Session(here / "root/session")
-        self.installation = Installation(here / "root", build, None, {
+        self.installation = Installation(here / "root", Build(options.build), None, {
             **os.environ, "LC_ALL": "C.UTF-8", "HOME": str(here), "ZORV_HOST": "alpha",
             "ZORV_SESSION_PATH": str(self.session.folder)})
         # What the helper writes down, and what is made when a signal is sent to no child.
@@ -86,8 +89,13 @@ class Campaign:
     def wrong(self, kind: str, what: str):
         """Prints and counts what was wrong with the trial that runs."""
         self.wrongs += 1
-        print(f"{kind}: {what} ({self.what})\nRepeat it with: campaign.py {self.options.mode} "
-              f"--seed {self.options.seed} --first {self.number} --count 1", file=sys.stderr)
+        options = self.options
+        count = options.count if options.mode == "restarts" else 1
+        under = ["--under", *options.under] if options.under else []
+        repeat = ["campaign.py", options.mode, "--build", options.build, "--seed", options.seed,
+                  "--first", self.number, "--count", count, *under]
+        print(f"{kind}: {what} ({self.what})\nRepeat it with: {shlex.join(map(str, repeat))}",
+              file=sys.stderr)
 
     def wait_until(self, condition) -> bool:
         """Waits until the condition holds; false when that takes longer than the timeout."""
@@ -430,16 +438,23 @@ def parse_command_line(modes: Mapping[str, Callable]) -> argparse.Namespace:
     texts = "\n\n".join(f"{name}: {inspect.getdoc(mode)}" for name, mode in modes.items())
     parser = argparse.ArgumentParser(description=__doc__, epilog=f"The modes:\n\n{texts}",
                                      formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("mode", choices=modes)
+    parser.add_argument("mode", choices=modes, metavar="MODE")
     parser.add_argument("--under", nargs=argparse.REMAINDER, default=[], metavar="COMMAND",
                         help="the last option: a command to start the launcher with")
-    parser.add_argument("--build", type=Path, default="build/release", help="the build directory")
+    parser.add_argument("--build", type=Path, default=SOURCE / "build/release",
+                        help="the build directory")
     parser.add_argument("--count", type=int, help="how many trials; default: a few for each mode")
     parser.add_argument("--seed", type=int, default=1, help="of the random numbers")
     parser.add_argument("--first", type=int, default=0, help="number of the first trial")
     parser.add_argument("--timeout", type=int, default=20000, help="of each wait, in milliseconds")
     parser.add_argument("--mebibytes", type=int, default=20, help="of a flood")
     options = parser.parse_args()
+    options.build = options.build.resolve()
+    if not Build(options.build).launcher.exists():
+        parser.error(f"no launcher in {options.build}")
+    if options.under:
+        # The working directory becomes another one.
+        options.under[0] = os.path.abspath(shutil.which(options.under[0]) or options.under[0])
     if options.count is None:
         options.count = MODES[modes[options.mode]]
     return options
@@ -448,10 +463,9 @@ def parse_command_line(modes: Mapping[str, Callable]) -> argparse.Namespace:
 def main() -> int:
     modes = {mode.__name__: mode for mode in MODES}
     options = parse_command_line(modes)
-    build = Build(options.build.resolve())
     with TemporaryDirectory(prefix="zorv-campaign-") as scratch:
         os.chdir(scratch)
-        campaign = Campaign(build, options)
+        campaign = Campaign(options)
         prepare(campaign)
         return 0 if run(campaign, modes[options.mode]) else 1
 
