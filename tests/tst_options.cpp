@@ -80,6 +80,7 @@ private Q_SLOTS:
         QCOMPARE(options.count(), 3);
         QCOMPARE(options.offset(), -4);
         QVERIFY(options.isMpirun() && options.ensureOnePerHost() && !options.isExplicitTarget());
+        QVERIFY(!parsed({}).ensureOnePerHost());
         QCOMPARE(options.targetArguments(), list({"-np", "a.out", "--zorvport", "1"}));
         // Options of manual-launch mode alone.
         for (const QStringList& target : {list({"--", "a.out"}), list({"-d"})}) {
