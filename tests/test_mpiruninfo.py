@@ -239,8 +239,9 @@ def test_names_a_name_server_that_gives_no_answer(site, namespace):
 def test_starts_no_launch_to_ask_for_a_version(site, make_mpirun):
     """What leads to the launcher on PATH is not asked: it would start the helper."""
     site.prepare(f"{make_mpirun}; "
-                 "printf '#!/bin/sh\\necho HYDRA 4\\n' >bin/mpiexec; chmod +x bin/*")
-    report = site.report(env={"PATH": f"{site.root}/bin"})
+                 "printf '#!/bin/sh\\necho HYDRA 4\\n' >bin/mpiexec; chmod +x bin/*; "
+                 "mkdir hidden; cp bin/mpiexec hidden/mpirun")
+    report = site.report(env={"PATH": f"{site.root}/bin:{site.root}/hidden"})
     assert {row["path"]: row["kind"] for row in report.json["mpi"]["launchers"]} == {
         f"{site.root}/bin/mpirun": "zorv-mpirun", f"{site.root}/bin/mpiexec": "MPICH"}
     # It is no MPI library beside the other one.

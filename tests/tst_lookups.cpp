@@ -165,8 +165,9 @@ private Q_SLOTS:
                       "ahosts*) echo 10.0.0.1 STREAM a.cluster ;;\n"
                       "hosts*) echo fd00::1 a.cluster a ;;\n"
                       "esac");
-        QCOMPARE(Lookups::Getent::hostOfName("a").addresses,
-                 QByteArrayList({"10.0.0.1", "fd00::1"}));
+        const Lookups::Host host = Lookups::Getent::hostOfName("a");
+        QCOMPARE(host.canonicalName, "a.cluster");
+        QCOMPARE(host.addresses, QByteArrayList({"10.0.0.1", "fd00::1"}));
     }
 
     void takesNothingElseForAnAnswer()

@@ -92,6 +92,7 @@ private Q_SLOTS:
         QTest::addColumn<QString>("key");
         QTest::newRow("third number 0 stays") << u"4.2.0"_s << u"4.2.0$7"_s;
         QTest::newRow("date stamp is dropped first") << u"4.2.1.20190"_s << u"4.2$7"_s;
+        QTest::newRow("four digits are no date stamp") << u"4.2.1.2019"_s << u"4.2.1.2019$7"_s;
         QTest::newRow("preview is marked") << u"4.2.1-rc1-preview12-x"_s << u"4.2preview12$7"_s;
     }
 
