@@ -1,6 +1,7 @@
 """The forms of the report: text, JSON, archive, live view; and the secret in none of them."""
 
 import json
+import os
 import re
 import signal
 import time
@@ -146,6 +147,9 @@ def test_tells_what_the_launcher_sees(site):
     """What is no finding is in the report, too."""
     expected = {
         ("installation", "root"): {"path": str(site.root), "state": "present"},
+        ("installation", "helper"): {
+            "path": str(site.installation.helper), "state": "present"},
+        ("container", "kind"): "Docker" if os.path.exists("/.dockerenv") else "Charliecloud",
         ("host", "addressesAsTried"): ["127.42.42.2", "127.42.42.1"],
         ("session", "sharedDirectory"): {"value": "/tmp", "source": "environment"},
         ("session", "tarball"): {"value": None, "source": "default"},
@@ -159,7 +163,7 @@ def test_tells_what_the_launcher_sees(site):
     }
     report = site.report("--host", "127.42.42.2,127.42.42.1", "-np", "2", "a.out", env={
         "PELK_SHARED_DIRECTORY": "/tmp", "PELK_SESSION_COOKIE": COOKIE, "SGE_ROOT": "/sge",
-        "PELK_LICENCE_SERVER": "x"}).json
+        "PELK_LICENCE_SERVER": "x", "CH_RUNNING": "x"}).json
     assert {(section, field): report[section][field] for section, field in expected} == expected
 
 

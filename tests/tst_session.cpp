@@ -142,8 +142,9 @@ private Q_SLOTS:
         QCOMPARE(record.fileState(), FileState::NotRegular);
     }
 
-    void portOfAFileOfTodayIsExplicit()
+    void portOfASettingOrAFileOfTodayIsExplicit()
     {
+        QVERIFY(resolved({{"PORT", "1"}}).isExplicitPort());
         QVERIFY(writeFile(u"file"_s, "<session port='1'/>"));
         const QDateTime now = QDateTime::currentDateTime();
         Record record;
