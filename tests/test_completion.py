@@ -54,8 +54,10 @@ def complete(request, build, run, needs, environment, scratch):
         "SHARE": f"{scratch}/installed/share", "RECORD": f"{scratch}/record",
         # Fish completes only the options of programs that it finds.
         "PATH": f"{scratch}/installed/bin:{environment['PATH']}",
-        # They have the shells' settings and history.
-        "HOME": str(scratch), "ZDOTDIR": str(scratch)}
+        # No history and no settings of the user.
+        "HOME": str(scratch), "ZDOTDIR": str(scratch), "HISTFILE": "",
+        "XDG_CONFIG_HOME": f"{scratch}/fish", "XDG_DATA_HOME": f"{scratch}/fish",
+        "XDG_CACHE_HOME": f"{scratch}/fish"}
     (scratch / ".bashrc").write_text(BASH + PROGRAMS)
     (scratch / ".zshrc").write_text(ZSH + PROGRAMS)
     flags = {"bash": ["-i"], "zsh": ["-d", "-i"]}

@@ -1,6 +1,7 @@
 """What the launcher does with its helper: start it, pass things on, report failures."""
 
 import os
+import re
 import resource
 import shutil
 from signal import SIGKILL
@@ -74,6 +75,7 @@ def test_says_why_a_helper_does_not_start(installation):
     pytest.param(["setpriv", "--pdeathsig", "TERM"], id="signal of the parent's death"),
     pytest.param(["taskset", "--cpu-list", "0"], id="CPU affinity"),
     pytest.param(["env", "OMP_PROC_BIND=true"], id="OMP_PROC_BIND"),
+    pytest.param(["sh", "-c", 'umask 077; exec env -u _ "$@"', "sh"], id="umask"),
     pytest.param(["prlimit", "--nofile=16"], id="resource limits"),
 ])
 def test_helper_inherits_what_the_launcher_got(installation, run, needs, scratch, under):
@@ -88,6 +90,18 @@ def test_helper_inherits_what_the_launcher_got(installation, run, needs, scratch
     seen, *through_launcher = state.read_text().splitlines()
     assert through_launcher == direct
     assert set(seen.split()) == {*descriptors.split(), "0", "1", "2"}
+
+
+def test_failed_exec_is_not_repeated(installation, strace, scratch):
+    """One call has the bytes of the arguments, and its error is in the message."""
+    trace = scratch / "trace"
+    under = strace("-o", trace, "-f", "-P", installation.helper,
+                   "-e", "inject=execve:error=ETXTBSY:when=1")
+    assert installation.launch(os.fsdecode(b"x\377y"), under=under) == Ended(
+        1, "", f"{installation.helper}: Text file busy (zorv-mpirun-info tells more)\n")
+    calls = re.findall(r"execve\(.*", trace.read_text())
+    assert len(calls) == 1
+    assert r'"--zorvmpirun", "x\377y"]' in calls[0]
 
 
 @pytest.mark.skipif(resource.getrlimit(resource.RLIMIT_STACK)[1] != resource.RLIM_INFINITY,

@@ -101,6 +101,8 @@ SETUPS = [
     row("no home", "home-unset", "session-directory-unusable", "session-invalid",
         "session-file-unusable", env={"ZORV_SESSION_PATH": "", "HOME": None},
         says="no source names a front end host"),
+    row("large port", "session-invalid", says="70000 is not a port (session file)",
+        prepare="echo '<session host=\"a\" port=\"70000\"/>' >sessions/latest"),
     row("session file that is no XML", "session-file-unusable", "session-invalid",
         prepare="echo '<session cookie=c00kie>' >sessions/latest", says="(not well-formed)"),
     row("port of another session", "port-of-another-session",

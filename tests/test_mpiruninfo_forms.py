@@ -82,14 +82,34 @@ def test_bundles_all_that_a_ticket_needs(site):
     assert re.fullmatch("x+/.*/restart-supported: Is a directory\n", files["log.txt"])
 
 
-def test_writes_no_archive_over_a_file(site):
-    """The status is 2, and the report is printed."""
-    archive = site.root / "ticket.tar"
-    archive.touch()
-    ended = site.start(site.program, "--bundle", archive).wait()
-    assert (ended.status, ended.errors) == (2, f"{archive}: File exists\n")
+@pytest.mark.parametrize("prepare, error", [
+    pytest.param("touch small/ticket.tar", "File exists", id="existing file"),
+    pytest.param("mount -t tmpfs -o size=8k none small", "No space left on device",
+                 id="full disk"),
+])
+def test_reports_an_archive_that_it_cannot_write(site, namespace, prepare, error):
+    """The status is 2, the report is printed, and no half an archive is left."""
+    (site.root / "small").mkdir()
+    namespace.run(f"cd {site.root}; {prepare}")
+    archive = site.root / "small/ticket.tar"
+    ended = site.start(site.program, "--bundle", archive, under=namespace.under).wait()
+    assert (ended.status, ended.errors) == (2, f"{archive}: {error}\n")
     assert "\nfindings" in ended.output
-    assert archive.read_bytes() == b""
+    namespace.run(f"[ ! -s {archive} ]")
+
+
+def test_waits_for_no_file_of_the_archive_where_no_process_starts(site, build, another_user):
+    """Without a process that can be killed, a log that hangs is not read."""
+    if build.variable("ZORV_SANITIZE") == "ON":
+        pytest.skip("the sanitizers need processes of their own")
+    os.mkfifo(site.installation.log_name(site.ran.parent / "log"))
+    site.prepare(f"chown {another_user} ran ran/*")
+    archive = site.ran.parent / "ticket.tar"
+    ended = site.start(site.program, "--bundle", archive, env={"ZORV_MPIRUN_LOG": "ran/log"},
+                       under=["setpriv", f"--reuid={another_user}", "--clear-groups",
+                              "prlimit", "--nproc=1"]).wait()
+    assert (ended.status, ended.errors) == (1, "")
+    assert unpacked(archive)["log.txt"] == "It cannot be read.\n"
 
 
 def test_says_that_the_report_could_not_be_written(site):

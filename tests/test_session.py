@@ -1,6 +1,6 @@
 """The launcher with a session: its marker, restarts on request, its log."""
 
-from signal import SIGKILL
+from signal import SIGKILL, SIGTERM
 
 from support.processes import Ended
 
@@ -33,6 +33,16 @@ def test_hold_that_cannot_be_made_ends_the_launcher(installation, session):
     assert session.files() == ["restart-hold", "restart-supported"]
 
 
+def test_hold_is_made_where_a_link_leads(installation, session):
+    """A dangling link of the user is followed to a new file, and the restart is not lost."""
+    target = session.folder / "target"
+    session.hold.symlink_to(target)
+    session.restart.touch()
+    installation.set_helper(f"echo started; rm -f {target}")
+    assert installation.launch() == Ended(0, "started\nstarted\n")
+    assert session.hold.is_symlink()
+
+
 def test_restart_without_a_helper_ends_the_launcher(installation, session):
     """A helper that is gone at a restart is reported, and the status is 1."""
     installation.set_helper(f": >{session.restart}; rm {installation.helper}")
@@ -55,6 +65,19 @@ def test_helper_is_started_again_on_request(installation, session, started):
     session.hold.unlink()
     assert launcher.wait() == Ended(0)
     assert session.files() == ["restart-supported"]
+
+
+def test_whatever_has_the_name_is_a_hold(installation, session, started):
+    """A directory holds the launcher, and a request that is made meanwhile counts."""
+    session.hold.mkdir()
+    launcher = installation.start()
+    started.process().kill()
+    launcher.wait_for_no_child()
+    session.restart.touch()
+    session.hold.rmdir()
+    started.process()
+    launcher.send(SIGTERM)
+    assert launcher.wait() == Ended(-SIGTERM)
 
 
 def test_sigkill_leaves_the_marker_and_the_helper(installation, session, fifo):

@@ -77,6 +77,7 @@ private Q_SLOTS:
         qputenv("R", "\\1=\\\\$&\xc3\xa9");
         QTEST(expandVars(path), "expanded");
         QVERIFY(containsEnvVarOrTilde(path) || expandVars(path) == path.trimmed());
+        QVERIFY(!containsEnvVarOrTilde(u"a~b"_s));
     }
 
     void expansionEndsAtTheLongestText()

@@ -67,13 +67,13 @@ class Campaign:
 
     def __init__(self, options: argparse.Namespace):
         self.options = options
-        here = Path.cwd()
-        self.session = Session(here / "root/session")
-        self.installation = Installation(here / "root", Build(options.build), None, {
-            **os.environ, "LC_ALL": "C.UTF-8", "HOME": str(here), "ZORV_HOST": "alpha",
-            "ZORV_SESSION_PATH": str(self.session.folder)})
+        # The actions of the helper have relative names, without blanks.
+        self.session = Session(Path("root/session"))
+        self.installation = Installation(Path("root"), Build(options.build), None, {
+            **os.environ, "LC_ALL": "C.UTF-8", "HOME": os.getcwd(), "ZORV_HOST": "alpha",
+            "ZORV_SESSION_PATH": os.path.abspath("root/session")})
         # What the helper writes down, and what is made when a signal is sent to no child.
-        self.record, self.stray = here / "record", here / "stray"
+        self.record, self.stray = Path("record"), Path("stray")
         self.wrongs = 0
         self.number = 0
         self.what = ""
@@ -89,12 +89,11 @@ class Campaign:
     def wrong(self, kind: str, what: str):
         """Prints and counts what was wrong with the trial that runs."""
         self.wrongs += 1
-        options = self.options
-        count = options.count if options.mode == "restarts" else 1
-        under = ["--under", *options.under] if options.under else []
-        repeat = ["campaign.py", options.mode, "--build", options.build, "--seed", options.seed,
-                  "--first", self.number, "--count", count, *under]
-        print(f"{kind}: {what} ({self.what})\nRepeat it with: {shlex.join(map(str, repeat))}",
+        # Of an option that is given twice, the last counts.
+        end = sys.argv.index("--under") if "--under" in sys.argv else len(sys.argv)
+        count = self.options.count if self.options.mode == "restarts" else 1
+        repeat = [*sys.argv[:end], f"--first={self.number}", f"--count={count}", *sys.argv[end:]]
+        print(f"{kind}: {what} ({self.what})\nRepeat it with: {shlex.join(repeat)}",
               file=sys.stderr)
 
     def wait_until(self, condition) -> bool:
@@ -106,9 +105,10 @@ class Campaign:
             time.sleep(0.0005)
         return True
 
-    def records(self) -> str:
-        """What the helper has written down."""
-        return self.record.read_text() if self.record.exists() else ""
+    def records(self) -> list[str]:
+        """The lines that the helpers have written down."""
+        files = (self.record, self.session.folder / "restarts")
+        return [line for file in files if file.exists() for line in file.read_text().splitlines()]
 
     def living(self) -> list[int]:
         """The children that live; this program gets all orphans."""
@@ -120,7 +120,7 @@ class Campaign:
 
     def has_ended(self, pid: int) -> bool:
         """Waits for the end of a child."""
-        return self.wait_until(lambda: pid not in self.living())
+        return self.wait_until(lambda: self.living() is not None and pid in self.ends)
 
     def launch(self, *actions, output=None, under=(), blocked=()) -> int:
         """Starts the launcher in a process group of its own, and returns its process.
@@ -134,7 +134,8 @@ class Campaign:
                                              (os.POSIX_SPAWN_DUP2, output, 2)]
         return os.posix_spawnp(
             command[0], command, self.installation.environment, file_actions=streams, setpgroup=0,
-            setsigmask=blocked, setsigdef=[*ENDING_SIGNALS, signal.SIGPIPE, signal.SIGXFSZ])
+            setsigmask=blocked,
+            setsigdef=signal.valid_signals() - {signal.SIGKILL, signal.SIGSTOP})
 
     def check_left(self, launcher: int, survivors: int = 0):
         """Waits for the launcher's end, and until the survivors alone are left, which it ends."""
@@ -238,12 +239,12 @@ def passed(campaign: Campaign):
     launcher = campaign.launch("--record-signals", campaign.record, blocked=[number])
     time.sleep(random.uniform(0, 2 * SPAN))
     os.kill(launcher, number)
-    if not campaign.wait_until(lambda: f"\n{number} 0\n" in campaign.records()):
+    if not campaign.wait_until(lambda: f"{number} 0" in campaign.records()):
         campaign.wrong("lost signals", f"the helper did not get signal {number}")
     os.kill(launcher, signal.SIGTERM)
     campaign.check_end(launcher, [signal.SIGTERM])
-    if campaign.records().splitlines()[1:] != [f"{number} 0", "15 0"]:
-        campaign.wrong("stray signals", campaign.records())
+    if campaign.records()[1:] != [f"{number} 0", "15 0"]:
+        campaign.wrong("stray signals", str(campaign.records()))
 
 
 def stop(campaign: Campaign):
@@ -297,8 +298,7 @@ def restarts(campaign: Campaign):
     """
     campaign.check_end(campaign.launch("--restart-again", campaign.session.folder))
     # A line says what the launcher used, in numbers, and what the helper got.
-    lines = [line.split() for line in
-             (campaign.session.folder / "restarts").read_text().splitlines()]
+    lines = [line.split() for line in campaign.records()]
     count = len(lines)
     if count != campaign.options.count or len({line[3] for line in lines}) != 1:
         campaign.wrong("differences", f"{count} helpers, and different things")
@@ -352,7 +352,7 @@ def faults(campaign: Campaign):
         # Of that call alone, and "-qq": strace itself prints nothing.
         "-qq", "-o", "/dev/null", "-e", f"trace={campaign.what.partition(':')[0]}",
         "-e", f"inject={campaign.what}")
-    helpers = campaign.session.folder / "restarts"
+    helpers = len(campaign.records())
     loses_message = re.match("write:error=(EIO|ENOSPC)", campaign.what)
     # To a look at a file, this is an answer and no failure.
     finds_nothing = re.match("(openat|statx):error=ENOENT", campaign.what)
@@ -361,11 +361,11 @@ def faults(campaign: Campaign):
     elif status != 0:
         if ": " not in errors and not loses_message:
             campaign.wrong("silences", errors)
-    elif helpers.exists():
-        if not errors and not finds_nothing and helpers.read_text().count("\n") != 2:
-            campaign.wrong("lost restarts", helpers.read_text())
-    elif not campaign.record.exists():
+    elif helpers == 0:
         campaign.wrong("lost launches", errors)
+    elif campaign.options.mode == "faults_restart" and helpers != 2 and not (
+            errors or finds_nothing):
+        campaign.wrong("lost restarts", f"{helpers} helpers instead of 2")
 
 
 def faults_session(campaign: Campaign):
@@ -385,7 +385,7 @@ def faults_failure(campaign: Campaign):
 
 # The modes, with the number of trials that CTest makes.
 MODES = {start: 200, pair: 100, group: 100, restart: 100, hold: 50, passed: 100, stop: 100,
-         ignored: 20, killed: 50, ends: 300, restarts: 300, output: 6, faults: 40,
+         ignored: 20, killed: 200, ends: 300, restarts: 300, output: 6, faults: 40,
          faults_session: 40, faults_restart: 40, faults_failure: 40}
 
 
@@ -400,6 +400,7 @@ def prepare(campaign: Campaign):
     campaign.installation.environment["RESTARTS"] = str(
         2 if mode == "faults_restart" else campaign.options.count)
     become_subreaper()
+    signal.signal(signal.SIGCHLD, signal.SIG_DFL)
     resource.setrlimit(resource.RLIMIT_CORE, (0, resource.getrlimit(resource.RLIMIT_CORE)[1]))
 
 
@@ -433,6 +434,13 @@ def run(campaign: Campaign, mode: Callable[[Campaign], None]) -> bool:
     return bool(trials) and campaign.wrongs == 0
 
 
+def natural(text: str) -> int:
+    """The number that an option gives."""
+    if int(text) < 0:
+        raise ValueError
+    return int(text)
+
+
 def parse_command_line(modes: Mapping[str, Callable]) -> argparse.Namespace:
     """Reads the command line; ends the program if it cannot."""
     texts = "\n\n".join(f"{name}: {inspect.getdoc(mode)}" for name, mode in modes.items())
@@ -443,11 +451,13 @@ def parse_command_line(modes: Mapping[str, Callable]) -> argparse.Namespace:
                         help="the last option: a command to start the launcher with")
     parser.add_argument("--build", type=Path, default=SOURCE / "build/release",
                         help="the build directory")
-    parser.add_argument("--count", type=int, help="how many trials; default: a few for each mode")
-    parser.add_argument("--seed", type=int, default=1, help="of the random numbers")
-    parser.add_argument("--first", type=int, default=0, help="number of the first trial")
-    parser.add_argument("--timeout", type=int, default=20000, help="of each wait, in milliseconds")
-    parser.add_argument("--mebibytes", type=int, default=20, help="of a flood")
+    parser.add_argument("--count", type=natural,
+                        help="how many trials; default: a few for each mode")
+    parser.add_argument("--seed", type=natural, default=1, help="of the random numbers")
+    parser.add_argument("--first", type=natural, default=0, help="number of the first trial")
+    parser.add_argument("--timeout", type=natural, default=20000,
+                        help="of each wait, in milliseconds")
+    parser.add_argument("--mebibytes", type=natural, default=20, help="of a flood")
     options = parser.parse_args()
     options.build = options.build.resolve()
     if not Build(options.build).launcher.exists():
@@ -463,11 +473,15 @@ def parse_command_line(modes: Mapping[str, Callable]) -> argparse.Namespace:
 def main() -> int:
     modes = {mode.__name__: mode for mode in MODES}
     options = parse_command_line(modes)
+    signal.signal(signal.SIGTERM, lambda number, _: sys.exit(128 + number))
     with TemporaryDirectory(prefix="zorv-campaign-") as scratch:
         os.chdir(scratch)
         campaign = Campaign(options)
         prepare(campaign)
-        return 0 if run(campaign, modes[options.mode]) else 1
+        try:
+            return 0 if run(campaign, modes[options.mode]) else 1
+        finally:
+            kill_descendants()
 
 
 if __name__ == "__main__":

@@ -93,8 +93,13 @@ const char* faultOf(const QByteArray& content, bool truncated)
 
 int main(int argc, char** argv)
 {
-    const long count = argc > 1 ? strtol(argv[1], nullptr, 10) : 0;
-    const long first = argc > 2 ? strtol(argv[2], nullptr, 10) : 0;
+    bool isNumber[] = {false, true};
+    const long count = QByteArray(argv[1]).toUInt(&isNumber[0]);
+    const long first = argc > 2 ? QByteArray(argv[2]).toUInt(&isNumber[1]) : 0;
+    if (!isNumber[0] || !isNumber[1] || argc > 3) {
+        fputs("usage: sessionfiles COUNT [FIRST]\n", stderr);
+        return 2;
+    }
     int wrong = 0;
     for (long number = first; number < first + count && wrong < mostWrong; ++number) {
         randomBits.seed(quint32(number));
