@@ -470,10 +470,18 @@ def parse_command_line(modes: Mapping[str, Callable]) -> argparse.Namespace:
     return options
 
 
+def end(number: int, _):
+    """Ends the program, which then cleans up; a second signal does not interrupt that."""
+    signal.signal(signal.SIGINT, signal.SIG_IGN)
+    signal.signal(signal.SIGTERM, signal.SIG_IGN)
+    sys.exit(128 + number)
+
+
 def main() -> int:
     modes = {mode.__name__: mode for mode in MODES}
     options = parse_command_line(modes)
-    signal.signal(signal.SIGTERM, lambda number, _: sys.exit(128 + number))
+    signal.signal(signal.SIGINT, end)
+    signal.signal(signal.SIGTERM, end)
     with TemporaryDirectory(prefix="zorv-campaign-") as scratch:
         os.chdir(scratch)
         campaign = Campaign(options)
