@@ -98,20 +98,6 @@ def test_reports_an_archive_that_it_cannot_write(site, namespace, prepare, error
     namespace.run(f"[ ! -s {archive} ]")
 
 
-def test_waits_for_no_file_of_the_archive_where_no_process_starts(site, build, another_user):
-    """Without a process that can be killed, a log that hangs is not read."""
-    if build.variable("ZORV_SANITIZE") == "ON":
-        pytest.skip("the sanitizers need processes of their own")
-    os.mkfifo(site.installation.log_name(site.ran.parent / "log"))
-    site.prepare(f"chown {another_user} ran ran/*")
-    archive = site.ran.parent / "ticket.tar"
-    ended = site.start(site.program, "--bundle", archive, env={"ZORV_MPIRUN_LOG": "ran/log"},
-                       under=["setpriv", f"--reuid={another_user}", "--clear-groups",
-                              "prlimit", "--nproc=1"]).wait()
-    assert (ended.status, ended.errors) == (1, "")
-    assert unpacked(archive)["log.txt"] == "It cannot be read.\n"
-
-
 def test_says_that_the_report_could_not_be_written(site):
     """The status is 2 where standard output takes nothing."""
     ended = site.start("sh", "-c", 'exec "$0" >/dev/full', site.program).wait()

@@ -40,7 +40,6 @@ ENDING_SIGNALS = [signal.SIGABRT, signal.SIGINT, signal.SIGTERM, signal.SIGSEGV,
 PASSED_SIGNALS = [signal.SIGUSR1, signal.SIGUSR2, signal.SIGCONT, signal.SIGWINCH, signal.SIGURG,
                   signal.SIGALRM, signal.SIGVTALRM, signal.SIGPROF, signal.SIGXCPU, signal.SIGPWR,
                   signal.SIGIO, signal.SIGRTMIN]
-CORE_DUMPED = 0x80
 MOST_PROCESSOR_NS = 200_000_000
 
 # The errors of calls where a machine is in trouble, by their manual pages. What is no file does
@@ -77,7 +76,7 @@ class Campaign:
         self.wrongs = 0
         self.number = 0
         self.what = ""
-        # The children that have ended, and their status as from wait(2).
+        # The children that have ended, and how, negative for a signal.
         self.ends = {}
 
     def clean(self):
@@ -115,7 +114,7 @@ class Campaign:
         for child in children(os.getpid()):
             pid, status = os.waitpid(child, os.WNOHANG)
             if pid != 0:
-                self.ends[pid] = status
+                self.ends[pid] = os.waitstatus_to_exitcode(status)
         return children(os.getpid())
 
     def has_ended(self, pid: int) -> bool:
@@ -149,9 +148,10 @@ class Campaign:
     def check_end(self, launcher: int, sent=(), survivors: int = 0):
         """All must end with status 0 or by a signal that was sent, the launcher by it."""
         self.check_left(launcher, survivors)
+        by_signal = [-number for number in sent]
         for pid, status in self.ends.items():
-            if status & ~CORE_DUMPED not in (sent if pid == launcher and sent else (0, *sent)):
-                self.wrong("wrong ends", f"wait status {status}")
+            if status not in (by_signal if pid == launcher and sent else (0, *by_signal)):
+                self.wrong("wrong ends", f"status {status}")
         if sent and self.session.marker.exists():
             self.wrong("markers", "the marker is left")
         if self.stray.exists():
@@ -356,8 +356,8 @@ def faults(campaign: Campaign):
     loses_message = re.match("write:error=(EIO|ENOSPC)", campaign.what)
     # To a look at a file, this is an answer and no failure.
     finds_nothing = re.match("(openat|statx):error=ENOENT", campaign.what)
-    if status not in (0, 1 << 8):
-        campaign.wrong("wrong ends", f"wait status {status}: {errors}")
+    if status not in (0, 1):
+        campaign.wrong("wrong ends", f"status {status}: {errors}")
     elif status != 0:
         if ": " not in errors and not loses_message:
             campaign.wrong("silences", errors)

@@ -29,13 +29,6 @@ namespace {
 using Value = const std::string&;
 std::string allArguments;
 
-// The file appears whole or not at all.
-void writeFile(Value name, Value content)
-{
-    std::ofstream(name + ".new") << content;
-    fs::rename(name + ".new", name);
-}
-
 // By write() alone, which can be watched.
 void flood(int fd, Value bytes)
 {
@@ -77,6 +70,13 @@ std::string inheritedState()
     }
     return state + linesOf("self/limits", "Max") + linesOf("self/cgroup", ":") +
            linesOf("self/environ", "=") + fs::current_path().string() + '\n';
+}
+
+void recordState(Value file)
+{
+    // Before the file is open.
+    const std::string state = inheritedState();
+    std::ofstream(file) << state;
 }
 
 // Asks for a restart through the session directory and writes a record of 64 bytes to
@@ -144,7 +144,7 @@ const std::map<std::string, std::function<void(Value)>> table = {
     {"--ignore", [](Value signo) { signal(std::stoi(signo), SIG_IGN); }},
     {"--print", [](Value text) { std::cout << text << std::endl; }},
     {"--record-signals", recordSignals},
-    {"--record-state", [](Value file) { writeFile(file, inheritedState()); }},
+    {"--record-state", recordState},
     {"--restart-again", restartAgain},
     {"--signal", [](Value signo) { raise(std::stoi(signo)); }},
     {"--sleep", [](Value) { sleep(UINT_MAX); }},
