@@ -155,7 +155,6 @@ private Q_SLOTS:
         };
         add("no", "NONE", {}, false, false, false);
         add("pretended", "ZORV_FAKE_BLUEGENE", "q", true, true, true);
-        add("pretended by the long name", "ZORV_FAKE_BLUEGENE", "bgq", true, true, true);
         add("switch alone", "ZORV_FAKE_BLUEGENE", "1", true, false, false);
         add("node type", "BG_NODE_TYPE", "", false, true, true);
         add("node type off", "BG_NODE_TYPE", "no", false, false, false);

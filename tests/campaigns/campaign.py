@@ -451,13 +451,13 @@ def parse_command_line(modes: Mapping[str, Callable]) -> argparse.Namespace:
                         help="the last option: a command to start the launcher with")
     parser.add_argument("--build", type=Path, default=SOURCE / "build/release",
                         help="the build directory")
-    parser.add_argument("--count", type=natural,
-                        help="how many trials; default: a few for each mode")
-    parser.add_argument("--seed", type=natural, default=1, help="of the random numbers")
-    parser.add_argument("--first", type=natural, default=0, help="number of the first trial")
-    parser.add_argument("--timeout", type=natural, default=20000,
-                        help="of each wait, in milliseconds")
-    parser.add_argument("--mebibytes", type=natural, default=20, help="of a flood")
+    for name, default, text in (
+            ("count", None, "how many trials; default: a few for each mode"),
+            ("seed", 1, "of the random numbers"),
+            ("first", 0, "number of the first trial"),
+            ("timeout", 20000, "of each wait, in milliseconds"),
+            ("mebibytes", 20, "of a flood")):
+        parser.add_argument(f"--{name}", type=natural, default=default, metavar="N", help=text)
     options = parser.parse_args()
     options.build = options.build.resolve()
     if not Build(options.build).launcher.exists():
