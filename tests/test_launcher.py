@@ -16,7 +16,8 @@ from support.processes import Ended
     pytest.param("link", "bin/zorv-debugger", ["lib", "libexec"], id="link"),
     pytest.param("Bin/zorv-mpirun", "Bin/zorv-debugger", [], id="flat folder of another name"),
 ])
-def test_starts_the_helper_beside_it(installation, run, executable, helper, missing):
+def test_starts_the_helper_beside_it_though_folders_are_missing(
+        installation, run, executable, helper, missing):
     """The helper is the one beside the launcher; only an installation misses folders."""
     root = installation.root
     (root / "lib").rmdir()
@@ -43,7 +44,7 @@ def test_program_that_was_removed_finds_no_installation(installation):
                  id="options that Qt takes for itself"),
     pytest.param(["--zorvport", "4242", "--zorvmpirun", "-np", "2", "a.out", "--zorvport"],
                  id="options of the launcher"),
-    pytest.param(["-h", "--zorvport", "none"], id="rejected option after the launcher's -h"),
+    pytest.param(["-h", "--zorvport", "none"], id="-h without manual launch, rejected option"),
 ])
 def test_passes_arguments_on_unchanged(installation, scratch, arguments):
     """The helper gets --zorvmpirun and then every argument of the launcher."""

@@ -96,11 +96,13 @@ SETUPS = [
         prepare=f"{OWN_SESSIONS}; : >sessions/restart-supported; "
                 f"chown {USER + 1} sessions/restart-supported"),
     row("missing session directory", "session-directory-unusable",
-        prepare="rm -r sessions", env={"ZORV_HOST": "127.0.0.1", "ZORV_PORT": "4244"}),
-    row("unknown port", "port-unknown", prepare="rm sessions/*", env={"ZORV_HOST": "127.0.0.1"}),
+        prepare="rm -r sessions",
+        env={"ZORV_HOST": "127.0.0.1", "ZORV_PORT": "4244", "ZORV_SESSION_FILE": None}),
+    row("unknown port", "port-unknown", prepare="rm sessions/*",
+        env={"ZORV_HOST": "127.0.0.1", "ZORV_SESSION_FILE": None}),
     row("no home", "home-unset", "session-directory-unusable", "session-invalid",
-        "session-file-unusable", env={"ZORV_SESSION_PATH": "", "HOME": None},
-        says="no source names a front end host"),
+        "session-file-unusable", says="no source names a front end host",
+        env={"ZORV_SESSION_PATH": "", "ZORV_SESSION_FILE": None, "HOME": None}),
     row("large port", "session-invalid", says="70000 is not a port (session file)",
         prepare="echo '<session host=\"a\" port=\"70000\"/>' >sessions/latest"),
     row("session file that is no XML", "session-file-unusable", "session-invalid",
@@ -197,8 +199,8 @@ def silent(site, namespace):
 
 
 @pytest.mark.parametrize("env, code", [
-    pytest.param({"HOME": "{silent}", "ZORV_SESSION_PATH": ""}, "launch-would-hang",
-                 id="home with the session"),
+    pytest.param({"HOME": "{silent}", "ZORV_SESSION_PATH": "", "ZORV_SESSION_FILE": ""},
+                 "launch-would-hang", id="home with the session"),
     pytest.param({"ZORV_SESSION_FILE": "{silent}/s/f"}, "launch-would-hang", id="session file"),
     pytest.param({"ZORV_LOGS": "{silent}"}, "launch-would-hang", id="log directory"),
     pytest.param({"PATH": "{silent}/bin:/usr/bin:/bin"}, "no-answer", id="entry of PATH"),
@@ -269,7 +271,7 @@ def test_takes_the_command_line_after_a_name_of_the_launcher(site):
     site.prepare("ln -s zorv-mpirun bin/mpirun")
     report = site.report("bin/mpirun", "--zorvport", "x")
     assert not report.json["commandLine"]["accepted"]
-    report = site.report("/opt/bin/zorv-mpirun", "--zorvsession", "3", "--help", "--json")
+    report = site.report("/opt/bin/zorv-mpirun", "--zorvsession", "3", "--codes", "--json")
     assert report.json["commandLine"]["argumentsOfMpiLauncher"] == 2
 
 

@@ -18,10 +18,11 @@ def leave_the_group(installation):
 
 
 def end(launcher, signals):
-    """Ends the launcher with SIGTERM, which the helper gets as well."""
+    """Ends the launcher with SIGTERM, which the helper gets as well; returns how it ended."""
     launcher.send(SIGTERM)
-    assert launcher.wait() == Ended(-SIGTERM)
+    ended = launcher.wait()
     assert signals.numbers() == [SIGTERM, 0]
+    return ended
 
 
 def wait_for_stop(process):
@@ -93,8 +94,9 @@ def test_signal_that_nobody_waits_for_ends_with_the_launcher(session, held):
     signal.SIGABRT, signal.SIGBUS, signal.SIGFPE, SIGHUP, signal.SIGILL, SIGINT, signal.SIGQUIT,
     signal.SIGSEGV, 16, signal.SIGSYS, SIGTERM, signal.SIGTRAP],
     ids=lambda number: getattr(number, "name", "SIGSTKFLT"))
-def test_signal_reaches_the_helper_and_removes_the_marker(installation, session, signals, number):
-    """The helper gets the signal, which ends the launcher."""
+def test_signal_ends_the_launcher_removes_the_marker_and_reaches_the_helper(
+        installation, session, signals, number):
+    """The launcher ends by the signal itself, and the helper gets it once."""
     launcher = installation.start()
     helper = signals.process()
     launcher.send(number)
@@ -110,7 +112,7 @@ def test_signal_reaches_the_helper_after_a_restart(installation, session, signal
     session.restart.touch()
     signals.process().kill()
     signals.process()
-    end(launcher, signals)
+    assert end(launcher, signals) == Ended(-SIGTERM)
     assert session.files() == ["restart-hold"]
 
 

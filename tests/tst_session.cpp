@@ -260,7 +260,8 @@ private Q_SLOTS:
         QCOMPARE(record.tarballFileName(false), u"lib/tarball-alpha-3"_s);
     }
 
-    void sessionDirectoryIsMadeOnRequest()
+    // It is made on request only.
+    void sessionDirectoryIsGivenOrInTheSharedOrHomeDirectory()
     {
         Record record;
         record.setSharedDirectory(u"lib"_s);

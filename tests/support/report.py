@@ -69,7 +69,9 @@ class Site:
         self.sessions = (self.root / "session").rename(self.root / "sessions")
         self.write_session("host='127.0.0.1' port='4244' session='3'")
         (self.sessions / "latest").symlink_to("127.0.0.1-3")
-        installation.environment["ZORV_SESSION_PATH"] = str(self.sessions)
+        # The setting names the file that is found without it: few tests are about that.
+        installation.environment.update(ZORV_SESSION_PATH=str(self.sessions),
+                                        ZORV_SESSION_FILE=str(self.sessions / "latest"))
 
     def write_session(self, attributes: str):
         """Writes the session file."""
