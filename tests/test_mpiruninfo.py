@@ -56,7 +56,6 @@ SETUPS = [
         prepare=f"LC_ALL=C sed 's,/ld-,/xx-,' /bin/true >{HELPER}", says="/xx-"),
     row("missing library", "helper-library",
         prepare=f"LC_ALL=C sed 's,libc.so.6,libc.so.9,' /bin/true >{HELPER}", says="libc.so.9"),
-    row("interpreter after a blank, with an argument", prepare=first_line("#! /bin/sh -e")),
     row("interpreter by env", prepare=first_line("#!/usr/bin/env -S A=b sh -e")),
     row("interpreter by env, with an argument", "helper-interpreter",
         prepare=first_line("#!/usr/bin/env sh -e"),

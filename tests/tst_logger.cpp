@@ -125,12 +125,6 @@ private Q_SLOTS:
         QVERIFY2(time.match(text(start.constData())).hasMatch(), start.constData());
     }
 
-    void recordsHaveTypes()
-    {
-        const QByteArray record = Logger::xmlLogBytes(QtCriticalMsg, "a <b/>");
-        QVERIFY2(record.endsWith(" type=\"critical\">a <b/></debug>"), record.constData());
-    }
-
     void handlersAreCalledInOrderAndMayRemoveThemselves()
     {
         Logger::addMsgHandler(receiveOnce);

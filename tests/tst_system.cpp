@@ -157,7 +157,6 @@ private Q_SLOTS:
         add("pretended", "ZORV_FAKE_BLUEGENE", "q", true, true, true);
         add("switch alone", "ZORV_FAKE_BLUEGENE", "1", true, false, false);
         add("node type", "BG_NODE_TYPE", "", false, true, true);
-        add("node type off", "BG_NODE_TYPE", "no", false, false, false);
         add("drivers", "BGQDRV", "", false, false, true);
         add("forced", "PELK_FORCE_BGQ_SUPPORT", "1", false, false, true);
     }
