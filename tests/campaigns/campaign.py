@@ -119,7 +119,7 @@ class Campaign:
 
     def has_ended(self, pid: int) -> bool:
         """Waits for the end of a child."""
-        return self.wait_until(lambda: self.living() is not None and pid in self.ends)
+        return self.wait_until(lambda: pid not in self.living() and pid in self.ends)
 
     def launch(self, *actions, output=None, under=(), blocked=()) -> int:
         """Starts the launcher in a process group of its own, and returns its process.
