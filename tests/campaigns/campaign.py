@@ -470,7 +470,7 @@ def parse_command_line(modes: Mapping[str, Callable]) -> argparse.Namespace:
     return options
 
 
-def end(number: int, _):
+def interrupt(number: int, _):
     """Ends the program, which then cleans up; a second signal does not interrupt that."""
     signal.signal(signal.SIGINT, signal.SIG_IGN)
     signal.signal(signal.SIGTERM, signal.SIG_IGN)
@@ -480,8 +480,8 @@ def end(number: int, _):
 def main() -> int:
     modes = {mode.__name__: mode for mode in MODES}
     options = parse_command_line(modes)
-    signal.signal(signal.SIGINT, end)
-    signal.signal(signal.SIGTERM, end)
+    signal.signal(signal.SIGINT, interrupt)
+    signal.signal(signal.SIGTERM, interrupt)
     with TemporaryDirectory(prefix="zorv-campaign-") as scratch:
         os.chdir(scratch)
         campaign = Campaign(options)
